@@ -1,0 +1,28 @@
+#pragma once
+
+// Whole-file reads and the making of folders. How a file that cannot be read is reported is for the caller, so the
+// result tells which step failed and with what Win32 error.
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+namespace zo {
+
+struct FileReadResult {
+    enum class Step { kDone, kOpen, kRead };
+    Step failedAt = Step::kDone;
+    std::uint32_t error = 0;  // Win32
+
+    explicit operator bool() const noexcept { return failedAt == Step::kDone; }
+};
+
+// GENERIC_READ, shared for reading, one read of the file's whole size. A file that shrinks in between is a failed read.
+// Files of 4 GiB and more are refused as a failed read (ERROR_FILE_TOO_LARGE).
+[[nodiscard]] FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes);
+
+// Makes the folder and every missing ancestor; an empty path is nothing to make. Raises
+// std::filesystem::filesystem_error("create_directories", ...) when that fails.
+void CreateDirectories(const std::filesystem::path& folder);
+
+}  // namespace zo

@@ -1,0 +1,89 @@
+# Compiler and linker settings that hold for everything built here, and the header-only libraries of the build machine.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+
+option(ZO_SANITIZE "Build natively under AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(ZO_WARNINGS_ARE_ERRORS "Stop the build at the first warning" ON)
+
+add_library(zo_settings INTERFACE)
+
+if(MSVC)
+    target_compile_options(zo_settings INTERFACE /W4 /utf-8 /permissive- /EHsc /guard:cf
+                           $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:/WX>)
+    target_link_options(zo_settings INTERFACE /DYNAMICBASE /NXCOMPAT /HIGHENTROPYVA /guard:cf /Brepro)
+    set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+else()
+    target_compile_options(zo_settings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                           $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:-Werror>
+                           "-ffile-prefix-map=${CMAKE_SOURCE_DIR}=." "-ffile-prefix-map=${CMAKE_BINARY_DIR}=build")
+endif()
+
+if(WIN32)
+    target_compile_definitions(zo_settings INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
+                               _WIN32_WINNT=0x0A00 WINVER=0x0A00)
+    if(NOT MSVC)
+        # No runtime DLLs beside ours; the time stamp is left out so that two builds give the same bytes.
+        target_compile_options(zo_settings INTERFACE -fstack-protector-strong -ffunction-sections -fdata-sections)
+        target_link_options(zo_settings INTERFACE -static -fstack-protector-strong -Wl,--gc-sections
+                            -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+            target_link_libraries(zo_settings INTERFACE pthread)  # GCC's POSIX driver adds it by itself
+        endif()
+    endif()
+elseif(ZO_SANITIZE)
+    target_compile_options(zo_settings INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                           -fno-omit-frame-pointer)
+    target_link_options(zo_settings INTERFACE -fsanitize=address,undefined)
+endif()
+
+# std::format where the library has it, {fmt} header-only otherwise.
+include(CheckCXXSourceCompiles)
+if(MSVC)
+    set(CMAKE_REQUIRED_FLAGS "/std:c++20")
+else()
+    set(CMAKE_REQUIRED_FLAGS "-std=c++20")
+endif()
+check_cxx_source_compiles("#include <format>\nint main() { return std::format(\"{}\", 1).empty(); }" ZO_HAVE_STD_FORMAT)
+unset(CMAKE_REQUIRED_FLAGS)
+
+# Header-only libraries. A cross build must not get the whole of /usr/include, so their folders alone are copied.
+add_library(zo_fmt INTERFACE)
+add_library(zo_tool_headers INTERFACE)  # CLI11 and nlohmann-json, for the tools only
+target_link_libraries(zo_tool_headers INTERFACE zo_fmt)
+target_compile_definitions(zo_fmt INTERFACE FMT_HEADER_ONLY)
+if(CMAKE_HOST_UNIX)
+    set(zo_headers "${CMAKE_BINARY_DIR}/header_only")
+    foreach(folder fmt CLI nlohmann)
+        if(EXISTS "/usr/include/${folder}" AND NOT EXISTS "${zo_headers}/${folder}")
+            file(COPY "/usr/include/${folder}" DESTINATION "${zo_headers}")
+        endif()
+    endforeach()
+    target_include_directories(zo_fmt SYSTEM INTERFACE "${zo_headers}")
+else()
+    find_package(fmt QUIET)
+    find_package(CLI11 QUIET)
+    find_package(nlohmann_json QUIET)
+    foreach(package fmt::fmt-header-only)
+        if(TARGET ${package})
+            target_link_libraries(zo_fmt INTERFACE ${package})
+        endif()
+    endforeach()
+    foreach(package CLI11::CLI11 nlohmann_json::nlohmann_json)
+        if(TARGET ${package})
+            target_link_libraries(zo_tool_headers INTERFACE ${package})
+        endif()
+    endforeach()
+endif()
+if(ZO_HAVE_STD_FORMAT)
+    target_compile_definitions(zo_settings INTERFACE ZO_HAVE_STD_FORMAT=1)
+else()
+    target_link_libraries(zo_settings INTERFACE zo_fmt)
+endif()

@@ -1,0 +1,55 @@
+#include "hex.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+namespace zo {
+namespace {
+
+TEST(Hex, ShowsEachByteAsTwoDigitsHighOneFirst) {
+    const std::array<std::uint8_t, 4> bytes{0x00, 0x1F, 0xA0, 0xFF};
+    EXPECT_EQ(ToHex(bytes), "001fa0ff");
+    EXPECT_EQ(ToHex(bytes, HexCase::kUpper), "001FA0FF");
+    EXPECT_EQ(ToHex({}), "");
+}
+
+TEST(Hex, DecodesBothCasesAndRefusesAllElse) {
+    struct Case {
+        const char* text;
+        bool accepted;
+        std::vector<std::uint8_t> bytes;
+    };
+    const Case cases[] = {
+        {"", true, {}},
+        {"00ff", true, {0x00, 0xFF}},
+        {"aBcD", true, {0xAB, 0xCD}},
+        {"abc", false, {}},
+        {"0g", false, {}},
+        {"g0", false, {}},
+        {" 00", false, {}},
+        {"00 ", false, {}},
+        {"0x00", false, {}},
+        {"@0", false, {}},
+        {"`0", false, {}},
+        {"/0", false, {}},
+        {":0", false, {}},
+        {"\x80\x80", false, {}},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::uint8_t> bytes{1, 2, 3};
+        EXPECT_EQ(DecodeHex(c.text, bytes), c.accepted) << c.text;
+        EXPECT_EQ(bytes, c.bytes) << c.text;
+    }
+}
+
+TEST(Hex, FillsAFixedFieldExactlyOrNotAtAll) {
+    std::array<std::uint8_t, 2> field{};
+    EXPECT_TRUE(DecodeHexExactly("0102", field));
+    EXPECT_EQ(field, (std::array<std::uint8_t, 2>{1, 2}));
+    EXPECT_FALSE(DecodeHexExactly("010203", field));
+    EXPECT_FALSE(DecodeHexExactly("01", field));
+}
+
+}  // namespace
+}  // namespace zo
