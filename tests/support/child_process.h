@@ -1,0 +1,30 @@
+#pragma once
+
+// Runs a program and hears it out, for tests of zoctl and of what happens when a process ends.
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zotest {
+
+struct ChildResult {
+    std::uint32_t exitCode = 0;
+    std::string out;  // all of standard output, bytes as they came
+    std::string err;
+    bool timedOut = false;  // it was ended by force; exitCode then means nothing
+};
+
+struct ChildOptions {
+    std::uint32_t timeoutMs = 60000;
+    std::string input;                                               // given on standard input, which then ends
+    std::wstring folder;                                             // current folder; empty for this process's own
+    std::vector<std::pair<std::wstring, std::wstring>> environment;  // set for the child, beside what it inherits
+};
+
+// Arguments are quoted as the C runtime reads them. Raises std::runtime_error when the program cannot be started.
+[[nodiscard]] ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring>& arguments,
+                                   const ChildOptions& options = {});
+
+}  // namespace zotest

@@ -1,0 +1,54 @@
+#pragma once
+
+// The simulator driver as a running service called "ZoProtector", made with the service manager's own functions and
+// without the library, so that tests of the SDK do not stand on the driver service code.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "simulator_client.h"
+
+namespace zotest {
+
+inline constexpr wchar_t kServiceName[] = L"ZoProtector";
+
+// System32\drivers\ZoProtectorDriver.sys
+[[nodiscard]] std::wstring InstalledDriverPath();
+
+// Stops and deletes the service whatever state it is in and removes the driver file. Good before and after a test that
+// installs by itself. Nothing there is fine.
+void RemoveDriverService();
+
+// Copies a driver file from beside the program to system32\drivers, registers it as a file system driver started on
+// demand, and starts it; takes all of it away at the end of its life. Raises std::runtime_error with the step and the
+// Win32 error. What an earlier test left behind is removed first.
+class InstalledDriver {
+  public:
+    explicit InstalledDriver(const std::wstring& fileName = L"ZoProtectorDriver.sys");
+    ~InstalledDriver();
+    InstalledDriver(const InstalledDriver&) = delete;
+    InstalledDriver& operator=(const InstalledDriver&) = delete;
+
+    // Stopping while handles are open is what happens when a driver vanishes: the handles stay and fail.
+    void Stop();
+    void Start();
+};
+
+// A suite of tests that need the driver: it is started once for the suite and reset before each test.
+//
+//   class RuleExports : public zotest::DriverTest {};
+//   TEST_F(RuleExports, ...) { ... Simulator().LastRequest() ... }
+class DriverTest : public testing::Test {
+  protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+    void SetUp() override { simulator_.Reset(); }
+
+    [[nodiscard]] const SimulatorClient& Simulator() const noexcept { return simulator_; }
+
+  private:
+    SimulatorClient simulator_;
+};
+
+}  // namespace zotest
