@@ -1,0 +1,99 @@
+#include "command.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "console.h"
+
+namespace zoctl {
+
+namespace {
+
+std::string ExampleFooter(const char* example) {
+    std::istringstream lines(example);
+    std::string footer = "Example:";
+    for (std::string line; std::getline(lines, line);)
+        footer += "\n  zoctl " + line;
+    return footer;
+}
+
+std::string PathOf(const CLI::App& command) {
+    const CLI::App* parent = command.get_parent();
+    if (!parent) return {};
+    const std::string above = PathOf(*parent);
+    return above.empty() ? command.get_name() : above + " " + command.get_name();
+}
+
+// The innermost command that the parser had reached, for its help.
+const CLI::App* Deepest(const CLI::App& app) {
+    const auto parsed = app.get_subcommands();
+    return parsed.empty() ? &app : Deepest(*parsed.front());
+}
+
+}  // namespace
+
+Tool::Tool(CLI::App& root) : root_(root) {
+    root.require_subcommand(1);  // and no more: a path called "status" stays a path
+    root.allow_windows_style_options(false);
+    root.set_help_flag("-h,--help", "Show this help");
+}
+
+CLI::App& Tool::AddGroup(CLI::App& parent, const char* name, const char* summary) {
+    CLI::App& group = *parent.add_subcommand(name, summary);
+    group.require_subcommand(1);
+    group.footer("\"zoctl " + PathOf(group) + " COMMAND --help\" shows a command's options and an example.");
+    return group;
+}
+
+CLI::App& Tool::AddCommand(CLI::App& parent, const CommandText& text, Action action) {
+    CLI::App& command = *parent.add_subcommand(text.name, text.summary);
+    command.footer(ExampleFooter(text.example));
+    command.add_flag("--json", json_, "One JSON document on standard output, hints on standard error");
+    command.final_callback([this, &command, action = std::move(action)] {
+        chosen_ = action;
+        chosenName_ = PathOf(command);
+    });
+    return command;
+}
+
+void Tool::AllowJsonLines(CLI::App& command) {
+    command.add_flag("--jsonl", jsonLines_, "One JSON object a line, as things happen");
+}
+
+int Tool::ReportUsage(const CLI::ParseError& error, const std::vector<std::string>& arguments) {
+    const CLI::App& reached = *Deepest(root_);
+    const bool machine = std::any_of(arguments.begin(), arguments.end(), [](const std::string& argument) {
+        return argument == "--json" || argument == "--jsonl";
+    });
+    Output out(PathOf(reached), machine ? OutputMode::kJson : OutputMode::kText);
+    const std::string path = PathOf(reached);
+    return out.Refuse(
+        kExitUsage, EscapeControls(error.what()),
+        path.empty() ? "\"zoctl --help\" shows the commands." : "\"zoctl " + path + " --help\" shows what it takes.");
+}
+
+int Tool::Run(const std::vector<std::string>& arguments) {
+    try {
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        root_.parse(reversed);
+    } catch (const CLI::Success& success) {  // --help and --version
+        std::ostringstream text;
+        std::ostringstream unused;
+        root_.exit(success, text, unused);
+        return Write(Stream::kOut, text.str()) ? kExitDone : kExitFailed;
+    } catch (const CLI::ParseError& error) {
+        return ReportUsage(error, arguments);
+    }
+    Output out(chosenName_, jsonLines_ ? OutputMode::kJsonLines : json_ ? OutputMode::kJson : OutputMode::kText);
+    try {
+        return chosen_(out);
+    } catch (const std::bad_alloc&) {
+        return out.Fail(static_cast<std::int32_t>(0x8007000Eu), Subject::kAny, "finish");
+    } catch (const std::exception& error) {
+        // The library lets file-system errors of its own folders pass; whatever else comes is reported the same way.
+        return out.Refuse(kExitFailed, EscapeControls(error.what()),
+                          "Check that the folders named exist and may be read and written.");
+    }
+}
+
+}  // namespace zoctl

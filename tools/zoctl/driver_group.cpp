@@ -1,0 +1,125 @@
+#include "channel.h"
+#include "driver_status.h"
+#include "format.h"
+#include "groups.h"
+#include "text.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+struct InstallOptions {
+    std::string source;
+    std::string startType = "demand";
+    std::string altitude;
+    bool allowUnload = false;
+};
+
+int Install(Output& out, const InstallOptions& options) {
+    const std::int32_t status =
+        ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), StartTypes().at(options.startType),
+                                  zo::WideFromUtf8(options.altitude).c_str(), options.allowUnload ? 1 : 0);
+    const std::string what =
+        options.source.empty() ? "install the driver file beside zoctl" : "install the driver " + Quote(options.source);
+    if (status < 0) return out.Fail(status, Subject::kService, what);
+    out.Hint("Start it with \"zoctl driver start\".");
+    return out.Done("The driver is installed.", {{"startType", options.startType}});
+}
+
+int ShowStatus(Output& out) {
+    ZoProtectorDriverStatus record{};
+    const std::int32_t status = ZoProtector_QueryDriverStatus(&record);
+    if (status < 0) return out.Fail(status, Subject::kService, "read the driver's status");
+    out.Table(DriverStatusTable(record));
+    if (record.state == ZOP_DRIVER_NOT_INSTALLED) out.Hint("Install it with \"zoctl driver install PATH\".");
+    return out.Done("", DriverStatusJson(record));
+}
+
+int Upgrade(Output& out, const std::string& path) {
+    std::uint32_t upgraded = 0;
+    std::uint32_t replacedByDriver = 0;
+    const std::int32_t status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
+    ZoProtector_Uninitialize();  // the upgrade may have opened the channel
+    const Json facts = {{"upgraded", upgraded != 0}, {"replacedByDriver", replacedByDriver != 0}};
+    if (status < 0) return out.Fail(status, Subject::kUpgrade, "upgrade the driver to " + Quote(path), facts);
+    if (!upgraded)
+        return out.Done("Nothing was replaced: the installed driver is as new as the file, or newer.", facts);
+    out.Hint("The running driver keeps its old image; the new file is loaded when the driver is started next.");
+    return out.Done(replacedByDriver
+                        ? "The driver's file was replaced, by the driver itself because the file was locked."
+                        : "The driver's file was replaced.",
+                    facts);
+}
+
+// A command without arguments over one export of the service.
+void AddServiceCommand(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(), const char* what,
+                       const char* done) {
+    tool.AddCommand(group, text, [call, what, done](Output& out) {
+        const std::int32_t status = call();
+        return status < 0 ? out.Fail(status, Subject::kService, what) : out.Done(done);
+    });
+}
+
+void AddInstall(Tool& tool, CLI::App& group) {
+    const auto options = std::make_shared<InstallOptions>();
+    CLI::App& install = tool.AddCommand(
+        group,
+        {"install", "Copy the driver's file into the system and register its service and filter; repeating it is safe",
+         "driver install C:\\Suite\\ZoProtectorDriver.sys --start auto --allow-unload"},
+        [options](Output& out) { return Install(out, *options); });
+    install.add_option("source", options->source, "The driver's file; ZoProtectorDriver.sys beside zoctl if left out");
+    install.add_option("--start", options->startType, "When the driver starts")
+        ->check(CLI::IsMember({"boot", "system", "auto", "demand", "disabled"}))
+        ->capture_default_str();
+    install.add_option("--altitude", options->altitude, "The filter's altitude; 385100 if left out");
+    install.add_flag("--allow-unload", options->allowUnload, "Let the driver be stopped without a restart");
+}
+
+void AddSetStart(Tool& tool, CLI::App& group) {
+    const auto startType = std::make_shared<std::string>();
+    CLI::App& set = tool.AddCommand(
+        group, {"set-start", "Change when the driver starts", "driver set-start auto"}, [startType](Output& out) {
+            const std::int32_t status = ZoProtector_ChangeDriverStartType(StartTypes().at(*startType));
+            if (status < 0) return out.Fail(status, Subject::kService, "change the start type");
+            return out.Done(zo::Format("The driver's start type is {} now.", *startType), {{"startType", *startType}});
+        });
+    set.add_option("type", *startType, "boot, system, auto, demand or disabled")
+        ->required()
+        ->check(CLI::IsMember({"boot", "system", "auto", "demand", "disabled"}));
+}
+
+}  // namespace
+
+void RegisterDriver(CLI::App& root, Tool& tool) {
+    CLI::App& group = tool.AddGroup(root, "driver", "Install, start, stop, upgrade and remove the protection driver");
+    AddInstall(tool, group);
+    AddServiceCommand(tool, group, {"start", "Start the driver", "driver start"}, ZoProtector_StartDriver,
+                      "start the driver", "The driver is started.");
+    AddServiceCommand(tool, group, {"stop", "Stop the driver and wait until it is stopped", "driver stop"},
+                      ZoProtector_StopDriver, "stop the driver", "The driver is stopped.");
+    tool.AddCommand(group, {"status", "Show the driver's service, file and filter", "driver status --json"},
+                    ShowStatus);
+    AddServiceCommand(tool, group,
+                      {"uninstall", "Stop the driver and remove its service, filter and file", "driver uninstall"},
+                      ZoProtector_UninstallDriver, "uninstall the driver", "The driver is uninstalled.");
+    AddSetStart(tool, group);
+    const auto path = std::make_shared<std::string>();
+    tool.AddCommand(group,
+                    {"upgrade", "Replace the installed driver's file by a newer one, even while it is in use",
+                     "driver upgrade C:\\Download\\ZoProtectorDriver.sys"},
+                    [path](Output& out) { return Upgrade(out, *path); })
+        .add_option("file", *path, "The new driver's file")
+        ->required();
+    tool.AddCommand(
+        group, {"self-protect", "Have the driver protect its own file and service key", "driver self-protect"},
+        [](Output& out) {
+            return WithDriver(out, [&out] {
+                const std::int32_t status = ZoProtector_AddDriverSelfProtect();
+                if (status < 0) return out.Fail(status, Subject::kRule, "protect the driver itself");
+                return out.Done("The driver's file and service key are protected, and file protection is on.");
+            });
+        });
+}
+
+}  // namespace zoctl

@@ -1,0 +1,100 @@
+#include "output.h"
+
+#include "console.h"
+#include "error_text.h"
+#include "format.h"
+
+namespace zoctl {
+
+namespace {
+
+// Names come from outside and may hold what UTF-8 cannot say; a document is written all the same.
+std::string Dump(const Json& json, int indent) {
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace
+
+std::string Quote(std::string_view name) {
+    return "'" + EscapeControls(name) + "'";
+}
+
+StatusText FullStatusText(std::int32_t status, Subject subject) {
+    StatusText text = DescribeStatus(status, subject);
+    const std::uint32_t bits = zo::Bits(status);
+    if (!HasStatusRow(status) && (bits & 0xFFFF0000u) == 0x80070000u) text.meaning = zo::ErrorText(bits & 0xFFFFu);
+    return text;
+}
+
+Json StatusJson(std::int32_t status, Subject subject) {
+    const StatusText text = DescribeStatus(status, subject);
+    return {{"name", text.name}, {"value", text.value}};
+}
+
+void Output::Put(std::string_view text) {
+    if (!Write(Stream::kOut, text)) writable_ = false;
+}
+
+void Output::Text(std::string_view text) {
+    if (!Machine()) Put(text);
+}
+
+void Output::Table(const TextTable& table) {
+    Text(table.Render());
+}
+
+void Output::Hint(std::string_view sentence) {
+    // Standard error is the last place to report to; when it is gone there is none.
+    static_cast<void>(Write(Stream::kError, zo::Format("{}\n", sentence)));
+}
+
+void Output::Line(const Json& object) {
+    Put(Dump(object, -1) + "\n");
+}
+
+int Output::Finish(int exitCode, Json document, const Json& facts) {
+    if (Machine()) {
+        document.update(facts);
+        Put(Dump(document, Lines() ? -1 : 2) + "\n");
+    }
+    if (writable_) return exitCode;
+    Hint("zoctl: the output could not be written.");
+    return exitCode == kExitDone ? static_cast<int>(kExitFailed) : exitCode;
+}
+
+int Output::Done(std::string_view sentence, const Json& facts) {
+    if (!sentence.empty()) Text(zo::Format("{}\n", sentence));
+    return Finish(kExitDone, {{"command", command_}, {"ok", true}, {"exitCode", 0}}, facts);
+}
+
+int Output::Found(int exitCode, std::string_view sentence, const Json& facts) {
+    if (!sentence.empty()) Text(zo::Format("{}\n", sentence));
+    return Finish(exitCode, {{"command", command_}, {"ok", exitCode == kExitDone}, {"exitCode", exitCode}}, facts);
+}
+
+int Output::Fail(std::int32_t status, Subject subject, std::string_view what, const Json& facts) {
+    const StatusText text = FullStatusText(status, subject);
+    const std::string message = zo::Format("Could not {}: {}", what, text.meaning);
+    Hint(zo::Format("zoctl {}: {} [{} {}]\n  Next: {}", command_, message, text.name, text.value, text.advice));
+    return Finish(text.exitCode,
+                  {{"command", command_},
+                   {"ok", false},
+                   {"exitCode", static_cast<int>(text.exitCode)},
+                   {"status", {{"name", text.name}, {"value", text.value}}},
+                   {"message", message},
+                   {"advice", text.advice}},
+                  facts);
+}
+
+int Output::Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts) {
+    Hint(zo::Format("zoctl {}: {}\n  Next: {}", command_, message, advice));
+    return Finish(exitCode,
+                  {{"command", command_},
+                   {"ok", false},
+                   {"exitCode", exitCode},
+                   {"message", std::string(message)},
+                   {"advice", std::string(advice)}},
+                  facts);
+}
+
+}  // namespace zoctl

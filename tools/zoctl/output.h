@@ -1,0 +1,70 @@
+#pragma once
+
+// How a command reports. It states its facts once, as JSON, and what people read beside them; this class decides which
+// of the two reaches the reader. With --json standard output carries one JSON document and nothing else; with --jsonl
+// one object a line. Hints and failures always go to standard error as sentences too.
+//
+// The document of a command that worked: {"command", "ok": true, "exitCode": 0, ...facts}; of one that failed:
+// {"command", "ok": false, "exitCode", "status": {"name", "value"}, "message", "advice", ...facts}.
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "exit_codes.h"
+#include "status_table.h"
+#include "text_table.h"
+
+namespace zoctl {
+
+using Json = nlohmann::ordered_json;
+
+enum class OutputMode { kText, kJson, kJsonLines };
+
+class Output {
+  public:
+    Output(std::string command, OutputMode mode) : command_(std::move(command)), mode_(mode) {}
+
+    [[nodiscard]] bool Machine() const { return mode_ != OutputMode::kText; }
+    [[nodiscard]] bool Lines() const { return mode_ == OutputMode::kJsonLines; }
+    [[nodiscard]] const std::string& Command() const { return command_; }
+    void SetMode(OutputMode mode) { mode_ = mode; }
+
+    // For people only; control characters are the caller's (Quote, TextTable) to make safe.
+    void Text(std::string_view text);
+    void Table(const TextTable& table);
+    // Standard error, in every mode.
+    void Hint(std::string_view sentence);
+    // One object of a stream.
+    void Line(const Json& object);
+
+    // The end of a command; each returns the exit code. Only the first call of a command writes a document.
+    int Done(std::string_view sentence, const Json& facts = Json::object());
+    // It ran, and what it found is not good: the document says ok false, with the code and no status.
+    int Found(int exitCode, std::string_view sentence, const Json& facts = Json::object());
+    // what: the attempt, as in "protect 'C:\a.exe'".
+    int Fail(std::int32_t status, Subject subject, std::string_view what, const Json& facts = Json::object());
+    // A failure that has no status of the library.
+    int Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts = Json::object());
+
+    // Whether everything could be written so far; a stream whose reader is gone may stop.
+    [[nodiscard]] bool Writable() const { return writable_; }
+
+  private:
+    int Finish(int exitCode, Json document, const Json& facts);
+    void Put(std::string_view text);
+
+    std::string command_;
+    OutputMode mode_;
+    bool writable_ = true;
+};
+
+// 'name', safe to show.
+[[nodiscard]] std::string Quote(std::string_view name);
+// {"name": ..., "value": ...}
+[[nodiscard]] Json StatusJson(std::int32_t status, Subject subject = Subject::kAny);
+// What the status means, the system's own words for a Win32 error without a row included.
+[[nodiscard]] StatusText FullStatusText(std::int32_t status, Subject subject);
+
+}  // namespace zoctl

@@ -1,0 +1,63 @@
+#include "channel.h"
+#include "driver_status.h"
+#include "format.h"
+#include "groups.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+// The four pairs are the driver's own; the library only widens them.
+Json PairsJson(const ZopStatus& status) {
+    return {{{"flag", status.flag1}, {"count", status.count1}},
+            {{"flag", status.flag2}, {"count", status.count2}},
+            {{"flag", status.flag3}, {"count", status.count3}},
+            {{"flag", status.flag4}, {"count", status.count4}}};
+}
+
+int ShowStatus(Output& out) {
+    std::uint32_t version[3] = {};
+    std::uint32_t enabled = 0;
+    ZopStatus pairs{};
+    std::int32_t status = ZoProtector_GetVersion(&version[0], &version[1], &version[2]);
+    if (status < 0) return out.Fail(status, Subject::kRule, "read the driver's version");
+    status = ZoProtector_GetMasterEnabled(&enabled);
+    if (status < 0) return out.Fail(status, Subject::kRule, "read the master switch");
+    status = ZoProtector_GetStatus(&pairs);
+    if (status < 0) return out.Fail(status, Subject::kRule, "read the driver's status");
+
+    const std::string versionText = zo::Format("{}.{}.{}", version[0], version[1], version[2]);
+    const Json pairsJson = PairsJson(pairs);
+    TextTable table({"DRIVER", ""});
+    table.Add({"version", versionText});
+    table.Add({"protection", enabled ? "on" : "off"});
+    for (std::size_t i = 0; i < pairsJson.size(); ++i) {
+        table.Add({zo::Format("pair {}", i + 1), zo::Format("flag {}  count {}", pairsJson[i]["flag"].get<unsigned>(),
+                                                            pairsJson[i]["count"].get<unsigned>())});
+    }
+    out.Table(table);
+    if (!enabled) out.Hint("Protection is switched off; \"zoctl enable\" switches it on.");
+    return out.Done("", {{"driverVersion", versionText}, {"enabled", enabled != 0}, {"pairs", pairsJson}});
+}
+
+void AddMasterSwitch(Tool& tool, CLI::App& root, const CommandText& text, bool on) {
+    tool.AddCommand(root, text, [on](Output& out) {
+        return WithDriver(out, [&out, on] {
+            const std::int32_t status = ZoProtector_SetMasterEnabled(on ? 1 : 0);
+            if (status < 0) return out.Fail(status, Subject::kRule, "switch protection");
+            return out.Done(on ? "Protection is on." : "Protection is off.", {{"enabled", on}});
+        });
+    });
+}
+
+}  // namespace
+
+void RegisterStatus(CLI::App& root, Tool& tool) {
+    tool.AddCommand(root, {"status", "Show the running driver's version, master switch and counts", "status"},
+                    [](Output& out) { return WithDriver(out, [&out] { return ShowStatus(out); }); });
+    AddMasterSwitch(tool, root, {"enable", "Switch all protection on", "enable"}, true);
+    AddMasterSwitch(tool, root, {"disable", "Switch all protection off; the rules stay", "disable"}, false);
+}
+
+}  // namespace zoctl

@@ -1,0 +1,135 @@
+#include "status_table.h"
+
+#include "format.h"
+
+namespace zoctl {
+
+namespace {
+
+constexpr StatusRow kRows[] = {
+    {0x00000000, Subject::kAny, "S_OK", "It worked.", "Nothing needs to be done.", kExitDone},
+
+    {0x80000001, Subject::kAny, "ZOP_E_NOT_INITIALIZED", "There is no open channel to the driver.",
+     "Start the driver with \"zoctl driver start\" and try again.", kExitNoChannel},
+    {0x80000002, Subject::kChannel, "ZOP_E_DRIVER_NOT_FOUND", "The driver's device cannot be opened.",
+     "Start the driver with \"zoctl driver start\"; if it runs already, another process holds its device: "
+     "\"zoctl doctor\" tells more.",
+     kExitNoDriver},
+    {0x80000002, Subject::kService, "ZOP_E_DRIVER_NOT_FOUND", "The driver's service or file does not exist.",
+     "Install the driver with \"zoctl driver install PATH-OF-ZoProtectorDriver.sys\".", kExitNoDriver},
+    {0x80000002, Subject::kUpgrade, "ZOP_E_DRIVER_NOT_FOUND",
+     "The new file, the installed file, or the version of the new file cannot be read.",
+     "Check the path of the new file and that it carries a version; \"zoctl driver status\" shows the installed one.",
+     kExitNoDriver},
+    {0x80000002, Subject::kCopy, "ZOP_E_DRIVER_NOT_FOUND", "The driver did not find the folder.",
+     "Check that the source folder exists.", kExitNoDriver},
+    {0x80000002, Subject::kAny, "ZOP_E_DRIVER_NOT_FOUND", "The driver, its service or its file was not found.",
+     "Look at \"zoctl doctor\".", kExitNoDriver},
+    {0x80000003, Subject::kChannel, "ZOP_E_VERSION_MISMATCH", "The running driver has another major version than 1.",
+     "Install the driver that belongs to this library and restart it.", kExitVersion},
+    {0x80000003, Subject::kAny, "ZOP_E_VERSION_MISMATCH", "The driver is too old to have this.",
+     "Upgrade the driver with \"zoctl driver upgrade PATH\" and restart it.", kExitVersion},
+    {0x80000004, Subject::kUpgrade, "ZOP_E_ACCESS_DENIED", "The driver's file may not be replaced.",
+     "Run zoctl as an administrator; if that was so, start the driver, which can replace its own file.", kExitAccess},
+    {0x80000004, Subject::kAny, "ZOP_E_ACCESS_DENIED", "Access was denied.", "Run zoctl as an administrator.",
+     kExitAccess},
+    {0x80000005, Subject::kAny, "ZOP_E_QUOTA_EXCEEDED", "The driver's table is full.",
+     "Remove rules that are no longer needed (\"zoctl rules list\" shows them), or cover several with one folder rule.",
+     kExitFull},
+    {0x80000006, Subject::kAny, "ZOP_E_ALREADY_EXISTS", "The driver has this already.",
+     "Nothing needs to be done; to change the rule, remove it first.", kExitExists},
+    {0x80000007, Subject::kAny, "ZOP_E_NOT_FOUND", "The driver knows no such rule or process.",
+     "\"zoctl rules list\" shows what there is.", kExitNotFound},
+    {0x80000008, Subject::kRule, "ZOP_E_INVALID_ARG",
+     "The name is empty, too long, of a form that the driver cannot take, or refused by the driver.",
+     "Give a path of at most 259 characters, or a key that begins with HKLM\\, HKCR\\, HKCU\\, HKU\\ or \\REGISTRY\\.",
+     kExitUsage},
+    {0x80000008, Subject::kAny, "ZOP_E_INVALID_ARG", "An argument is not acceptable.",
+     "Look at the command's --help for what it takes.", kExitUsage},
+    {0x80000009, Subject::kRule, "ZOP_E_FAILED", "The name could not be converted, or the driver failed.",
+     "Check that the drive exists; the diagnostic log (\"zoctl doctor\" tells where) names the error.", kExitFailed},
+    {0x80000009, Subject::kAny, "ZOP_E_FAILED", "It failed.",
+     "The diagnostic log (\"zoctl doctor\" tells where) names the error.", kExitFailed},
+
+    {0x80049101, Subject::kAny, "ZOSIG_E_THUMBPRINT_MISMATCH", "The key is not the one that signed the manifest.",
+     "Verify with the key store of whoever signed; \"zoctl keys thumbprint\" shows which key a store holds.", kExitKey},
+    {0x80049102, Subject::kAny, "ZOSIG_E_VERIFY_FAILED", "The folder differs from its manifest.",
+     "Look at the items listed; sign again only if the changes are wanted.", kExitVerify},
+    {0x80049103, Subject::kAny, "ZOSIG_E_BAD_MANIFEST", "The manifest is malformed.",
+     "Get the manifest again from where it was signed, or sign the folder again.", kExitTampered},
+    {0x80049104, Subject::kAny, "ZOSIG_E_NO_KEY", "No key could be loaded from the key store.",
+     "Check the key store's path, or make a pair with \"zoctl keys generate\".", kExitKey},
+    {0x80049106, Subject::kAny, "ZOSIG_E_TAMPERED", "The manifest was changed after it was signed.",
+     "Do not trust the folder; get the manifest again from where it was signed.", kExitTampered},
+
+    {0x80004004, Subject::kAny, "E_ABORT", "It was cancelled.", "Run it again when it is convenient.", kExitCancelled},
+    {0x80004005, Subject::kAny, "E_FAIL", "It failed.", "Run it again with more messages, if the command has them.",
+     kExitFailed},
+    {0x8007000E, Subject::kAny, "E_OUTOFMEMORY", "There is not enough memory.", "Close other programs and try again.",
+     kExitFailed},
+    {0x80070057, Subject::kAny, "E_INVALIDARG", "An argument is not acceptable.",
+     "Look at the command's --help for what it takes.", kExitUsage},
+
+    {0x80070002, Subject::kAny, "ERROR_FILE_NOT_FOUND", "The file does not exist.", "Check the path.", kExitNoDriver},
+    {0x80070003, Subject::kAny, "ERROR_PATH_NOT_FOUND", "The folder does not exist.", "Check the path.", kExitNoDriver},
+    {0x80070005, Subject::kAny, "ERROR_ACCESS_DENIED", "Access was denied.", "Run zoctl as an administrator.",
+     kExitAccess},
+    {0x80070020, Subject::kAny, "ERROR_SHARING_VIOLATION", "Another process uses the file.",
+     "Close the program that uses it and try again.", kExitFailed},
+    {0x8007041B, Subject::kAny, "ERROR_DEPENDENT_SERVICES_RUNNING", "Other running services need the driver.",
+     "Stop them first.", kExitFailed},
+    {0x8007041C, Subject::kAny, "ERROR_INVALID_SERVICE_CONTROL", "The driver does not let itself be stopped.",
+     "Install it with --allow-unload and restart the system, or stop it by restarting the system.", kExitFailed},
+    {0x8007041D, Subject::kAny, "ERROR_SERVICE_REQUEST_TIMEOUT", "The service did not stop within 15 seconds.",
+     "Close the programs that use the driver (\"zoctl doctor\") and stop it again, or restart the system.",
+     kExitFailed},
+    {0x80070422, Subject::kAny, "ERROR_SERVICE_DISABLED", "The service is disabled.",
+     "Enable it with \"zoctl driver set-start demand\" and start it again.", kExitFailed},
+    {0x80070425, Subject::kAny, "ERROR_SERVICE_CANNOT_ACCEPT_CTRL", "The service takes no commands at the moment.",
+     "Wait until it has started or stopped, and try again.", kExitFailed},
+    {0x8007045A, Subject::kAny, "ERROR_DLL_INIT_FAILED", "The driver's file could not be loaded.",
+     "Check that the file of \"zoctl driver status\" exists and is a driver; install it again if not.", kExitFailed},
+    {0x80070430, Subject::kAny, "ERROR_SERVICE_MARKED_FOR_DELETE", "The service is about to be removed.",
+     "Close what holds it open (service consoles, the running driver), or restart the system, then install it again.",
+     kExitFailed},
+    {0x80070241, Subject::kAny, "ERROR_INVALID_IMAGE_HASH", "The system does not accept the driver's signature.",
+     "Use a driver that is signed for this system.", kExitFailed},
+    {0x800704C7, Subject::kAny, "ERROR_CANCELLED", "It was cancelled.", "Run it again when it is convenient.",
+     kExitCancelled},
+};
+
+}  // namespace
+
+std::span<const StatusRow> StatusTable() {
+    return kRows;
+}
+
+bool HasStatusRow(std::int32_t status) {
+    for (const StatusRow& row : kRows) {
+        if (row.value == zo::Bits(status)) return true;
+    }
+    return false;
+}
+
+StatusText DescribeStatus(std::int32_t status, Subject subject) {
+    const std::uint32_t bits = zo::Bits(status);
+    const std::string value = zo::Format("0x{:08X}", bits);
+    const StatusRow* found = nullptr;
+    for (const StatusRow& row : kRows) {
+        if (row.value != bits) continue;
+        if (row.subject == subject) {
+            found = &row;
+            break;
+        }
+        if (row.subject == Subject::kAny) found = &row;
+    }
+    if (found) return {found->name, value, found->meaning, found->advice, found->exitCode};
+    const std::string advice = "The diagnostic log (\"zoctl doctor\" tells where) may say more.";
+    if ((bits & 0xFFFF0000u) == 0x80070000u) {
+        return {zo::Format("HRESULT_FROM_WIN32({})", bits & 0xFFFFu), value, "The system reported an error.", advice,
+                kExitFailed};
+    }
+    return {"unnamed status", value, "The call failed.", advice, kExitFailed};
+}
+
+}  // namespace zoctl

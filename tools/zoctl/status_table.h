@@ -1,0 +1,49 @@
+#pragma once
+
+// Every status that the library returns, as people and scripts need it: its name, what it says, what to do next, and
+// the exit code that stands for it. The same status calls for different advice by what was being done, hence the
+// subject.
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "exit_codes.h"
+
+namespace zoctl {
+
+enum class Subject {
+    kAny,
+    kChannel,  // opening the driver's device
+    kRule,     // a command to the driver
+    kService,  // the driver's service
+    kUpgrade,  // the driver's file
+    kCopy,     // a copy made by the driver
+    kSigner,
+    kCrash,
+};
+
+struct StatusRow {
+    std::uint32_t value;
+    Subject subject;
+    const char* name;
+    const char* meaning;
+    const char* advice;
+    ExitCode exitCode;
+};
+
+struct StatusText {
+    std::string name;
+    std::string value;  // "0x80000006"
+    std::string meaning;
+    std::string advice;
+    ExitCode exitCode;
+};
+
+// The row of the subject if there is one, else that of kAny. A Win32 error without a row is named by its number; the
+// system's words for it are then the caller's to add.
+[[nodiscard]] StatusText DescribeStatus(std::int32_t status, Subject subject);
+[[nodiscard]] bool HasStatusRow(std::int32_t status);
+[[nodiscard]] std::span<const StatusRow> StatusTable();
+
+}  // namespace zoctl

@@ -1,0 +1,79 @@
+#include "text_table.h"
+
+#include <algorithm>
+
+#include "format.h"
+
+namespace zoctl {
+
+namespace {
+
+// What a terminal shows in about one cell each: code points, counted by their first bytes.
+std::size_t CodePoints(std::string_view utf8) {
+    return static_cast<std::size_t>(std::count_if(
+        utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0u) != 0x80u; }));
+}
+
+std::uint32_t DecodeAt(std::string_view utf8, std::size_t at, std::size_t& length) {
+    const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(utf8[i])); };
+    const std::uint32_t lead = byte(at);
+    length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (at + length > utf8.size()) length = utf8.size() - at;
+    if (length == 1) return lead;
+    std::uint32_t point = lead & (0xFFu >> (length + 1));
+    for (std::size_t i = 1; i < length; ++i)
+        point = (point << 6) | (byte(at + i) & 0x3Fu);
+    return point;
+}
+
+bool ReversesDirection(std::uint32_t point) {
+    return (point >= 0x200E && point <= 0x200F) || (point >= 0x202A && point <= 0x202E) ||
+           (point >= 0x2066 && point <= 0x2069);
+}
+
+}  // namespace
+
+std::string EscapeControls(std::string_view utf8) {
+    std::string text;
+    text.reserve(utf8.size());
+    for (std::size_t at = 0, length = 0; at < utf8.size(); at += length) {
+        const std::uint32_t point = DecodeAt(utf8, at, length);
+        if (point < 0x20 || point == 0x7F) {
+            text += zo::Format("\\x{:02X}", point);
+        } else if ((point >= 0x80 && point < 0xA0) || point == 0x2028 || point == 0x2029 || ReversesDirection(point)) {
+            text += zo::Format("\\u{:04X}", point);
+        } else {
+            text += utf8.substr(at, length);
+        }
+    }
+    return text;
+}
+
+std::string TextTable::Render() const {
+    std::vector<std::vector<std::string>> lines;
+    lines.push_back(headings_);
+    for (const auto& row : rows_) {
+        auto& cells = lines.emplace_back();
+        for (const std::string& cell : row)
+            cells.push_back(EscapeControls(cell));
+    }
+    std::vector<std::size_t> widths(headings_.size());
+    for (const auto& line : lines) {
+        for (std::size_t i = 0; i < line.size() && i < widths.size(); ++i) {
+            widths[i] = std::max(widths[i], CodePoints(line[i]));
+        }
+    }
+    std::string text;
+    for (const auto& line : lines) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            text += line[i];
+            if (i + 1 < line.size()) text.append(widths[i] - CodePoints(line[i]) + 2, ' ');
+        }
+        while (!text.empty() && text.back() == ' ')
+            text.pop_back();
+        text += '\n';
+    }
+    return text;
+}
+
+}  // namespace zoctl

@@ -1,0 +1,33 @@
+#pragma once
+
+// Text for people: tables in columns, and foreign text made safe to show. Pure.
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zoctl {
+
+// Control characters (a terminal would act on them, a reader would miss them) become \xNN or \u00NN text, line breaks
+// and tabs included; so do the characters that reverse the direction of text. The backslash itself stays as it is, for
+// paths are full of them.
+[[nodiscard]] std::string EscapeControls(std::string_view utf8);
+
+class TextTable {
+  public:
+    explicit TextTable(std::vector<std::string> headings) : headings_(std::move(headings)) {}
+
+    void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    [[nodiscard]] bool Empty() const { return rows_.empty(); }
+
+    // One line a row, cells escaped, the last column not padded.
+    [[nodiscard]] std::string Render() const;
+
+  private:
+    std::vector<std::string> headings_;
+    std::vector<std::vector<std::string>> rows_;
+};
+
+}  // namespace zoctl
