@@ -129,7 +129,8 @@ def make_triage(context, exception, stack, modules):
         struct.pack_into("<I", blob, entry + 0x88, 0x5F000000 + index)
         blob.extend(pad(struct.pack("<I", len(name) // 2) + name + b"\0\0", 8))
     strings = HEADER_SIZE + len(blob) - place["strings"]
-    add("end", END_MARK)
+    place["end"] = HEADER_SIZE + len(blob)
+    blob.extend(END_MARK)
     struct.pack_into("<18I", blob, 0, 0, HEADER_SIZE + len(blob), place["end"], place["context"], place["exception"],
                      0, 0, 0, 0, 0, place["stack"], len(stack), place["drivers"], len(modules), place["strings"],
                      strings, 0, 0xFFF)
