@@ -8,6 +8,7 @@
 #include <bcrypt.h>
 // clang-format on
 
+#include <atomic>
 #include <cstddef>
 #include <utility>
 
@@ -52,6 +53,29 @@ class Owned {
 
   private:
     Handle handle_ = Kind::None();
+};
+
+// A handle that any thread may read without a lock while another one replaces or closes it. Whoever replaces it takes
+// the old value out before closing it, so that no handle is closed twice; a reader that still holds the old value sees
+// its next call fail.
+template <typename Kind>
+class AtomicOwned {
+  public:
+    using Handle = typename Kind::Handle;
+
+    AtomicOwned() noexcept = default;
+    AtomicOwned(const AtomicOwned&) = delete;
+    AtomicOwned& operator=(const AtomicOwned&) = delete;
+    ~AtomicOwned() { Reset(); }
+
+    // Kind::None() while there is none.
+    [[nodiscard]] Handle Get() const noexcept { return handle_.load(); }
+    explicit operator bool() const noexcept { return Get() != Kind::None(); }
+
+    void Reset(Owned<Kind> next = Owned<Kind>()) noexcept { Owned<Kind>(handle_.exchange(next.Release())).Reset(); }
+
+  private:
+    std::atomic<Handle> handle_{Kind::None()};
 };
 
 // CreateFileW: failure is INVALID_HANDLE_VALUE.
