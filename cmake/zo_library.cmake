@@ -1,6 +1,6 @@
 # The DLL out of its rooms.
 
-set(zo_rooms base_core base sdk_log sdk_core sdk driver_service signer_core signer crash_report_core crash_report)
+set(zo_rooms base_core base sdk_log_core sdk_log sdk_core sdk driver_service signer_core signer crash_report_core crash_report)
 add_library(ZoProtectorLib SHARED "${CMAKE_BINARY_DIR}/zoprotector_version.rc")
 add_library(ZoProtectorLib::ZoProtectorLib ALIAS ZoProtectorLib)
 foreach(room ${zo_rooms})

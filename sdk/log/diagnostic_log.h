@@ -1,0 +1,39 @@
+#pragma once
+
+// The diagnostic log of the driver SDK: one UTF-8 file a day in the user's temporary folder, every line also sent to
+// the debugger. It is set up by the first ZoProtector_Initialize of the process; lines before that are dropped. No
+// failure of the log is reported to anybody: a log that stopped its caller would do more harm than a lost line.
+//
+// The crash reporter and the signer do not write here; they report through their callers' callbacks.
+
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+#include "format.h"
+
+namespace zop {
+
+inline constexpr std::uint32_t kLogError = 0;
+inline constexpr std::uint32_t kLogWarning = 1;
+inline constexpr std::uint32_t kLogInfo = 2;
+inline constexpr std::uint32_t kLogDebug = 3;
+
+// Finds and makes the log directory and deletes files that were last written more than seven days ago. Only the first
+// call of a process does anything. Not for concurrent calls: ZoProtector_Initialize calls it under the SDK lock.
+void ZopLogInit();
+
+// Writes one line, from any thread. message is UTF-8 and needs no line end.
+void ZopLogWrite(std::uint32_t level, std::string_view message);
+
+// Closes the file; the next line opens it again. Takes no lock, so that it also works at process exit, when a thread
+// that was ended may have held the log lock: a line that is being written at that moment may be lost.
+void ZopLogClose() noexcept;
+
+// Wide text is converted by the caller (ZopWideToUtf8).
+template <typename... Args>
+void ZopLogFormat(std::uint32_t level, zo::FormatString<Args...> format, Args&&... args) {
+    ZopLogWrite(level, zo::Format(format, std::forward<Args>(args)...));
+}
+
+}  // namespace zop
