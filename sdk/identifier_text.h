@@ -1,0 +1,19 @@
+#pragma once
+
+// Identifiers that devices give as padded ASCII text. Pure.
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace zop {
+
+// The text from offset up to its terminator or the end of the bytes, without the blanks around it.
+[[nodiscard]] std::string_view TextAt(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
+
+// The serial number that a storage device descriptor names. returned counts the bytes of it that the device filled; the
+// rest of the buffer is zero. Empty when there is none.
+[[nodiscard]] std::string_view SerialOfDescriptor(std::span<const std::uint8_t> buffer, std::size_t returned) noexcept;
+
+}  // namespace zop

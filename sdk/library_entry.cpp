@@ -1,0 +1,22 @@
+// What happens when the library is loaded and unloaded.
+
+#include <windows.h>
+
+#include "channel.h"
+#include "diagnostic_log.h"
+#include "zoprotector.h"
+
+BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);
+
+BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID /*reserved*/) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        DisableThreadLibraryCalls(module);
+    } else if (reason == DLL_PROCESS_DETACH) {
+        // At the end of the process the other threads are gone already, wherever they stood. The SDK lock and the log
+        // lock may be theirs for ever; as critical sections they let the last thread through.
+        if (zop::ZopIsInitialized()) ZoProtector_Uninitialize();
+        // A failed initialisation, or a line written since, may have left the file open.
+        zop::ZopLogClose();
+    }
+    return TRUE;
+}
