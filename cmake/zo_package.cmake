@@ -1,0 +1,43 @@
+# What `cmake --install` puts where, and how others find it: a CMake package and a pkg-config file, both relocatable.
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS ZoProtectorLib EXPORT ZoProtectorLibTargets
+        RUNTIME DESTINATION bin LIBRARY DESTINATION lib ARCHIVE DESTINATION lib)
+install(EXPORT ZoProtectorLibTargets NAMESPACE ZoProtectorLib:: DESTINATION lib/cmake/ZoProtectorLib)
+install(FILES sdk/include/zoprotector.h sdk/include/zoprotector_status.h sdk/include/driver_records.h
+              signer/include/zosigner.h crash_report/include/zocrashreport.h
+        DESTINATION include)
+install(FILES README.md CHANGELOG.md DESTINATION share/doc/ZoProtectorLib)
+install(DIRECTORY docs/ DESTINATION share/doc/ZoProtectorLib/docs FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
+
+if(MINGW)
+    # GNU linkers take lib/libZoProtectorLib.dll.a. Those of MSVC want an import library of their own kind.
+    set(zo_def "${CMAKE_BINARY_DIR}/lib/ZoProtectorLib.def")
+    set(zo_msvc_import_library "${CMAKE_BINARY_DIR}/lib/ZoProtectorLib.lib")
+    target_link_options(ZoProtectorLib PRIVATE "-Wl,--output-def,${zo_def}")
+    find_program(ZO_LLD_LINK NAMES lld-link-19 lld-link)
+    if(ZO_LLD_LINK)
+        set(make_library "${ZO_LLD_LINK}" /lib /machine:x64 "/def:${zo_def}" "/out:${zo_msvc_import_library}" /name:ZoProtectorLib.dll)
+    else()
+        set(make_library "${CMAKE_DLLTOOL}" -m i386:x86-64 -d "${zo_def}" -D ZoProtectorLib.dll -l "${zo_msvc_import_library}")
+    endif()
+    add_custom_command(TARGET ZoProtectorLib POST_BUILD COMMAND ${make_library} VERBATIM
+                       BYPRODUCTS "${zo_def}" "${zo_msvc_import_library}")
+    install(FILES "${zo_msvc_import_library}" DESTINATION lib)
+endif()
+
+configure_package_config_file(cmake/ZoProtectorLibConfig.cmake.in "${CMAKE_BINARY_DIR}/ZoProtectorLibConfig.cmake"
+                              INSTALL_DESTINATION lib/cmake/ZoProtectorLib)
+write_basic_package_version_file("${CMAKE_BINARY_DIR}/ZoProtectorLibConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+install(FILES "${CMAKE_BINARY_DIR}/ZoProtectorLibConfig.cmake" "${CMAKE_BINARY_DIR}/ZoProtectorLibConfigVersion.cmake"
+        DESTINATION lib/cmake/ZoProtectorLib)
+
+configure_file(cmake/zoprotectorlib.pc.in "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" @ONLY)
+install(FILES "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" DESTINATION lib/pkgconfig)
+
+foreach(program zoctl)
+    if(TARGET ${program})
+        install(TARGETS ${program} RUNTIME DESTINATION bin)
+    endif()
+endforeach()
