@@ -32,6 +32,13 @@ FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes) {
     return {Step::kRead, error};
 }
 
+std::uint32_t WriteWhole(void* file, std::string_view bytes) {
+    if (bytes.size() > std::numeric_limits<DWORD>::max()) return ERROR_FILE_TOO_LARGE;
+    DWORD written = 0;
+    if (!WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) return GetLastError();
+    return written == bytes.size() ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
+}
+
 void CreateDirectories(const std::filesystem::path& folder) {
     if (folder.empty()) return;
     std::error_code error;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace zo {
 
@@ -20,6 +21,9 @@ struct FileReadResult {
 // GENERIC_READ, shared for reading, one read of the file's whole size. A file that shrinks in between is a failed read.
 // Files of 4 GiB and more are refused as a failed read (ERROR_FILE_TOO_LARGE).
 [[nodiscard]] FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes);
+
+// One write of all the bytes to an open file (a HANDLE). Gives the Win32 error, 0 when done; writing less is a failure.
+[[nodiscard]] std::uint32_t WriteWhole(void* file, std::string_view bytes);
 
 // Makes the folder and every missing ancestor; an empty path is nothing to make. Raises
 // std::filesystem::filesystem_error("create_directories", ...) when that fails.

@@ -18,6 +18,9 @@ void AppendHex(std::string& text, std::span<const std::uint8_t> bytes, HexCase h
 
 [[nodiscard]] std::string ToHex(std::span<const std::uint8_t> bytes, HexCase hexCase = HexCase::kLower);
 
+// Whether DecodeHex would accept the text, at a small part of its cost.
+[[nodiscard]] bool IsHex(std::string_view text) noexcept;
+
 // Both cases are accepted. False, with an empty result, for an odd number of digits or any other character; the empty
 // text decodes to nothing and is accepted.
 [[nodiscard]] bool DecodeHex(std::string_view text, std::vector<std::uint8_t>& bytes);

@@ -1,0 +1,44 @@
+#pragma once
+
+// The key pair of a keystore folder: where its two files are, how they are made, loaded and replaced, and how a key is
+// told by its thumbprint. What is signed with it is not decided here.
+
+#include <cstdint>
+#include <span>
+
+#include "manifest_text.h"
+#include "owned_handles.h"
+#include "report.h"
+
+namespace zosigner {
+
+// One operation's key. The RSA provider is opened by the first routine that needs it. A failed import leaves no key.
+class SigningKey {
+  public:
+    [[nodiscard]] BCRYPT_KEY_HANDLE Get() const { return key_.Get(); }
+
+    // The private key of the keystore. False without a word when there is none.
+    [[nodiscard]] bool LoadForSigning(const wchar_t* keystore, const Report& report);
+    // The public key, or the private one where there is no public file; a public file that does not import is final.
+    [[nodiscard]] bool LoadForVerification(const wchar_t* keystore, const Report& report);
+    // Loads the private key, or makes and saves a fresh pair where there is none that imports.
+    [[nodiscard]] std::int32_t Ensure(const wchar_t* keystore, const Report& report);
+    // A key of the caller's. Where a public key is wanted, a full private one does as well.
+    [[nodiscard]] std::int32_t ImportBlob(std::span<const std::uint8_t> blob, bool isPrivate, const Report& report);
+
+    // A fresh pair; gives an NTSTATUS.
+    [[nodiscard]] std::int32_t Generate();
+    [[nodiscard]] bool Save(const wchar_t* keystore, const Report& report) const;
+
+    // SHA-256 of the public blob; all zero when it cannot be taken, which matches no real thumbprint.
+    [[nodiscard]] Thumbprint PublicThumbprint() const;
+
+  private:
+    [[nodiscard]] std::int32_t OpenProvider();
+    [[nodiscard]] std::int32_t Import(const wchar_t* blobType, std::span<const std::uint8_t> blob);
+
+    zo::OwnedAlgorithm provider_;
+    zo::OwnedCryptoKey key_;  // destroyed before its provider
+};
+
+}  // namespace zosigner

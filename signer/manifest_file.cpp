@@ -1,0 +1,98 @@
+#include "manifest_file.h"
+
+#include <filesystem>
+#include <string_view>
+#include <vector>
+
+#include "cng.h"
+#include "errors.h"
+#include "files.h"
+#include "owned_handles.h"
+#include "tree_path.h"
+
+namespace zosigner {
+
+namespace {
+
+// The digest that the whole-file signature is made over. The pieces are hashed where they are: joining them would take
+// the memory of a second manifest. Gives an NTSTATUS.
+std::int32_t HashSignedText(std::string_view magicLine, std::string_view body, zo::Sha256Digest& digest) {
+    zo::Hasher hasher;
+    if (const std::int32_t status = hasher.Open(BCRYPT_SHA256_ALGORITHM); status < 0) return status;
+    for (const std::string_view piece : {magicLine, body}) {
+        if (const std::int32_t status = hasher.Update(piece.data(), piece.size()); status < 0) return status;
+    }
+    return hasher.Finish(digest);
+}
+
+std::int32_t BadManifest(const Report& report, const std::string& fault) {
+    report.Error("{}", fault);
+    return ZOSIG_E_BAD_MANIFEST;
+}
+
+std::int32_t ReadBytes(const wchar_t* path, const Report& report, std::string& bytes) {
+    const zo::FileReadResult read = zo::ReadWholeFile(LongForm(path).c_str(), bytes);
+    if (read) return zo::kOk;
+    if (read.failedAt == zo::FileReadResult::Step::kOpen) {
+        report.Error("Open manifest -> Win32 {}", read.error);
+    } else {
+        report.Error("Read manifest -> Win32 {}", read.error);
+    }
+    return zo::HresultFromWin32(read.error);
+}
+
+}  // namespace
+
+bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key, const Report& report) {
+    const std::string body = BuildBody(manifest);
+    zo::Sha256Digest digest{};
+    if (const std::int32_t status = HashSignedText(kMagicLine, body, digest); status < 0) {
+        report.Error("hash manifest -> 0x{:08X}", zo::Bits(status));
+        return false;
+    }
+    std::vector<std::uint8_t> signature;
+    if (const std::int32_t status = zo::SignDigest(key.Get(), digest, signature); status < 0) {
+        report.Error("sign manifest -> 0x{:08X}", zo::Bits(status));
+        return false;
+    }
+
+    zo::CreateDirectories(std::filesystem::path(path).parent_path());
+    const zo::OwnedFile file(
+        CreateFileW(LongForm(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) {
+        report.Error("Create manifest -> Win32 {}", GetLastError());
+        return false;
+    }
+    const std::string signatureLine = SignatureLine(signature);
+    for (const std::string_view piece : {kMagicLine, std::string_view(signatureLine), std::string_view(body)}) {
+        if (const std::uint32_t error = zo::WriteWhole(file.Get(), piece); error != ERROR_SUCCESS) {
+            report.Error("Write manifest -> Win32 {}", error);
+            return false;
+        }
+    }
+    return true;
+}
+
+std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, const Report& report, ManifestFile& manifest) {
+    if (const std::int32_t status = ReadBytes(path, report, manifest.bytes); status < 0) return status;
+
+    SignedText parts;
+    if (const std::string fault = SplitSignedText(manifest.bytes, parts); !fault.empty()) {
+        return BadManifest(report, fault);
+    }
+    zo::Sha256Digest digest{};
+    if (const std::int32_t status = HashSignedText(parts.magicLine, parts.body, digest); status < 0) {
+        report.Error("hash manifest for verify -> 0x{:08X}", zo::Bits(status));
+        return zo::HresultFromNtStatus(status);
+    }
+    if (const std::int32_t status = zo::VerifyDigest(key.Get(), digest, parts.signature); status < 0) {
+        report.Error("manifest body has been tampered with (MSIG verify -> 0x{:08X})", zo::Bits(status));
+        return ZOSIG_E_TAMPERED;
+    }
+    if (const std::string fault = ParseBody(parts.body, manifest.tree); !fault.empty()) {
+        return BadManifest(report, fault);
+    }
+    return zo::kOk;
+}
+
+}  // namespace zosigner

@@ -1,0 +1,27 @@
+#pragma once
+
+// A manifest as a file: hashed, signed and written, or read and verified before anything in it is believed.
+
+#include <cstdint>
+#include <string>
+
+#include "key_store.h"
+#include "manifest_text.h"
+#include "report.h"
+
+namespace zosigner {
+
+// False when it could not be signed or written; a file that was begun stays as far as it came.
+[[nodiscard]] bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key,
+                                 const Report& report);
+
+// The bytes of the file stay with their parsed form, which points into them.
+struct ManifestFile {
+    std::string bytes;
+    ListedTree tree;
+};
+
+[[nodiscard]] std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, const Report& report,
+                                        ManifestFile& manifest);
+
+}  // namespace zosigner

@@ -1,0 +1,181 @@
+#include "manifest_text.h"
+
+#include <cstddef>
+#include <limits>
+
+#include "format.h"
+#include "hex.h"
+
+namespace zosigner {
+
+namespace {
+
+constexpr std::string_view kAlgorithm = "RSA-2048-PKCS1-SHA256";
+constexpr std::string_view kHeaderEnd = "----";
+
+// Lines end at line feeds; one carriage return before it belongs to the line end. The last line may lack its end.
+class Lines {
+  public:
+    explicit Lines(std::string_view text) : rest_(text) {}
+
+    [[nodiscard]] bool Next(std::string_view& line) {
+        if (rest_.empty()) return false;
+        const std::size_t end = rest_.find('\n');
+        line = rest_.substr(0, end);
+        rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        return true;
+    }
+
+    [[nodiscard]] std::string_view Rest() const { return rest_; }
+
+  private:
+    std::string_view rest_;
+};
+
+// Gives the value of a line that begins with the key.
+bool TakeValue(std::string_view line, std::string_view key, std::string_view& value) {
+    if (!line.starts_with(key)) return false;
+    value = line.substr(key.size());
+    return true;
+}
+
+// Digits up to the first other character; none is 0, and what does not fit is the largest number.
+std::uint64_t Number(std::string_view text) {
+    constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t number = 0;
+    for (const char character : text) {
+        if (character < '0' || character > '9') break;
+        const auto digit = static_cast<std::uint64_t>(character - '0');
+        if (number > (kLargest - digit) / 10) return kLargest;
+        number = number * 10 + digit;
+    }
+    return number;
+}
+
+std::string ParseHeader(Lines& lines, ListedTree& tree) {
+    std::string_view line;
+    while (lines.Next(line)) {
+        if (line == kHeaderEnd) return {};
+        std::string_view value;
+        if (TakeValue(line, "ALG ", value)) {
+            if (value != kAlgorithm) return "unsupported algorithm in manifest";
+        } else if (TakeValue(line, "ROOT ", value)) {
+            tree.root = value;
+        } else if (TakeValue(line, "PUB ", value)) {
+            if (!zo::DecodeHexExactly(value, tree.thumbprint)) return "bad PUB thumbprint in manifest";
+        } else if (TakeValue(line, "TIME ", value)) {
+            tree.time = Number(value);
+        }
+        // Anything else is for people or for later writers, COUNT included.
+    }
+    return "manifest header not terminated";
+}
+
+// "D S path" or "D O path". Anything else that begins like a directory is refused: a seal that the reader does not
+// understand must not be lost without a word.
+bool ParseDirectory(std::string_view line, ListedDirectory& directory) {
+    constexpr std::size_t kFlag = 2;
+    constexpr std::size_t kPath = 4;
+    if (line.size() <= kPath || line[kFlag + 1] != ' ') return false;
+    if (line[kFlag] != 'S' && line[kFlag] != 'O') return false;
+    directory = {line.substr(kPath), line[kFlag] == 'S'};
+    return true;
+}
+
+// The three lines after an F line belong to it by position, whatever they hold.
+std::string ParseAttributes(Lines& lines, ListedEntry& entry) {
+    constexpr int kAttributeLines = 3;
+    constexpr std::size_t kDigestDigits = 64;
+    std::string_view line;
+    for (int i = 0; i < kAttributeLines && lines.Next(line); ++i) {
+        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+        std::string_view value;
+        if (TakeValue(line, "SIZE ", value)) {
+            entry.size = Number(value);
+        } else if (TakeValue(line, "HASH ", value)) {
+            if (value.size() != kDigestDigits || !zo::IsHex(value)) return zo::Format("bad HASH for {}", entry.path);
+            entry.digest = value;
+        } else if (TakeValue(line, "SIG  ", value)) {
+            if (!zo::IsHex(value)) return zo::Format("bad SIG for {}", entry.path);
+            entry.signature = value;
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string BuildBody(const Manifest& manifest) {
+    constexpr std::size_t kTextPerEntry = 640;  // signature and digest in hexadecimal, keys, line ends
+    std::size_t size = kTextPerEntry + manifest.root.size();
+    for (const ManifestDirectory& directory : manifest.directories)
+        size += directory.path.size() + 5;
+    for (const ManifestEntry& entry : manifest.entries) {
+        size += entry.path.size() + (entry.anchor ? 3 : kTextPerEntry);
+    }
+    std::string body;
+    body.reserve(size);
+
+    body += zo::Format("ALG {}\nROOT {}\nPUB {}\nTIME {}\nCOUNT {}\n{}\n", kAlgorithm, manifest.root,
+                       zo::ToHex(manifest.thumbprint), manifest.time, manifest.entries.size(), kHeaderEnd);
+    for (const ManifestDirectory& directory : manifest.directories) {
+        body += directory.sealed ? "D S " : "D O ";
+        body += directory.path;
+        body += '\n';
+    }
+    for (const ManifestEntry& entry : manifest.entries) {
+        body += entry.anchor ? "K " : "F ";
+        body += entry.path;
+        body += '\n';
+        if (entry.anchor) continue;
+        body += "  SIZE ";
+        body += std::to_string(entry.size);
+        body += "\n  HASH ";
+        zo::AppendHex(body, entry.digest);
+        body += "\n  SIG  ";
+        zo::AppendHex(body, entry.signature);
+        body += '\n';
+    }
+    return body;
+}
+
+std::string SignatureLine(const std::vector<std::uint8_t>& signature) {
+    return "MSIG " + zo::ToHex(signature) + '\n';
+}
+
+std::string SplitSignedText(std::string_view file, SignedText& parts) {
+    Lines lines(file);
+    std::string_view line;
+    if (!lines.Next(line) || line != kMagicLine.substr(0, kMagicLine.size() - 1)) return "manifest magic mismatch";
+    parts.magicLine = file.substr(0, file.size() - lines.Rest().size());
+
+    std::string_view signature;
+    if (!lines.Next(line) || !TakeValue(line, "MSIG ", signature)) return "manifest header missing MSIG line";
+    if (!zo::DecodeHex(signature, parts.signature) || parts.signature.empty()) return "bad MSIG hex in manifest";
+    parts.body = lines.Rest();
+    return {};
+}
+
+std::string ParseBody(std::string_view body, ListedTree& tree) {
+    Lines lines(body);
+    if (std::string fault = ParseHeader(lines, tree); !fault.empty()) return fault;
+
+    std::string_view line;
+    while (lines.Next(line)) {
+        std::string_view path;
+        if (line.starts_with("D ")) {
+            if (!ParseDirectory(line, tree.directories.emplace_back())) return "bad directory line in manifest";
+        } else if (TakeValue(line, "K ", path)) {
+            tree.entries.push_back({.path = path, .anchor = true});
+        } else if (TakeValue(line, "F ", path)) {
+            if (std::string fault = ParseAttributes(lines, tree.entries.emplace_back(ListedEntry{.path = path}));
+                !fault.empty()) {
+                return fault;
+            }
+        }
+    }
+    return {};
+}
+
+}  // namespace zosigner

@@ -1,0 +1,89 @@
+#pragma once
+
+// The text of a manifest: building the part below its signature, and taking a manifest apart. Pure: bytes in, values
+// out. Hashing, signing and files are the business of manifest_file.h.
+//
+// What is read stays in the buffer that it was read into: the parsed manifest is made of views, and digests and
+// signatures stay hexadecimal text, checked but not decoded, until their file is verified. That keeps the memory of a
+// verification near the size of its manifest.
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zosigner {
+
+using Thumbprint = std::array<std::uint8_t, 32>;
+
+inline constexpr std::string_view kMagicLine = "ZOSIG1\n";
+
+// The tree's root among the directories.
+inline constexpr std::string_view kRootDirectory = ".";
+
+// ---- Writing
+
+struct ManifestDirectory {
+    std::string path;  // UTF-8, relative to the root, separated by "/"
+    bool sealed = true;
+};
+
+struct ManifestEntry {
+    std::string path;
+    std::uint64_t size = 0;
+    std::array<std::uint8_t, 32> digest{};
+    std::vector<std::uint8_t> signature;
+    bool anchor = false;  // a shortcut: it has to be there, with whatever contents
+};
+
+struct Manifest {
+    std::string root;  // UTF-8; for people, never used for checking
+    Thumbprint thumbprint{};
+    std::uint64_t time = 0;  // FILETIME
+    std::vector<ManifestDirectory> directories;
+    std::vector<ManifestEntry> entries;
+};
+
+// Everything below the signature line.
+[[nodiscard]] std::string BuildBody(const Manifest& manifest);
+
+// The signature line with its line feed.
+[[nodiscard]] std::string SignatureLine(const std::vector<std::uint8_t>& signature);
+
+// ---- Reading
+
+// A manifest split at its signature line. The signature covers the magic line and the body, joined.
+struct SignedText {
+    std::string_view magicLine;  // with its line end
+    std::vector<std::uint8_t> signature;
+    std::string_view body;
+};
+
+struct ListedDirectory {
+    std::string_view path;
+    bool sealed = false;
+};
+
+struct ListedEntry {
+    std::string_view path;
+    std::string_view digest{};     // 64 hexadecimal digits, or empty where the manifest gives none
+    std::string_view signature{};  // an even number of hexadecimal digits, or empty
+    std::uint64_t size = 0;
+    bool anchor = false;
+};
+
+struct ListedTree {
+    std::string_view root;
+    Thumbprint thumbprint{};  // zero where the manifest names none
+    std::uint64_t time = 0;
+    std::vector<ListedDirectory> directories;
+    std::vector<ListedEntry> entries;
+};
+
+// Both give the message of the first fault found, or an empty text when there is none. The results are views into the
+// text that was passed in. ParseBody is for a body whose signature has been verified.
+[[nodiscard]] std::string SplitSignedText(std::string_view file, SignedText& parts);
+[[nodiscard]] std::string ParseBody(std::string_view body, ListedTree& tree);
+
+}  // namespace zosigner

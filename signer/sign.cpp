@@ -1,0 +1,119 @@
+// Sealing a tree: walk, hash and sign each file, write the signed manifest.
+
+#include <algorithm>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "cng.h"
+#include "directory_listing.h"
+#include "error_text.h"
+#include "errors.h"
+#include "file_hash.h"
+#include "key_store.h"
+#include "manifest_file.h"
+#include "report.h"
+#include "tree_path.h"
+#include "walk.h"
+#include "zosigner.h"
+
+namespace zosigner {
+
+namespace {
+
+bool HasBlob(const ZoSignerSignOptions& options) {
+    return options.keyBlob != nullptr && options.keyBlobSize != 0;
+}
+
+std::int32_t CheckOptions(const ZoSignerSignOptions* options) {
+    if (options == nullptr || options->root == nullptr || options->manifest == nullptr) return zo::kInvalidArgument;
+    const bool hasKeystore = options->keystore != nullptr && options->keystore[0] != L'\0';
+    return hasKeystore || HasBlob(*options) ? zo::kOk : zo::kInvalidArgument;
+}
+
+std::uint64_t Now() {
+    FILETIME time{};
+    GetSystemTimeAsFileTime(&time);
+    return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+// Signs what can be read and drops the rest from the list. Gives the number of files signed.
+std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Report& report,
+                          std::vector<ManifestEntry>& entries) {
+    FileHasher hasher;
+    std::uint32_t signedFiles = 0;
+    for (ManifestEntry& entry : entries) {
+        if (entry.anchor) continue;
+        if (const std::int32_t status = hasher.Hash(root.Long(entry.path).c_str(), entry.digest); status < 0) {
+            report.Warning("hash '{}' -> 0x{:08X} (skipped)", root.Shown(entry.path), zo::Bits(status));
+        } else if (const std::int32_t failure = zo::SignDigest(key.Get(), entry.digest, entry.signature); failure < 0) {
+            report.Warning("sign '{}' -> 0x{:08X} (skipped)", root.Shown(entry.path), zo::Bits(failure));
+        } else {
+            ++signedFiles;
+        }
+    }
+    std::erase_if(entries, [](const ManifestEntry& entry) { return !entry.anchor && entry.signature.empty(); });
+    return signedFiles;
+}
+
+template <typename List, typename Predicate>
+std::uint32_t Count(const List& list, Predicate predicate) {
+    return static_cast<std::uint32_t>(std::count_if(list.begin(), list.end(), predicate));
+}
+
+std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result) {
+    const Report report(options.logCallback, options.logContext);
+    SigningKey key;
+    const std::int32_t keyStatus = HasBlob(options)
+                                       ? key.ImportBlob(std::span(options.keyBlob, options.keyBlobSize), true, report)
+                                       : key.Ensure(options.keystore, report);
+    if (keyStatus < 0) return keyStatus;
+
+    TreeRoot root;
+    if (const std::uint32_t error = root.Resolve(options.root); error != ERROR_SUCCESS) {
+        report.Error("resolve root: {}", zo::ErrorText(error));
+        return zo::kInvalidArgument;
+    }
+    Manifest manifest;
+    manifest.root = root.Shown();
+    manifest.thumbprint = key.PublicThumbprint();
+    manifest.time = Now();
+
+    report.Info("Walking '{}' ...", root.Shown());
+    const FileIdentity manifestFile(LongForm(options.manifest).c_str());
+    if (!Walk(root, manifestFile, report, manifest.directories, manifest.entries)) return zo::kFail;
+    if (const std::int32_t status =
+            DecideSeals(options.sealMode, options.sealCallback, options.sealContext, manifest.directories);
+        status < 0) {
+        return status;
+    }
+    const std::uint32_t sealed =
+        Count(manifest.directories, [](const ManifestDirectory& directory) { return directory.sealed; });
+    report.Info("Found {} files, {} directories ({} sealed). Signing...", manifest.entries.size(),
+                manifest.directories.size(), sealed);
+
+    const std::uint32_t signedFiles = SignEntries(root, key, report, manifest.entries);
+    const std::uint32_t anchored = Count(manifest.entries, [](const ManifestEntry& entry) { return entry.anchor; });
+    if (!WriteManifest(options.manifest, manifest, key, report)) return zo::kFail;
+    report.Info("Signed {} files, anchored {} shortcut(s) -> {}", signedFiles, anchored,
+                zo::Utf8FromWide(options.manifest));
+
+    if (result != nullptr) {
+        result->entries = static_cast<std::uint32_t>(manifest.entries.size());
+        result->signedOrAnchored = signedFiles + anchored;
+        result->directories = static_cast<std::uint32_t>(manifest.directories.size());
+        result->sealedDirectories = sealed;
+        std::ranges::copy(manifest.thumbprint, result->thumbprint);
+    }
+    return zo::kOk;
+}
+
+}  // namespace
+
+}  // namespace zosigner
+
+extern "C" int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSignerSignResult* result) {
+    if (const std::int32_t status = zosigner::CheckOptions(options); status < 0) return status;
+    if (result != nullptr) *result = {};
+    return zosigner::Sign(*options, result);
+}

@@ -1,0 +1,88 @@
+#include "tree_path.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "manifest_text.h"
+#include "text.h"
+
+namespace zosigner {
+
+namespace {
+
+// Gives the Win32 error, 0 when done.
+std::uint32_t FullPath(const wchar_t* path, std::wstring& full) {
+    DWORD units = MAX_PATH;
+    for (;;) {
+        full.resize(units);
+        SetLastError(ERROR_SUCCESS);
+        const DWORD length = GetFullPathNameW(path, units, full.data(), nullptr);
+        if (length == 0) {
+            // The empty path fails without an error of its own on some systems.
+            const DWORD error = GetLastError();
+            return error != ERROR_SUCCESS ? error : ERROR_INVALID_NAME;
+        }
+        full.resize(std::min(length, units));
+        if (length < units) return ERROR_SUCCESS;
+        units = length;  // this time with room for the terminator
+    }
+}
+
+std::wstring WithLongPrefix(std::wstring_view full) {
+    if (full.starts_with(LR"(\\?\)") || full.starts_with(LR"(\\.\)")) return std::wstring(full);
+    if (full.starts_with(LR"(\\)")) return LR"(\\?\UNC\)" + std::wstring(full.substr(2));
+    return LR"(\\?\)" + std::wstring(full);
+}
+
+template <typename Character>
+bool EndsInSeparator(std::basic_string_view<Character> path) {
+    return path.ends_with(Character{'\\'}) || path.ends_with(Character{'/'});
+}
+
+}  // namespace
+
+std::wstring LongForm(const wchar_t* path) {
+    std::wstring full;
+    return FullPath(path, full) == ERROR_SUCCESS ? WithLongPrefix(full) : std::wstring(path);
+}
+
+std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {
+    std::wstring path(folder);
+    if (!folder.empty() && !EndsInSeparator(folder)) path += L'\\';
+    path += name;
+    return path;
+}
+
+std::string JoinRelative(std::string_view directory, std::string_view name) {
+    if (directory == kRootDirectory) return std::string(name);
+    std::string path(directory);
+    path += '/';
+    path += name;
+    return path;
+}
+
+std::uint32_t TreeRoot::Resolve(const wchar_t* folder) {
+    std::wstring full;
+    if (const std::uint32_t error = FullPath(folder, full); error != ERROR_SUCCESS) return error;
+    shown_ = zo::Utf8FromWide(full);
+    long_ = WithLongPrefix(full);
+    return ERROR_SUCCESS;
+}
+
+std::string TreeRoot::Shown(std::string_view relative) const {
+    std::string path = shown_;
+    if (!EndsInSeparator(std::string_view(path))) path += '\\';
+    path += relative;
+    std::replace(path.end() - static_cast<std::ptrdiff_t>(relative.size()), path.end(), '/', '\\');
+    return path;
+}
+
+std::wstring TreeRoot::Long(std::string_view relative) const {
+    if (relative == kRootDirectory) return long_;
+    std::wstring name = zo::WideFromUtf8(relative);
+    std::replace(name.begin(), name.end(), L'/', L'\\');
+    return JoinPath(long_, name);
+}
+
+}  // namespace zosigner

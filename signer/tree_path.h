@@ -1,0 +1,40 @@
+#pragma once
+
+// The three spellings of a path: the platform's long form ("\\?\C:\..."), by which everything is opened, so that no
+// length limit holds and trailing dots and blanks stay part of a name; the ordinary form, which messages show; and the
+// relative form of manifests, UTF-8 with "/".
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace zosigner {
+
+// Absolute, with the long-path prefix. A path that the platform cannot resolve comes back as it is, so that opening it
+// gives the error.
+[[nodiscard]] std::wstring LongForm(const wchar_t* path);
+
+// The folder's path and the name with one separator between them.
+[[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name);
+
+// The relative path of an item in a directory of a manifest, whose root is ".".
+[[nodiscard]] std::string JoinRelative(std::string_view directory, std::string_view name);
+
+class TreeRoot {
+  public:
+    // Makes the folder absolute. Gives the Win32 error, 0 when done.
+    [[nodiscard]] std::uint32_t Resolve(const wchar_t* folder);
+
+    // UTF-8, as resolved.
+    [[nodiscard]] const std::string& Shown() const { return shown_; }
+    // The ordinary full path of what a relative path names.
+    [[nodiscard]] std::string Shown(std::string_view relative) const;
+    // The same in long form; "." is the root itself.
+    [[nodiscard]] std::wstring Long(std::string_view relative) const;
+
+  private:
+    std::string shown_;
+    std::wstring long_;
+};
+
+}  // namespace zosigner

@@ -1,0 +1,206 @@
+// Checking a tree against its manifest: every listed file's digest and signature, every anchor's presence, and nothing
+// unlisted in a sealed directory.
+
+#include <algorithm>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <system_error>
+#include <unordered_set>
+#include <vector>
+
+#include "cng.h"
+#include "directory_listing.h"
+#include "embedded_key.h"
+#include "error_text.h"
+#include "errors.h"
+#include "file_hash.h"
+#include "hex.h"
+#include "key_store.h"
+#include "manifest_file.h"
+#include "report.h"
+#include "tree_path.h"
+#include "zosigner.h"
+
+namespace zosigner {
+
+namespace {
+
+bool HasBlob(const ZoSignerVerifyOptions& options) {
+    return options.keyBlob != nullptr && options.keyBlobSize != 0;
+}
+
+std::int32_t LoadKey(const ZoSignerVerifyOptions& options, const Report& report, SigningKey& key) {
+    if (HasBlob(options)) return key.ImportBlob(std::span(options.keyBlob, options.keyBlobSize), false, report);
+    if (key.LoadForVerification(options.keystore, report)) return zo::kOk;
+    report.Error("cannot load public key from '{}'", zo::Utf8FromWide(options.keystore));
+    return ZOSIG_E_NO_KEY;
+}
+
+class Verifier {
+  public:
+    Verifier(const TreeRoot& root, const ListedTree& tree, const FileIdentity& manifestFile, const SigningKey& key,
+             const Report& report)
+        : root_(root), tree_(tree), manifestFile_(manifestFile), key_(key), report_(report) {}
+
+    // Fills all of the result but the thumbprint.
+    void Run(ZoSignerVerifyResult& result) {
+        for (const ListedEntry& entry : tree_.entries) {
+            ++(result.*(entry.anchor ? CheckAnchor(entry) : CheckFile(entry)));
+        }
+        CollectListed();
+        for (const ListedDirectory& directory : tree_.directories) {
+            if (directory.sealed) result.extra += CountExtra(directory.path);
+        }
+        result.directories = static_cast<std::uint32_t>(tree_.directories.size());
+    }
+
+  private:
+    using Counter = std::uint32_t ZoSignerVerifyResult::*;
+
+    [[nodiscard]] Counter CheckAnchor(const ListedEntry& entry) const {
+        const DWORD attributes = GetFileAttributesW(root_.Long(entry.path).c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+            return &ZoSignerVerifyResult::ok;
+        }
+        report_.Warning("[MISS] shortcut anchor: {}", root_.Shown(entry.path));
+        return &ZoSignerVerifyResult::missing;
+    }
+
+    [[nodiscard]] Counter CheckFile(const ListedEntry& entry) {
+        zo::Sha256Digest digest{};
+        if (hasher_.Hash(root_.Long(entry.path).c_str(), digest) < 0) {
+            report_.Warning("[MISS] {}", root_.Shown(entry.path));
+            return &ZoSignerVerifyResult::missing;
+        }
+        // An entry without a digest has that of zeros, which no file has.
+        zo::Sha256Digest listed{};
+        if (!zo::DecodeHexExactly(entry.digest, listed) || digest != listed) {
+            report_.Error("[BAD ] hash mismatch: {}", root_.Shown(entry.path));
+            return &ZoSignerVerifyResult::bad;
+        }
+        // The reader has checked the digits; an empty signature stays empty and does not verify.
+        static_cast<void>(zo::DecodeHex(entry.signature, signature_));
+        if (const std::int32_t status = zo::VerifyDigest(key_.Get(), digest, signature_); status < 0) {
+            report_.Error("[BAD ] signature invalid: {} (0x{:08X})", root_.Shown(entry.path), zo::Bits(status));
+            return &ZoSignerVerifyResult::bad;
+        }
+        return &ZoSignerVerifyResult::ok;
+    }
+
+    // Names are compared byte for byte: a listed file under another letter case is not the listed one.
+    void CollectListed() {
+        listed_.reserve(tree_.entries.size() + tree_.directories.size());
+        for (const ListedEntry& entry : tree_.entries)
+            listed_.insert(entry.path);
+        for (const ListedDirectory& directory : tree_.directories) {
+            if (directory.path != kRootDirectory) listed_.insert(directory.path);
+        }
+    }
+
+    [[nodiscard]] std::uint32_t CountExtra(std::string_view directory) {
+        const std::wstring path = root_.Long(directory);
+        if (const std::uint32_t error = listing_.Open(path.c_str(), true); error != ERROR_SUCCESS) {
+            // One that has vanished has no contents to be unexpected; what was listed in it is missing already.
+            const DWORD attributes = GetFileAttributesW(path.c_str());
+            const bool there = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+            if (there) report_.Warning("iter: {}", zo::ErrorText(error));
+            return 0;
+        }
+        std::uint32_t extra = 0;
+        DirectoryItem item;
+        while (listing_.Next(item)) {
+            const std::string relative = JoinRelative(directory, zo::Utf8FromWide(item.name));
+            if (listed_.contains(relative)) continue;
+            if (manifestFile_.MayBe(item) && manifestFile_.Is(JoinPath(path, item.name).c_str())) continue;
+            ReportExtra(item, root_.Shown(relative));
+            ++extra;
+        }
+        if (const std::uint32_t error = listing_.Error(); error != ERROR_SUCCESS) {
+            // What could not be seen must not pass as sealed.
+            throw std::filesystem::filesystem_error("directory_iterator", path,
+                                                    std::error_code(static_cast<int>(error), std::system_category()));
+        }
+        return extra;
+    }
+
+    void ReportExtra(const DirectoryItem& item, const std::string& shown) const {
+        if (item.IsReparsePoint()) {
+            report_.Error("[XTRA] new mklink (reparse point) created in sealed dir: {}", shown);
+        } else {
+            report_.Error("[XTRA] unexpected {} in sealed dir: {}", item.IsDirectory() ? "dir " : "file", shown);
+        }
+    }
+
+    const TreeRoot& root_;
+    const ListedTree& tree_;
+    const FileIdentity& manifestFile_;
+    const SigningKey& key_;
+    const Report& report_;
+    FileHasher hasher_;
+    DirectoryListing listing_;
+    std::vector<std::uint8_t> signature_;
+    std::unordered_set<std::string_view> listed_;
+};
+
+bool ThumbprintsMatch(const Thumbprint& ofManifest, const Thumbprint& ofKey, const Report& report) {
+    if (ofManifest == ofKey) return true;
+    report.Error("public-key thumbprint mismatch");
+    report.Error("  manifest : {}", zo::ToHex(ofManifest));
+    report.Error("  keystore : {}", zo::ToHex(ofKey));
+    return false;
+}
+
+bool HasRequiredPaths(const ZoSignerVerifyOptions* options) {
+    return options != nullptr && options->root != nullptr && options->manifest != nullptr;
+}
+
+std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* result) {
+    const bool hasKeystore = options.keystore != nullptr && options.keystore[0] != L'\0';
+    if (!hasKeystore && !HasBlob(options)) return zo::kInvalidArgument;
+    ZoSignerVerifyResult unused;
+    ZoSignerVerifyResult& filled = result != nullptr ? *result : unused;
+    filled = {};
+
+    const Report report(options.logCallback, options.logContext);
+    SigningKey key;
+    if (const std::int32_t status = LoadKey(options, report, key); status < 0) return status;
+    ManifestFile manifest;
+    if (const std::int32_t status = ReadManifest(options.manifest, key, report, manifest); status < 0) return status;
+
+    const Thumbprint thumbprint = key.PublicThumbprint();
+    std::ranges::copy(thumbprint, filled.thumbprint);
+    if (!ThumbprintsMatch(manifest.tree.thumbprint, thumbprint, report)) return ZOSIG_E_THUMBPRINT_MISMATCH;
+
+    // The caller's root, not the manifest's: a sealed tree can be moved.
+    TreeRoot root;
+    if (const std::uint32_t error = root.Resolve(options.root); error != ERROR_SUCCESS) {
+        report.Error("resolve root: {}", zo::ErrorText(error));
+        return zo::kInvalidArgument;
+    }
+    const FileIdentity manifestFile(LongForm(options.manifest).c_str());
+    Verifier(root, manifest.tree, manifestFile, key, report).Run(filled);
+    report.Info("Verify summary: ok={}, bad={}, missing={}, extra={}, dirs={}", filled.ok, filled.bad, filled.missing,
+                filled.extra, filled.directories);
+    const bool clean = filled.bad == 0 && filled.missing == 0 && filled.extra == 0;
+    return clean ? zo::kOk : ZOSIG_E_VERIFY_FAILED;
+}
+
+}  // namespace
+
+}  // namespace zosigner
+
+extern "C" int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result) {
+    if (!zosigner::HasRequiredPaths(options)) return zo::kInvalidArgument;
+    return zosigner::Verify(*options, result);
+}
+
+extern "C" int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyOptions* options,
+                                                           ZoSignerVerifyResult* result) {
+    if (!zosigner::HasRequiredPaths(options)) return zo::kInvalidArgument;
+    ZoSignerVerifyOptions embedded = *options;
+    embedded.keystore = nullptr;
+    embedded.keyBlob = zosigner::kEmbeddedPublicKey.data();
+    embedded.keyBlobSize = static_cast<std::uint32_t>(zosigner::kEmbeddedPublicKey.size());
+    return zosigner::Verify(embedded, result);
+}

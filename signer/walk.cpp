@@ -1,0 +1,146 @@
+#include "walk.h"
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "error_text.h"
+#include "errors.h"
+#include "text.h"
+
+namespace zosigner {
+
+namespace {
+
+// An item of a directory that is being walked, kept while the contents of its elder siblings are listed.
+struct PendingItem {
+    std::wstring name;
+    DirectoryItem listed{};  // its name is not valid any more
+};
+
+// A directory on the way down. Its listing is read to the end before its subdirectories are entered, so that one handle
+// and one buffer serve a tree of any depth.
+struct Level {
+    std::string relative;
+    std::wstring path;
+    std::vector<PendingItem> items{};
+    std::size_t next = 0;
+    std::uint32_t error = 0;  // what ended the listing early; told after what it still gave
+};
+
+// Shortcuts are listed without their contents. The extension is what follows the last dot, unless the name begins
+// there.
+bool IsShortcut(std::wstring_view name) {
+    constexpr std::wstring_view kExtension = L".lnk";
+    if (name.size() <= kExtension.size()) return false;
+    const std::wstring_view extension = name.substr(name.size() - kExtension.size());
+    for (std::size_t i = 0; i < kExtension.size(); ++i) {
+        const wchar_t unit = extension[i];
+        const bool upper = unit >= L'A' && unit <= L'Z';
+        if ((upper ? static_cast<wchar_t>(unit - L'A' + L'a') : unit) != kExtension[i]) return false;
+    }
+    return true;
+}
+
+class Walker {
+  public:
+    Walker(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report,
+           std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries)
+        : root_(root), manifestFile_(manifestFile), report_(report), directories_(directories), entries_(entries) {}
+
+    [[nodiscard]] bool Run() {
+        directories_.push_back({std::string(kRootDirectory)});
+        if (const std::uint32_t error = Enter(std::string(kRootDirectory), root_.Long(kRootDirectory));
+            error != ERROR_SUCCESS) {
+            report_.Error("open root '{}': {}", root_.Shown(), zo::ErrorText(error));
+            return false;
+        }
+        while (!levels_.empty())
+            Step();
+        return true;
+    }
+
+  private:
+    [[nodiscard]] std::uint32_t Enter(std::string relative, std::wstring path) {
+        const bool isRoot = levels_.empty();
+        if (const std::uint32_t error = listing_.Open(path.c_str(), isRoot); error != ERROR_SUCCESS) return error;
+        Level level{std::move(relative), std::move(path)};
+        DirectoryItem item;
+        while (listing_.Next(item))
+            level.items.push_back({std::wstring(item.name), item});
+        level.error = listing_.Error();
+        levels_.push_back(std::move(level));
+        return ERROR_SUCCESS;
+    }
+
+    void Step() {
+        Level& level = levels_.back();
+        if (level.next < level.items.size()) {
+            Visit(level, level.items[level.next++]);
+            return;
+        }
+        if (level.error != ERROR_SUCCESS) report_.Warning("iter: {}", zo::ErrorText(level.error));
+        levels_.pop_back();
+    }
+
+    // May add a level, after which the references are not valid any more.
+    void Visit(const Level& level, const PendingItem& item) {
+        std::string relative = JoinRelative(level.relative, zo::Utf8FromWide(item.name));
+        if (manifestFile_.MayBe(item.listed) && manifestFile_.Is(JoinPath(level.path, item.name).c_str())) return;
+        if (item.listed.IsReparsePoint()) {
+            report_.Info("skipping reparse point: {}", root_.Shown(relative));
+        } else if (item.listed.IsDirectory()) {
+            std::wstring path = JoinPath(level.path, item.name);
+            directories_.push_back({relative});
+            if (const std::uint32_t error = Enter(std::move(relative), std::move(path)); error != ERROR_SUCCESS) {
+                report_.Warning("iter: {}", zo::ErrorText(error));
+            }
+        } else if ((item.listed.attributes & FILE_ATTRIBUTE_DEVICE) == 0) {
+            ManifestEntry& entry = entries_.emplace_back();
+            entry.path = std::move(relative);
+            entry.anchor = IsShortcut(item.name);
+            if (!entry.anchor) entry.size = item.listed.size;
+        }
+    }
+
+    const TreeRoot& root_;
+    const FileIdentity& manifestFile_;
+    const Report& report_;
+    std::vector<ManifestDirectory>& directories_;
+    std::vector<ManifestEntry>& entries_;
+    DirectoryListing listing_;
+    std::vector<Level> levels_;
+};
+
+}  // namespace
+
+bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report,
+          std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries) {
+    return Walker(root, manifestFile, report, directories, entries).Run();
+}
+
+std::int32_t DecideSeals(std::uint32_t mode, ZoSignerSealCallback callback, void* context,
+                         std::vector<ManifestDirectory>& directories) {
+    if (mode == ZOSIG_SEAL_ALL || mode == ZOSIG_SEAL_NONE) {
+        for (ManifestDirectory& directory : directories)
+            directory.sealed = mode == ZOSIG_SEAL_ALL;
+        return zo::kOk;
+    }
+    if (callback == nullptr) return zo::kInvalidArgument;
+
+    std::int32_t applyToRest = 0;
+    bool answerForRest = false;
+    for (ManifestDirectory& directory : directories) {
+        if (applyToRest != 0) {
+            directory.sealed = answerForRest;
+            continue;
+        }
+        std::int32_t seal = 1;
+        const std::wstring path = zo::WideFromUtf8(directory.path);
+        if (const std::int32_t status = callback(context, path.c_str(), &seal, &applyToRest); status < 0) return status;
+        directory.sealed = answerForRest = seal != 0;
+    }
+    return zo::kOk;
+}
+
+}  // namespace zosigner
