@@ -33,7 +33,7 @@ struct ManifestEntry {
     std::string path;
     std::uint64_t size = 0;
     std::array<std::uint8_t, 32> digest{};
-    std::vector<std::uint8_t> signature;
+    std::vector<std::uint8_t> signature{};
     bool anchor = false;  // a shortcut: it has to be there, with whatever contents
 };
 

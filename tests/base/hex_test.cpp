@@ -39,7 +39,20 @@ TEST(Hex, DecodesBothCasesAndRefusesAllElse) {
     for (const Case& c : cases) {
         std::vector<std::uint8_t> bytes{1, 2, 3};
         EXPECT_EQ(DecodeHex(c.text, bytes), c.accepted) << c.text;
+        EXPECT_EQ(IsHex(c.text), c.accepted) << c.text;
         EXPECT_EQ(bytes, c.bytes) << c.text;
+    }
+}
+
+// Every character at every place of a text that is checked eight at a time and then one by one.
+TEST(Hex, CheckAgreesWithDecodingForEveryCharacter) {
+    std::vector<std::uint8_t> bytes;
+    for (std::size_t place = 0; place < 18; ++place) {
+        for (int character = 0; character < 256; ++character) {
+            std::string text(18, 'f');
+            text[place] = static_cast<char>(character);
+            ASSERT_EQ(IsHex(text), DecodeHex(text, bytes)) << place << " " << character;
+        }
     }
 }
 
