@@ -1,0 +1,14 @@
+// Any firmware table: no byte outside it is read, and a UUID that is found stands in it.
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "smbios.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto uuid = zop::FindSystemUuid({data, size});
+    if (uuid && std::search(data, data + size, uuid->begin(), uuid->end()) == data + size) std::abort();
+    return 0;
+}
