@@ -1,6 +1,6 @@
 // The engine's companion library. Callers load it before the engine; the engine here needs nothing of it, so it only
-// tells its version and that it cannot write dumps. dbghelp.def exports both functions under the platform's names, which
-// its header declares as imported.
+// tells its version and that it cannot write dumps. dbghelp.def exports both functions under the platform's names,
+// which its header declares as imported.
 
 // clang-format off
 #include <windows.h>
