@@ -255,6 +255,8 @@ typedef struct ZoSimPidSignature { /* 24 bytes */
 #define ZOSIM_COUNTER_REFRESHES 13u
 #define ZOSIM_COUNTERS 18u
 
+#define ZOSIM_STATS_SIZE_LAYOUT_2 56u
+
 typedef struct ZoSimCounters { /* 72 bytes: bytes 4 to 75 of the statistics block */
     uint32_t values[ZOSIM_COUNTERS];
 } ZoSimCounters;

@@ -1,0 +1,178 @@
+#include "driver_channel.h"
+
+namespace zotest {
+namespace {
+
+struct Ring {
+    std::uint32_t ring, code, recordSize, slots;
+};
+constexpr Ring kRings[] = {
+    {ZOSIM_RING_EVENTS, ZOP_IOCTL_DRAIN_EVENTS, 562, ZOP_EVENT_RING_SIZE},
+    {ZOSIM_RING_REGISTRY, ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, 1076, ZOP_REGISTRY_EVENT_RING_SIZE},
+};
+
+struct Drained {
+    ZopDrainReplyHeader header{};
+    std::vector<std::uint32_t> sequences;  // the first word of each record
+    std::vector<std::uint8_t> last;        // the last record, whole
+};
+
+class SimulatorRings : public ChannelTest {
+  protected:
+    // room: records that the buffer holds, when that is not what the request says.
+    [[nodiscard]] Drained Drain(const Ring& ring, std::uint32_t lastRead, std::uint32_t capacity,
+                                std::uint32_t room = 0xFFFFFFFF) const {
+        if (room == 0xFFFFFFFF) room = capacity;
+        std::vector<std::uint8_t> reply(16 + std::size_t{room} * ring.recordSize);
+        const ZopDrainRequest request{lastRead, capacity};
+        const IoResult result =
+            Send(ring.code, &request, sizeof(request), reply.data(), static_cast<std::uint32_t>(reply.size()));
+        EXPECT_EQ(result.error, 0u);
+        Drained drained;
+        memcpy(&drained.header, reply.data(), sizeof(drained.header));
+        EXPECT_EQ(result.returned, 16 + drained.header.count * ring.recordSize);
+        for (std::uint32_t i = 0; i < drained.header.count; ++i) {
+            const std::uint8_t* const record = reply.data() + 16 + std::size_t{i} * ring.recordSize;
+            std::uint32_t sequence;
+            memcpy(&sequence, record, sizeof(sequence));
+            drained.sequences.push_back(sequence);
+            drained.last.assign(record, record + ring.recordSize);
+        }
+        return drained;
+    }
+};
+
+TEST_F(SimulatorRings, EachStepHandsOutWhatFollowsAndCountsWhatIsLost) {
+    for (const Ring& ring : kRings) {
+        const std::uint32_t slots = ring.slots;
+        // produce, then drain from lastRead with capacity: count, dropped and position that must come back.
+        struct {
+            std::uint32_t produce, lastRead, capacity, count, dropped, position;
+        } const steps[] = {
+            {0, 0, 8, 0, 0, 0},
+            {5, 0, 8, 5, 0, 5},
+            {0, 5, 8, 0, 0, 5},
+            {0, 0, 3, 3, 0, 3},                                            // reading again is allowed
+            {slots - 5, 5, slots, slots - 5, 0, slots},                    // full to the last slot
+            {1, 0, slots, slots, 1, slots + 1},                            // one too many
+            {slots, slots + 1, 4, 4, 0, slots + 5},                        // the wrap of the storage
+            {4, slots + 5, slots, slots, 0, 2 * slots + 5},                // to the very end of what is kept
+            {10 * slots, 2 * slots + 5, 2, 2, 9 * slots, 11 * slots + 7},  // overrun many times over
+            {0, 0xFFFFFF00, 1, 1, 11 * slots + 5, 11 * slots + 6},         // a position of an earlier life
+        };
+        for (const auto& step : steps) {
+            SCOPED_TRACE(testing::Message() << "ring " << ring.ring << " step " << (&step - steps));
+            Simulator().InjectEvents(ring.ring, step.produce);
+            const Drained drained = Drain(ring, step.lastRead, step.capacity);
+            EXPECT_EQ(drained.header.count, step.count);
+            EXPECT_EQ(drained.header.dropped, step.dropped);
+            EXPECT_EQ(drained.header.position, step.position);
+            for (std::size_t i = 0; i < drained.sequences.size(); ++i) {
+                ASSERT_EQ(drained.sequences[i], step.position - step.count + i);
+            }
+        }
+    }
+}
+
+TEST_F(SimulatorRings, TheSmallerOfRequestAndBufferDecides) {
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 100);
+    EXPECT_EQ(Drain(kRings[0], 0, 50, 10).header.count, 10u);
+    EXPECT_EQ(Drain(kRings[0], 0, 10, 50).header.count, 10u);
+    EXPECT_EQ(Drain(kRings[0], 0, 10, 0).header.count, 0u);
+    EXPECT_EQ(Drain(kRings[0], 0, 0xFFFFFFFF, 0).header.position, 0u);
+}
+
+TEST_F(SimulatorRings, ReceivedAndLostMakeUpAllThatWasProduced) {
+    for (const Ring& ring : kRings) {
+        ZoSimSettings settings = Simulator().Settings();
+        settings.ringSlots[ring.ring] = 37;
+        Simulator().SetSettings(settings);
+        Simulator().SetSequence(ring.ring, 0xFFFFFF80);  // the 32-bit sequence wraps on the way
+        Simulator().SetProducer(ring.ring, 11);
+        std::uint32_t position = 0xFFFFFF80;
+        std::uint64_t received = 0, lost = 0;
+        for (std::uint32_t i = 0; i < 200; ++i) {
+            Simulator().InjectEvents(ring.ring, i * 7 % 90);
+            const Drained drained = Drain(ring, position, 1 + i * 5 % 40);
+            if (!drained.sequences.empty()) {
+                ASSERT_EQ(drained.sequences.front(), position + drained.header.dropped) << i;
+            }
+            position = drained.header.position;
+            received += drained.header.count;
+            lost += drained.header.dropped;
+        }
+        Simulator().SetProducer(ring.ring, 0);
+        const Drained rest = Drain(ring, position, 37);
+        received += rest.header.count;
+        lost += rest.header.dropped;
+        const ZoSimRingState state = Simulator().State().rings[ring.ring];
+        EXPECT_EQ(received + lost, state.produced);
+        EXPECT_EQ(received, state.handedOut);
+        EXPECT_EQ(lost, state.dropped);
+        EXPECT_GT(lost, 1000u);
+        EXPECT_GT(state.produced, 200u * 11u);
+        EXPECT_EQ(rest.header.position, state.writerSeq);
+        EXPECT_LT(state.writerSeq, 0x80000000u) << "the sequence has wrapped";
+    }
+}
+
+TEST_F(SimulatorRings, ADriverMayGiveUpAllThatIsUnread) {
+    ZoSimSettings settings = Simulator().Settings();
+    settings.resumeAfterOverrun = ZOSIM_RESUME_NEWEST;
+    settings.ringSlots[ZOSIM_RING_EVENTS] = 8;
+    Simulator().SetSettings(settings);
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 8);
+    EXPECT_EQ(Drain(kRings[0], 0, 8).header.count, 8u);
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 9);
+    const Drained drained = Drain(kRings[0], 8, 8);
+    EXPECT_EQ(drained.header.count, 0u);
+    EXPECT_EQ(drained.header.dropped, 9u);
+    EXPECT_EQ(drained.header.position, 17u);
+}
+
+TEST_F(SimulatorRings, AProducerKeepsItsRate) {
+    Simulator().SetProducer(ZOSIM_RING_REGISTRY, 0, 1000);
+    const ULONGLONG begin = GetTickCount64();
+    Sleep(300);
+    const std::uint64_t produced = Simulator().State().rings[ZOSIM_RING_REGISTRY].produced;
+    const ULONGLONG took = GetTickCount64() - begin;
+    EXPECT_GE(produced, 250u);
+    EXPECT_LE(produced, took + 50);
+    Simulator().SetProducer(ZOSIM_RING_REGISTRY, 0, 0);
+    const std::uint64_t ended = Simulator().State().rings[ZOSIM_RING_REGISTRY].produced;
+    Sleep(50);
+    EXPECT_EQ(Simulator().State().rings[ZOSIM_RING_REGISTRY].produced, ended);
+}
+
+TEST_F(SimulatorRings, EventsHaveTheDocumentedLayout) {
+    Simulator().SetSequence(ZOSIM_RING_EVENTS, 0xABCD);
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 1);
+    const Drained file = Drain(kRings[0], 0xABCD, 1);
+    ASSERT_EQ(file.last.size(), sizeof(ZoSimEvent));
+    ZoSimEvent event;
+    memcpy(&event, file.last.data(), sizeof(event));
+    EXPECT_EQ(event.kind, 2u);
+    EXPECT_EQ(event.pid, 1000u + 0xABCDu % 1000u);
+    EXPECT_EQ(event.blocked, 0u);
+    std::uint16_t path[260];
+    memcpy(path, event.path, sizeof(path));
+    EXPECT_EQ(FieldText(path), L"\\Device\\HarddiskVolume1\\Simulated\\event_0000ABCD.exe");
+    EXPECT_EQ(event.pathUnits, FieldText(path).size());
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
+    EXPECT_LT(ticks - event.time, 600'000'000u) << "within the last minute";
+
+    Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 1);
+    const Drained registry = Drain(kRings[1], 0, 1);
+    ASSERT_EQ(registry.last.size(), sizeof(ZoSimRegistryEvent));
+    ZoSimRegistryEvent change;
+    memcpy(&change, registry.last.data(), sizeof(change));
+    std::uint16_t key[512];
+    memcpy(key, change.key, sizeof(key));
+    EXPECT_EQ(change.kind, 3u);
+    EXPECT_EQ(FieldText(key), L"\\REGISTRY\\MACHINE\\SOFTWARE\\Simulated\\event_00000000");
+}
+
+}  // namespace
+}  // namespace zotest
