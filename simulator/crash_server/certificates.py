@@ -16,14 +16,14 @@ _ONE_DAY = datetime.timedelta(days=1)
 
 def _make(names, key):
     now = datetime.datetime.utcnow()
-    subject = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, names[0].value if isinstance(names[0], x509.DNSName)
-                                            else str(names[0].value)),
+    subject = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, names[0].value),
                          x509.NameAttribute(NameOID.ORGANIZATION_NAME, "Crash server of the simulator")])
     usage = x509.KeyUsage(digital_signature=True, key_encipherment=True, key_cert_sign=True, crl_sign=False,
                           content_commitment=False, data_encipherment=False, key_agreement=False, encipher_only=False,
                           decipher_only=False)
     return (x509.CertificateBuilder().subject_name(subject).issuer_name(subject).public_key(key.public_key())
-            .serial_number(x509.random_serial_number()).not_valid_before(now - _ONE_DAY).not_valid_after(now + _LIFETIME)
+            .serial_number(x509.random_serial_number())
+            .not_valid_before(now - _ONE_DAY).not_valid_after(now + _LIFETIME)
             .add_extension(x509.SubjectAlternativeName(names), critical=False)
             .add_extension(x509.BasicConstraints(ca=True, path_length=0), critical=True)
             .add_extension(usage, critical=True)

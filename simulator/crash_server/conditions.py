@@ -27,6 +27,10 @@ _KINDS = {
     "large": int,
 }
 
+# Under these the server keeps nothing of the post.
+UNDERSTANDS_NOTHING = {"refuse", "drop-reading", "drop-before", "hang", "empty", "garbage", "noise", "text", "status",
+                       "redirect"}
+
 
 @dataclasses.dataclass
 class Condition:
@@ -65,13 +69,14 @@ class Conditions:
     def take(self, only=None):
         """The next condition, taken away; with `only`, none unless the next one has this name."""
         with self._lock:
-            lines = [line for line in self._read() if line.strip()]
+            lines = [line.strip() for line in self._read() if line.strip()]
             if not lines:
                 return None if only else Condition()
-            condition = parse(lines[0].strip().removeprefix("*"))
-            if only and condition.name != only:
+            first = lines[0].removeprefix("*")
+            if only and first != only:
                 return None
-            if not lines[0].strip().startswith("*"):
+            condition = parse(first)
+            if not lines[0].startswith("*"):
                 self._path.write_text("".join(line + "\n" for line in lines[1:]))
             return condition
 

@@ -1,4 +1,4 @@
-"""The crash server: takes crash reports over HTTPS by the two-phase protocol, keeps them and shows them on a web page."""
+"""The crash server: takes crash reports over HTTPS by the two-phase protocol, keeps them and shows them on a page."""
 
 import argparse
 import os

@@ -7,6 +7,7 @@ import ssl
 import sys
 import urllib.parse
 
+import conditions
 import pages
 import protocol
 
@@ -25,7 +26,7 @@ class CrashServer(http.server.ThreadingHTTPServer):
         super().__init__(address, Handler)
 
     def finish_request(self, request, client_address):
-        if self.settings.conditions.take(only="refuse"):
+        if self.settings.conditions.take(only="refuse") is not None:
             return
         request.settimeout(HANDSHAKE_SECONDS)
         try:
@@ -84,7 +85,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         settings = self.server.settings
-        number = settings.recorder.begin(f"{self.requestline}\r\n{self.headers}")
+        head = "".join(f"{name}: {value}\r\n" for name, value in self.headers.items())
+        number = settings.recorder.begin(f"{self.requestline}\r\n{head}")
         try:
             condition = settings.conditions.take()
         except ValueError as error:
@@ -113,7 +115,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def _reply_to(self, body, number, condition):
         """HTTP status and text. Conditions that stand for a server that understands nothing keep nothing, either."""
         settings = self.server.settings
-        if condition.name in ("drop-before", "hang", "empty", "garbage", "noise", "text", "status", "redirect", "refuse"):
+        if condition.name in conditions.UNDERSTANDS_NOTHING:
             return 200, b""
         if urllib.parse.urlsplit(self.path).path != settings.path:
             return 404, b"404 reports are posted elsewhere"

@@ -1,8 +1,8 @@
 """The built-in body scrambler of the crash reporter, both ways.
 
 A scrambled body is eight random bytes, then document and padding XORed with the AES-128 key stream whose counter blocks
-are those eight bytes followed by a 64-bit big-endian block number from 0. The padding is 2 to 9 bytes, its last byte the
-count, the others random; the whole is a multiple of 8 long. It hides, it does not protect: TLS does.
+are those eight bytes followed by a 64-bit big-endian block number from 0. The padding is 2 to 9 bytes, its last byte
+the count, the others random; the whole is a multiple of 8 long. It hides, it does not protect: TLS does.
 """
 
 import os

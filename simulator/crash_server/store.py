@@ -34,7 +34,8 @@ GROUP BY signature
 
 
 def _now():
-    return datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M:%S")
+    """Finer than it is shown, so that the order of what comes within a second is kept."""
+    return datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M:%S.%f")
 
 
 class Store:
@@ -85,7 +86,8 @@ class Store:
         return rows[0] if rows else None
 
     def reports(self, signature):
-        return self._rows("SELECT id, time, fields, dump_size FROM reports WHERE signature = ? ORDER BY id DESC", signature)
+        return self._rows("SELECT id, time, fields, dump_size FROM reports WHERE signature = ? ORDER BY id DESC",
+                          signature)
 
     def report(self, number):
         rows = self._rows("SELECT * FROM reports WHERE id = ?", number)

@@ -19,7 +19,8 @@ DRIVER_ENTRY_SIZE = 0x90
 END_MARK = b"TRGD"
 STACK_BASE = 0xFFFFBE8F_1A2B3000
 KERNEL = "ntoskrnl.exe"
-DEFAULT_FRAMES = ["nt+0x3f5e40", "nt+0x407c69", "ZoProtector+0x1a2b", "ZoProtector+0x4c10", "nt+0x2d4a15", "nt+0x3fbf78"]
+DEFAULT_FRAMES = ["nt+0x3f5e40", "nt+0x407c69", "ZoProtector+0x1a2b", "ZoProtector+0x4c10", "nt+0x2d4a15",
+                  "nt+0x3fbf78"]
 ACCESS_VIOLATION = 0xC0000005
 
 

@@ -1,0 +1,84 @@
+"""The crash server's page in a real browser.
+
+ZO_CRASH_SCREENSHOT=FILE.png keeps the picture that is taken, of the list or of the path in ZO_CRASH_SCREENSHOT_OF."""
+
+import html
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import tempfile
+import unittest
+
+from served import Server, document, framed, query_fields, report_fields
+
+import make_dump
+
+BROWSER = shutil.which("chromium") or shutil.which("chromium-browser") or shutil.which("google-chrome")
+ATTACK = "<script>document.title='owned'</script><img src=x onerror=\"document.title='owned'\">"
+
+
+def dump(*arguments):
+    return make_dump.make_dump(make_dump.parse_arguments(["-", *arguments]))
+
+
+def loading_text(bug_check, culprit):
+    return (f"Kernel build 19045 (4 processors) x64\nKernel base = 0xfffff806`00000000\nSystem up time: 0 days 2:00:00\n"
+            f"Loading kernel modules\n...\n\nBugCheck {bug_check}\n\nProbably caused by : {culprit}\n").encode()
+
+
+@unittest.skipUnless(BROWSER, "NOT TESTED: there is no chromium; scripts/setup installs it")
+class Page(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.profile = tempfile.TemporaryDirectory(prefix="crash_page_test")
+        cls.addClassCleanup(cls.profile.cleanup)
+        cls.server = Server()
+        cls.addClassCleanup(cls.server.stop)
+        cls.report("3f9d2c7be01855aa41d0cc97e6b2f348", 4,
+                   loading_text("D1, {10, 2, 0, fffff80604001a2b}", "ZoProtector"),
+                   "--bugcheck", "0xD1", "--parameters", "0x10", "2", "0", "0xfffff80604001a2b")
+        cls.report("b7714e09d2a6f3c85e1b90ad6c43f217", 2,
+                   loading_text("1E, {ffffffffc0000005, 0, 0, 28}", "ZoProtector"), "--bugcheck", "0x1E")
+        cls.server.post(framed(document(query_fields(CrashSignature="58c0e6aa94d1f7233b0d5e81cf9762b4"))))
+        cls.attack = cls.report("e05ad81f6b3c94d2870b1fe36cd4a95b", 1, ATTACK.encode(), "--bugcheck", "0x50",
+                                AppName=ATTACK, ModuleName=ATTACK)
+
+    @classmethod
+    def report(cls, signature, seen, stack, *arguments, **changes):
+        for _ in range(seen):
+            cls.server.post(framed(document(query_fields(CrashSignature=signature))))
+        fields = report_fields(dump(*arguments, "--size", "131072"), stack, CrashSignature=signature, **changes)
+        return cls.server.post(framed(document(fields)))[1].split()[-1]
+
+    def browse(self, path, *options):
+        """What the browser prints; it runs whatever the page has, for three seconds of its own time."""
+        return subprocess.run(
+            [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--ignore-certificate-errors", "--hide-scrollbars",
+             f"--user-data-dir={self.profile.name}", "--virtual-time-budget=3000", *options,
+             f"https://localhost:{self.server.port}{path}"], capture_output=True, text=True, check=True, timeout=120).stdout
+
+    def test_shows_an_attack_as_text(self):
+        page = self.browse(f"/report/{self.attack}", "--dump-dom")
+        self.assertIn(f"<title>Report {self.attack}</title>", page)
+        self.assertNotIn("<script", page)
+        self.assertNotIn("<img", page)
+        self.assertIn(f"<pre>{html.escape(ATTACK, quote=False)}</pre>", page)
+
+    def test_draws_the_list(self):
+        with tempfile.TemporaryDirectory() as folder:
+            picture = pathlib.Path(os.environ.get("ZO_CRASH_SCREENSHOT", f"{folder}/list.png")).resolve()
+            path = os.environ.get("ZO_CRASH_SCREENSHOT_OF", "/")
+            self.browse(path, f"--screenshot={picture}", "--window-size=1100,560")
+            head = picture.read_bytes()[:24]
+            self.assertEqual(struct.unpack(">II", head[16:24]), (1100, 560))
+            # A page whose style is refused, or that shows nothing, is a fraction of this size.
+            self.assertGreater(picture.stat().st_size, 20000)
+        page = self.browse("/", "--dump-dom")
+        self.assertIn("4 different crashes, seen 8 times", page)
+        self.assertLess(page.index("e05ad81f"), page.index("3f9d2c7b"), "the last seen comes first")
+
+
+if __name__ == "__main__":
+    unittest.main()
