@@ -1,0 +1,33 @@
+# To be sourced by scripts/demo: how the story is told. Text goes out at a fixed width, commands are shown as a reader
+# would type them, and what they print is set in.
+
+if [ -t 1 ]; then bold=$'\e[1m' plain=$'\e[0m'; else bold= plain=; fi
+chapter=0
+
+# Say TEXT: a paragraph; line breaks and indentation of the script do not matter.
+Say() {
+    echo
+    echo "$*" | tr -s ' \n' '  ' | fold -s -w 100
+    echo
+}
+
+# Chapter TITLE TEXT
+Chapter() {
+    chapter=$((chapter + 1))
+    echo
+    echo "$bold== $chapter. $1$plain"
+    Say "$2"
+}
+
+# Show COMMAND [ARGUMENT...]: shows and runs it. A failure is part of the story: its exit code is told.
+Show() {
+    local shown=$1 status=0
+    shift
+    echo "$bold> $shown$plain"
+    "$@" 2>&1 | tr -d '\r' | sed 's/^/    /' || status=${PIPESTATUS[0]}
+    [ "$status" -eq 0 ] || echo "    (exit code $status)"
+    lastStatus=$status
+}
+
+# Zoctl ARGUMENT...: one command of the tool.
+Zoctl() { Show "zoctl $*" ZoWine "$bin/zoctl.exe" "$@"; }
