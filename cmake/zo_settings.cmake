@@ -16,8 +16,9 @@ option(ZO_WARNINGS_ARE_ERRORS "Stop the build at the first warning" ON)
 add_library(zo_settings INTERFACE)
 
 if(MSVC)
-    target_compile_options(zo_settings INTERFACE /W4 /utf-8 /permissive- /EHsc /guard:cf
-                           $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:/WX>)
+    # Not for the resource compiler, which does not know them.
+    set(zo_msvc_options /W4 /utf-8 /permissive- /Zc:__cplusplus /EHsc /guard:cf $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:/WX>)
+    target_compile_options(zo_settings INTERFACE "$<$<COMPILE_LANGUAGE:C,CXX>:${zo_msvc_options}>")
     target_link_options(zo_settings INTERFACE /DYNAMICBASE /NXCOMPAT /HIGHENTROPYVA /guard:cf /Brepro)
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
