@@ -186,13 +186,9 @@ TEST_F(SimulatorRules, ListsAreAddRecordsPaddedWithZerosAndTellWhatDidNotFit) {
 TEST_F(SimulatorRules, AFileRuleIsTheSameWhenPathFilterAndScopeAre) {
     const auto rule = [](const wchar_t* path, const wchar_t* filter, const wchar_t* scope, std::uint8_t exclusive) {
         ZopFileRuleRecord record{};
-        std::uint16_t field[ZOP_PATH_UNITS];
-        SetField(field, path);
-        memcpy(record.path, field, sizeof(record.path));
-        SetField(field, filter);
-        memcpy(record.filter, field, sizeof(record.filter));
-        SetField(field, scope);
-        memcpy(record.scopePath, field, sizeof(record.scopePath));
+        SetField(record.path, path);
+        SetField(record.filter, filter);
+        SetField(record.scopePath, scope);
         record.exclusive = exclusive;
         return record;
     };
@@ -211,7 +207,7 @@ TEST_F(SimulatorRules, AFileRuleIsTheSameWhenPathFilterAndScopeAre) {
     EXPECT_EQ(Give(ZOP_IOCTL_REMOVE_FILE_RULE, Named<ZopPathRecord>(L"\\A")), 0u);
     const auto left = Simulator().Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
     ASSERT_EQ(left.size(), 1u) << "removal takes every rule of the path";
-    EXPECT_EQ(left[0].path[1], L'b');
+    EXPECT_EQ(FieldText(left[0].path), L"\\b");
     ZopFileRuleRecord unterminated = rule(L"\\c", L"", L"", 0);
     memset(unterminated.filter, 1, sizeof(unterminated.filter));
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_FILE_RULE, unterminated), 87u);
@@ -234,9 +230,7 @@ TEST_F(SimulatorRules, LargeTablesStayConsistent) {
         EXPECT_EQ(Add(family, names[i]), 183u);
     std::vector<std::wstring> held;
     for (const ZopRuleRecord& record : Simulator().Table<ZopRuleRecord>(family.table)) {
-        std::uint16_t path[ZOP_PATH_UNITS];
-        memcpy(path, record.path, sizeof(path));
-        held.push_back(FieldText(path));
+        held.push_back(FieldText(record.path));
     }
     std::sort(names.begin(), names.end());
     std::sort(held.begin(), held.end());

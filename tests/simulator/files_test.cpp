@@ -29,24 +29,17 @@ class SimulatorFiles : public ChannelTest {
     [[nodiscard]] IoResult Copy(const fs::path& from, const fs::path& to, bool subfolders, bool overwrite,
                                 ZoProtectorCopyDirectoryResult& result) const {
         ZoProtectorCopyDirectoryRequest request{};
-        std::uint16_t field[ZOP_PATH_UNITS];
-        SetField(field, NtPath(from));
-        memcpy(request.sourceDir, field, sizeof(field));
-        SetField(field, NtPath(to));
-        memcpy(request.destinationDir, field, sizeof(field));
+        SetField(request.sourceDir, NtPath(from));
+        SetField(request.destinationDir, NtPath(to));
         request.option1 = subfolders;
         request.option2 = overwrite;
         return Send(ZOP_IOCTL_COPY_DIRECTORY, &request, sizeof(request), &result, sizeof(result));
     }
     [[nodiscard]] std::uint32_t Replace(const fs::path& target, const fs::path& source, const fs::path& staging) const {
         ZoProtectorReplaceFileRequest request{};
-        std::uint16_t* const fields[] = {request.targetPath, request.sourcePath, request.stagingPath};
-        const fs::path* const paths[] = {&target, &source, &staging};
-        for (int i = 0; i < 3; ++i) {
-            std::uint16_t field[ZOP_PATH_UNITS];
-            SetField(field, NtPath(*paths[i]));
-            memcpy(fields[i], field, sizeof(field));
-        }
+        SetField(request.targetPath, NtPath(target));
+        SetField(request.sourcePath, NtPath(source));
+        SetField(request.stagingPath, NtPath(staging));
         return Give(ZOP_IOCTL_REPLACE_FILE, request);
     }
 
