@@ -162,6 +162,7 @@ using OwnedHash = Owned<HashKind>;
 // being empty, which its callers turn into a status.
 class HeapBlock {
   public:
+    HeapBlock() noexcept = default;
     explicit HeapBlock(std::size_t size) noexcept : block_(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size)) {}
 
     explicit operator bool() const noexcept { return static_cast<bool>(block_); }

@@ -1,0 +1,42 @@
+#include "driver_paths.h"
+
+#include "service_access.h"
+#include "service_errors.h"
+#include "service_names.h"
+
+namespace zop {
+
+std::int32_t ZopDefaultSourcePath(PathBuffer& path) {
+    const DWORD length = GetModuleFileNameW(nullptr, path.Data(), PathBuffer::kUnits);
+    if (length == 0) return ZopMapServiceError(GetLastError());
+    if (length >= PathBuffer::kUnits) return kPathDoesNotFit;  // what was stored is cut
+    path.CutAfterLastSeparator();
+    return path.Append(kDriverFileName) ? ZOP_OK : kPathDoesNotFit;
+}
+
+std::int32_t ZopInstalledPath(PathBuffer& path) {
+    const DWORD length = GetEnvironmentVariableW(L"SystemRoot", path.Data(), PathBuffer::kUnits);
+    // A variable that is there but empty would name a folder of whatever drive is current.
+    if (length == 0) return ZopMapServiceError(ERROR_ENVVAR_NOT_FOUND);
+    if (length >= PathBuffer::kUnits) return kPathDoesNotFit;
+    return path.Append(L"\\System32\\drivers\\") && path.Append(kDriverFileName) ? ZOP_OK : kPathDoesNotFit;
+}
+
+std::int32_t ZopConfiguredImagePath(PathBuffer& path) {
+    DriverService driver;
+    if (OpenDriverService(SC_MANAGER_CONNECT, SERVICE_QUERY_CONFIG, driver) == ERROR_SUCCESS) {
+        const zo::HeapBlock block = ReadServiceConfig(driver.service.Get());
+        const auto* config = block.As<QUERY_SERVICE_CONFIGW>();
+        if (config != nullptr && config->lpBinaryPathName != nullptr) {
+            path.AssignCut(WithoutNtPrefix(config->lpBinaryPathName));
+        }
+    }
+    return path.Empty() ? ZopDefaultSourcePath(path) : ZOP_OK;
+}
+
+std::wstring_view WithoutNtPrefix(std::wstring_view path) noexcept {
+    if (path.starts_with(L"\\??\\") || path.starts_with(L"\\\\?\\")) path.remove_prefix(4);
+    return path;
+}
+
+}  // namespace zop

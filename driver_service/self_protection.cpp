@@ -1,0 +1,43 @@
+// ZoProtector_AddDriverSelfProtect: the driver's own file and service key among the things that it protects.
+
+#include <string>
+
+#include "driver_paths.h"
+#include "service_names.h"
+#include "zoprotector.h"
+
+namespace zop {
+namespace {
+
+// The path as the service manager holds it, or the place where the driver file is looked for before it is installed.
+std::int32_t FindDriverFile(std::wstring& file) {
+    ZoProtectorDriverStatus status;
+    if (ZoProtector_QueryDriverStatus(&status) >= 0) file = WithoutNtPrefix(status.imagePath);
+    if (!file.empty()) return ZOP_OK;
+
+    PathBuffer path;
+    if (ZopDefaultSourcePath(path) < 0 || path.Empty()) return ZOP_E_FAILED;
+    file = path.View();
+    return ZOP_OK;
+}
+
+// A rule that is there already is what was asked for.
+std::int32_t AcceptExisting(std::int32_t status) {
+    return status == ZOP_E_ALREADY_EXISTS ? ZOP_OK : status;
+}
+
+}  // namespace
+}  // namespace zop
+
+int32_t ZoProtector_AddDriverSelfProtect(void) {
+    using namespace zop;
+    std::wstring file;
+    if (const int32_t status = FindDriverFile(file); status < 0) return status;
+    if (const int32_t status = AcceptExisting(ZoProtector_AddFileProtectByPath(file.c_str())); status < 0) {
+        return status;
+    }
+    if (const int32_t status = ZoProtector_EnableFileProtect(1); status < 0) return status;
+
+    const std::wstring key = std::wstring(L"HKLM\\") + kServiceKey;
+    return AcceptExisting(ZoProtector_AddRegistryProtectByKey(key.c_str(), 1));
+}

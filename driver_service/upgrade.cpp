@@ -1,0 +1,135 @@
+// ZoProtector_UpgradeDriver: a newer driver file in the place of the installed one. The running driver is left alone;
+// the new file is loaded when the service is next started. docs/upgrade.md tells what lies on disk after each failure.
+
+#include "driver_paths.h"
+#include "file_version.h"
+#include "replace_file.h"
+#include "service_errors.h"
+#include "staging_file.h"
+#include "zoprotector.h"
+
+namespace zop {
+namespace {
+
+// Somebody has the file open, or it is protected: the errors that the driver can get past.
+bool IsLocked(DWORD error) {
+    return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION || error == ERROR_USER_MAPPED_FILE;
+}
+
+std::int32_t MapFileError(DWORD error) {
+    return IsLocked(error) ? ZOP_E_ACCESS_DENIED : ZopMapServiceError(error);
+}
+
+bool IsThere(const wchar_t* path) {
+    return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+// In the temporary folder when there is one and the name fits, else beside the installed file. The temporary folder
+// may be on another volume; the rename then fails.
+std::int32_t ChooseStagingPath(const PathBuffer& installed, PathBuffer& staging) {
+    const std::uint64_t number = GetTickCount64();
+    if (ReadTemporaryFolder(staging) && AppendStagingName(staging, number, L".sys")) return ZOP_OK;
+    staging = installed;
+    staging.CutAfterLastSeparator();
+    return AppendStagingName(staging, number, L".old") ? ZOP_OK : kPathDoesNotFit;
+}
+
+DWORD CopyOver(const wchar_t* source, const PathBuffer& target) {
+    return CopyFileW(source, target.Text(), FALSE) ? ERROR_SUCCESS : GetLastError();
+}
+
+DWORD MoveOver(const PathBuffer& source, const PathBuffer& target) {
+    return MoveFileExW(source.Text(), target.Text(), MOVEFILE_REPLACE_EXISTING) ? ERROR_SUCCESS : GetLastError();
+}
+
+std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& installed, const PathBuffer& staging) {
+    DWORD error = CopyOver(newFile, installed);
+    if (error == ERROR_SUCCESS) return ZOP_OK;
+    if (!IsLocked(error)) return ZopMapServiceError(error);
+
+    // A running image cannot be written, but it can be renamed.
+    error = MoveOver(installed, staging);
+    if (error != ERROR_SUCCESS) return MapFileError(error);
+    DeleteAtRestart(staging);
+
+    error = CopyOver(newFile, installed);
+    if (error == ERROR_SUCCESS) return ZOP_OK;
+    // The copy's error is what the caller has to know, whether or not the old file could be put back.
+    static_cast<void>(MoveOver(staging, installed));
+    return MapFileError(error);
+}
+
+// Protection off for as long as this lives; on every way out it is what it was before.
+class ProtectionPause {
+  public:
+    ProtectionPause() {
+        uint32_t enabled = 0;
+        // A driver that does not tell is taken to be protecting.
+        wasEnabled_ = ZoProtector_GetMasterEnabled(&enabled) < 0 || enabled != 0;
+        status_ = ZoProtector_SetMasterEnabled(0);
+    }
+    ~ProtectionPause() {
+        if (status_ < 0) return;
+        try {
+            // The file is replaced or not by now: a switch that cannot be set back does not change that result.
+            ZoProtector_SetMasterEnabled(wasEnabled_ ? 1 : 0);
+        } catch (...) {
+            // Out of memory for the log line; the switch itself was set before that.
+        }
+    }
+    ProtectionPause(const ProtectionPause&) = delete;
+    ProtectionPause& operator=(const ProtectionPause&) = delete;
+
+    // What switching off gave.
+    [[nodiscard]] std::int32_t Status() const { return status_; }
+
+  private:
+    bool wasEnabled_;
+    std::int32_t status_;
+};
+
+std::int32_t ReplaceThroughDriver(const wchar_t* newFile, const PathBuffer& installed) {
+    if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
+    const ProtectionPause pause;
+    return pause.Status() < 0 ? pause.Status() : ReplaceFileByDriver(installed.Text(), newFile);
+}
+
+// An installed file without a readable version is older than any that has one.
+std::int32_t IsNewer(const wchar_t* newFile, const PathBuffer& installed, bool& isNewer) {
+    FileVersion installedVersion;
+    FileVersion newVersion;
+    static_cast<void>(ZopReadFileVersion(installed.Text(), installedVersion));
+    const std::int32_t status = ZopReadFileVersion(newFile, newVersion);
+    isNewer = newVersion.Packed() > installedVersion.Packed();
+    return status;
+}
+
+}  // namespace
+}  // namespace zop
+
+int32_t ZoProtector_UpgradeDriver(const wchar_t* newDriverPath, uint32_t* upgraded, uint32_t* replacedByDriver) {
+    using namespace zop;
+    if (upgraded != nullptr) *upgraded = 0;
+    if (replacedByDriver != nullptr) *replacedByDriver = 0;
+    if (newDriverPath == nullptr || *newDriverPath == L'\0') return ZOP_E_INVALID_ARG;
+    if (!IsThere(newDriverPath)) return ZOP_E_DRIVER_NOT_FOUND;
+
+    PathBuffer installed;
+    if (const int32_t status = ZopConfiguredImagePath(installed); status < 0) return status;
+    if (!IsThere(installed.Text())) return ZOP_E_DRIVER_NOT_FOUND;
+
+    bool isNewer = false;
+    if (const int32_t status = IsNewer(newDriverPath, installed, isNewer); status < 0) return status;
+    if (!isNewer) return ZOP_OK;
+
+    PathBuffer staging;
+    if (const int32_t status = ChooseStagingPath(installed, staging); status < 0) return status;
+    int32_t status = ReplaceByFileOperations(newDriverPath, installed, staging);
+    const bool askDriver = status == ZOP_E_ACCESS_DENIED;
+    if (askDriver) status = ReplaceThroughDriver(newDriverPath, installed);
+    if (status < 0) return status;
+
+    if (upgraded != nullptr) *upgraded = 1;
+    if (replacedByDriver != nullptr && askDriver) *replacedByDriver = 1;
+    return ZOP_OK;
+}
