@@ -45,8 +45,9 @@ def prepare(folder, wrong_host=False):
     if _still_good(certificate_path, key_path):
         return certificate_path, key_path
     key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+    # Wine's Internet functions look for an address among the DNS names.
     names = [x509.DNSName(WRONG_HOST)] if wrong_host else [
-        x509.DNSName("localhost"), x509.IPAddress(ipaddress.ip_address("127.0.0.1")),
+        x509.DNSName("localhost"), x509.DNSName("127.0.0.1"), x509.IPAddress(ipaddress.ip_address("127.0.0.1")),
         x509.IPAddress(ipaddress.ip_address("::1"))]
     certificate = _make(names, key)
     with open(os.open(key_path, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "wb") as file:

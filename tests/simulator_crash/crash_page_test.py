@@ -71,9 +71,9 @@ class Page(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             picture = pathlib.Path(os.environ.get("ZO_CRASH_SCREENSHOT", f"{folder}/list.png")).resolve()
             path = os.environ.get("ZO_CRASH_SCREENSHOT_OF", "/")
-            self.browse(path, f"--screenshot={picture}", "--window-size=1100,560")
+            self.browse(path, f"--screenshot={picture}", "--window-size=1100,480")
             head = picture.read_bytes()[:24]
-            self.assertEqual(struct.unpack(">II", head[16:24]), (1100, 560))
+            self.assertEqual(struct.unpack(">II", head[16:24]), (1100, 480))
             # A page whose style is refused, or that shows nothing, is a fraction of this size.
             self.assertGreater(picture.stat().st_size, 20000)
         page = self.browse("/", "--dump-dom")
