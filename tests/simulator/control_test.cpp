@@ -222,5 +222,23 @@ TEST(SimulatorLifecycle, UnloadingRemovesBothDevicesAndTheNextLifeStartsAfresh) 
     }
 }
 
+// What a caller sees whose driver vanishes under its handle, and that closing the handle afterwards harms nobody.
+TEST(SimulatorLifecycle, AHandleOutlivesTheDriverAndOnlyFails) {
+    InstalledDriver driver;
+    zo::OwnedFile old = OpenDriver();
+    ASSERT_TRUE(old);
+    driver.Stop();
+    std::uint8_t byte = 0;
+    const IoResult result = SendControl(old.Get(), ZOP_IOCTL_GET_MASTER_ENABLED, nullptr, 0, &byte, 1);
+    EXPECT_NE(result.error, 0u);
+    EXPECT_EQ(result.returned, 0u);
+    driver.Start();
+    EXPECT_NE(SendControl(old.Get(), ZOP_IOCTL_GET_MASTER_ENABLED, nullptr, 0, &byte, 1).error, 0u);
+    old.Reset();
+    const zo::OwnedFile fresh = OpenDriver();
+    EXPECT_EQ(SendControl(fresh.Get(), ZOP_IOCTL_GET_MASTER_ENABLED, nullptr, 0, &byte, 1).error, 0u);
+    EXPECT_EQ(SimulatorClient().State().openNow, 1u);
+}
+
 }  // namespace
 }  // namespace zotest

@@ -10,6 +10,7 @@
 //   const ZoSimRequest request = simulator.LastRequest();
 
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
