@@ -134,11 +134,11 @@ TEST_F(SelfProtectTest, ProtectsFileAndKeyOnce) {
     EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_E_NOT_INITIALIZED);
     ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
     const zotest::SimulatorClient simulator;
-    // With a prefix in the image path and without one it is the same rule.
-    zotest::SetImagePath(L"\\??\\" + zotest::InstalledDriverPath());
-    EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
-    zotest::SetImagePath(zotest::InstalledDriverPath());
-    EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
+    // With a prefix in the image path or without one it is the same rule.
+    for (const wchar_t* prefix : {L"\\??\\", L"\\\\?\\", L""}) {
+        zotest::SetImagePath(prefix + zotest::InstalledDriverPath());
+        EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
+    }
 
     const auto files = simulator.Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
     ASSERT_EQ(files.size(), 1u);
