@@ -93,7 +93,7 @@ TEST(KernelDump, HostileNumbersAnywhereAreHarmless) {
     const std::string good = ReadDump("plain.dmp");
     const auto size = static_cast<std::uint32_t>(good.size());
     for (std::size_t at = kHeaderSize; at + 4 <= good.size(); at += 4)
-        for (const std::uint32_t value : {0u, 1u, size - 1, size, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        for (const std::uint32_t value : {0u, 1u, 33u, size - 1, size, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
             std::string bytes = good;
             std::memcpy(bytes.data() + at, &value, sizeof(value));
             UseWholly(bytes);
