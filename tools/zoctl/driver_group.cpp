@@ -1,3 +1,5 @@
+#include <memory>
+
 #include "channel.h"
 #include "driver_status.h"
 #include "format.h"
@@ -27,7 +29,7 @@ int Install(Output& out, const InstallOptions& options) {
     return out.Done("The driver is installed.", {{"startType", options.startType}});
 }
 
-int ShowStatus(Output& out) {
+int ShowService(Output& out) {
     ZoProtectorDriverStatus record{};
     const std::int32_t status = ZoProtector_QueryDriverStatus(&record);
     if (status < 0) return out.Fail(status, Subject::kService, "read the driver's status");
@@ -99,7 +101,7 @@ void RegisterDriver(CLI::App& root, Tool& tool) {
     AddServiceCommand(tool, group, {"stop", "Stop the driver and wait until it is stopped", "driver stop"},
                       ZoProtector_StopDriver, "stop the driver", "The driver is stopped.");
     tool.AddCommand(group, {"status", "Show the driver's service, file and filter", "driver status --json"},
-                    ShowStatus);
+                    ShowService);
     AddServiceCommand(tool, group,
                       {"uninstall", "Stop the driver and remove its service, filter and file", "driver uninstall"},
                       ZoProtector_UninstallDriver, "uninstall the driver", "The driver is uninstalled.");

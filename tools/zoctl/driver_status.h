@@ -3,6 +3,7 @@
 // The driver's service record in words and as JSON, for "driver status", "status" and the doctor.
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "output.h"

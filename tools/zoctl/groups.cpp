@@ -3,10 +3,21 @@
 namespace zoctl {
 
 std::span<const RegisterGroup> CommandGroups() {
+    // clang-format off
     static constexpr RegisterGroup kGroups[] = {
-        RegisterStatus,
+        RegisterDoctor,
         RegisterDriver,
+        RegisterStatus,
+        RegisterProcess,
+        RegisterFile,
+        RegisterRegistry,
+        RegisterDll,
+        RegisterSignature,
+        RegisterRules,
+        RegisterEvents,
+        RegisterMaintenance,
     };
+    // clang-format on
     return kGroups;
 }
 

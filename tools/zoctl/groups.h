@@ -13,6 +13,15 @@ using RegisterGroup = void (*)(CLI::App& root, Tool& tool);
 
 void RegisterStatus(CLI::App& root, Tool& tool);
 void RegisterDriver(CLI::App& root, Tool& tool);
+void RegisterProcess(CLI::App& root, Tool& tool);
+void RegisterFile(CLI::App& root, Tool& tool);
+void RegisterRegistry(CLI::App& root, Tool& tool);
+void RegisterDll(CLI::App& root, Tool& tool);
+void RegisterSignature(CLI::App& root, Tool& tool);
+void RegisterRules(CLI::App& root, Tool& tool);
+void RegisterEvents(CLI::App& root, Tool& tool);
+void RegisterMaintenance(CLI::App& root, Tool& tool);
+void RegisterDoctor(CLI::App& root, Tool& tool);
 
 // In the order of the help.
 [[nodiscard]] std::span<const RegisterGroup> CommandGroups();

@@ -16,7 +16,7 @@ Json PairsJson(const ZopStatus& status) {
             {{"flag", status.flag4}, {"count", status.count4}}};
 }
 
-int ShowStatus(Output& out) {
+int ShowRunningDriver(Output& out) {
     std::uint32_t version[3] = {};
     std::uint32_t enabled = 0;
     ZopStatus pairs{};
@@ -55,7 +55,7 @@ void AddMasterSwitch(Tool& tool, CLI::App& root, const CommandText& text, bool o
 
 void RegisterStatus(CLI::App& root, Tool& tool) {
     tool.AddCommand(root, {"status", "Show the running driver's version, master switch and counts", "status"},
-                    [](Output& out) { return WithDriver(out, [&out] { return ShowStatus(out); }); });
+                    [](Output& out) { return WithDriver(out, [&out] { return ShowRunningDriver(out); }); });
     AddMasterSwitch(tool, root, {"enable", "Switch all protection on", "enable"}, true);
     AddMasterSwitch(tool, root, {"disable", "Switch all protection off; the rules stay", "disable"}, false);
 }

@@ -1,0 +1,178 @@
+#include "doctor_facts.h"
+
+// clang-format off
+#include <windows.h>
+#include <winternl.h>
+// clang-format on
+
+#include "driver_tables.h"
+#include "format.h"
+#include "owned_handles.h"
+#include "text.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+constexpr wchar_t kServiceName[] = L"ZoProtector";
+constexpr wchar_t kServiceKey[] = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
+constexpr wchar_t kDevicePath[] = L"\\\\.\\ZoProtector";
+
+// The service manager keeps paths in kernel forms too.
+std::wstring Win32Path(std::wstring path) {
+    if (path.starts_with(L"\\??\\") || path.starts_with(L"\\\\?\\")) return path.substr(4);
+    wchar_t root[MAX_PATH] = {};
+    GetWindowsDirectoryW(root, MAX_PATH);
+    constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
+    if (path.starts_with(kSystemRoot)) return std::wstring(root) + L"\\" + path.substr(kSystemRoot.size());
+    if (!path.empty() && path.find(L':') == std::wstring::npos) return std::wstring(root) + L"\\" + path;
+    return path;
+}
+
+// The flag in the registry is how the service manager remembers over a restart; where it keeps it only in memory, a
+// change that changes nothing is refused.
+bool MarkedForDeletion() {
+    DWORD flag = 0;
+    DWORD size = sizeof(flag);
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, kServiceKey, L"DeleteFlag", RRF_RT_REG_DWORD, nullptr, &flag, &size) ==
+            ERROR_SUCCESS &&
+        flag != 0) {
+        return true;
+    }
+    const zo::OwnedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    const zo::OwnedService service(manager ? OpenServiceW(manager.Get(), kServiceName, SERVICE_CHANGE_CONFIG)
+                                           : nullptr);
+    return service &&
+           !ChangeServiceConfigW(service.Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, nullptr,
+                                 nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) &&
+           GetLastError() == ERROR_SERVICE_MARKED_FOR_DELETE;
+}
+
+void AskService(DoctorFacts& facts) {
+    ZoProtectorDriverStatus status{};
+    facts.queryStatus = ZoProtector_QueryDriverStatus(&status);
+    if (facts.queryStatus < 0) return;
+    facts.state = status.state;
+    facts.startType = status.startType;
+    facts.imagePath = zo::Utf8FromWide(status.imagePath);
+    facts.instanceRegistered = status.instanceRegistered != 0;
+    facts.altitude = zo::Utf8FromWide(status.altitude);
+    facts.fileVersion = {status.fileVersionMajor, status.fileVersionMinor, status.fileVersionBuild,
+                         status.fileVersionRevision};
+    const DWORD attributes = GetFileAttributesW(Win32Path(status.imagePath).c_str());
+    facts.fileThere = attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    if (status.state != ZOP_DRIVER_NOT_INSTALLED) facts.markedForDeletion = MarkedForDeletion();
+}
+
+std::string ProcessName(ULONG_PTR pid) {
+    const zo::OwnedKernelObject process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid)));
+    wchar_t path[MAX_PATH] = {};
+    DWORD units = MAX_PATH;
+    if (!process || !QueryFullProcessImageNameW(process.Get(), 0, path, &units)) return zo::Format("process {}", pid);
+    return zo::Format("process {} ({})", pid, zo::Utf8FromWide(path));
+}
+
+// The system's list of the processes that use a file. Not every system answers it for a device; then nothing is known.
+std::vector<std::string> DeviceHolders() {
+    struct ProcessIds {
+        ULONG count;
+        ULONG_PTR ids[256];
+    };
+    using Query = NTSTATUS(NTAPI*)(HANDLE, IO_STATUS_BLOCK*, void*, ULONG, ULONG);
+    constexpr ULONG kProcessIdsUsingFile = 47;
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void*>(ntdll ? GetProcAddress(ntdll, "NtQueryInformationFile") : nullptr));
+    const zo::OwnedFile device(CreateFileW(kDevicePath, FILE_READ_ATTRIBUTES,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                           OPEN_EXISTING, 0, nullptr));
+    std::vector<std::string> holders;
+    ProcessIds ids{};
+    IO_STATUS_BLOCK block{};
+    if (!query || !device || query(device.Get(), &block, &ids, sizeof(ids), kProcessIdsUsingFile) < 0) return holders;
+    for (ULONG i = 0; i < ids.count && i < std::size(ids.ids); ++i) {
+        if (ids.ids[i] != GetCurrentProcessId()) holders.push_back(ProcessName(ids.ids[i]));
+    }
+    return holders;
+}
+
+// As the library opens it, but with the error told.
+void TryDevice(DoctorFacts& facts) {
+    const zo::OwnedFile device(CreateFileW(kDevicePath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+    facts.deviceError = device ? 0 : GetLastError();
+    if (!device) facts.holders = DeviceHolders();
+}
+
+// A poll from the beginning takes nothing away from other readers: each keeps a position of its own.
+template <typename Record>
+std::int32_t LostSoFar(std::int32_t (*drain)(std::uint32_t, void*, std::uint32_t, std::uint32_t*, std::uint32_t*,
+                                             std::uint32_t*),
+                       std::uint32_t& lost) {
+    Record record{};
+    std::uint32_t count = 0;
+    return drain(0, &record, 1, &count, &lost, nullptr);
+}
+
+void AskDriver(DoctorFacts& facts) {
+    facts.handshake = ZoProtector_Initialize();
+    if (*facts.handshake < 0) return;
+    auto& version = facts.driverVersion;
+    // It answered a moment ago; if it no longer does, the next calls say so.
+    static_cast<void>(ZoProtector_GetVersion(&version[0], &version[1], &version[2]));
+    std::uint32_t enabled = 0;
+    facts.masterStatus = ZoProtector_GetMasterEnabled(&enabled);
+    facts.masterEnabled = enabled != 0;
+    for (const Table table : kAllTables) {
+        TableContents contents;
+        const std::int32_t status = ReadTable(table, contents);
+        if (status < 0) facts.rulesStatus = status;
+        facts.rules[Index(table)] = contents.total;
+    }
+    ZopStats stats{};
+    facts.statsStatus = ZoProtector_GetStats(&stats);
+    facts.statsVersion = stats.version;
+    facts.bypassAttempts = stats.unsignedBypassAttempts;
+    facts.ringStatus = LostSoFar<ZopEventRecord>(ZoProtector_DrainEvents, facts.lostMain);
+    if (facts.ringStatus >= 0) {
+        facts.ringStatus = LostSoFar<ZopRegistryEventRecord>(ZoProtector_DrainRegistryEvents, facts.lostRegistry);
+    }
+    ZoProtector_Uninitialize();
+}
+
+// Before the library logs for the first time in this process, for it keeps its file open and to itself.
+void TryLog(DoctorFacts& facts) {
+    wchar_t temporary[MAX_PATH] = {};
+    const DWORD units = GetTempPathW(MAX_PATH, temporary);
+    std::wstring folder = L".";
+    if (units != 0 && units < MAX_PATH) {
+        folder = std::wstring(temporary) + L"ZoProtector";
+        CreateDirectoryW(folder.c_str(), nullptr);  // as the library does; the open below tells whether it is there
+        folder += L"\\Logs";
+        CreateDirectoryW(folder.c_str(), nullptr);
+    }
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    facts.logFile =
+        zo::Format("{}\\ZoProtector_{:04d}{:02d}{:02d}.log", zo::Utf8FromWide(folder), now.wYear, now.wMonth, now.wDay);
+    const zo::OwnedFile file(CreateFileW(zo::WideFromUtf8(facts.logFile).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ,
+                                         nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    facts.logError = file ? 0 : GetLastError();
+}
+
+}  // namespace
+
+DoctorFacts GatherDoctorFacts() {
+    DoctorFacts facts;
+    TryLog(facts);
+    AskService(facts);
+    // The device also answers when the service manager has lost sight of the driver (one marked for deletion runs on).
+    if (facts.state != ZOP_DRIVER_NOT_INSTALLED && facts.state != ZOP_DRIVER_STOPPED) {
+        TryDevice(facts);
+        if (*facts.deviceError == 0) AskDriver(facts);
+    }
+    return facts;
+}
+
+}  // namespace zoctl

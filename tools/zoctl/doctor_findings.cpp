@@ -1,0 +1,253 @@
+#include "doctor_findings.h"
+
+#include <algorithm>
+
+#include "format.h"
+#include "status_table.h"
+#include "zoprotector_status.h"
+
+namespace zoctl {
+
+namespace {
+
+// The public header's numbers; it cannot be included where there is no Windows.
+constexpr std::uint32_t kNotInstalled = 0;
+constexpr std::uint32_t kStopped = 1;
+constexpr std::uint32_t kStartPending = 2;
+constexpr std::uint32_t kStopPending = 3;
+constexpr std::uint32_t kRunning = 4;
+constexpr std::uint32_t kStartDisabled = 4;
+
+constexpr std::uint32_t kErrorFileNotFound = 2;
+constexpr std::uint32_t kErrorAccessDenied = 5;
+constexpr std::uint32_t kErrorSharingViolation = 32;
+
+std::string StatusWords(std::int32_t status) {
+    const StatusText text = DescribeStatus(status, Subject::kAny);
+    return zo::Format("{} ({} {})", text.meaning, text.name, text.value);
+}
+
+Finding Good(const char* subject, std::string text) {
+    return {subject, Severity::kGood, std::move(text), {}};
+}
+Finding Note(const char* subject, std::string text, std::string remedy) {
+    return {subject, Severity::kNote, std::move(text), std::move(remedy)};
+}
+Finding Wrong(const char* subject, std::string text, std::string remedy) {
+    return {subject, Severity::kWrong, std::move(text), std::move(remedy)};
+}
+
+Finding JudgeState(const DoctorFacts& facts) {
+    switch (facts.state) {
+        case kRunning:
+            return Good("service", "running");
+        case kStopped:
+            return Wrong("service", "stopped", "Start it with \"zoctl driver start\".");
+        case kStartPending:
+        case kStopPending:
+            return Wrong("service", facts.state == kStartPending ? "starting" : "stopping",
+                         "Wait and look again; if it stays so, restart the system.");
+        default:
+            return Wrong("service", "in a state that the system does not tell",
+                         "Look at it with the system's own service tools.");
+    }
+}
+
+Finding JudgeStartType(const DoctorFacts& facts) {
+    static constexpr const char* kNames[] = {"boot", "system", "auto", "demand"};
+    if (facts.startType == kStartDisabled) {
+        return Wrong("start type", "disabled", "Allow it with \"zoctl driver set-start auto\".");
+    }
+    return Good("start type", facts.startType < std::size(kNames) ? kNames[facts.startType] : "unknown");
+}
+
+Finding JudgeFile(const DoctorFacts& facts) {
+    if (facts.imagePath.empty()) {
+        return Wrong("driver file", "the service names no file", "Install again with \"zoctl driver install PATH\".");
+    }
+    if (!facts.fileThere) {
+        return Wrong("driver file", zo::Format("{} does not exist or cannot be seen", facts.imagePath),
+                     "Install again with \"zoctl driver install PATH\".");
+    }
+    return Good("driver file", facts.imagePath);
+}
+
+void JudgeVersion(const DoctorFacts& facts, std::vector<Finding>& findings) {
+    if (!facts.fileThere) return;
+    const auto& file = facts.fileVersion;
+    if (file == std::array<std::uint32_t, 4>{}) {
+        findings.push_back(Wrong("file version", "the file carries no version",
+                                 "Replace it by the maker's with \"zoctl driver upgrade PATH\"."));
+        return;
+    }
+    const std::string text = zo::Format("{}.{}.{}.{}", file[0], file[1], file[2], file[3]);
+    const bool connected = facts.handshake && (*facts.handshake >= 0 || *facts.handshake == ZOP_E_VERSION_MISMATCH);
+    const auto& running = facts.driverVersion;
+    const bool known = connected && running != std::array<std::uint32_t, 3>{};
+    if (known && !std::equal(running.begin(), running.end(), file.begin())) {
+        findings.push_back(Wrong("file version",
+                                 zo::Format("{}, but {}.{}.{} is running", text, running[0], running[1], running[2]),
+                                 "Restart the driver (\"zoctl driver stop\", \"zoctl driver start\") or the system."));
+        return;
+    }
+    findings.push_back(Good("file version", text + (known ? ", the one that runs" : "")));
+}
+
+Finding JudgeInstance(const DoctorFacts& facts) {
+    const std::string remedy = "Register it again with \"zoctl driver install PATH\".";
+    if (!facts.instanceRegistered) return Wrong("filter instance", "not registered, or without an altitude", remedy);
+    // Altitudes are decimal numbers, with a fraction where one had to be squeezed in.
+    const bool number =
+        facts.altitude.find_first_not_of("0123456789.") == std::string::npos && facts.altitude.front() != '.';
+    if (!number) {
+        return Wrong("filter instance", zo::Format("its altitude \"{}\" is no number", facts.altitude), remedy);
+    }
+    return Good("filter instance", "altitude " + facts.altitude);
+}
+
+void JudgeService(const DoctorFacts& facts, std::vector<Finding>& findings) {
+    if (facts.queryStatus < 0) {
+        findings.push_back(
+            Wrong("service", "cannot be asked: " + StatusWords(facts.queryStatus), "Run zoctl as an administrator."));
+        return;
+    }
+    if (facts.state == kNotInstalled) {
+        findings.push_back(Wrong("service", "not installed", "Install it with \"zoctl driver install PATH\"."));
+        return;
+    }
+    findings.push_back(JudgeState(facts));
+    if (facts.markedForDeletion) {
+        findings.push_back(Wrong("deletion", "the service is marked for deletion",
+                                 "Close what holds it open or restart the system, then install it again."));
+    }
+    findings.push_back(JudgeStartType(facts));
+    findings.push_back(JudgeFile(facts));
+    JudgeVersion(facts, findings);
+    findings.push_back(JudgeInstance(facts));
+}
+
+Finding JudgeDevice(const DoctorFacts& facts) {
+    const std::uint32_t error = *facts.deviceError;
+    if (error == 0) return Good("device", "can be opened");
+    std::string holders;
+    for (const std::string& holder : facts.holders)
+        holders += (holders.empty() ? "" : ", ") + holder;
+    if (error == kErrorFileNotFound) {
+        return Wrong("device", "does not exist although the service runs", "Stop the driver and start it again.");
+    }
+    if (error == kErrorSharingViolation || !holders.empty()) {
+        return Wrong(
+            "device",
+            "is held by another process" + (holders.empty() ? ", which the system does not name" : ": " + holders),
+            "Only one process at a time can hold it: end that one, or do the work there.");
+    }
+    if (error == kErrorAccessDenied) {
+        return Wrong("device", "access is denied", "Run zoctl as an administrator; another process may also hold it.");
+    }
+    return Wrong("device", zo::Format("cannot be opened, error {}", error), "Restart the driver.");
+}
+
+Finding JudgeHandshake(const DoctorFacts& facts) {
+    const auto& version = facts.driverVersion;
+    if (*facts.handshake >= 0) {
+        return Good("handshake", zo::Format("driver {}.{}.{}", version[0], version[1], version[2]));
+    }
+    const StatusText text = DescribeStatus(*facts.handshake, Subject::kChannel);
+    return Wrong("handshake", zo::Format("{} ({} {})", text.meaning, text.name, text.value), text.advice);
+}
+
+Finding JudgeRules(const DoctorFacts& facts) {
+    if (facts.rulesStatus < 0) {
+        return Wrong("rules", "cannot be read: " + StatusWords(facts.rulesStatus), "Restart the driver.");
+    }
+    const auto& rules = facts.rules;
+    const std::string text =
+        zo::Format("{} process, {} file, {} registry, {} DLL folders", rules[0], rules[1], rules[2], rules[3]);
+    if (rules[0] + rules[1] + rules[2] == 0) {
+        return Note("rules", text + ": nothing is protected", "Apply a rule file with \"zoctl rules apply FILE\".");
+    }
+    return Good("rules", text);
+}
+
+Finding JudgeLosses(const DoctorFacts& facts) {
+    if (facts.ringStatus < 0) {
+        return Wrong("events", "cannot be read: " + StatusWords(facts.ringStatus), "Restart the driver.");
+    }
+    if (facts.lostMain || facts.lostRegistry) {
+        return Note(
+            "events",
+            zo::Format("{} of the main ring and {} of the registry ring are overwritten and lost to who did not "
+                       "read them in time",
+                       facts.lostMain, facts.lostRegistry),
+            "If a reader reports losses, let it poll more often or with a larger capacity.");
+    }
+    return Good("events", "none lost");
+}
+
+Finding JudgeStats(const DoctorFacts& facts) {
+    if (facts.statsStatus < 0) {
+        return Wrong("counters", "cannot be read: " + StatusWords(facts.statsStatus), "Restart the driver.");
+    }
+    if (facts.statsVersion < 3) {
+        return Note("counters", zo::Format("layout {}, without the bypass counter", facts.statsVersion),
+                    "Upgrade the driver with \"zoctl driver upgrade PATH\".");
+    }
+    if (facts.bypassAttempts) {
+        return Note("counters", zo::Format("{} unsigned bypass attempts", facts.bypassAttempts),
+                    "Look at the events of that time.");
+    }
+    return Good("counters", "no unsigned bypass attempts");
+}
+
+void JudgeDriver(const DoctorFacts& facts, std::vector<Finding>& findings) {
+    if (facts.deviceError) findings.push_back(JudgeDevice(facts));
+    if (facts.deviceError && *facts.deviceError != 0) return;  // the handshake would only say the same again
+    if (!facts.handshake) return;
+    findings.push_back(JudgeHandshake(facts));
+    if (*facts.handshake < 0) return;
+    if (facts.masterStatus < 0) {
+        findings.push_back(
+            Wrong("protection", "cannot be asked: " + StatusWords(facts.masterStatus), "Restart the driver."));
+    } else if (!facts.masterEnabled) {
+        findings.push_back(Wrong("protection", "switched off", "Switch it on with \"zoctl enable\"."));
+    } else {
+        findings.push_back(Good("protection", "switched on"));
+    }
+    findings.push_back(JudgeRules(facts));
+    findings.push_back(JudgeLosses(facts));
+    findings.push_back(JudgeStats(facts));
+}
+
+Finding JudgeLog(const DoctorFacts& facts) {
+    if (facts.logError == 0) return Good("diagnostic log", facts.logFile);
+    if (facts.logError == kErrorSharingViolation) {
+        return Note("diagnostic log", facts.logFile + " is written by another process",
+                    "Lines of other processes reach only a debugger until that process ends.");
+    }
+    return Wrong("diagnostic log", zo::Format("{} cannot be written, error {}", facts.logFile, facts.logError),
+                 "Let this user write to the folder, or set TMP to one that can be written.");
+}
+
+}  // namespace
+
+std::vector<Finding> Judge(const DoctorFacts& facts) {
+    std::vector<Finding> findings;
+    JudgeService(facts, findings);
+    JudgeDriver(facts, findings);
+    findings.push_back(JudgeLog(facts));
+    return findings;
+}
+
+const char* SeverityName(Severity severity) {
+    switch (severity) {
+        case Severity::kGood:
+            return "ok";
+        case Severity::kNote:
+            return "note";
+        case Severity::kWrong:
+            return "wrong";
+    }
+    return "";
+}
+
+}  // namespace zoctl

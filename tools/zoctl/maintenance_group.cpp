@@ -1,0 +1,121 @@
+// Single commands: stats, copy-directory, hardware-id, force-crash.
+
+#include <memory>
+
+#include "channel.h"
+#include "console.h"
+#include "format.h"
+#include "groups.h"
+#include "text.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+int Stats(Output& out) {
+    ZopStats stats{};
+    const std::int32_t status = ZoProtector_GetStats(&stats);
+    if (status < 0) return out.Fail(status, Subject::kRule, "read the counters");
+    constexpr std::uint32_t kFirstVersionWithBypass = 3;
+    const bool hasBypass = stats.version >= kFirstVersionWithBypass;
+    TextTable table({"COUNTER", "VALUE"});
+    Json counters = Json::array();
+    const auto add = [&](std::size_t offset, std::uint32_t value) {
+        table.Add({zo::Format("at byte {}", offset), zo::Format("{}", value)});
+        counters.push_back({{"offset", offset}, {"value", value}});
+    };
+    for (std::size_t i = 0; i < std::size(stats.counters); ++i)
+        add(4 + 4 * i, stats.counters[i]);
+    for (std::size_t i = 0; i < std::size(stats.moreCounters); ++i)
+        add(56 + 4 * i, stats.moreCounters[i]);
+    table.Add({"unsigned bypass attempts",
+               hasBypass ? zo::Format("{}", stats.unsignedBypassAttempts) : "not known to this driver"});
+    out.Text(zo::Format("Layout version {}; the counters that have no name are the driver's own.\n", stats.version));
+    out.Table(table);
+    return out.Done("", {{"version", stats.version},
+                         {"unsignedBypassAttempts", hasBypass ? Json(stats.unsignedBypassAttempts) : Json(nullptr)},
+                         {"counters", counters}});
+}
+
+struct CopyOptions {
+    std::string source;
+    std::string destination;
+    bool option1 = false;
+    bool option2 = false;
+};
+
+int CopyFolder(Output& out, const CopyOptions& options) {
+    std::uint32_t files = 0;
+    std::uint32_t folders = 0;
+    std::uint32_t skipped = 0;
+    const std::int32_t status = ZoProtector_CopyDirectory(zo::WideFromUtf8(options.source).c_str(),
+                                                          zo::WideFromUtf8(options.destination).c_str(),
+                                                          options.option1, options.option2, &files, &folders, &skipped);
+    // The driver's counts hold for a copy that failed half-way too.
+    const Json facts = {{"source", options.source},
+                        {"destination", options.destination},
+                        {"filesCopied", files},
+                        {"dirsCopied", folders},
+                        {"skipped", skipped}};
+    const std::string counts = zo::Format("{} files and {} folders copied, {} skipped", files, folders, skipped);
+    if (status < 0) {
+        return out.Fail(status, Subject::kCopy, "copy " + Quote(options.source) + " (" + counts + ")", facts);
+    }
+    return out.Done(counts + ".", facts);
+}
+
+int HardwareId(Output& out) {
+    wchar_t text[65] = {};
+    const std::int32_t status = ZoProtector_GetHardwareId(text, 65);
+    if (status < 0) return out.Fail(status, Subject::kAny, "identify this machine");
+    const std::string id = zo::Utf8FromWide(text);
+    return out.Done(id, {{"hardwareId", id}});
+}
+
+int ForceCrash(Output& out, bool yes) {
+    if (!yes) {
+        if (out.Machine() || !InputIsTerminal()) {
+            return out.Refuse(kExitUsage, "This crashes the system on purpose, and nobody is there to be asked.",
+                              "Give --yes if that is what you want.");
+        }
+        static_cast<void>(
+            Write(Stream::kError, "This crashes the system now, and unsaved work is lost. Type \"crash\": "));
+        if (ReadLine() != "crash")
+            return out.Refuse(kExitCancelled, "Nothing was done.", "Type \"crash\" to go ahead.");
+    }
+    return WithDriver(out, [&out] {
+        const std::int32_t status = ZoProtector_ForceCrash();
+        if (status < 0) return out.Fail(status, Subject::kRule, "crash the system");
+        return out.Done("The driver took the command.");
+    });
+}
+
+}  // namespace
+
+void RegisterMaintenance(CLI::App& root, Tool& tool) {
+    tool.AddCommand(root, {"stats", "Show the driver's counters", "stats --json"},
+                    [](Output& out) { return WithDriver(out, [&out] { return Stats(out); }); });
+
+    const auto copy = std::make_shared<CopyOptions>();
+    CLI::App& copyCommand =
+        tool.AddCommand(root,
+                        {"copy-directory", "Have the driver copy a folder that user mode may not read",
+                         "copy-directory C:\\Windows\\Minidump C:\\Temp\\dumps --option1 --option2"},
+                        [copy](Output& out) { return WithDriver(out, [&] { return CopyFolder(out, *copy); }); });
+    copyCommand.add_option("source", copy->source)->required();
+    copyCommand.add_option("destination", copy->destination)->required();
+    copyCommand.add_flag("--option1", copy->option1, "The driver's first switch");
+    copyCommand.add_flag("--option2", copy->option2, "The driver's second switch");
+
+    tool.AddCommand(root, {"hardware-id", "Show this machine's identifier; needs no driver", "hardware-id"},
+                    HardwareId);
+
+    const auto yes = std::make_shared<bool>(false);
+    tool.AddCommand(root,
+                    {"force-crash", "Have the driver crash the system on purpose; asks first", "force-crash --yes"},
+                    [yes](Output& out) { return ForceCrash(out, *yes); })
+        .add_flag("--yes", *yes, "Do not ask");
+}
+
+}  // namespace zoctl

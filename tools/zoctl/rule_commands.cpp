@@ -1,0 +1,103 @@
+#include <memory>
+
+#include "rule_commands.h"
+
+#include "channel.h"
+#include "format.h"
+#include "text.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+// Sends one command and reports it. call gets the channel already open.
+int Send(Output& out, const std::function<std::int32_t()>& call, const std::string& what, const std::string& done,
+         const Json& facts) {
+    return WithDriver(out, [&] {
+        const std::int32_t status = call();
+        return status < 0 ? out.Fail(status, Subject::kRule, what, facts) : out.Done(done, facts);
+    });
+}
+
+struct NameOptions {
+    std::string name;
+    bool recursive = false;
+    bool isFolder = false;
+};
+
+}  // namespace
+
+void AddPlainCommand(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(), const char* what,
+                     const char* done) {
+    tool.AddCommand(group, text, [=](Output& out) { return Send(out, call, what, done, Json::object()); });
+}
+
+void AddNameCommand(Tool& tool, CLI::App& group, const CommandText& text, const char* kind,
+                    std::int32_t (*call)(const wchar_t*), const char* what, const char* done) {
+    const auto options = std::make_shared<NameOptions>();
+    tool.AddCommand(group, text,
+                    [=](Output& out) {
+                        const std::wstring name = zo::WideFromUtf8(options->name);
+                        return Send(out, [&] { return call(name.c_str()); },
+                                    zo::Format("{} {}", what, Quote(options->name)),
+                                    zo::Format("{} {}.", done, Quote(options->name)), {{kind, options->name}});
+                    })
+        .add_option(kind, options->name)
+        ->required();
+}
+
+void AddRecursiveCommand(Tool& tool, CLI::App& group, const CommandText& text, const char* kind,
+                         std::int32_t (*call)(const wchar_t*, std::uint32_t), const char* what, const char* done) {
+    const auto options = std::make_shared<NameOptions>();
+    CLI::App& command = tool.AddCommand(group, text, [=](Output& out) {
+        const std::wstring name = zo::WideFromUtf8(options->name);
+        return Send(out, [&] { return call(name.c_str(), options->recursive ? 1 : 0); },
+                    zo::Format("{} {}", what, Quote(options->name)),
+                    zo::Format("{} {}{}.", done, Quote(options->name), options->recursive ? " and all below it" : ""),
+                    {{kind, options->name}, {"recursive", options->recursive}});
+    });
+    command.add_option(kind, options->name)->required();
+    command.add_flag("-r,--recursive", options->recursive, "Cover all that lies below too");
+}
+
+void AddIgnoreGroup(Tool& tool, CLI::App& parent, const IgnoreListExports& exports) {
+    const std::string above = parent.get_name();
+    CLI::App& group =
+        tool.AddGroup(parent, "ignore", "Processes that the filter lets pass (the list cannot be read back)");
+    const auto options = std::make_shared<NameOptions>();
+    const std::string example =
+        above + " ignore add C:\\Suite\\update.exe\n" + above + " ignore add C:\\Suite\\tools --folder --recursive";
+    CLI::App& add = tool.AddCommand(
+        group, {"add", "Let a process, or all from a folder, pass the filter", example.c_str()},
+        [options, exports](Output& out) {
+            const std::wstring name = zo::WideFromUtf8(options->name);
+            return Send(
+                out, [&] { return exports.add(name.c_str(), options->isFolder ? 1 : 0, options->recursive ? 1 : 0); },
+                "exempt " + Quote(options->name), "Exempted " + Quote(options->name) + ".",
+                {{"path", options->name}, {"folder", options->isFolder}, {"recursive", options->recursive}});
+        });
+    add.add_option("path", options->name, "The process's image file, or a folder with --folder")->required();
+    CLI::Option* folder = add.add_flag("--folder", options->isFolder, "The path is a folder of images");
+    add.add_flag("-r,--recursive", options->recursive, "Cover its sub-folders too")->needs(folder);
+    const std::string remove = above + " ignore remove C:\\Suite\\update.exe";
+    AddNameCommand(tool, group, {"remove", "No longer let a process pass", remove.c_str()}, "path", exports.remove,
+                   "remove the exemption of", "No longer exempt:");
+    const std::string clear = above + " ignore clear";
+    AddPlainCommand(tool, group, {"clear", "Empty the list", clear.c_str()}, exports.clear, "empty the list",
+                    "The list is empty.");
+}
+
+void AddSwitchCommands(Tool& tool, CLI::App& group, std::int32_t (*call)(std::int32_t), const char* of) {
+    for (const bool on : {true, false}) {
+        const char* name = on ? "enable" : "disable";
+        const std::string summary = zo::Format("Switch {} {}", of, on ? "on" : "off; the rules stay");
+        const std::string example = zo::Format("{} {}", group.get_name(), name);
+        tool.AddCommand(group, {name, summary.c_str(), example.c_str()}, [call, on, of](Output& out) {
+            return Send(out, [&] { return call(on ? 1 : 0); }, zo::Format("switch {}", of),
+                        zo::Format("The switch of {} is {}.", of, on ? "on" : "off"), {{"enabled", on}});
+        });
+    }
+}
+
+}  // namespace zoctl

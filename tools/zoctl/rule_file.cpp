@@ -1,0 +1,383 @@
+#include "rule_file.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "format.h"
+
+namespace zoctl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kLongestFilter = 127;
+
+std::string Escaped(std::string_view name) {
+    std::string pointer;
+    for (const char c : name) {
+        if (c == '~') {
+            pointer += "~0";
+        } else if (c == '/') {
+            pointer += "~1";
+        } else {
+            pointer += c;
+        }
+    }
+    return pointer;
+}
+
+std::size_t Utf16Units(const std::string& utf8) {
+    std::size_t units = 0;
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((byte & 0xC0u) != 0x80u) units += byte >= 0xF0u ? 2 : 1;
+    }
+    return units;
+}
+
+// Walks the document and gathers mistakes with the place of each.
+class Reader {
+  public:
+    Reader(const NameForms& names, std::vector<Mistake>& mistakes) : names_(names), mistakes_(mistakes) {}
+
+    RuleFile ReadFile(const Json& file);
+
+  private:
+    void Say(const std::string& pointer, std::string message) { mistakes_.push_back({pointer, std::move(message)}); }
+
+    // Null, with a mistake said, when it is there but no object; members beyond the allowed ones are mistakes.
+    bool IsObject(const Json& value, const std::string& at, std::initializer_list<const char*> allowed);
+    const Json* Section(const Json& file, const char* name, std::initializer_list<const char*> allowed);
+    std::optional<bool> Enabled(const Json* section, const std::string& at);
+    std::optional<std::uint64_t> Number(const Json& value, const std::string& at, std::uint64_t highest);
+    std::optional<std::string> Text(const Json& value, const std::string& at);
+    std::uint8_t Flag(const Json& rule, const char* name, const std::string& at, bool oneBit);
+    std::string Path(const Json& value, const std::string& at, std::string& nt);
+    std::string Key(const Json& value, const std::string& at, std::string& nt);
+
+    // Reads "path" or "folder"; false with a mistake when there is not just one of them.
+    bool Place(const Json& rule, const std::string& at, std::string& name, std::string& nt, std::uint8_t& isFolder);
+    WantedRule ProcessRule(const Json& rule, const std::string& at);
+    WantedRule FileRule(const Json& rule, const std::string& at);
+    WantedRule RegistryRule(const Json& rule, const std::string& at);
+    WantedRule DllFolder(const Json& rule, const std::string& at);
+    WantedRule IgnoreEntry(const Json& rule, const std::string& at);
+    void Scope(const Json& rule, const std::string& at, WantedRule& wanted);
+
+    using ReadRule = WantedRule (Reader::*)(const Json&, const std::string&);
+    std::optional<WantedRules> List(const Json* section, const char* name, const std::string& at, ReadRule read);
+    void FindDuplicates(const WantedRules& rules);
+    void ReadSignature(const Json& file, RuleFile& wanted);
+
+    const NameForms& names_;
+    std::vector<Mistake>& mistakes_;
+};
+
+bool Reader::IsObject(const Json& value, const std::string& at, std::initializer_list<const char*> allowed) {
+    if (!value.is_object()) {
+        Say(at, "must be an object");
+        return false;
+    }
+    for (const auto& member : value.items()) {
+        const std::string& name = member.key();
+        const auto known = [&name](const char* other) { return name == other; };
+        if (std::none_of(allowed.begin(), allowed.end(), known)) {
+            Say(at + "/" + Escaped(name), "is not a member that belongs here");
+        }
+    }
+    return true;
+}
+
+const Json* Reader::Section(const Json& file, const char* name, std::initializer_list<const char*> allowed) {
+    const auto found = file.find(name);
+    if (found == file.end()) return nullptr;
+    return IsObject(*found, std::string("/") + name, allowed) ? &*found : nullptr;
+}
+
+std::optional<bool> Reader::Enabled(const Json* section, const std::string& at) {
+    if (!section || !section->contains("enabled")) return std::nullopt;
+    const Json& value = (*section)["enabled"];
+    if (value.is_boolean()) return value.get<bool>();
+    Say(at + "/enabled", "must be true or false");
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> Reader::Number(const Json& value, const std::string& at, std::uint64_t highest) {
+    if (value.is_number_unsigned() && value.get<std::uint64_t>() <= highest) return value.get<std::uint64_t>();
+    Say(at, zo::Format("must be a whole number from 0 to {}", highest));
+    return std::nullopt;
+}
+
+std::optional<std::string> Reader::Text(const Json& value, const std::string& at) {
+    if (!value.is_string()) {
+        Say(at, "must be text");
+        return std::nullopt;
+    }
+    auto text = value.get<std::string>();
+    if (std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; })) {
+        Say(at, "must not hold control characters");
+        return std::nullopt;
+    }
+    return text;
+}
+
+// oneBit: the library itself makes 1 of every other number, so that only 0 and 1 can be asked for.
+std::uint8_t Reader::Flag(const Json& rule, const char* name, const std::string& at, bool oneBit) {
+    const auto found = rule.find(name);
+    if (found == rule.end()) return 0;
+    if (found->is_boolean()) return found->get<bool>() ? 1 : 0;
+    const std::uint64_t highest = oneBit ? 1 : 255;
+    if (found->is_number_unsigned() && found->get<std::uint64_t>() <= highest) return found->get<std::uint8_t>();
+    Say(at + "/" + name, zo::Format("must be true, false or a whole number from 0 to {}", highest));
+    return 0;
+}
+
+std::string Reader::Path(const Json& value, const std::string& at, std::string& nt) {
+    const auto text = Text(value, at);
+    if (!text) return {};
+    const bool drive = text->size() >= 3 && (*text)[1] == ':' && ((*text)[2] == '\\' || (*text)[2] == '/');
+    if (!drive && text->rfind("\\\\", 0) != 0) {
+        Say(at, "must be a full path: a drive, a colon and a backslash, or two backslashes at the start");
+        return {};
+    }
+    NameForms::Converted converted = names_.ToNtPath(*text);
+    if (converted.text.empty()) Say(at, converted.reason);
+    nt = std::move(converted.text);
+    return *text;
+}
+
+std::string Reader::Key(const Json& value, const std::string& at, std::string& nt) {
+    const auto text = Text(value, at);
+    if (!text) return {};
+    NameForms::Converted converted = names_.ToNtKey(*text);
+    if (converted.text.empty()) Say(at, converted.reason);
+    nt = std::move(converted.text);
+    return *text;
+}
+
+bool Reader::Place(const Json& rule, const std::string& at, std::string& name, std::string& nt,
+                   std::uint8_t& isFolder) {
+    const bool path = rule.contains("path");
+    const bool folder = rule.contains("folder");
+    if (path == folder) {
+        Say(at, path ? "must have \"path\" or \"folder\", not both" : "must have \"path\" or \"folder\"");
+        return false;
+    }
+    isFolder = folder ? 1 : 0;
+    const char* member = folder ? "folder" : "path";
+    name = Path(rule[member], at + "/" + member, nt);
+    return true;
+}
+
+WantedRule Reader::ProcessRule(const Json& rule, const std::string& at) {
+    WantedRule wanted;
+    if (!IsObject(rule, at, {"path", "folder", "recursive"})) return wanted;
+    Place(rule, at, wanted.given.name, wanted.nt.name, wanted.given.isFolder);
+    wanted.given.recursive = Flag(rule, "recursive", at, false);
+    if (wanted.given.recursive && rule.contains("path")) Say(at + "/recursive", "belongs to a \"folder\" only");
+    return wanted;
+}
+
+void Reader::Scope(const Json& rule, const std::string& at, WantedRule& wanted) {
+    const auto scope = rule.find("scope");
+    if (scope == rule.end()) return;
+    if (!IsObject(*scope, at + "/scope", {"path", "folder", "recursive"})) return;
+    Place(*scope, at + "/scope", wanted.given.scope, wanted.nt.scope, wanted.given.scopeIsFolder);
+    wanted.given.scopeRecursive = Flag(*scope, "recursive", at + "/scope", true);
+}
+
+WantedRule Reader::FileRule(const Json& rule, const std::string& at) {
+    WantedRule wanted;
+    if (!IsObject(rule, at, {"path", "folder", "recursive", "filter", "scope", "exclusive"})) return wanted;
+    const bool scoped = rule.contains("scope");
+    Place(rule, at, wanted.given.name, wanted.nt.name, wanted.given.isFolder);
+    Scope(rule, at, wanted);
+    wanted.given.recursive = Flag(rule, "recursive", at, scoped);
+    wanted.given.exclusive = Flag(rule, "exclusive", at, true);
+    if (rule.contains("filter")) {
+        if (const auto filter = Text(rule["filter"], at + "/filter")) wanted.given.filter = *filter;
+        if (Utf16Units(wanted.given.filter) > kLongestFilter) Say(at + "/filter", "is longer than 127 characters");
+    }
+    if (scoped) return wanted;
+    // A rule of one file takes neither; only rules with a scope go the way that allows them.
+    if (wanted.given.exclusive) Say(at + "/exclusive", "belongs to a rule with a \"scope\" only");
+    if (rule.contains("path") && wanted.given.recursive)
+        Say(at + "/recursive", "belongs to a \"folder\" or a \"scope\"");
+    if (rule.contains("path") && !wanted.given.filter.empty()) {
+        Say(at + "/filter", "belongs to a \"folder\" or a \"scope\"");
+    }
+    return wanted;
+}
+
+WantedRule Reader::RegistryRule(const Json& rule, const std::string& at) {
+    WantedRule wanted;
+    if (!IsObject(rule, at, {"key", "recursive"})) return wanted;
+    if (!rule.contains("key")) {
+        Say(at, "must have a \"key\"");
+        return wanted;
+    }
+    wanted.given.name = Key(rule["key"], at + "/key", wanted.nt.name);
+    wanted.given.recursive = Flag(rule, "recursive", at, false);
+    return wanted;
+}
+
+WantedRule Reader::DllFolder(const Json& rule, const std::string& at) {
+    WantedRule wanted;
+    if (!IsObject(rule, at, {"folder", "recursive"})) return wanted;
+    if (!rule.contains("folder")) {
+        Say(at, "must have a \"folder\"");
+        return wanted;
+    }
+    wanted.given.isFolder = 1;
+    wanted.given.name = Path(rule["folder"], at + "/folder", wanted.nt.name);
+    wanted.given.recursive = Flag(rule, "recursive", at, false);
+    return wanted;
+}
+
+WantedRule Reader::IgnoreEntry(const Json& rule, const std::string& at) {
+    WantedRule wanted;
+    if (!IsObject(rule, at, {"path", "folder", "recursive"})) return wanted;
+    Place(rule, at, wanted.given.name, wanted.nt.name, wanted.given.isFolder);
+    wanted.given.recursive = Flag(rule, "recursive", at, true);
+    return wanted;
+}
+
+// Two rules that the driver takes for the same: the second would be refused, or, where the flags differ, nobody could
+// tell which is meant.
+void Reader::FindDuplicates(const WantedRules& rules) {
+    std::map<std::array<std::string, 3>, std::string> seen;
+    for (const WantedRule& rule : rules) {
+        if (rule.nt.name.empty()) continue;
+        const std::array<std::string, 3> identity = {names_.Fold(rule.nt.name), names_.Fold(rule.nt.filter),
+                                                     names_.Fold(rule.nt.scope)};
+        const auto [first, added] = seen.emplace(identity, rule.pointer);
+        if (!added) Say(rule.pointer, "is for the driver the same rule as " + first->second);
+    }
+}
+
+std::optional<WantedRules> Reader::List(const Json* section, const char* name, const std::string& at, ReadRule read) {
+    if (!section || !section->contains(name)) return std::nullopt;
+    const Json& list = (*section)[name];
+    const std::string here = at + "/" + name;
+    if (!list.is_array()) {
+        Say(here, "must be a list");
+        return std::nullopt;
+    }
+    WantedRules rules;
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        std::string pointer = zo::Format("{}/{}", here, i);
+        WantedRule rule = (this->*read)(list[i], pointer);
+        Rule nt = rule.given;
+        nt.name = std::move(rule.nt.name);
+        nt.scope = std::move(rule.nt.scope);
+        rule.nt = std::move(nt);
+        rule.pointer = std::move(pointer);
+        rules.push_back(std::move(rule));
+    }
+    FindDuplicates(rules);
+    return rules;
+}
+
+void Reader::ReadSignature(const Json& file, RuleFile& wanted) {
+    const Json* signature = Section(file, "signature", {"policy", "overrides"});
+    if (!signature) return;
+    if (signature->contains("policy")) {
+        const Json& policy = (*signature)["policy"];
+        if (IsObject(policy, "/signature/policy", {"mode", "minLevel"})) {
+            Policy& into = wanted.policy.emplace();
+            for (const auto& [name, field] : {std::pair{"mode", &into.mode}, std::pair{"minLevel", &into.minLevel}}) {
+                if (!policy.contains(name)) {
+                    Say("/signature/policy", zo::Format("must have \"{}\"", name));
+                } else if (const auto number = Number(policy[name], std::string("/signature/policy/") + name, 255)) {
+                    *field = static_cast<std::uint8_t>(*number);
+                }
+            }
+        }
+    }
+    if (!signature->contains("overrides")) return;
+    const Json& list = (*signature)["overrides"];
+    if (!list.is_array()) {
+        Say("/signature/overrides", "must be a list");
+        return;
+    }
+    auto& pids = wanted.overrides.emplace();
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        const std::string at = zo::Format("/signature/overrides/{}", i);
+        const auto pid = Number(list[i], at, 0xFFFFFFFFu);
+        if (!pid) continue;
+        if (std::find(pids.begin(), pids.end(), *pid) != pids.end()) Say(at, "is in the list already");
+        pids.push_back(static_cast<std::uint32_t>(*pid));
+    }
+}
+
+RuleFile Reader::ReadFile(const Json& file) {
+    RuleFile wanted;
+    if (!IsObject(file, "",
+                  {"$schema", "version", "comment", "master", "process", "file", "registry", "dll", "signature"})) {
+        return wanted;
+    }
+    if (!file.contains("version")) {
+        Say("", "must have a \"version\"");
+    } else if (file["version"] != kRuleFileVersion) {
+        Say("/version", zo::Format("must be {}", kRuleFileVersion));
+    }
+    for (const char* name : {"$schema", "comment"}) {
+        if (file.contains(name) && !file[name].is_string()) Say(std::string("/") + name, "must be text");
+    }
+    wanted.masterEnabled = Enabled(Section(file, "master", {"enabled"}), "/master");
+    const Json* process = Section(file, "process", {"rules"});
+    wanted.tables[Index(Table::kProcess)] = List(process, "rules", "/process", &Reader::ProcessRule);
+    const Json* files = Section(file, "file", {"enabled", "rules", "ignore"});
+    wanted.fileEnabled = Enabled(files, "/file");
+    wanted.tables[Index(Table::kFile)] = List(files, "rules", "/file", &Reader::FileRule);
+    wanted.fileIgnore = List(files, "ignore", "/file", &Reader::IgnoreEntry);
+    const Json* registry = Section(file, "registry", {"rules", "ignore"});
+    wanted.tables[Index(Table::kRegistry)] = List(registry, "rules", "/registry", &Reader::RegistryRule);
+    wanted.registryIgnore = List(registry, "ignore", "/registry", &Reader::IgnoreEntry);
+    const Json* dll = Section(file, "dll", {"enabled", "folders"});
+    wanted.dllEnabled = Enabled(dll, "/dll");
+    wanted.tables[Index(Table::kDll)] = List(dll, "folders", "/dll", &Reader::DllFolder);
+    ReadSignature(file, wanted);
+    return wanted;
+}
+
+// A member that stands twice in an object: JSON parsers keep one of the two and nobody sees the other.
+class RepeatedMembers {
+  public:
+    explicit RepeatedMembers(std::vector<Mistake>& mistakes) : mistakes_(mistakes) {}
+
+    bool operator()(int, Json::parse_event_t event, Json& value) {
+        if (event == Json::parse_event_t::object_start) open_.emplace_back();
+        if (event == Json::parse_event_t::object_end) open_.pop_back();
+        if (event == Json::parse_event_t::key && !open_.back().insert(value.get<std::string>()).second) {
+            mistakes_.push_back(
+                {"", zo::Format("the member \"{}\" stands twice in one object", value.get<std::string>())});
+        }
+        return true;
+    }
+
+  private:
+    std::vector<std::set<std::string>> open_;
+    std::vector<Mistake>& mistakes_;
+};
+
+}  // namespace
+
+RuleFile ReadRuleFile(std::string_view text, const NameForms& names, std::vector<Mistake>& mistakes) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    Json file;
+    try {
+        file = Json::parse(text, RepeatedMembers(mistakes));
+    } catch (const Json::parse_error& error) {
+        // The parser's words carry line and column, behind its own prefix.
+        std::string words = error.what();
+        const std::size_t start = words.find("parse error at ");
+        mistakes.push_back({"", "is not JSON: " + (start == std::string::npos ? words : words.substr(start + 12))});
+        return {};
+    }
+    return Reader(names, mistakes).ReadFile(file);
+}
+
+}  // namespace zoctl

@@ -1,0 +1,265 @@
+#include "rule_plan.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "format.h"
+#include "text_table.h"
+
+namespace zoctl {
+
+namespace {
+
+// What makes two rules the same for the driver, in folded NT names.
+using Identity = std::array<std::string, 3>;
+
+Identity IdentityOf(const Rule& rule, const NameForms& names) {
+    return {names.Fold(rule.name), names.Fold(rule.filter), names.Fold(rule.scope)};
+}
+
+bool SameFlags(const Rule& a, const Rule& b) {
+    return a.isFolder == b.isFolder && a.recursive == b.recursive && a.scopeIsFolder == b.scopeIsFolder &&
+           a.scopeRecursive == b.scopeRecursive && a.exclusive == b.exclusive;
+}
+
+// The names to remove rules by: the file's own spelling where it names the path too, else what leads back to it.
+class RemovalNames {
+  public:
+    RemovalNames(Table table, const WantedRules& wanted, const NameForms& names) : table_(table), names_(names) {
+        for (const WantedRule& rule : wanted)
+            given_.emplace(names.Fold(rule.nt.name), rule.given.name);
+    }
+
+    // "" when there is none.
+    [[nodiscard]] std::string Of(const std::string& nt) const {
+        const auto found = given_.find(names_.Fold(nt));
+        if (found != given_.end()) return found->second;
+        return table_ == Table::kRegistry ? FromNtKey(nt) : names_.FromNtPath(nt);
+    }
+
+  private:
+    Table table_;
+    const NameForms& names_;
+    std::map<std::string, std::string> given_;
+};
+
+TableDifference CompareTable(Table table, const WantedRules& wanted, const std::vector<Rule>& actual,
+                             const NameForms& names) {
+    TableDifference difference;
+    difference.managed = true;
+    std::map<Identity, const Rule*> held;
+    for (const Rule& rule : actual)
+        held.emplace(IdentityOf(rule, names), &rule);
+    std::set<Identity> asked;
+    for (const WantedRule& rule : wanted) {
+        const Identity identity = IdentityOf(rule.nt, names);
+        asked.insert(identity);
+        const auto found = held.find(identity);
+        if (found == held.end()) {
+            difference.missing.push_back(rule);
+        } else if (SameFlags(rule.nt, *found->second)) {
+            ++difference.inForce;
+        } else {
+            difference.changed.push_back({rule, *found->second});
+        }
+    }
+    for (const auto& [identity, rule] : held) {
+        if (!asked.contains(identity)) difference.surplus.push_back(*rule);
+    }
+    const RemovalNames removal(table, wanted, names);
+    for (const Rule& rule : difference.surplus) {
+        if (removal.Of(rule.name).empty()) difference.onlyByClear.push_back(rule);
+    }
+    return difference;
+}
+
+Step RuleStep(StepKind kind, Table table, Rule rule, int needs = -1) {
+    Step step{kind, table};
+    step.rule = std::move(rule);
+    step.needs = needs;
+    return step;
+}
+
+std::set<std::string> Pointers(const std::vector<WantedRule>& rules) {
+    std::set<std::string> pointers;
+    for (const WantedRule& rule : rules)
+        pointers.insert(rule.pointer);
+    return pointers;
+}
+
+// Path by path: remove where something is not wanted, add what is then missing. Steps are numbered from first on.
+std::vector<Step> StepsByPath(Table table, const WantedRules& wanted, const TableDifference& difference,
+                              const NameForms& names, int first) {
+    std::vector<Step> steps;
+    const RemovalNames removal(table, wanted, names);
+    std::map<std::string, int> removedBy;  // folded NT name to the step
+    const auto remove = [&](const Rule& actual) {
+        const auto [entry, added] = removedBy.emplace(names.Fold(actual.name), first + static_cast<int>(steps.size()));
+        if (!added) return;
+        Rule rule = actual;
+        rule.name = removal.Of(actual.name);
+        steps.push_back(RuleStep(StepKind::kRemoveRule, table, std::move(rule)));
+    };
+    for (const Rule& rule : difference.surplus)
+        remove(rule);
+    for (const ChangedRule& rule : difference.changed)
+        remove(rule.actual);
+    const std::set<std::string> missing = Pointers(difference.missing);
+    for (const WantedRule& rule : wanted) {
+        const auto removed = removedBy.find(names.Fold(rule.nt.name));
+        if (missing.contains(rule.pointer)) {
+            steps.push_back(RuleStep(StepKind::kAddRule, table, rule.given));
+        } else if (removed != removedBy.end()) {
+            steps.push_back(RuleStep(StepKind::kAddRule, table, rule.given, removed->second));
+        }
+    }
+    return steps;
+}
+
+std::vector<Step> StepsByClear(Table table, const WantedRules& wanted, const TableDifference& difference, int first) {
+    std::vector<Step> steps = {Step{StepKind::kClearTable, table}};
+    const std::set<std::string> missing = Pointers(difference.missing);
+    for (const WantedRule& rule : wanted) {
+        const int needs = missing.contains(rule.pointer) ? -1 : first;
+        steps.push_back(RuleStep(StepKind::kAddRule, table, rule.given, needs));
+    }
+    return steps;
+}
+
+void PlanTable(Table table, const WantedRules& wanted, const TableDifference& difference, const NameForms& names,
+               std::vector<Step>& steps) {
+    const int first = static_cast<int>(steps.size());
+    std::vector<Step> byPath = StepsByPath(table, wanted, difference, names, first);
+    std::vector<Step> byClear = StepsByClear(table, wanted, difference, first);
+    const bool clear = !difference.onlyByClear.empty() || byClear.size() < byPath.size();
+    std::vector<Step>& cheaper = clear ? byClear : byPath;
+    steps.insert(steps.end(), std::make_move_iterator(cheaper.begin()), std::make_move_iterator(cheaper.end()));
+}
+
+void PlanIgnoreList(const std::optional<WantedRules>& wanted, StepKind clear, StepKind add, std::vector<Step>& steps) {
+    if (!wanted) return;
+    const int first = static_cast<int>(steps.size());
+    steps.push_back(Step{clear});
+    for (const WantedRule& rule : *wanted)
+        steps.push_back(RuleStep(add, Table::kProcess, rule.given, first));
+}
+
+void PlanUnreadable(const RuleFile& wanted, std::vector<Step>& steps) {
+    PlanIgnoreList(wanted.fileIgnore, StepKind::kClearFileIgnore, StepKind::kAddFileIgnore, steps);
+    PlanIgnoreList(wanted.registryIgnore, StepKind::kClearRegistryIgnore, StepKind::kAddRegistryIgnore, steps);
+    if (wanted.overrides) {
+        const int first = static_cast<int>(steps.size());
+        steps.push_back(Step{StepKind::kClearOverrides});
+        for (const std::uint32_t pid : *wanted.overrides) {
+            Step step{StepKind::kAddOverride};
+            step.pid = pid;
+            step.needs = first;
+            steps.push_back(step);
+        }
+    }
+    const auto addSwitch = [&steps](StepKind kind, const std::optional<bool>& on) {
+        if (!on) return;
+        Step step{kind};
+        step.on = *on;
+        steps.push_back(step);
+    };
+    addSwitch(StepKind::kSwitchFile, wanted.fileEnabled);
+    addSwitch(StepKind::kSwitchDll, wanted.dllEnabled);
+}
+
+bool SomethingReadableIsInForce(const Difference& difference) {
+    return std::any_of(difference.tables.begin(), difference.tables.end(),
+                       [](const TableDifference& table) { return table.inForce > 0; });
+}
+
+}  // namespace
+
+bool Difference::None() const {
+    const auto none = [](const TableDifference& table) { return table.None(); };
+    return std::all_of(tables.begin(), tables.end(), none) && !masterDiffers && !policyDiffers;
+}
+
+Difference Compare(const RuleFile& wanted, const DriverState& actual, const NameForms& names) {
+    Difference difference;
+    for (const Table table : kAllTables) {
+        const auto& rules = wanted.tables[Index(table)];
+        if (rules) difference.tables[Index(table)] = CompareTable(table, *rules, actual.tables[Index(table)], names);
+    }
+    difference.masterDiffers = wanted.masterEnabled && *wanted.masterEnabled != actual.masterEnabled;
+    difference.policyDiffers = wanted.policy && *wanted.policy != actual.policy;
+    return difference;
+}
+
+Plan MakePlan(const RuleFile& wanted, const DriverState& actual, const NameForms& names, bool resend) {
+    const Difference difference = Compare(wanted, actual, names);
+    Plan plan;
+    for (const Table table : kAllTables) {
+        const auto& rules = wanted.tables[Index(table)];
+        const TableDifference& one = difference.tables[Index(table)];
+        if (rules && !one.None()) PlanTable(table, *rules, one, names, plan.steps);
+    }
+    if (wanted.HasUnreadable()) {
+        const bool send = resend || !difference.None() || !SomethingReadableIsInForce(difference);
+        plan.unreadable = send ? UnreadableParts::kSent : UnreadableParts::kHeldBack;
+        if (send) PlanUnreadable(wanted, plan.steps);
+    }
+    if (difference.policyDiffers) {
+        Step step{StepKind::kSetPolicy};
+        step.policy = *wanted.policy;
+        plan.steps.push_back(step);
+    }
+    if (difference.masterDiffers) {
+        Step step{StepKind::kSwitchMaster};
+        step.on = *wanted.masterEnabled;
+        plan.steps.push_back(step);
+    }
+    return plan;
+}
+
+Removal MeasureRemoval(const RuleFile& wanted, const DriverState& actual, const Difference& difference) {
+    Removal removal;
+    // The DLL folders are permissions: taking one away does not lessen the protection.
+    for (const Table table : {Table::kProcess, Table::kFile, Table::kRegistry}) {
+        removal.of += actual.tables[Index(table)].size();
+        removal.removed += difference.tables[Index(table)].surplus.size();
+    }
+    removal.switchesOff = wanted.masterEnabled && !*wanted.masterEnabled && actual.masterEnabled;
+    return removal;
+}
+
+std::string DescribeStep(const Step& step) {
+    const char* table = TableName(step.table);
+    switch (step.kind) {
+        case StepKind::kRemoveRule:
+            return zo::Format("remove all {} rules of '{}'", table, EscapeControls(step.rule.name));
+        case StepKind::kClearTable:
+            return zo::Format("clear the {} table", table);
+        case StepKind::kAddRule:
+            return zo::Format("add {} rule: {}", table, DescribeRule(step.table, step.rule));
+        case StepKind::kClearFileIgnore:
+            return "clear the file filter's ignore list";
+        case StepKind::kAddFileIgnore:
+            return "file filter ignores " + DescribeRule(Table::kFile, step.rule);
+        case StepKind::kClearRegistryIgnore:
+            return "clear the registry filter's ignore list";
+        case StepKind::kAddRegistryIgnore:
+            return "registry filter ignores " + DescribeRule(Table::kFile, step.rule);
+        case StepKind::kClearOverrides:
+            return "clear the signature overrides";
+        case StepKind::kAddOverride:
+            return zo::Format("signature override for process {}", step.pid);
+        case StepKind::kSwitchFile:
+            return zo::Format("switch the file filter {}", step.on ? "on" : "off");
+        case StepKind::kSwitchDll:
+            return zo::Format("switch the DLL load filter {}", step.on ? "on" : "off");
+        case StepKind::kSetPolicy:
+            return zo::Format("set the signature policy to mode {}, minimum level {}", step.policy.mode,
+                              step.policy.minLevel);
+        case StepKind::kSwitchMaster:
+            return zo::Format("switch protection {}", step.on ? "on" : "off");
+    }
+    return {};
+}
+
+}  // namespace zoctl

@@ -1,0 +1,130 @@
+#include "rule_report.h"
+
+#include <algorithm>
+
+#include "format.h"
+
+namespace zoctl {
+
+namespace {
+
+std::string Win32Name(Table table, const std::string& nt, const NameForms& names) {
+    return table == Table::kRegistry ? FromNtKey(nt) : names.FromNtPath(nt);
+}
+
+std::string FlagText(std::uint8_t flag) {
+    return flag == 0 ? "no" : flag == 1 ? "yes" : zo::Format("yes ({})", flag);
+}
+
+bool OnlyByClear(const TableDifference& table, const Rule& rule) {
+    return std::find(table.onlyByClear.begin(), table.onlyByClear.end(), rule) != table.onlyByClear.end();
+}
+
+Json TableDifferenceJson(Table table, const TableDifference& difference) {
+    Json missing = Json::array();
+    for (const WantedRule& rule : difference.missing) {
+        missing.push_back(
+            {{"pointer", rule.pointer}, {"rule", RuleJson(table, rule.given)}, {"nt", RuleJson(table, rule.nt)}});
+    }
+    Json surplus = Json::array();
+    for (const Rule& rule : difference.surplus) {
+        surplus.push_back({{"nt", RuleJson(table, rule)}, {"onlyByClear", OnlyByClear(difference, rule)}});
+    }
+    Json changed = Json::array();
+    for (const ChangedRule& rule : difference.changed) {
+        changed.push_back({{"pointer", rule.wanted.pointer},
+                           {"wanted", RuleJson(table, rule.wanted.nt)},
+                           {"held", RuleJson(table, rule.actual)}});
+    }
+    return {{"inForce", difference.inForce}, {"missing", missing}, {"surplus", surplus}, {"changed", changed}};
+}
+
+}  // namespace
+
+TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names) {
+    if (table == Table::kFile) {
+        TextTable text({"KIND", "RECURSIVE", "FILTER", "SCOPE", "EXCLUSIVE", "DRIVE PATH", "NT PATH"});
+        for (const Rule& rule : rules) {
+            text.Add({rule.isFolder ? "folder" : "file", FlagText(rule.recursive), rule.filter, rule.scope,
+                      FlagText(rule.exclusive), Win32Name(table, rule.name, names), rule.name});
+        }
+        return text;
+    }
+    TextTable text({"KIND", "RECURSIVE", table == Table::kRegistry ? "KEY" : "DRIVE PATH", "NT NAME"});
+    for (const Rule& rule : rules) {
+        text.Add({table == Table::kRegistry ? "key"
+                  : rule.isFolder           ? "folder"
+                                            : "file",
+                  FlagText(rule.recursive), Win32Name(table, rule.name, names), rule.name});
+    }
+    return text;
+}
+
+Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names) {
+    Json list = Json::array();
+    for (const Rule& rule : rules) {
+        const std::string win32 = Win32Name(table, rule.name, names);
+        list.push_back({{"nt", RuleJson(table, rule)}, {"win32", win32.empty() ? Json(nullptr) : Json(win32)}});
+    }
+    return {{"rules", list}};
+}
+
+std::string DifferenceText(const Difference& difference, const RuleFile& file, const DriverState& state) {
+    std::string text;
+    for (const Table table : kAllTables) {
+        const TableDifference& one = difference.tables[Index(table)];
+        const char* name = TableName(table);
+        if (!one.managed) {
+            text += zo::Format("{}: not managed by the file\n", name);
+            continue;
+        }
+        text += zo::Format("{}: {} in force, {} missing, {} too many, {} different\n", name, one.inForce,
+                           one.missing.size(), one.surplus.size(), one.changed.size());
+        for (const WantedRule& rule : one.missing) {
+            text += zo::Format("  + {}  ({})\n", DescribeRule(table, rule.nt), rule.pointer);
+        }
+        for (const Rule& rule : one.surplus) {
+            text +=
+                zo::Format("  - {}{}\n", DescribeRule(table, rule),
+                           OnlyByClear(one, rule) ? "  (has no drive path: only clearing the table removes it)" : "");
+        }
+        for (const ChangedRule& rule : one.changed) {
+            text += zo::Format("  ~ {}  ({})\n    held: {}\n", DescribeRule(table, rule.wanted.nt), rule.wanted.pointer,
+                               DescribeRule(table, rule.actual));
+        }
+    }
+    if (difference.masterDiffers) {
+        text += zo::Format("master switch: {}, wanted {}\n", state.masterEnabled ? "on" : "off",
+                           *file.masterEnabled ? "on" : "off");
+    }
+    if (difference.policyDiffers) {
+        text += zo::Format("signature policy: mode {}, minimum level {}; wanted {}, {}\n", state.policy.mode,
+                           state.policy.minLevel, file.policy->mode, file.policy->minLevel);
+    }
+    return text;
+}
+
+Json DifferenceJson(const Difference& difference, const RuleFile& file, const DriverState& state) {
+    Json tables = Json::object();
+    for (const Table table : kAllTables) {
+        const TableDifference& one = difference.tables[Index(table)];
+        tables[TableName(table)] = one.managed ? TableDifferenceJson(table, one) : Json(nullptr);
+    }
+    Json json = {{"same", difference.None()}, {"tables", tables}};
+    if (difference.masterDiffers) json["master"] = {{"wanted", *file.masterEnabled}, {"held", state.masterEnabled}};
+    if (difference.policyDiffers) {
+        const auto policy = [](const Policy& one) { return Json{{"mode", one.mode}, {"minLevel", one.minLevel}}; };
+        json["signaturePolicy"] = {{"wanted", policy(*file.policy)}, {"held", policy(state.policy)}};
+    }
+    json["cannotBeReadBack"] = file.HasUnreadable();
+    return json;
+}
+
+std::size_t InForceCount(const Difference& difference) {
+    std::size_t count = 0;
+    for (const TableDifference& table : difference.tables)
+        count += table.inForce;
+    return count;
+}
+
+}  // namespace zoctl

@@ -1,0 +1,21 @@
+#pragma once
+
+// Rules and differences as tables, text and JSON.
+
+#include <vector>
+
+#include "output.h"
+#include "rule_plan.h"
+
+namespace zoctl {
+
+[[nodiscard]] TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names);
+// {"rules": [{"nt": {...}, "win32": "..." or null}]}
+[[nodiscard]] Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names);
+
+// "+" what the driver lacks, "-" what it has too much, "~" what it has otherwise.
+[[nodiscard]] std::string DifferenceText(const Difference& difference, const RuleFile& file, const DriverState& state);
+[[nodiscard]] Json DifferenceJson(const Difference& difference, const RuleFile& file, const DriverState& state);
+[[nodiscard]] std::size_t InForceCount(const Difference& difference);
+
+}  // namespace zoctl

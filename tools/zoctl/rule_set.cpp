@@ -1,0 +1,172 @@
+#include "rule_set.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "driver_records.h"
+#include "format.h"
+#include "text_table.h"
+
+namespace zoctl {
+
+namespace {
+
+void AppendUtf8(std::string& text, std::uint32_t point) {
+    if (point < 0x80) {
+        text += static_cast<char>(point);
+        return;
+    }
+    if (point < 0x800) {
+        text += static_cast<char>(0xC0 | (point >> 6));
+    } else {
+        if (point < 0x10000) {
+            text += static_cast<char>(0xE0 | (point >> 12));
+        } else {
+            text += static_cast<char>(0xF0 | (point >> 18));
+            text += static_cast<char>(0x80 | ((point >> 12) & 0x3F));
+        }
+        text += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
+    }
+    text += static_cast<char>(0x80 | (point & 0x3F));
+}
+
+// The text of a record's field; false when nothing ends it.
+template <std::size_t units>
+bool ReadField(const std::uint16_t (&field)[units], std::string& text) {
+    // A packed record's field may lie at an odd address, so it is read as a copy.
+    std::array<std::uint16_t, units> copy;
+    std::memcpy(copy.data(), &field, sizeof(field));
+    const auto end = std::find(copy.begin(), copy.end(), std::uint16_t{0});
+    if (end == copy.end()) return false;
+    text = Utf8FromUnits({copy.data(), static_cast<std::size_t>(end - copy.begin())});
+    return true;
+}
+
+template <typename Record>
+bool ReadRecord(std::span<const std::uint8_t> entry, Record& record) {
+    if (entry.size() < sizeof(record)) return false;
+    std::memcpy(&record, entry.data(), sizeof(record));
+    return true;
+}
+
+std::optional<Rule> DecodeProcess(std::span<const std::uint8_t> entry) {
+    ZopRuleRecord record;
+    Rule rule;
+    if (!ReadRecord(entry, record) || !ReadField(record.path, rule.name)) return std::nullopt;
+    rule.isFolder = record.isFolder;
+    rule.recursive = record.recursive;
+    return rule;
+}
+
+std::optional<Rule> DecodeFile(std::span<const std::uint8_t> entry) {
+    ZopFileRuleRecord record;
+    Rule rule;
+    if (!ReadRecord(entry, record) || !ReadField(record.path, rule.name) || !ReadField(record.filter, rule.filter) ||
+        !ReadField(record.scopePath, rule.scope)) {
+        return std::nullopt;
+    }
+    rule.isFolder = record.isFolder;
+    rule.recursive = record.recursive;
+    rule.scopeIsFolder = record.scopeIsFolder;
+    rule.scopeRecursive = record.scopeRecursive;
+    rule.exclusive = record.exclusive;
+    return rule;
+}
+
+std::optional<Rule> DecodeRegistry(std::span<const std::uint8_t> entry) {
+    ZopRegistryRuleRecord record;
+    Rule rule;
+    if (!ReadRecord(entry, record) || !ReadField(record.key, rule.name)) return std::nullopt;
+    rule.recursive = record.recursive;
+    return rule;
+}
+
+std::optional<Rule> DecodeDll(std::span<const std::uint8_t> entry) {
+    ZopDllFolderRecord record;
+    Rule rule;
+    if (!ReadRecord(entry, record) || !ReadField(record.path, rule.name)) return std::nullopt;
+    rule.isFolder = 1;
+    rule.recursive = record.recursive;
+    return rule;
+}
+
+void AppendFlag(std::string& text, const char* name, std::uint8_t flag) {
+    if (flag == 1) text += zo::Format(", {}", name);
+    if (flag > 1) text += zo::Format(", {} ({})", name, flag);
+}
+
+}  // namespace
+
+const char* TableName(Table table) {
+    switch (table) {
+        case Table::kProcess:
+            return "process";
+        case Table::kFile:
+            return "file";
+        case Table::kRegistry:
+            return "registry";
+        case Table::kDll:
+            return "dll";
+    }
+    return "";
+}
+
+std::string DescribeRule(Table table, const Rule& rule) {
+    const char* kind = table == Table::kRegistry ? "key" : rule.isFolder ? "folder" : "file";
+    std::string text = zo::Format("{} '{}'", kind, EscapeControls(rule.name));
+    AppendFlag(text, "recursive", rule.recursive);
+    if (!rule.filter.empty()) text += zo::Format(", filter '{}'", EscapeControls(rule.filter));
+    if (!rule.scope.empty()) {
+        text += zo::Format(", scope {} '{}'", rule.scopeIsFolder ? "folder" : "file", EscapeControls(rule.scope));
+        AppendFlag(text, "scope recursive", rule.scopeRecursive);
+    }
+    AppendFlag(text, "exclusive", rule.exclusive);
+    return text;
+}
+
+std::string FromNtKey(const std::string& ntKey) {
+    struct Root {
+        std::string_view nt;
+        const char* name;
+    };
+    static constexpr Root kRoots[] = {{"\\REGISTRY\\MACHINE\\", "HKLM\\"}, {"\\REGISTRY\\USER\\", "HKU\\"}};
+    const auto same = [](char a, char b) { return (a >= 'a' && a <= 'z' ? a - 32 : a) == b; };
+    for (const Root& root : kRoots) {
+        if (ntKey.size() > root.nt.size() && std::equal(root.nt.begin(), root.nt.end(), ntKey.begin(),
+                                                        [&](char want, char have) { return same(have, want); })) {
+            return root.name + ntKey.substr(root.nt.size());
+        }
+    }
+    return ntKey;
+}
+
+std::optional<Rule> DecodeEntry(Table table, std::span<const std::uint8_t> entry) {
+    switch (table) {
+        case Table::kProcess:
+            return DecodeProcess(entry);
+        case Table::kFile:
+            return DecodeFile(entry);
+        case Table::kRegistry:
+            return DecodeRegistry(entry);
+        case Table::kDll:
+            return DecodeDll(entry);
+    }
+    return std::nullopt;
+}
+
+std::string Utf8FromUnits(std::span<const std::uint16_t> units) {
+    std::string text;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        std::uint32_t point = units[i];
+        if (point >= 0xD800 && point < 0xDC00 && i + 1 < units.size() && units[i + 1] >= 0xDC00 &&
+            units[i + 1] < 0xE000) {
+            point = 0x10000 + ((point - 0xD800) << 10) + (units[++i] - 0xDC00u);
+        } else if (point >= 0xD800 && point < 0xE000) {
+            point = 0xFFFD;
+        }
+        AppendUtf8(text, point);
+    }
+    return text;
+}
+
+}  // namespace zoctl

@@ -1,0 +1,103 @@
+#include <memory>
+#include <optional>
+
+#include "channel.h"
+#include "format.h"
+#include "groups.h"
+#include "rule_commands.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+struct PolicyOptions {
+    std::optional<std::uint32_t> mode;
+    std::optional<std::uint32_t> minLevel;
+};
+
+// Shows the policy, or changes the numbers given and leaves the other as it is.
+int ShowOrSetPolicy(Output& out, const PolicyOptions& options) {
+    ZopSignaturePolicy policy{};
+    std::int32_t status = ZoProtector_GetSignaturePolicy(&policy);
+    if (status < 0) return out.Fail(status, Subject::kRule, "read the signature policy");
+    const bool change = options.mode || options.minLevel;
+    if (change) {
+        if (options.mode) policy.mode = static_cast<std::uint8_t>(*options.mode);
+        if (options.minLevel) policy.minLevel = static_cast<std::uint8_t>(*options.minLevel);
+        status = ZoProtector_SetSignaturePolicy(&policy);
+        if (status < 0) return out.Fail(status, Subject::kRule, "set the signature policy");
+    }
+    return out.Done(zo::Format("Signature policy{}: mode {}, minimum level {}.", change ? " set" : "", policy.mode,
+                               policy.minLevel),
+                    {{"mode", policy.mode}, {"minLevel", policy.minLevel}, {"changed", change}});
+}
+
+using SignatureCall = std::int32_t (*)(std::uint32_t, std::uint32_t*, std::uint32_t*);
+
+void AddVerdict(Tool& tool, CLI::App& group, const CommandText& text, SignatureCall call) {
+    const auto pid = std::make_shared<std::uint32_t>(0);
+    tool.AddCommand(group, text,
+                    [pid, call](Output& out) {
+                        return WithDriver(out, [&] {
+                            std::uint32_t first = 0;
+                            std::uint32_t second = 0;
+                            const std::int32_t status = call(*pid, &first, &second);
+                            const Json asked = {{"pid", *pid}};
+                            if (status < 0) {
+                                return out.Fail(status, Subject::kRule, zo::Format("judge process {}", *pid), asked);
+                            }
+                            return out.Done(
+                                zo::Format("Process {}: first flag {}, second flag {}.", *pid, first, second),
+                                {{"pid", *pid}, {"first", first != 0}, {"second", second != 0}});
+                        });
+                    })
+        .add_option("pid", *pid, "Process id")
+        ->required();
+}
+
+void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(std::uint32_t),
+                 const char* what, const char* done) {
+    const auto pid = std::make_shared<std::uint32_t>(0);
+    tool.AddCommand(group, text,
+                    [=](Output& out) {
+                        return WithDriver(out, [&] {
+                            const std::int32_t status = call(*pid);
+                            const Json facts = {{"pid", *pid}};
+                            if (status < 0) {
+                                return out.Fail(status, Subject::kRule, zo::Format("{} process {}", what, *pid), facts);
+                            }
+                            return out.Done(zo::Format("{} process {}.", done, *pid), facts);
+                        });
+                    })
+        .add_option("pid", *pid, "Process id")
+        ->required();
+}
+
+}  // namespace
+
+void RegisterSignature(CLI::App& root, Tool& tool) {
+    CLI::App& group = tool.AddGroup(root, "signature", "The driver's code-signature policy and its exceptions");
+    const auto options = std::make_shared<PolicyOptions>();
+    CLI::App& policy = tool.AddCommand(
+        group,
+        {"policy", "Show the policy, or set what is given; the numbers are the driver's",
+         "signature policy\nsignature policy --mode 1 --min-level 2"},
+        [options](Output& out) { return WithDriver(out, [&] { return ShowOrSetPolicy(out, *options); }); });
+    policy.add_option("--mode", options->mode, "0 to 255")->check(CLI::Range(0, 255));
+    policy.add_option("--min-level", options->minLevel, "0 to 255")->check(CLI::Range(0, 255));
+    AddVerdict(tool, group, {"query", "Show the driver's verdict on a process", "signature query 4711"},
+               ZoProtector_QueryPidSignature);
+    AddVerdict(tool, group, {"refresh", "Have the driver judge a process again", "signature refresh 4711"},
+               ZoProtector_RefreshPidSignature);
+    CLI::App& overrides =
+        tool.AddGroup(group, "override", "Processes exempt from the policy (the list cannot be read back)");
+    AddOverride(tool, overrides, {"add", "Exempt a process", "signature override add 4711"},
+                ZoProtector_AddSignatureOverride, "exempt", "Exempt:");
+    AddOverride(tool, overrides, {"remove", "No longer exempt a process", "signature override remove 4711"},
+                ZoProtector_RemoveSignatureOverride, "remove the exemption of", "No longer exempt:");
+    AddPlainCommand(tool, overrides, {"clear", "Remove all exemptions", "signature override clear"},
+                    ZoProtector_ClearAllSignatureOverrides, "remove the exemptions", "No process is exempt now.");
+}
+
+}  // namespace zoctl
