@@ -8,14 +8,35 @@
  *
  * Conventions
  *   - Every function returns a status of zoprotector_status.h: 0 is success, negative is failure.
- *   - Strings are UTF-16, zero-terminated, and stay the caller's. Paths are ordinary Win32 paths of at most 259
- * characters in full form; relative ones are resolved against the current directory.
+ *   - Strings are UTF-16, zero-terminated, and stay the caller's; nothing is kept after the call. Paths are ordinary
+ *     Win32 paths of at most 259 characters in full form; relative ones are resolved against the current directory.
+ *     The driver gets them as NT paths: a drive letter becomes its device, while a path without one (UNC, "\\?\",
+ *     "\\.\") is handed over as it is.
  *   - Arguments are checked before the initialised state, so a null pointer gives ZOP_E_INVALID_ARG even when the
- * library is not initialised.
+ *     library is not initialised.
  *   - Functions may be called from any thread. ZoProtector_Initialize and ZoProtector_Uninitialize serialise on one
- * lock; all others run concurrently.
+ *     lock; all others run concurrently, and the driver serialises its own tables. An uninitialisation closes the
+ *     device under requests that are on their way; those fail (mostly as ZOP_E_FAILED).
  *   - Nothing is thrown by design, but the functions are not noexcept: running out of memory passes through as
- *     std::bad_alloc. */
+ *     std::bad_alloc.
+ *
+ * The diagnostic log
+ *   Every change that succeeded, and some failures, leave a line in ZoProtector\Logs\ZoProtector_YYYYMMDD.log below the
+ *   temporary folder (in the current directory where there is none), in UTF-8, and go to the debugger output. It begins
+ *   with the first ZoProtector_Initialize of the process, which also deletes files that were last written more than
+ *   seven days ago. Others can read the file meanwhile, but not write to it: of two processes that log on the same day
+ *   as the same user only the first reaches the file, the other one its debugger output.
+ *
+ * What the driver answers
+ *   Functions that send a command return, beside what stands at each of them, "the driver's answer":
+ *     ZOP_E_DRIVER_NOT_FOUND  the driver is gone (Win32 errors 2, 55)
+ *     ZOP_E_ACCESS_DENIED     (5)
+ *     ZOP_E_ALREADY_EXISTS    the table has this rule (52, 183)
+ *     ZOP_E_INVALID_ARG       the driver does not accept the record (87)
+ *     ZOP_E_NOT_FOUND         no such rule or process (1168)
+ *     ZOP_E_QUOTA_EXCEEDED    the table is full (1816)
+ *     ZOP_E_FAILED            any other error; logged with its number, except a buffer that is too small (122)
+ *   A command that fails changes nothing in the library and leaves no line of success. */
 
 #include <stddef.h>
 #include <stdint.h>
@@ -41,8 +62,7 @@
 extern "C" {
 #endif
 
-/* ---- Records ------------------------------------------------------------------------------------------------------
- */
+/* ---- Records ---- */
 
 /* What ZoProtector_GetStatus tells: four pairs of a flag (0 to 255, as the driver sent it) and a count. Their meaning
  * is the driver's. */
@@ -127,85 +147,225 @@ typedef struct ZoProtectorDriverStatus {
     uint32_t fileVersionRevision;
 } ZoProtectorDriverStatus;
 
-/* ---- Lifecycle, driver-wide switches -------------------------------------------------------------------------------
- */
+/* ---- Lifecycle, driver-wide switches ---- */
 
+/* Opens the driver's control device and checks that the driver's major version is 1 (minor and patch do not matter).
+ * The first call of a process also sets up the diagnostic log. Initialised already: success, and nothing is done; calls
+ * are not counted, so one ZoProtector_Uninitialize ends it.
+ *
+ *   ZOP_E_DRIVER_NOT_FOUND  the device cannot be opened, whatever the reason: not installed, not started, no rights, or
+ *                           open elsewhere. The log has the Win32 error.
+ *   ZOP_E_VERSION_MISMATCH  another major version
+ *   the driver's answer     to the question for its version
+ *
+ *     if (ZoProtector_Initialize() < 0) return;   // ZoProtector_QueryDriverStatus tells more
+ *     ZoProtector_AddFileProtectByFolder(L"C:\\Suite", 1, L"*.exe");
+ *     ZoProtector_Uninitialize();
+ */
 ZO_API int32_t ZoProtector_Initialize(void);
+
+/* Closes the device and the log file. Rules stay in force: they are the driver's. Always ZOP_OK, also when there is
+ * nothing to close. Unloading the library does the same. */
 ZO_API int32_t ZoProtector_Uninitialize(void);
+
+/* The running driver's version, untouched on failure. All three pointers are required (ZOP_E_INVALID_ARG).
+ * ZOP_E_NOT_INITIALIZED while the device is closed; the driver's answer. */
 ZO_API int32_t ZoProtector_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* patch);
+
+/* Untouched on failure. ZOP_E_INVALID_ARG for null, ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_GetStatus(ZopStatus* status);
+
+/* Switches all protection on (any non-zero number) or off. ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_SetMasterEnabled(int32_t enable);
+
+/* 1 or 0; 0 also on failure, and when the driver sends no byte. Null gives ZOP_E_STANDARD_INVALID_ARG here and nowhere
+ * else. ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_GetMasterEnabled(uint32_t* enabled);
+
+/* CRASHES THE SYSTEM on purpose, to test how crashes are handled: it does not return when the driver obeys, and
+ * whatever is not on disk is lost. ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_ForceCrash(void);
 
-/* ---- Process rules --------------------------------------------------------------------------------------------------
- */
+/* ---- Process rules ---- */
 
+/* Processes are protected by the path of their image: one file, or all images of a folder. What the protection is, and
+ * when a process is matched, is the driver's business.
+ *
+ * Statuses of all rule functions that take a path, in this order:
+ *   ZOP_E_INVALID_ARG      null or empty
+ *   ZOP_E_NOT_INITIALIZED
+ *   ZOP_E_INVALID_ARG      longer than 259 characters in full form
+ *   ZOP_E_FAILED           the drive does not exist (logged)
+ *   the driver's answer
+ * The path need not exist. */
 ZO_API int32_t ZoProtector_AddProcessProtectByPath(const wchar_t* path);
+
+/* recursive: 0 for the folder alone, 1 with its sub-folders. The driver gets the low byte of the number as it is, so
+ * other numbers are not the same as 1, and 256 is 0. */
 ZO_API int32_t ZoProtector_AddProcessProtectByFolder(const wchar_t* folder, uint32_t recursive);
+
+/* Removes what was added under this path, file or folder. ZOP_E_NOT_FOUND when there is nothing. */
 ZO_API int32_t ZoProtector_RemoveProcessProtect(const wchar_t* path);
+
+/* Removes every process rule. ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_ClearAllProcessProtect(void);
 
-/* ---- File rules -----------------------------------------------------------------------------------------------------
- */
+/* ---- File rules ---- */
 
+/* Statuses as for process rules. Rules are in force while the file switch is on: ZoProtector_EnableFileProtect. */
 ZO_API int32_t ZoProtector_AddFileProtectByPath(const wchar_t* path);
+
+/*   recursive  0 or 1; the driver gets the byte as it is
+ *   filter     a pattern for file names, whose syntax the driver defines; null or empty for every file. A filter of
+ *              more than 127 characters is cut there without a word. */
 ZO_API int32_t ZoProtector_AddFileProtectByFolder(const wchar_t* folder, uint8_t recursive, const wchar_t* filter);
+
+/* A rule that concerns only what the processes of a scope do; how scope and exclusive count is the driver's business.
+ *
+ *   path, isFolder, recursive  what is protected
+ *   filter                     as above
+ *   scope                      image file or folder, required (null or empty gives ZOP_E_INVALID_ARG)
+ *   scopeIsFolder, scopeRecursive, exclusive
+ *
+ * All five switches are sent as 0 or 1. */
 ZO_API int32_t ZoProtector_AddFileProtectScoped(const wchar_t* path, int32_t isFolder, int32_t recursive,
                                                 const wchar_t* filter, const wchar_t* scope, uint32_t scopeIsFolder,
                                                 uint32_t scopeRecursive, uint32_t exclusive);
+
+/* Removes every rule of this path, whatever its filter and scope. ZOP_E_NOT_FOUND when there is none. */
 ZO_API int32_t ZoProtector_RemoveFileProtect(const wchar_t* path);
 ZO_API int32_t ZoProtector_ClearAllFileProtect(void);
+
+/* Switches file protection on (any non-zero number) or off; the rules stay. ZOP_E_NOT_INITIALIZED, the driver's
+ * answer. */
 ZO_API int32_t ZoProtector_EnableFileProtect(int32_t enable);
+
+/* Processes that the file filter lets pass: an image file, or all images of a folder. Both switches are sent as 0 or 1.
+ * This list cannot be read back. Statuses as for process rules. */
 ZO_API int32_t ZoProtector_AddFileIgnoreProcess(const wchar_t* path, int32_t isFolder, int32_t recursive);
 ZO_API int32_t ZoProtector_RemoveFileIgnoreProcess(const wchar_t* path);
 ZO_API int32_t ZoProtector_ClearAllFileIgnoreProcesses(void);
 
-/* ---- Registry rules -------------------------------------------------------------------------------------------------
- */
+/* ---- Registry rules ---- */
 
+/* Keys begin with HKEY_LOCAL_MACHINE\, HKLM\, HKEY_CLASSES_ROOT\, HKCR\, HKEY_CURRENT_USER\, HKCU\, HKEY_USERS\, HKU\
+ * (in any case) or with \REGISTRY\, which is taken as the kernel's name. The classes root is always the machine's, the
+ * current user that of the process: a service protects its own account's key. A kernel name may have 511 characters.
+ *
+ *   recursive  0 for the key alone, 1 with its subkeys; the driver gets the low byte of the number as it is
+ *
+ * ZOP_E_INVALID_ARG (null or empty), ZOP_E_NOT_INITIALIZED, ZOP_E_INVALID_ARG (unknown root, or too long), ZOP_E_FAILED
+ * (the user's SID cannot be read), the driver's answer. */
 ZO_API int32_t ZoProtector_AddRegistryProtectByKey(const wchar_t* key, uint32_t recursive);
 ZO_API int32_t ZoProtector_RemoveRegistryProtect(const wchar_t* key);
 ZO_API int32_t ZoProtector_ClearAllRegistryProtect(void);
+
+/* Processes that the registry filter lets pass. These take paths of image files or folders and no key names: a key name
+ * would count as a relative path. Otherwise as the file filter's list. */
 ZO_API int32_t ZoProtector_AddRegistryIgnoreProcess(const wchar_t* path, int32_t isFolder, int32_t recursive);
 ZO_API int32_t ZoProtector_RemoveRegistryIgnoreProcess(const wchar_t* path);
 ZO_API int32_t ZoProtector_ClearAllRegistryIgnoreProcesses(void);
 
-/* ---- Signature policy, DLL load filter ------------------------------------------------------------------------------
- */
+/* ---- Signature policy, DLL load filter ---- */
 
+/* mode and minLevel are sent, reserved is not. Null gives ZOP_E_INVALID_ARG; ZOP_E_NOT_INITIALIZED; the driver's
+ * answer. */
 ZO_API int32_t ZoProtector_SetSignaturePolicy(const ZopSignaturePolicy* policy);
+
+/* Zeroed first, so zeros on failure. Statuses as above. */
 ZO_API int32_t ZoProtector_GetSignaturePolicy(ZopSignaturePolicy* policy);
+
+/* The driver's verdict on the image of a process, as two flags of 0 or 1 whose meaning is the driver's. Both are zeroed
+ * first and stay 0 on failure and when the driver's reply is too short (which is no failure). Refreshing makes the
+ * driver look at the image again. Either pointer null gives ZOP_E_INVALID_ARG; ZOP_E_NOT_INITIALIZED; the driver's
+ * answer, ZOP_E_NOT_FOUND for a process that it does not know. */
 ZO_API int32_t ZoProtector_QueryPidSignature(uint32_t pid, uint32_t* first, uint32_t* second);
 ZO_API int32_t ZoProtector_RefreshPidSignature(uint32_t pid, uint32_t* first, uint32_t* second);
+
+/* Exempts one process from the policy. Any number is sent; the driver judges it. Overrides cannot be read back.
+ * ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_AddSignatureOverride(uint32_t pid);
 ZO_API int32_t ZoProtector_RemoveSignatureOverride(uint32_t pid);
 ZO_API int32_t ZoProtector_ClearAllSignatureOverrides(void);
+
+/* 0 off, 1 on. The driver gets the low byte of the number as it is: 256 switches the filter off, though the log calls
+ * it "Enabled". ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_EnableDllLoadFilter(int32_t enable);
+
+/* Folders from which modules may always be loaded. recursive as for process rules, statuses likewise. */
 ZO_API int32_t ZoProtector_AddDllWhitelistFolder(const wchar_t* folder, uint32_t recursive);
 ZO_API int32_t ZoProtector_RemoveDllWhitelistFolder(const wchar_t* folder);
 ZO_API int32_t ZoProtector_ClearAllDllWhitelist(void);
 
-/* ---- Rule lists
- * ------------------------------------------------------------------------------------------------------ */
+/* ---- Rule lists ---- */
 
+/* Read a table back: names come as the driver holds them, as NT paths and kernel key names.
+ *
+ *   entries   capacity entries of the table's type (ZopProcessRuleEntry, ZopFileRuleEntry, ZopRegistryRuleEntry,
+ *             ZopDllWhitelistEntry); null only with capacity 0, which asks for the total alone
+ *   capacity  in entries
+ *   count     required: entries written; what is behind them stays untouched
+ *   total     optional: rules in the table
+ *
+ * Both outputs are zeroed first. A table that does not fit is success: total is then above count, and the log has a
+ * warning. The library needs a buffer of its own of the same size for the time of the call (std::bad_alloc).
+ *
+ * ZOP_E_INVALID_ARG (outputs untouched), ZOP_E_NOT_INITIALIZED, ZOP_E_FAILED when the driver's reply has no header, the
+ * driver's answer.
+ *
+ *     uint32_t count, total;
+ *     if (ZoProtector_ListFileProtectRules(NULL, 0, &count, &total) < 0) return;
+ *     ZopFileRuleEntry* entries = calloc(total, sizeof *entries);
+ *     ZoProtector_ListFileProtectRules(entries, total, &count, &total);   // total > count: it has grown meanwhile
+ */
 ZO_API int32_t ZoProtector_ListProcessProtectRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
 ZO_API int32_t ZoProtector_ListFileProtectRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
 ZO_API int32_t ZoProtector_ListRegistryProtectRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
 ZO_API int32_t ZoProtector_ListDllWhitelistRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
 
-/* ---- Events and counters
- * --------------------------------------------------------------------------------------------- */
+/* ---- Events and counters ---- */
 
+/* Fetch what the driver has seen since the last poll: process and file events (records of ZopEventRecord), registry
+ * events (ZopRegistryEventRecord). The driver's rings overwrite what is not fetched in time. The library remembers
+ * nothing between polls: the caller keeps the position. One poller for each ring is the sensible number.
+ *
+ *   lastRead  0 at first, then the position of the poll before
+ *   events    capacity records of the ring's type, required
+ *   capacity  in records, from 1
+ *   count     required: records written; what is behind them stays untouched
+ *   dropped   optional: events that were overwritten before this poll. Not a failure, but a warning in the log.
+ *   position  optional in form; without it the next poll does not know where to go on
+ *
+ * The outputs are zeroed first, so on failure position is 0: keep the old one. A driver's reply without a header counts
+ * as a poll that found nothing, with position 0. The library needs a buffer of its own of the same size for the time of
+ * the call (std::bad_alloc). How often to poll and with what capacity: docs/events.md.
+ *
+ * ZOP_E_INVALID_ARG (outputs untouched), ZOP_E_NOT_INITIALIZED, the driver's answer.
+ *
+ *     uint32_t position = 0, count, dropped, next;
+ *     for (;;) {
+ *         if (ZoProtector_DrainEvents(position, events, 256, &count, &dropped, &next) >= 0) {
+ *             position = next;
+ *             use(events, count, dropped);
+ *             if (count == 256) continue;   // there may be more
+ *         }
+ *         Sleep(100);
+ *     }
+ */
 ZO_API int32_t ZoProtector_DrainEvents(uint32_t lastRead, void* events, uint32_t capacity, uint32_t* count,
                                        uint32_t* dropped, uint32_t* position);
 ZO_API int32_t ZoProtector_DrainRegistryEvents(uint32_t lastRead, void* events, uint32_t capacity, uint32_t* count,
                                                uint32_t* dropped, uint32_t* position);
+
+/* The driver's counters. An older driver sends a shorter block: success, zeros behind it, and a warning in the log.
+ * ZOP_E_INVALID_ARG for null and ZOP_E_NOT_INITIALIZED leave the block untouched; the driver's answer. */
 ZO_API int32_t ZoProtector_GetStats(ZopStats* stats);
+
+/* One of these counters, which drivers have from statistics version 3 on; 0 on failure. Beside the statuses of
+ * ZoProtector_GetStats: ZOP_E_VERSION_MISMATCH for an older version. */
 ZO_API int32_t ZoProtector_GetUnsignedBypassAttempts(uint32_t* attempts);
 
-/* ---- The driver as a service
- * ------------------------------------------------------------------------------------------ */
+/* ---- The driver as a service ---- */
 
 /* These work through the service manager, the registry and the file system. None but ZoProtector_UninstallDriver (which
  * closes it) and ZoProtector_UpgradeDriver (which may open it) touches the channel to the driver, and none is
@@ -289,8 +449,7 @@ ZO_API int32_t ZoProtector_GetDriverFileVersion(uint32_t* major, uint32_t* minor
  * the usual. */
 ZO_API int32_t ZoProtector_UpgradeDriver(const wchar_t* newDriverPath, uint32_t* upgraded, uint32_t* replacedByDriver);
 
-/* ---- File operations that the driver performs
- * --------------------------------------------------------------------------- */
+/* ---- File operations that the driver performs ---- */
 
 /* Has the driver copy a directory tree, for folders that this process may not read.
  *
@@ -312,10 +471,25 @@ ZO_API int32_t ZoProtector_CopyDirectory(const wchar_t* sourceDir, const wchar_t
  * and ZoProtector_AddRegistryProtectByKey; what was done before a failing step stays done. */
 ZO_API int32_t ZoProtector_AddDriverSelfProtect(void);
 
-/* ---- Machine identity
- * ----------------------------------------------------------------------------------------------------- */
+/* ---- Machine identity ---- */
 
+/* A digest of up to four identifiers of the machine: the system's SMBIOS UUID, the installation's machine GUID, the
+ * processor's name and the first disk's serial number. The same machine gives the same digest on every call and in
+ * every process that may read the same sources; a source that appears or goes (a replaced disk, another installation)
+ * changes it. It needs neither driver nor initialisation.
+ *
+ *   text      64 upper-case hexadecimal digits and a terminator
+ *   capacity  of text, in characters, at least 65
+ *
+ * ZOP_E_INVALID_ARG (null, or too small); ZOP_E_FAILED when the machine has no identifier at all or the system's
+ * cryptography fails. text is written on success only. */
 ZO_API int32_t ZoProtector_GetHardwareId(wchar_t* text, uint32_t capacity);
+
+/* The same digest as 32 bytes.
+ *
+ *   bufferSize    in bytes, at least 32
+ *   bytesWritten  required; 0 on failure, 32 on success
+ */
 ZO_API int32_t ZoProtector_GetHardwareIdBytes(uint8_t* buffer, uint32_t bufferSize, uint32_t* bytesWritten);
 
 #ifdef __cplusplus
