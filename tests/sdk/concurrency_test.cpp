@@ -1,0 +1,123 @@
+// Many calls and many threads: nothing crashes, nothing stays open, every status is one that may be.
+
+#include <atomic>
+#include <cstdlib>
+
+#include "handle_count.h"
+#include "owned_handles.h"
+#include "sdk_fixture.h"
+
+namespace sdktest {
+namespace {
+
+using Concurrency = SdkTest;
+
+TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNoHandleOpen) {
+    std::uint32_t n = 0;
+    const auto callAll = [&] {
+        for (const Command& command : AllCommands())
+            static_cast<void>(command.call());
+        // Refused before anything is sent.
+        static_cast<void>(ZoProtector_AddFileProtectByPath(L"q:\\x"));
+        static_cast<void>(ZoProtector_AddRegistryProtectByKey(L"HKCU\\x", 0));
+        static_cast<void>(ZoProtector_AddProcessProtectByPath(nullptr));
+        static_cast<void>(ZoProtector_GetVersion(&n, &n, &n));
+    };
+    const auto callInEveryState = [&] {
+        callAll();
+        Simulator().FailNext(ZOSIM_ANY_CODE, 0xC0000225, ZOSIM_FOR_EVER);
+        callAll();
+        Simulator().ClearFaults();
+        Simulator().ReturnBytes(ZOSIM_ANY_CODE, 3, ZOSIM_FOR_EVER);
+        callAll();
+        Simulator().ClearFaults();
+        ZoProtector_Uninitialize();
+        callAll();
+        Simulator().FailNext(ZOP_IOCTL_GET_VERSION, 0xC0000001);
+        EXPECT_EQ(ZoProtector_Initialize(), ZOP_E_FAILED);
+        EXPECT_EQ(ZoProtector_Initialize(), ZOP_OK);
+    };
+    callInEveryState();
+    const std::uint32_t before = zotest::OpenHandleCount();
+    for (std::size_t calls = 0; calls < 10000; calls += 4 * (AllCommands().size() + 4))
+        callInEveryState();
+    EXPECT_EQ(zotest::OpenHandleCount(), before);
+}
+
+// What a call may answer while the channel comes and goes: the handle can be closed under a request, and its number may
+// be another file's by then. No call of this test asks for what needs a newer driver.
+bool MayBe(int32_t status) {
+    const std::uint32_t bits = zo::Bits(status);
+    return status == ZOP_OK || (bits >= 0x80000001 && bits <= 0x80000009 && status != ZOP_E_VERSION_MISMATCH);
+}
+
+struct Shared {
+    std::atomic<bool> stop = false;
+    std::atomic<unsigned> calls = 0;
+    std::atomic<unsigned> succeeded = 0;
+    std::atomic<int32_t> unexpected = 0;
+
+    void Count(int32_t status) {
+        ++calls;
+        if (status == ZOP_OK) ++succeeded;
+        if (!MayBe(status)) unexpected = status;
+    }
+};
+
+Shared shared;
+
+DWORD WINAPI CallExports(void* argument) {
+    const auto number = reinterpret_cast<std::uintptr_t>(argument);
+    const std::wstring own = L"C:\\thread" + std::to_wstring(number);
+    std::vector<std::uint8_t> records(8 * 2344);
+    std::uint32_t a = 0, b = 0, position = 0;
+    ZopStats stats;
+    const std::function<int32_t()> calls[] = {
+        [&] { return ZoProtector_AddFileProtectByFolder(own.c_str(), 1, L"*.exe"); },
+        [&] { return ZoProtector_RemoveFileProtect(own.c_str()); },
+        [&] { return ZoProtector_ListFileProtectRules(records.data(), 8, &a, &b); },
+        [&] { return ZoProtector_DrainEvents(position, records.data(), 8, &a, &b, &position); },
+        [&] { return ZoProtector_GetStats(&stats); },
+        [&] { return ZoProtector_AddRegistryProtectByKey(L"HKCU\\Software\\x", 1); },
+        [&] { return ZoProtector_GetVersion(&a, &b, &b); },
+        [&] { return ZoProtector_SetMasterEnabled(1); },
+    };
+    // Every thread begins at another place of the same round.
+    for (std::uintptr_t i = number; !shared.stop; ++i)
+        shared.Count(calls[i % std::size(calls)]());
+    return 0;
+}
+
+TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
+    const DWORD duration = std::getenv("ZO_LONG") != nullptr ? 60000 : 3000;
+    Simulator().SetProducer(ZOSIM_RING_EVENTS, 3);
+    const std::uint32_t before = zotest::OpenHandleCount();
+    {
+        std::vector<zo::OwnedKernelObject> threads;
+        for (std::uintptr_t i = 0; i < 8; ++i) {
+            threads.emplace_back(CreateThread(nullptr, 0, CallExports, reinterpret_cast<void*>(i), 0, nullptr));
+        }
+        int rounds = 0;
+        for (const DWORD start = GetTickCount(); GetTickCount() - start < duration; ++rounds) {
+            EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK);
+            if (rounds % 8 == 7) Simulator().FailNext(ZOP_IOCTL_GET_VERSION, 0xC0000225);
+            const int32_t status = ZoProtector_Initialize();
+            EXPECT_TRUE(status == ZOP_OK || status == ZOP_E_NOT_FOUND) << zo::Bits(status);
+            Sleep(static_cast<DWORD>(rounds % 5));
+        }
+        shared.stop = true;
+        for (const auto& thread : threads)
+            EXPECT_EQ(WaitForSingleObject(thread.Get(), 20000), WAIT_OBJECT_0);
+        EXPECT_GT(rounds, 5);
+    }
+    Simulator().ClearFaults();
+    EXPECT_EQ(zo::Bits(shared.unexpected), 0u);
+    EXPECT_GT(shared.succeeded, 20u);
+    EXPECT_LT(shared.succeeded, shared.calls.load());
+    EXPECT_EQ(ZoProtector_Initialize(), ZOP_OK);
+    EXPECT_EQ(zotest::OpenHandleCount(), before);
+    EXPECT_EQ(Simulator().State().openNow, 1u);
+}
+
+}  // namespace
+}  // namespace sdktest
