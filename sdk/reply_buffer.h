@@ -1,6 +1,6 @@
 #pragma once
 
-// The buffer that a list or drain command fills: one zeroed block of the process heap for the whole reply.
+// The buffer that a list or drain command fills: one zeroed block of memory for the whole reply.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,20 +11,35 @@
 
 namespace zop {
 
+struct PagesKind {
+    using Handle = void*;
+    static Handle None() noexcept { return nullptr; }
+    static void Close(Handle pages) noexcept { VirtualFree(pages, 0, MEM_RELEASE); }
+};
+
 class ReplyBuffer {
   public:
     // Raises std::bad_alloc.
-    ReplyBuffer(std::uint32_t recordSize, std::uint32_t capacity)
-        : size_(ReplySize(recordSize, capacity)), block_(static_cast<std::size_t>(size_)) {
-        if (!block_) throw std::bad_alloc();
+    ReplyBuffer(std::uint32_t recordSize, std::uint32_t capacity) : size_(ReplySize(recordSize, capacity)) {
+        const auto size = static_cast<std::size_t>(size_);
+        if (size_ <= kMostFromHeap) {
+            block_.Reset(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size));
+        } else {
+            // A heap can take half a minute to find out that it has no terabytes to give; the system says so at once.
+            pages_.Reset(VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+        }
+        if (Bytes() == nullptr) throw std::bad_alloc();
     }
 
-    [[nodiscard]] void* Bytes() const noexcept { return block_.Get(); }
+    [[nodiscard]] void* Bytes() const noexcept { return block_ ? block_.Get() : pages_.Get(); }
     [[nodiscard]] std::uint32_t Length() const noexcept { return LengthForDriver(size_); }
 
   private:
+    static constexpr std::uint64_t kMostFromHeap = 0xFFFFFFFFu;
+
     std::uint64_t size_;
-    zo::HeapBlock block_;
+    zo::Owned<zo::HeapKind> block_;
+    zo::Owned<PagesKind> pages_;
 };
 
 }  // namespace zop

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -18,7 +19,7 @@ namespace {
 
 using sdkbench::BareChannel;
 
-constexpr int kPairs = 41;
+int pairsOfARun = 41;
 constexpr int kCallsOfABatch = 25;
 
 double Seconds(const std::function<void()>& work) {
@@ -42,9 +43,9 @@ struct Times {
 };
 
 // Both orders alike often: what comes second may find warmer caches.
-Times Compare(int pairs, const std::function<double()>& library, const std::function<double()>& bare) {
+Times Compare(const std::function<double()>& library, const std::function<double()>& bare) {
     std::vector<double> libraryTimes, bareTimes, ratios;
-    for (int pair = 0; pair < pairs; ++pair) {
+    for (int pair = 0; pair < pairsOfARun; ++pair) {
         const bool libraryFirst = pair % 2 == 0;
         double l = libraryFirst ? library() : 0;
         const double b = bare();
@@ -201,7 +202,7 @@ std::vector<Case> Cases(const BareChannel& bare) {
 
 void CompareRules(const BareChannel& bare) {
     std::printf("Rule exports, against a bare request after the same conversion, log write and debugger output\n");
-    std::printf("  target: at most 1.05; %d pairs of %d calls\n\n", kPairs, kCallsOfABatch);
+    std::printf("  target: at most 1.05; %d pairs of %d calls\n\n", pairsOfARun, kCallsOfABatch);
     std::printf("  %-32s %12s %12s %8s\n", "export", "library us", "bare us", "ratio");
     for (const Case& c : Cases(bare)) {
         const auto batch = [&](const std::function<void(const wchar_t*)>& call) {
@@ -213,8 +214,7 @@ void CompareRules(const BareChannel& bare) {
                     call(name.c_str());
             });
         };
-        const Times t = Compare(
-            kPairs, [&] { return batch(c.library); }, [&] { return batch(c.bare); });
+        const Times t = Compare([&] { return batch(c.library); }, [&] { return batch(c.bare); });
         std::printf("  %-32s %12.1f %12.1f %8.3f\n", c.name, t.library / kCallsOfABatch * 1e6,
                     t.bare / kCallsOfABatch * 1e6, t.ratio);
     }
@@ -274,7 +274,7 @@ void CompareDrains(const BareChannel& bare, const zotest::SimulatorClient& simul
                     }
                 });
             };
-            const Times t = Compare(kPairs, library, direct);
+            const Times t = Compare(library, direct);
             PrintRate(ring.name, capacity, std::uint64_t{perPoll} * static_cast<unsigned>(polls), t);
         }
         simulator.SetProducer(ring.ring, 0);
@@ -316,13 +316,14 @@ void CompareLists(const BareChannel& bare) {
             });
         };
         PrintRate("process rules", capacity, std::uint64_t{rules} * static_cast<unsigned>(calls),
-                  Compare(kPairs, library, direct));
+                  Compare(library, direct));
     }
 }
 
 }  // namespace
 
-int main() {
+int main(int count, char** arguments) {
+    if (count > 1) pairsOfARun = std::max(1, std::atoi(arguments[1]));
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     const zotest::TempFolder folder;
     const zotest::ScopedTmp tmp(folder.Path().wstring());

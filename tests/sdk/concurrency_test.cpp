@@ -15,8 +15,9 @@ using Concurrency = SdkTest;
 TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNoHandleOpen) {
     std::uint32_t n = 0;
     const auto callAll = [&] {
-        for (const Command& command : AllCommands())
-            static_cast<void>(command.call());
+        for (const Request& row : AllRequests()) {
+            static_cast<void>(row.call());
+        }
         // Refused before anything is sent.
         static_cast<void>(ZoProtector_AddFileProtectByPath(L"q:\\x"));
         static_cast<void>(ZoProtector_AddRegistryProtectByKey(L"HKCU\\x", 0));
@@ -39,7 +40,7 @@ TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNoHandleOpen) {
     };
     callInEveryState();
     const std::uint32_t before = zotest::OpenHandleCount();
-    for (std::size_t calls = 0; calls < 10000; calls += 4 * (AllCommands().size() + 4))
+    for (std::size_t calls = 0; calls < 10000; calls += 4 * (AllRequests().size() + 4))
         callInEveryState();
     EXPECT_EQ(zotest::OpenHandleCount(), before);
 }

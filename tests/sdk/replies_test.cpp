@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "sdk_fixture.h"
 
@@ -229,6 +230,27 @@ TEST_F(Rings, ReceivedAndLostEventsAreAllThatWereProduced) {
                 EXPECT_EQ(Log().size(), warned);
             }
         }
+    }
+}
+
+// 2^32 records are terabytes: no memory is the normal end of it, and no size may wrap round to a small one.
+TEST_F(Replies, TooLargeForTheMemoryRaiseBadAlloc) {
+    std::uint8_t oneRecord[2344] = {};
+    const auto isSane = [](const std::function<int32_t()>& call) {
+        try {
+            return call() == ZOP_OK;  // a machine that promises any amount
+        } catch (const std::bad_alloc&) {
+            return true;
+        }
+    };
+    std::uint32_t count = 9, other = 9;
+    for (const RingExport& ring : kRings) {
+        EXPECT_TRUE(isSane([&] { return ring.drain(0, oneRecord, 0xFFFFFFFF, &count, &other, nullptr); })) << ring.name;
+        EXPECT_EQ(count + other, 0u);
+    }
+    for (const ListExport& table : kLists) {
+        EXPECT_TRUE(isSane([&] { return table.list(oneRecord, 0xFFFFFFFF, &count, &other); })) << table.code;
+        EXPECT_EQ(count + other, 0u);
     }
 }
 

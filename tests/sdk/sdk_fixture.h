@@ -79,12 +79,15 @@ class SdkTest : public zotest::DriverTest {
     return target;
 }
 
-// A command of each export that sends one, with arguments that a fresh driver accepts.
-struct Command {
-    const char* name;
-    std::uint32_t code;
+// A call of an export and all that it must lead to. One row after the other succeeds against a fresh driver that knows
+// the process 0x01020304.
+struct Request {
     std::function<int32_t()> call;
+    std::uint32_t code;
+    Bytes in;
+    std::uint32_t outLength;
+    std::string line;  // empty: none
 };
-[[nodiscard]] const std::vector<Command>& AllCommands();
+[[nodiscard]] const std::vector<Request>& AllRequests();
 
 }  // namespace sdktest
