@@ -9,7 +9,7 @@
 #if defined(ZO_HAVE_STD_FORMAT)
 #include <format>
 #else
-#include <fmt/format.h>
+#include <fmt/core.h>
 #endif
 
 namespace zo {
@@ -23,12 +23,16 @@ template <typename... Args>
     return std::format(format, std::forward<Args>(args)...);
 }
 #else
+namespace detail {
+[[nodiscard]] std::string FormatArguments(fmt::string_view format, fmt::format_args args);
+}
+
 template <typename... Args>
 using FormatString = fmt::format_string<Args...>;
 
 template <typename... Args>
 [[nodiscard]] std::string Format(FormatString<Args...> format, Args&&... args) {
-    return fmt::format(format, std::forward<Args>(args)...);
+    return detail::FormatArguments(format, fmt::make_format_args(args...));
 }
 #endif
 

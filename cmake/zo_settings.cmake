@@ -13,39 +13,42 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 option(ZO_SANITIZE "Build natively under AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 option(ZO_WARNINGS_ARE_ERRORS "Stop the build at the first warning" ON)
 
+# zo_flags is how things are compiled and linked; zo_settings, what everything here links, adds text formatting.
+add_library(zo_flags INTERFACE)
 add_library(zo_settings INTERFACE)
+target_link_libraries(zo_settings INTERFACE zo_flags)
 
 if(MSVC)
     # Not for the resource compiler, which does not know them.
     set(zo_msvc_options /W4 /utf-8 /permissive- /Zc:__cplusplus /EHsc /guard:cf $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:/WX>)
-    target_compile_options(zo_settings INTERFACE "$<$<COMPILE_LANGUAGE:C,CXX>:${zo_msvc_options}>")
-    target_link_options(zo_settings INTERFACE /DYNAMICBASE /NXCOMPAT /HIGHENTROPYVA /guard:cf /Brepro)
+    target_compile_options(zo_flags INTERFACE "$<$<COMPILE_LANGUAGE:C,CXX>:${zo_msvc_options}>")
+    target_link_options(zo_flags INTERFACE /DYNAMICBASE /NXCOMPAT /HIGHENTROPYVA /guard:cf /Brepro)
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
-    target_compile_options(zo_settings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    target_compile_options(zo_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
                            $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:-Werror>
                            "-ffile-prefix-map=${CMAKE_SOURCE_DIR}=." "-ffile-prefix-map=${CMAKE_BINARY_DIR}=build")
 endif()
 
 if(WIN32)
-    target_compile_definitions(zo_settings INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
+    target_compile_definitions(zo_flags INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
                                _WIN32_WINNT=0x0A00 WINVER=0x0A00)
     if(NOT MSVC)
         # No runtime DLLs beside ours; the time stamp is left out so that two builds give the same bytes.
-        target_compile_options(zo_settings INTERFACE -fstack-protector-strong -ffunction-sections -fdata-sections)
-        target_link_options(zo_settings INTERFACE -static -fstack-protector-strong -Wl,--gc-sections
+        target_compile_options(zo_flags INTERFACE -fstack-protector-strong -ffunction-sections -fdata-sections)
+        target_link_options(zo_flags INTERFACE -static -fstack-protector-strong -Wl,--gc-sections
                             -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
         if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-            target_link_libraries(zo_settings INTERFACE pthread)  # GCC's POSIX driver adds it by itself
+            target_link_libraries(zo_flags INTERFACE pthread)  # GCC's POSIX driver adds it by itself
         endif()
     endif()
 elseif(ZO_SANITIZE)
-    target_compile_options(zo_settings INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+    target_compile_options(zo_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                            -fno-omit-frame-pointer)
-    target_link_options(zo_settings INTERFACE -fsanitize=address,undefined)
+    target_link_options(zo_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
-# std::format where the library has it, {fmt} header-only otherwise.
+# std::format where the library has it, {fmt} otherwise.
 include(CheckCXXSourceCompiles)
 if(MSVC)
     set(CMAKE_REQUIRED_FLAGS "/std:c++20")
@@ -59,7 +62,6 @@ unset(CMAKE_REQUIRED_FLAGS)
 add_library(zo_fmt INTERFACE)
 add_library(zo_tool_headers INTERFACE)  # CLI11 and nlohmann-json, for the tools only
 target_link_libraries(zo_tool_headers INTERFACE zo_fmt)
-target_compile_definitions(zo_fmt INTERFACE FMT_HEADER_ONLY)
 if(CMAKE_HOST_UNIX)
     set(zo_headers "${CMAKE_BINARY_DIR}/header_only")
     foreach(folder fmt CLI nlohmann)
@@ -86,5 +88,11 @@ endif()
 if(ZO_HAVE_STD_FORMAT)
     target_compile_definitions(zo_settings INTERFACE ZO_HAVE_STD_FORMAT=1)
 else()
-    target_link_libraries(zo_settings INTERFACE zo_fmt)
+    # What header-only use of {fmt} would compile again into every user of text formatting is compiled once.
+    add_library(zo_fmt_code STATIC "${CMAKE_SOURCE_DIR}/base/fmt_code.cpp")
+    target_link_libraries(zo_fmt_code PRIVATE zo_flags zo_fmt)
+    if(WIN32 AND NOT MSVC)
+        target_compile_options(zo_fmt_code PRIVATE -fno-threadsafe-statics)  # it becomes part of the DLL: see zo_rooms.cmake
+    endif()
+    target_link_libraries(zo_settings INTERFACE zo_fmt zo_fmt_code)
 endif()
