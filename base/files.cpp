@@ -39,6 +39,32 @@ std::uint32_t WriteWhole(void* file, std::string_view bytes) {
     return written == bytes.size() ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
 }
 
+bool Exists(const wchar_t* path, std::uint32_t& error) {
+    error = ERROR_SUCCESS;
+    if (GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES) return true;
+    switch (const DWORD reason = GetLastError()) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_BAD_NETPATH:
+        case ERROR_INVALID_NAME:
+        case ERROR_DIRECTORY:
+            break;
+        default:
+            error = reason;
+    }
+    return false;
+}
+
+bool Exists(const std::filesystem::path& path) {
+    std::uint32_t error = 0;
+    const bool there = Exists(path.c_str(), error);
+    if (error != 0) {
+        throw std::filesystem::filesystem_error("exists", path,
+                                                std::error_code(static_cast<int>(error), std::system_category()));
+    }
+    return there;
+}
+
 void CreateDirectories(const std::filesystem::path& folder) {
     if (folder.empty()) return;
     std::error_code error;

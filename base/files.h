@@ -25,6 +25,11 @@ struct FileReadResult {
 // One write of all the bytes to an open file (a HANDLE). Gives the Win32 error, 0 when done; writing less is a failure.
 [[nodiscard]] std::uint32_t WriteWhole(void* file, std::string_view bytes);
 
+// Whether something stands at the path; `error` (Win32) is not 0 when that cannot be told.
+[[nodiscard]] bool Exists(const wchar_t* path, std::uint32_t& error);
+// The same, raising std::filesystem::filesystem_error("exists", ...) when it cannot be told.
+[[nodiscard]] bool Exists(const std::filesystem::path& path);
+
 // Makes the folder and every missing ancestor; an empty path is nothing to make. Raises
 // std::filesystem::filesystem_error("create_directories", ...) when that fails.
 void CreateDirectories(const std::filesystem::path& folder);

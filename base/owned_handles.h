@@ -147,6 +147,16 @@ struct HashKind {
     static void Close(Handle handle) noexcept { BCryptDestroyHash(handle); }
 };
 
+// A COM interface, for the one reference that was handed out.
+template <typename Interface>
+struct InterfaceKind {
+    using Handle = Interface*;
+    static Handle None() noexcept { return nullptr; }
+    static void Close(Handle handle) noexcept { handle->Release(); }
+};
+
+template <typename Interface>
+using OwnedInterface = Owned<InterfaceKind<Interface>>;
 using OwnedFile = Owned<FileKind>;
 using OwnedKernelObject = Owned<KernelObjectKind>;
 using OwnedFind = Owned<FindKind>;

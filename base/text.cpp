@@ -16,6 +16,16 @@ std::string NarrowFromWide(UINT codePage, std::wstring_view wide) {
     return narrow;
 }
 
+std::wstring WideFromNarrow(UINT codePage, std::string_view narrow) {
+    if (narrow.empty()) return {};
+    const int bytes = static_cast<int>(narrow.size());
+    const int length = MultiByteToWideChar(codePage, 0, narrow.data(), bytes, nullptr, 0);
+    if (length <= 0) return {};
+    std::wstring wide(static_cast<std::size_t>(length), L'\0');
+    MultiByteToWideChar(codePage, 0, narrow.data(), bytes, wide.data(), length);
+    return wide;
+}
+
 }  // namespace
 
 std::string Utf8FromWide(std::wstring_view wide) {
@@ -27,13 +37,11 @@ std::string AnsiFromWide(std::wstring_view wide) {
 }
 
 std::wstring WideFromUtf8(std::string_view utf8) {
-    if (utf8.empty()) return {};
-    const int bytes = static_cast<int>(utf8.size());
-    const int length = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0);
-    if (length <= 0) return {};
-    std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, wide.data(), length);
-    return wide;
+    return WideFromNarrow(CP_UTF8, utf8);
+}
+
+std::wstring WideFromAnsi(std::string_view ansi) {
+    return WideFromNarrow(CP_ACP, ansi);
 }
 
 }  // namespace zo

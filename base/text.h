@@ -13,5 +13,6 @@ namespace zo {
 
 // The system's ANSI code page; characters that it lacks become its default character.
 [[nodiscard]] std::string AnsiFromWide(std::wstring_view wide);
+[[nodiscard]] std::wstring WideFromAnsi(std::string_view ansi);
 
 }  // namespace zo

@@ -1,0 +1,101 @@
+#include "crash_document.h"
+
+#include <string>
+
+#include "base64.h"
+#include "errors.h"
+#include "files.h"
+#include "format.h"
+#include "machine_guid.h"
+#include "text.h"
+
+namespace zocrash {
+
+namespace {
+
+OSVERSIONINFOW SystemVersion() {
+    OSVERSIONINFOW version{};
+    version.dwOSVersionInfoSize = sizeof(version);
+    static_assert(sizeof(version) == 276);
+#ifdef _MSC_VER
+#pragma warning(suppress : 4996)  // the protocol wants the version that the process is told, manifest and all
+#endif
+    GetVersionExW(&version);
+    return version;
+}
+
+std::string LocalTimestamp() {
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    return TimestampText(now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond);
+}
+
+}  // namespace
+
+std::int32_t CrashProtocolDocument::Open(const CrashReporterContext& reporter) {
+    const CrashReportSettings& settings = reporter.settings;
+    if (const std::int32_t status = OpenInternetSession(zo::AnsiFromWide(settings.toolName), session_); status < 0) {
+        return status;
+    }
+    FillStartFields(settings);
+    serverUrl_ = zo::AnsiFromWide(settings.serverUrl);
+    scrambler_ = reporter.scrambler;
+    scramblerContext_ = reporter.scramblerContext;
+    return zo::kOk;
+}
+
+void CrashProtocolDocument::FillStartFields(const CrashReportSettings& settings) {
+    const OSVERSIONINFOW version = SystemVersion();
+    fields_ = {
+        {"AppName", zo::AnsiFromWide(settings.appName)},
+        {"AppVer", zo::AnsiFromWide(settings.appVersion)},
+        {"TimeStamp", LocalTimestamp()},
+        {"LCID", std::to_string(settings.lcid)},
+        {"OSID", std::to_string(version.dwPlatformId)},
+        {"OSMajVer", std::to_string(version.dwMajorVersion)},
+        {"OSMinVer", std::to_string(version.dwMinorVersion)},
+        {"OSBuildNo", std::to_string(version.dwBuildNumber)},
+        {"ToolVer", zo::Format("{}.{}", settings.toolVersionMajor, settings.toolVersionMinor)},
+        {"GUID_TeskWarden", MachineGuid()},
+        {"UIN", "10000"},
+        {"Contact", ContactAddress()},
+        {"Cmd", ""},
+        {"CrashSignature", ""},
+        {"ModuleName", ""},
+        {"ErrAddr", ""},
+    };
+}
+
+std::int32_t CrashProtocolDocument::Build(RequestBody& body) const {
+    body = {};  // the last request's memory goes before this one's is taken
+    return ScrambleDocument(RenderDocument(fields_), scrambler_, scramblerContext_, body);
+}
+
+std::int32_t CrashProtocolDocument::BuildQuery(const DumpAnalysisResult& analysis, RequestBody& body) {
+    fields_["Cmd"] = '1';
+    fields_["CrashSignature"] = analysis.signature;
+    fields_["ModuleName"] = "ntos";
+    fields_["ErrAddr"] = AddressText(analysis.exceptionAddress);
+    return Build(body);
+}
+
+std::int32_t CrashProtocolDocument::BuildFullDocument(const DumpAnalysisResult& analysis, RequestBody& body) {
+    body = {};
+    {
+        std::string dump;
+        if (!zo::ReadWholeFile(zo::WideFromAnsi(analysis.dumpPath).c_str(), dump) || dump.empty()) {
+            return zo::HresultFromWin32(ERROR_FILE_NOT_FOUND);
+        }
+        if (analysis.loadOutput.empty()) return zo::kFail;
+        fields_["CrashDumpLen"] = std::to_string(dump.size());
+        EncodeBase64(dump, fields_["MinDump"]);
+    }
+    EncodeBase64(analysis.loadOutput, fields_["CrashStack"]);
+    fields_["CrashStackLen"] = std::to_string(analysis.loadOutput.size());
+    fields_["CrashStackBase64Len"] = std::to_string(fields_["CrashStack"].size());
+    fields_["CrashDumpBase64Len"] = std::to_string(fields_["MinDump"].size());
+    fields_["Cmd"] = '2';
+    return Build(body);
+}
+
+}  // namespace zocrash

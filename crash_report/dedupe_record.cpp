@@ -1,0 +1,34 @@
+#include "dedupe_record.h"
+
+#include <windows.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "owned_handles.h"
+
+namespace zocrash {
+
+std::uint64_t ReadDedupeRecord(const std::wstring& path) {
+    if (path.empty()) return 0;
+    const zo::OwnedFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return 0;
+    std::uint64_t value = 0;
+    DWORD read = 0;
+    const BOOL done = ReadFile(file.Get(), &value, sizeof(value), &read, nullptr);
+    return done && read == sizeof(value) ? value : 0;
+}
+
+void WriteDedupeRecord(const std::wstring& path, std::uint64_t lastWrite) {
+    if (path.empty()) return;
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    const zo::OwnedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return;
+    DWORD written = 0;
+    WriteFile(file.Get(), &lastWrite, sizeof(lastWrite), &written, nullptr);
+}
+
+}  // namespace zocrash

@@ -1,0 +1,88 @@
+#include "dump_list.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include "errors.h"
+#include "files.h"
+#include "owned_handles.h"
+
+namespace zocrash {
+
+namespace {
+
+std::uint64_t Join(DWORD high, DWORD low) {
+    return std::uint64_t{high} << 32 | low;
+}
+
+std::optional<std::uint64_t> LastWrite(const std::wstring& path) {
+    WIN32_FIND_DATAW found{};
+    const zo::OwnedFind search(FindFirstFileW(path.c_str(), &found));
+    if (!search) return std::nullopt;
+    return Join(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime);
+}
+
+// A link's directory entry has the size of the link, so that the file behind it is asked.
+std::optional<std::uint64_t> FileSize(const WIN32_FIND_DATAW& found, const std::wstring& path) {
+    if ((found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+        return Join(found.nFileSizeHigh, found.nFileSizeLow);
+    }
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const zo::OwnedFile file(
+        CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+    LARGE_INTEGER size{};
+    if (!file || !GetFileSizeEx(file.Get(), &size)) return std::nullopt;
+    return static_cast<std::uint64_t>(size.QuadPart);
+}
+
+void TakeIfNew(const WIN32_FIND_DATAW& found, const std::filesystem::path& folder, std::uint64_t stored,
+               std::uint64_t sizeLimit, DumpList& list) {
+    if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return;
+    std::wstring path = (folder / found.cFileName).wstring();
+    const std::optional<std::uint64_t> size = FileSize(found, path);
+    if (!size || *size > sizeLimit) return;
+
+    // Asked again by its own path: the folder's copy of the time can lag behind the file's.
+    const std::optional<std::uint64_t> lastWrite = LastWrite(path);
+    if (!lastWrite || *lastWrite <= stored) return;
+    list.newest = std::max(list.newest, *lastWrite);
+    list.entries.push_back({std::move(path), *lastWrite});
+}
+
+}  // namespace
+
+DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uint64_t sizeLimit) {
+    DumpList list{{}, stored};
+    const std::filesystem::path folderPath(folder);
+    WIN32_FIND_DATAW found{};
+    const zo::OwnedFind search(FindFirstFileW((folderPath / L"*").c_str(), &found));
+    if (!search) return list;
+
+    do
+        TakeIfNew(found, folderPath, stored, sizeLimit, list);
+    while (FindNextFileW(search.Get(), &found));
+    if (const DWORD error = GetLastError(); error != ERROR_NO_MORE_FILES) {
+        throw std::filesystem::filesystem_error("directory_iterator::operator++", folderPath,
+                                                std::error_code(static_cast<int>(error), std::system_category()));
+    }
+    std::stable_sort(list.entries.begin(), list.entries.end(),
+                     [](const DumpEntry& a, const DumpEntry& b) { return a.lastWrite < b.lastWrite; });
+    return list;
+}
+
+std::int32_t TakeSingleDump(const std::wstring& path, DumpList& list) {
+    std::uint32_t unknown = 0;
+    // When its existence cannot be told, the search below says why.
+    if (!zo::Exists(path.c_str(), unknown) && unknown == 0) return zo::HresultFromWin32(ERROR_FILE_NOT_FOUND);
+    const std::optional<std::uint64_t> lastWrite = LastWrite(path);
+    if (!lastWrite) return zo::HresultFromWin32(GetLastError());
+    list = {{{path, *lastWrite}}, *lastWrite};
+    return zo::kOk;
+}
+
+}  // namespace zocrash

@@ -1,0 +1,29 @@
+#pragma once
+
+// Which dump files there are to report.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zocrash {
+
+struct DumpEntry {
+    std::wstring path;
+    std::uint64_t lastWrite = 0;  // FILETIME as one number
+};
+
+struct DumpList {
+    std::vector<DumpEntry> entries;  // oldest first
+    std::uint64_t newest = 0;        // never below the stored value that the list was made with
+};
+
+// The files in the folder, not below it, that are no larger than sizeLimit and were written after `stored`. A folder
+// that cannot be opened has none; a listing that breaks off raises std::filesystem::filesystem_error.
+[[nodiscard]] DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uint64_t sizeLimit);
+
+// One file whatever its size. Gives 0x80070002 when it does not exist and the Win32 error's status when its time
+// cannot be read.
+[[nodiscard]] std::int32_t TakeSingleDump(const std::wstring& path, DumpList& list);
+
+}  // namespace zocrash

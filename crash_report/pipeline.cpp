@@ -1,0 +1,132 @@
+#include "pipeline.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "crash_document.h"
+#include "debug_engine.h"
+#include "dedupe_record.h"
+#include "errors.h"
+#include "text.h"
+
+namespace zocrash {
+
+namespace {
+
+constexpr auto kWaitTimedOut = static_cast<std::int32_t>(0x80070102u);
+
+class Pipeline {
+  public:
+    Pipeline(CrashReporterContext& reporter, const ZoCrashRunStats* given) : reporter_(reporter) {
+        if (given != nullptr) stats_ = *given;
+    }
+
+    [[nodiscard]] const ZoCrashRunStats& Stats() const noexcept { return stats_; }
+
+    // False in `report` when the caller's record is to stay as it is.
+    [[nodiscard]] std::int32_t Run(const DumpList& dumps, std::uint64_t stored, bool& report);
+
+  private:
+    void Process(const DumpEntry& entry, DebugEngine& engine, CrashProtocolDocument& document);
+    void Report(const DumpAnalysisResult& analysis, CrashProtocolDocument& document);
+    void StoreMatched();
+
+    CrashReporterContext& reporter_;
+    ZoCrashRunStats stats_{};
+    std::wstring matchedOfRun_;
+};
+
+std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& report) {
+    report = true;
+    stats_.dumpsFound += static_cast<std::uint32_t>(dumps.entries.size());
+    if (!reporter_.network.Wait(reporter_.settings.networkWaitSeconds, reporter_.cancel)) {
+        reporter_.Log(ZOCRASH_LOG_WARNING, "Network never reported up; aborting");
+        return kWaitTimedOut;
+    }
+    if (reporter_.cancel.load()) {
+        report = false;
+        return zo::kAborted;
+    }
+
+    DebugEngine engine;
+    if (const std::int32_t status = engine.Open(); status < 0) {
+        reporter_.Log(ZOCRASH_LOG_ERROR, "DbgEng load failed: 0x{:08x}", zo::Bits(status));
+        return status;
+    }
+    CrashProtocolDocument document;
+    if (const std::int32_t status = document.Open(reporter_); status < 0) {
+        reporter_.Log(ZOCRASH_LOG_ERROR, "Protocol init failed: 0x{:08x}", zo::Bits(status));
+        return status;
+    }
+
+    std::uint64_t lastDealtWith = stored;
+    for (const DumpEntry& entry : dumps.entries) {
+        if (reporter_.cancel.load()) break;
+        Process(entry, engine, document);
+        lastDealtWith = entry.lastWrite;
+    }
+
+    const std::uint64_t keep = std::max(dumps.newest, lastDealtWith);
+    if (stored < keep) WriteDedupeRecord(reporter_.settings.compareFilePath, keep);
+    StoreMatched();
+    return reporter_.cancel.load() ? zo::kAborted : zo::kOk;
+}
+
+void Pipeline::Process(const DumpEntry& entry, DebugEngine& engine, CrashProtocolDocument& document) {
+    DumpAnalysisResult analysis;
+    const std::int32_t status = engine.Analyse(zo::AnsiFromWide(entry.path), entry.lastWrite, analysis);
+    if (status < 0) {
+        reporter_.Log(ZOCRASH_LOG_WARNING, "Analyze failed: {} (0x{:08x})", zo::Utf8FromWide(entry.path),
+                      zo::Bits(status));
+        return;
+    }
+    const std::string matched = reporter_.targets.Match(analysis.analysisText);
+    const bool upload = reporter_.settings.uploadAll || !matched.empty();
+    reporter_.Log(ZOCRASH_LOG_INFO, "Dump {} matched=[{}] upload={}", zo::Utf8FromWide(entry.path), matched, upload);
+    if (!upload) return;
+
+    ++stats_.dumpsSelected;
+    if (!matched.empty()) {
+        if (!matchedOfRun_.empty()) matchedOfRun_ += L';';
+        matchedOfRun_ += zo::WideFromUtf8(matched);
+    }
+    Report(analysis, document);
+}
+
+// One query and at most one upload; nothing is tried again.
+void Pipeline::Report(const DumpAnalysisResult& analysis, CrashProtocolDocument& document) {
+    RequestBody body;
+    int reply = document.BuildQuery(analysis, body) < 0 ? 0 : document.Send(body).status;
+    if (reply == kReplyKnown) {
+        ++stats_.queriesAlreadyKnown;
+        return;
+    }
+    if (reply != kReplyAccepted) {
+        ++stats_.queriesFailed;
+        return;
+    }
+    ++stats_.queriesAccepted;
+    reply = document.BuildFullDocument(analysis, body) < 0 ? 0 : document.Send(body).status;
+    ++(reply == kReplyAccepted ? stats_.uploadsSucceeded : stats_.uploadsFailed);
+}
+
+void Pipeline::StoreMatched() {
+    if (matchedOfRun_.empty()) return;
+    const std::size_t length = std::min(matchedOfRun_.size(), std::size(stats_.matchedDrivers) - 1);
+    std::copy_n(matchedOfRun_.begin(), length, stats_.matchedDrivers);
+    stats_.matchedDrivers[length] = L'\0';
+}
+
+}  // namespace
+
+std::int32_t ProcessDumps(CrashReporterContext& reporter, const DumpList& dumps, std::uint64_t stored,
+                          ZoCrashRunStats* stats) {
+    Pipeline pipeline(reporter, stats);
+    bool report = false;
+    const std::int32_t status = pipeline.Run(dumps, stored, report);
+    if (report && stats != nullptr) *stats = pipeline.Stats();
+    return status;
+}
+
+}  // namespace zocrash

@@ -1,0 +1,18 @@
+#pragma once
+
+// What happens to each new dump: analysed, matched against the target drivers and, when it concerns them, asked about
+// and sent.
+
+#include <cstdint>
+
+#include "dump_list.h"
+#include "reporter_context.h"
+
+namespace zocrash {
+
+// `stored` is the dedupe record's value that the list was made with. The result record may be null. The status is that
+// of the whole call; a dump that fails is counted, logged and passed over.
+[[nodiscard]] std::int32_t ProcessDumps(CrashReporterContext& reporter, const DumpList& dumps, std::uint64_t stored,
+                                        ZoCrashRunStats* stats);
+
+}  // namespace zocrash

@@ -1,0 +1,49 @@
+#include "reporter_context.h"
+
+#include <windows.h>
+
+#include <memory>
+
+#include "built_in_scrambler.h"
+#include "text.h"
+
+namespace zocrash {
+
+namespace {
+
+INIT_ONCE contextOnce = INIT_ONCE_STATIC_INIT;
+
+// Goes with the library. A caller that unloads it during a run has nothing left to run.
+std::unique_ptr<CrashReporterContext> context;
+
+// Reports the one-time initialisation as failed when the making of the context raises, so that the next call tries
+// again and no other thread waits for ever.
+class Initialisation {
+  public:
+    ~Initialisation() { InitOnceComplete(&contextOnce, done_ ? 0 : INIT_ONCE_INIT_FAILED, nullptr); }
+    void Done() noexcept { done_ = true; }
+
+  private:
+    bool done_ = false;
+};
+
+}  // namespace
+
+CrashReporterContext::CrashReporterContext() : settings(MakeSettings(nullptr)), scrambler(BuiltInScrambler) {}
+
+void CrashReporterContext::Deliver(std::int32_t level, std::string_view utf8) const {
+    logger(loggerContext, level, zo::WideFromUtf8(utf8).c_str());
+}
+
+CrashReporterContext& Reporter() {
+    BOOL pending = FALSE;
+    InitOnceBeginInitialize(&contextOnce, 0, &pending, nullptr);
+    if (pending) {
+        Initialisation initialisation;
+        context = std::make_unique<CrashReporterContext>();
+        initialisation.Done();
+    }
+    return *context;
+}
+
+}  // namespace zocrash

@@ -1,0 +1,21 @@
+#pragma once
+
+// What the crash server answers: a status, a blank and a message. The text alone counts; the HTTP status never reaches
+// this. The bytes come from the network and are trusted in nothing.
+
+#include <string>
+#include <string_view>
+
+namespace zocrash {
+
+inline constexpr int kReplyAccepted = 200;  // to a query: send the dump; to a dump: stored
+inline constexpr int kReplyKnown = 300;
+
+struct ServerReply {
+    int status = 0;  // 0 when there is no usable reply
+    std::string message;
+};
+
+[[nodiscard]] ServerReply ParseServerReply(std::string_view text);
+
+}  // namespace zocrash

@@ -1,0 +1,84 @@
+#include "settings.h"
+
+// clang-format off
+#include <windows.h>
+#include <objbase.h>
+#include <shlobj.h>
+// clang-format on
+
+#include <filesystem>
+
+#include "owned_handles.h"
+
+// The build passes narrow literals; beside a wide one they become wide.
+#define ZO_WIDE(text) L"" text
+
+namespace zocrash {
+
+namespace {
+
+constexpr std::uint32_t kDefaultLcid = 2502;
+constexpr std::uint64_t kDefaultMaxDumpBytes = 0xA00000;
+constexpr std::uint32_t kDefaultNetworkWaitSeconds = 300;
+
+// FOLDERID_LocalAppData
+constexpr GUID kLocalAppData = {0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
+
+struct TaskMemoryKind {
+    using Handle = wchar_t*;
+    static Handle None() noexcept { return nullptr; }
+    static void Close(Handle handle) noexcept { CoTaskMemFree(handle); }
+};
+
+void TakeText(std::wstring& setting, const wchar_t* given) {
+    if (given != nullptr && given[0] != L'\0') setting = given;
+}
+
+template <typename Number>
+void TakeNumber(Number& setting, Number given) {
+    if (given != 0) setting = given;
+}
+
+CrashReportSettings Defaults() {
+    CrashReportSettings settings;
+    settings.serverUrl = ZO_WIDE(ZO_CRASH_SERVER_URL);
+    settings.appName = L"TeskShield";
+    settings.appVersion = L"100.0.100.1";
+    settings.toolName = L"Tesk Bug Report Tool";
+    settings.lcid = kDefaultLcid;
+    settings.toolVersionMajor = 3;
+    settings.toolVersionMinor = 1;
+    settings.compareFilePath = DefaultComparePath();
+    settings.maxDumpBytes = kDefaultMaxDumpBytes;
+    settings.networkWaitSeconds = kDefaultNetworkWaitSeconds;
+    return settings;
+}
+
+}  // namespace
+
+std::wstring DefaultComparePath() {
+    zo::Owned<TaskMemoryKind> folder;
+    if (FAILED(SHGetKnownFolderPath(kLocalAppData, 0, nullptr, folder.Out()))) return {};
+    return (std::filesystem::path(folder.Get()) / L"ZoProtector" / L"crash_compare.dat").wstring();
+}
+
+const char* ContactAddress() noexcept {
+    return ZO_CRASH_CONTACT;
+}
+
+CrashReportSettings MakeSettings(const ZoCrashReportConfig* config) {
+    CrashReportSettings settings = Defaults();
+    if (config == nullptr) return settings;
+    TakeText(settings.serverUrl, config->serverUrl);
+    TakeText(settings.appName, config->appName);
+    TakeText(settings.appVersion, config->appVersion);
+    TakeNumber(settings.lcid, config->lcid);
+    TakeText(settings.minidumpDir, config->minidumpDir);
+    TakeText(settings.compareFilePath, config->compareFilePath);
+    settings.uploadAll = config->uploadAll != 0;
+    TakeNumber(settings.maxDumpBytes, config->maxDumpBytes);
+    TakeNumber(settings.networkWaitSeconds, config->networkWaitSeconds);
+    return settings;
+}
+
+}  // namespace zocrash

@@ -1,0 +1,55 @@
+#include "upload.h"
+
+#include <array>
+
+#include "errors.h"
+#include "server_url.h"
+
+namespace zocrash {
+
+namespace {
+
+constexpr DWORD kRequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_SECURE | INTERNET_FLAG_KEEP_CONNECTION;
+static_assert(kRequestFlags == 0x80C00000u);
+
+constexpr std::size_t kReadPiece = 1024;
+
+// What arrived until the reply ended or broke off.
+std::string ReadReply(HINTERNET request) {
+    std::string text;
+    std::array<char, kReadPiece> piece{};
+    DWORD read = 0;
+    while (InternetReadFile(request, piece.data(), static_cast<DWORD>(piece.size()), &read) && read > 0) {
+        text.append(piece.data(), read);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::int32_t OpenInternetSession(const std::string& userAgent, OwnedInternet& session) {
+    session.Reset(InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
+    return session ? zo::kOk : zo::HresultFromWin32(GetLastError());
+}
+
+ServerReply Post(const OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body) {
+    ServerUrl server;
+    if (!session || !ParseServerUrl(url, server)) return {};
+
+    const OwnedInternet connection(InternetConnectA(session.Get(), server.host.c_str(), server.port, nullptr, nullptr,
+                                                    INTERNET_SERVICE_HTTP, 0, 0));
+    if (!connection) return {};
+    const char* acceptTypes[] = {"text/*", nullptr};
+    const OwnedInternet request(HttpOpenRequestA(connection.Get(), "POST", server.path.c_str(), "HTTP/1.1", nullptr,
+                                                 acceptTypes, kRequestFlags, 0));
+    if (!request) return {};
+
+    // The platform only reads the body; its length is below 4 GiB because the document's was.
+    if (!HttpSendRequestA(request.Get(), nullptr, 0, const_cast<std::uint8_t*>(body.data()),
+                          static_cast<DWORD>(body.size()))) {
+        return {};
+    }
+    return ParseServerReply(ReadReply(request.Get()));
+}
+
+}  // namespace zocrash

@@ -1,0 +1,34 @@
+#pragma once
+
+// One HTTPS POST through the platform's Internet functions. Redirects, proxies, certificates and time limits are the
+// platform's, under exactly the flags given here.
+
+// clang-format off
+#include <windows.h>
+#include <wininet.h>
+// clang-format on
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "owned_handles.h"
+#include "server_reply.h"
+
+namespace zocrash {
+
+struct InternetKind {
+    using Handle = HINTERNET;
+    static Handle None() noexcept { return nullptr; }
+    static void Close(Handle handle) noexcept { InternetCloseHandle(handle); }
+};
+using OwnedInternet = zo::Owned<InternetKind>;
+
+// The user agent is in the ANSI code page. Gives the Win32 error's status.
+[[nodiscard]] std::int32_t OpenInternetSession(const std::string& userAgent, OwnedInternet& session);
+
+// Status 0 without a session, for a URL that is not "https://..." and for a request that cannot be made or answered.
+[[nodiscard]] ServerReply Post(const OwnedInternet& session, const std::string& url,
+                               std::span<const std::uint8_t> body);
+
+}  // namespace zocrash
