@@ -43,7 +43,10 @@ std::int32_t RemoveService() {
 
 // The service manager removes the whole key once nobody holds the service open; until then this leaves no instance.
 std::int32_t RemoveMinifilterInstances() {
-    const auto isMissing = [](LSTATUS error) { return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND; };
+    // ERROR_KEY_DELETED: the service manager was quicker.
+    const auto isMissing = [](LSTATUS error) {
+        return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND || error == ERROR_KEY_DELETED;
+    };
     zo::OwnedRegistryKey service;
     LSTATUS error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kServiceKey, 0, KEY_READ | KEY_WRITE, service.Out());
     if (error == ERROR_SUCCESS) error = RegDeleteTreeW(service.Get(), kInstancesKeyName);

@@ -66,7 +66,6 @@ class ProtectionPause {
         uint32_t enabled = 0;
         // A driver that does not tell is taken to be protecting.
         wasEnabled_ = ZoProtector_GetMasterEnabled(&enabled) < 0 || enabled != 0;
-        status_ = ZoProtector_SetMasterEnabled(0);
     }
     ~ProtectionPause() {
         if (status_ < 0) return;
@@ -80,18 +79,20 @@ class ProtectionPause {
     ProtectionPause(const ProtectionPause&) = delete;
     ProtectionPause& operator=(const ProtectionPause&) = delete;
 
-    // What switching off gave.
-    [[nodiscard]] std::int32_t Status() const { return status_; }
+    // Not the constructor's work: the driver has the switch before the log line can run out of memory, and only a
+    // finished object sets it back.
+    [[nodiscard]] std::int32_t Begin() { return status_ = ZoProtector_SetMasterEnabled(0); }
 
   private:
     bool wasEnabled_;
-    std::int32_t status_;
+    std::int32_t status_ = ZOP_OK;
 };
 
 std::int32_t ReplaceThroughDriver(const wchar_t* newFile, const PathBuffer& installed) {
     if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
-    const ProtectionPause pause;
-    return pause.Status() < 0 ? pause.Status() : ReplaceFileByDriver(installed.Text(), newFile);
+    ProtectionPause pause;
+    if (const std::int32_t status = pause.Begin(); status < 0) return status;
+    return ReplaceFileByDriver(installed.Text(), newFile);
 }
 
 // An installed file without a readable version is older than any that has one.

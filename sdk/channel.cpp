@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <utility>
 
 #include "diagnostic_log.h"
 #include "driver_records.h"
@@ -52,6 +53,23 @@ std::int32_t StatusOfCommand(std::uint32_t code, DWORD error) {
 std::int32_t AskVersion(ZopVersionReply& version) {
     return ZopSendIoctl(ZOP_IOCTL_GET_VERSION, nullptr, 0, &version, sizeof version, nullptr);
 }
+
+// These two close at the end of a scope, so that they also do it when a line of the log runs out of memory.
+struct CloseLog {
+    CloseLog() = default;
+    ~CloseLog() { ZopLogClose(); }
+    CloseLog(const CloseLog&) = delete;
+    CloseLog& operator=(const CloseLog&) = delete;
+};
+
+struct CloseUnlessAccepted {
+    CloseUnlessAccepted() = default;
+    ~CloseUnlessAccepted() {
+        if (!channel.initialized) channel.device.Reset();
+    }
+    CloseUnlessAccepted(const CloseUnlessAccepted&) = delete;
+    CloseUnlessAccepted& operator=(const CloseUnlessAccepted&) = delete;
+};
 
 // The device is open; whether it stays open is for the caller.
 std::int32_t ShakeHands() {
@@ -110,10 +128,9 @@ int32_t ZoProtector_Initialize() {
         return ZOP_E_DRIVER_NOT_FOUND;
     }
     // The handshake goes through ZopSendIoctl, so the handle is everybody's before the driver is accepted.
+    const CloseUnlessAccepted closing;
     channel.device.Reset(std::move(device));
-    const std::int32_t status = ShakeHands();
-    if (status < 0) channel.device.Reset();
-    return status;
+    return ShakeHands();
 }
 
 int32_t ZoProtector_Uninitialize() {
@@ -121,8 +138,8 @@ int32_t ZoProtector_Uninitialize() {
     const std::lock_guard guard(channel.lock);
     channel.device.Reset();
     channel.initialized = false;
+    const CloseLog closing;
     ZopLogWrite(kLogInfo, "ZoProtector_Uninitialize: SDK uninitialized");
-    ZopLogClose();
     return ZOP_OK;
 }
 

@@ -6,7 +6,7 @@
 #include "diagnostic_log.h"
 #include "zoprotector.h"
 
-BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);
 
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID /*reserved*/) {
     if (reason == DLL_PROCESS_ATTACH) {

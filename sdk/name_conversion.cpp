@@ -6,7 +6,9 @@
 // clang-format on
 
 #include <algorithm>
+#include <cstddef>
 #include <initializer_list>
+#include <iterator>
 #include <string>
 
 #include "channel.h"

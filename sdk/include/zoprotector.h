@@ -370,7 +370,7 @@ ZO_API int32_t ZoProtector_GetUnsignedBypassAttempts(uint32_t* attempts);
 /* These work through the service manager, the registry and the file system. None but ZoProtector_UninstallDriver (which
  * closes it) and ZoProtector_UpgradeDriver (which may open it) touches the channel to the driver, and none is
  * serialised against another: two threads or processes that install or remove at the same time can meet each other's
- * half-done work. They write no lines to the diagnostic log.
+ * half-done work. They write no lines of their own to the diagnostic log; the functions that they call write theirs.
  *
  * Common failures of all of them, "the usual" below:
  *   ZOP_E_DRIVER_NOT_FOUND  no such service, file or folder
