@@ -5,9 +5,31 @@
 #include <limits>
 #include <system_error>
 
+#include "long_path.h"
 #include "owned_handles.h"
 
 namespace zo {
+
+namespace {
+
+std::uint32_t MakeFolder(const std::wstring& path) {
+    if (CreateDirectoryW(path.c_str(), nullptr)) return ERROR_SUCCESS;
+    const DWORD error = GetLastError();
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES) return error;
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ERROR_SUCCESS : ERROR_DIRECTORY;
+}
+
+// The standard library's create_directories refuses long paths and the long form on some systems.
+std::uint32_t MakeFolders(const std::wstring& path) {
+    if (const std::uint32_t error = MakeFolder(path); error != ERROR_PATH_NOT_FOUND) return error;
+    const std::size_t parent = path.find_last_of(L'\\');
+    if (parent == std::wstring::npos || parent == 0) return ERROR_PATH_NOT_FOUND;
+    if (const std::uint32_t error = MakeFolders(path.substr(0, parent)); error != ERROR_SUCCESS) return error;
+    return MakeFolder(path);
+}
+
+}  // namespace
 
 FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes) {
     using Step = FileReadResult::Step;
@@ -65,11 +87,19 @@ bool Exists(const std::filesystem::path& path) {
     return there;
 }
 
+std::uint32_t TryCreateDirectories(const std::filesystem::path& folder) {
+    if (folder.empty()) return ERROR_SUCCESS;
+    std::wstring path = LongForm(folder.c_str());
+    while (path.ends_with(L'\\'))
+        path.pop_back();
+    return MakeFolders(path);
+}
+
 void CreateDirectories(const std::filesystem::path& folder) {
-    if (folder.empty()) return;
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (error) throw std::filesystem::filesystem_error("create_directories", folder, error);
+    if (const std::uint32_t error = TryCreateDirectories(folder); error != ERROR_SUCCESS) {
+        throw std::filesystem::filesystem_error("create_directories", folder,
+                                                std::error_code(static_cast<int>(error), std::system_category()));
+    }
 }
 
 }  // namespace zo

@@ -30,8 +30,11 @@ struct FileReadResult {
 // The same, raising std::filesystem::filesystem_error("exists", ...) when it cannot be told.
 [[nodiscard]] bool Exists(const std::filesystem::path& path);
 
-// Makes the folder and every missing ancestor; an empty path is nothing to make. Raises
-// std::filesystem::filesystem_error("create_directories", ...) when that fails.
+// Makes the folder and every missing ancestor, whatever the path's length; an empty path is nothing to make. Gives the
+// Win32 error, 0 when the folder is there.
+[[nodiscard]] std::uint32_t TryCreateDirectories(const std::filesystem::path& folder);
+
+// Raises std::filesystem::filesystem_error("create_directories", ...) when that fails.
 void CreateDirectories(const std::filesystem::path& folder);
 
 }  // namespace zo

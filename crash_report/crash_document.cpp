@@ -30,6 +30,12 @@ std::string LocalTimestamp() {
     return TimestampText(now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond);
 }
 
+// The previous dump's text goes first: growing a string keeps the old one until the new one is there.
+void EncodeInto(const std::string& bytes, std::string& field) {
+    std::string().swap(field);
+    EncodeBase64(bytes, field);
+}
+
 }  // namespace
 
 std::int32_t CrashProtocolDocument::Open(const CrashReporterContext& reporter) {
@@ -88,9 +94,9 @@ std::int32_t CrashProtocolDocument::BuildFullDocument(const DumpAnalysisResult& 
         }
         if (analysis.loadOutput.empty()) return zo::kFail;
         fields_["CrashDumpLen"] = std::to_string(dump.size());
-        EncodeBase64(dump, fields_["MinDump"]);
+        EncodeInto(dump, fields_["MinDump"]);
     }
-    EncodeBase64(analysis.loadOutput, fields_["CrashStack"]);
+    EncodeInto(analysis.loadOutput, fields_["CrashStack"]);
     fields_["CrashStackLen"] = std::to_string(analysis.loadOutput.size());
     fields_["CrashStackBase64Len"] = std::to_string(fields_["CrashStack"].size());
     fields_["CrashDumpBase64Len"] = std::to_string(fields_["MinDump"].size());

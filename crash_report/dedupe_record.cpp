@@ -3,8 +3,8 @@
 #include <windows.h>
 
 #include <filesystem>
-#include <system_error>
 
+#include "files.h"
 #include "owned_handles.h"
 
 namespace zocrash {
@@ -22,8 +22,8 @@ std::uint64_t ReadDedupeRecord(const std::wstring& path) {
 
 void WriteDedupeRecord(const std::wstring& path, std::uint64_t lastWrite) {
     if (path.empty()) return;
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    // A record that cannot be written is no failure: the same dumps are new again next time.
+    static_cast<void>(zo::TryCreateDirectories(std::filesystem::path(path).parent_path()));
     const zo::OwnedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                                          FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) return;

@@ -52,17 +52,26 @@ std::wstring StagingFolder() {
     return (std::filesystem::path(temporary.data()) / L"ZoProtector" / L"Minidump").wstring();
 }
 
+bool IsLink(const std::filesystem::path& path) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+std::int32_t NowhereToStage(const CrashReporterContext& reporter) {
+    reporter.Log(ZOCRASH_LOG_ERROR, "Access denied to minidump dir and %TEMP% is unavailable; aborting");
+    return zo::HresultFromWin32(ERROR_ACCESS_DENIED);
+}
+
 std::int32_t Stage(const CrashReporterContext& reporter, DumpFolder& folder) {
     const std::wstring staging = StagingFolder();
-    if (staging.empty()) {
-        reporter.Log(ZOCRASH_LOG_ERROR, "Access denied to minidump dir and %TEMP% is unavailable; aborting");
-        return zo::HresultFromWin32(ERROR_ACCESS_DENIED);
-    }
+    // Somebody else may have put a link where ours is to be: nothing is cleaned or copied through it.
+    if (staging.empty() || IsLink(std::filesystem::path(staging).parent_path())) return NowhereToStage(reporter);
     reporter.Log(ZOCRASH_LOG_WARNING, "Access denied to {}; staging via driver to {}", zo::Utf8FromWide(folder.path),
                  zo::Utf8FromWide(staging));
     // What an earlier run left behind and cannot be removed shows when the folder is made or copied to.
     static_cast<void>(RemoveFolder(staging));
     zo::CreateDirectories(staging);
+    if (IsLink(staging)) return NowhereToStage(reporter);
 
     std::uint32_t files = 0;
     std::uint32_t dirs = 0;

@@ -1,11 +1,13 @@
 #include <windows.h>
 
 #include <cstddef>
+#include <string>
 
 #include "dedupe_record.h"
 #include "dump_folder.h"
 #include "dump_list.h"
 #include "errors.h"
+#include "folder_removal.h"
 #include "pipeline.h"
 #include "reporter_context.h"
 #include "text.h"
@@ -21,6 +23,23 @@ static_assert(sizeof(ZoCrashRunStats) == 2076 && offsetof(ZoCrashRunStats, match
 
 using zocrash::CrashReporterContext;
 using zocrash::Reporter;
+
+namespace {
+
+// Copied dumps do not stay behind when a run ends by an exception of the standard library.
+struct StagedLeftover {
+    std::wstring path;
+    ~StagedLeftover() {
+        if (path.empty()) return;
+        try {
+            static_cast<void>(zocrash::RemoveFolder(path));
+        } catch (...) {
+            // Out of memory on top of what ended the run; the next staging clears the folder.
+        }
+    }
+};
+
+}  // namespace
 
 int32_t ZoCrashReport_Initialize(const ZoCrashReportConfig* config) {
     CrashReporterContext& reporter = Reporter();
@@ -81,11 +100,15 @@ int32_t ZoCrashReport_Run(ZoCrashRunStats* stats) {
     reporter.Log(ZOCRASH_LOG_INFO, "Minidump dir: {}", zo::Utf8FromWide(folder.path));
     if (const int32_t status = zocrash::OpenDumpFolder(reporter, folder); status < 0) return status;
 
+    StagedLeftover leftover{folder.staged};
     const uint64_t stored = zocrash::ReadDedupeRecord(reporter.settings.compareFilePath);
     const zocrash::DumpList dumps = zocrash::FindNewDumps(folder.path, stored, reporter.settings.maxDumpBytes);
     reporter.Log(ZOCRASH_LOG_INFO, "Found {} new minidump(s)", dumps.entries.size());
     const int32_t status = dumps.entries.empty() ? zo::kOk : zocrash::ProcessDumps(reporter, dumps, stored, stats);
-    if (!folder.staged.empty()) zocrash::RemoveStagedFolder(reporter, folder.staged);
+    if (!folder.staged.empty()) {
+        zocrash::RemoveStagedFolder(reporter, folder.staged);
+        leftover.path = {};
+    }
     return status;
 }
 

@@ -5,17 +5,12 @@
 #include <string_view>
 #include <vector>
 
+#include "long_path.h"
 #include "owned_handles.h"
 
 namespace zocrash {
 
 namespace {
-
-// Below this prefix a path may be longer than 260 units.
-std::wstring LongForm(const std::wstring& path) {
-    const bool hasDrive = path.size() > 2 && path[1] == L':' && path[2] == L'\\';
-    return hasDrive ? L"\\\\?\\" + path : path;
-}
 
 bool IsMissing(DWORD error) {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
@@ -87,7 +82,7 @@ class TreeRemoval {
 }  // namespace
 
 RemovalResult RemoveFolder(const std::wstring& folder) {
-    const std::wstring path = LongForm(folder);
+    const std::wstring path = zo::LongForm(folder.c_str());
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES) {
         const DWORD error = GetLastError();

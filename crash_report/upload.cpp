@@ -1,6 +1,7 @@
 #include "upload.h"
 
 #include <array>
+#include <limits>
 
 #include "errors.h"
 #include "server_url.h"
@@ -14,13 +15,16 @@ static_assert(kRequestFlags == 0x80C00000u);
 
 constexpr std::size_t kReadPiece = 1024;
 
+// What is kept of a reply, whose first characters decide; a server that never ends must not take all memory.
+constexpr std::size_t kKeptReply = 64 * kReadPiece;
+
 // What arrived until the reply ended or broke off.
 std::string ReadReply(HINTERNET request) {
     std::string text;
     std::array<char, kReadPiece> piece{};
     DWORD read = 0;
     while (InternetReadFile(request, piece.data(), static_cast<DWORD>(piece.size()), &read) && read > 0) {
-        text.append(piece.data(), read);
+        if (text.size() < kKeptReply) text.append(piece.data(), read);
     }
     return text;
 }
@@ -35,6 +39,7 @@ std::int32_t OpenInternetSession(const std::string& userAgent, OwnedInternet& se
 ServerReply Post(const OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body) {
     ServerUrl server;
     if (!session || !ParseServerUrl(url, server)) return {};
+    if (body.size() > std::numeric_limits<DWORD>::max()) return {};  // the platform cannot send it
 
     const OwnedInternet connection(InternetConnectA(session.Get(), server.host.c_str(), server.port, nullptr, nullptr,
                                                     INTERNET_SERVICE_HTTP, 0, 0));
@@ -44,7 +49,7 @@ ServerReply Post(const OwnedInternet& session, const std::string& url, std::span
                                                  acceptTypes, kRequestFlags, 0));
     if (!request) return {};
 
-    // The platform only reads the body; its length is below 4 GiB because the document's was.
+    // The platform only reads the body.
     if (!HttpSendRequestA(request.Get(), nullptr, 0, const_cast<std::uint8_t*>(body.data()),
                           static_cast<DWORD>(body.size()))) {
         return {};

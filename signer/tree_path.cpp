@@ -11,41 +11,12 @@ namespace zosigner {
 
 namespace {
 
-// Gives the Win32 error, 0 when done.
-std::uint32_t FullPath(const wchar_t* path, std::wstring& full) {
-    DWORD units = MAX_PATH;
-    for (;;) {
-        full.resize(units);
-        SetLastError(ERROR_SUCCESS);
-        const DWORD length = GetFullPathNameW(path, units, full.data(), nullptr);
-        if (length == 0) {
-            // The empty path fails without an error of its own on some systems.
-            const DWORD error = GetLastError();
-            return error != ERROR_SUCCESS ? error : ERROR_INVALID_NAME;
-        }
-        full.resize(std::min(length, units));
-        if (length < units) return ERROR_SUCCESS;
-        units = length;  // this time with room for the terminator
-    }
-}
-
-std::wstring WithLongPrefix(std::wstring_view full) {
-    if (full.starts_with(LR"(\\?\)") || full.starts_with(LR"(\\.\)")) return std::wstring(full);
-    if (full.starts_with(LR"(\\)")) return LR"(\\?\UNC\)" + std::wstring(full.substr(2));
-    return LR"(\\?\)" + std::wstring(full);
-}
-
 template <typename Character>
 bool EndsInSeparator(std::basic_string_view<Character> path) {
     return path.ends_with(Character{'\\'}) || path.ends_with(Character{'/'});
 }
 
 }  // namespace
-
-std::wstring LongForm(const wchar_t* path) {
-    std::wstring full;
-    return FullPath(path, full) == ERROR_SUCCESS ? WithLongPrefix(full) : std::wstring(path);
-}
 
 std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {
     std::wstring path(folder);
@@ -64,9 +35,9 @@ std::string JoinRelative(std::string_view directory, std::string_view name) {
 
 std::uint32_t TreeRoot::Resolve(const wchar_t* folder) {
     std::wstring full;
-    if (const std::uint32_t error = FullPath(folder, full); error != ERROR_SUCCESS) return error;
+    if (const std::uint32_t error = zo::FullPath(folder, full); error != ERROR_SUCCESS) return error;
     shown_ = zo::Utf8FromWide(full);
-    long_ = WithLongPrefix(full);
+    long_ = zo::WithLongPrefix(full);
     return ERROR_SUCCESS;
 }
 

@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "long_path.h"
+
 namespace zosigner {
 
-// Absolute, with the long-path prefix. A path that the platform cannot resolve comes back as it is, so that opening it
-// gives the error.
-[[nodiscard]] std::wstring LongForm(const wchar_t* path);
+using zo::LongForm;
 
 // The folder's path and the name with one separator between them.
 [[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name);
