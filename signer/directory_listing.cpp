@@ -39,7 +39,9 @@ bool DirectoryListing::Fill() {
     next_ = nullptr;
     if (!GetFileInformationByHandleEx(directory_.Get(), kind, buffer_.data(), static_cast<DWORD>(kBufferBytes))) {
         const DWORD error = GetLastError();
-        error_ = error == ERROR_NO_MORE_FILES ? ERROR_SUCCESS : error;
+        // The root of an empty volume has not even the two dots, and says so with another error.
+        const bool atEnd = error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND;
+        error_ = atEnd ? ERROR_SUCCESS : error;
         directory_.Reset();
         return false;
     }

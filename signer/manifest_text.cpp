@@ -1,6 +1,7 @@
 #include "manifest_text.h"
 
 #include <cstddef>
+#include <cstring>
 #include <limits>
 
 #include "format.h"
@@ -12,6 +13,7 @@ namespace {
 
 constexpr std::string_view kAlgorithm = "RSA-2048-PKCS1-SHA256";
 constexpr std::string_view kHeaderEnd = "----";
+constexpr std::size_t kTextPerFile = 640;  // signature and digest in hexadecimal, keys, line ends, a short path
 
 // Lines end at line feeds; one carriage return before it belongs to the line end. The last line may lack its end.
 class Lines {
@@ -33,11 +35,21 @@ class Lines {
     std::string_view rest_;
 };
 
-// Gives the value of a line that begins with the key.
-bool TakeValue(std::string_view line, std::string_view key, std::string_view& value) {
-    if (!line.starts_with(key)) return false;
-    value = line.substr(key.size());
+// Gives the value of a line that begins with the key. The key's length is known when this is compiled, which turns the
+// comparison into an instruction or two.
+template <std::size_t Size>
+bool TakeValue(std::string_view line, const char (&key)[Size], std::string_view& value) {
+    constexpr std::size_t kLength = Size - 1;  // without the terminator
+    if (line.size() < kLength || std::memcmp(line.data(), key, kLength) != 0) return false;
+    value = {line.data() + kLength, line.size() - kLength};
     return true;
+}
+
+std::string_view SkipBlanks(std::string_view line) {
+    std::size_t at = 0;
+    while (at < line.size() && (line[at] == ' ' || line[at] == '\t'))
+        ++at;
+    return line.substr(at);
 }
 
 // Digits up to the first other character; none is 0, and what does not fit is the largest number.
@@ -83,36 +95,36 @@ bool ParseDirectory(std::string_view line, ListedDirectory& directory) {
     return true;
 }
 
-// The three lines after an F line belong to it by position, whatever they hold.
-std::string ParseAttributes(Lines& lines, ListedEntry& entry) {
+// The three lines after an F line belong to it by position, whatever they hold. Gives the key whose value is malformed,
+// or null.
+const char* ParseAttributes(Lines& lines, ListedEntry& entry) {
     constexpr int kAttributeLines = 3;
     constexpr std::size_t kDigestDigits = 64;
     std::string_view line;
     for (int i = 0; i < kAttributeLines && lines.Next(line); ++i) {
-        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+        line = SkipBlanks(line);
         std::string_view value;
-        if (TakeValue(line, "SIZE ", value)) {
-            entry.size = Number(value);
-        } else if (TakeValue(line, "HASH ", value)) {
-            if (value.size() != kDigestDigits || !zo::IsHex(value)) return zo::Format("bad HASH for {}", entry.path);
-            entry.digest = value;
-        } else if (TakeValue(line, "SIG  ", value)) {
-            if (!zo::IsHex(value)) return zo::Format("bad SIG for {}", entry.path);
+        if (TakeValue(line, "SIG  ", value)) {
+            if (!zo::IsHex(value)) return "SIG";
             entry.signature = value;
+        } else if (TakeValue(line, "HASH ", value)) {
+            if (value.size() != kDigestDigits || !zo::IsHex(value)) return "HASH";
+            entry.digest = value;
+        } else if (TakeValue(line, "SIZE ", value)) {
+            entry.size = Number(value);
         }
     }
-    return {};
+    return nullptr;
 }
 
 }  // namespace
 
 std::string BuildBody(const Manifest& manifest) {
-    constexpr std::size_t kTextPerEntry = 640;  // signature and digest in hexadecimal, keys, line ends
-    std::size_t size = kTextPerEntry + manifest.root.size();
+    std::size_t size = kTextPerFile + manifest.root.size();
     for (const ManifestDirectory& directory : manifest.directories)
         size += directory.path.size() + 5;
     for (const ManifestEntry& entry : manifest.entries) {
-        size += entry.path.size() + (entry.anchor ? 3 : kTextPerEntry);
+        size += entry.path.size() + (entry.anchor ? 3 : kTextPerFile);
     }
     std::string body;
     body.reserve(size);
@@ -161,18 +173,20 @@ std::string ParseBody(std::string_view body, ListedTree& tree) {
     Lines lines(body);
     if (std::string fault = ParseHeader(lines, tree); !fault.empty()) return fault;
 
+    tree.entries.reserve(lines.Rest().size() / kTextPerFile);
     std::string_view line;
     while (lines.Next(line)) {
         std::string_view path;
-        if (line.starts_with("D ")) {
-            if (!ParseDirectory(line, tree.directories.emplace_back())) return "bad directory line in manifest";
+        if (TakeValue(line, "F ", path)) {
+            ListedEntry& entry = tree.entries.emplace_back();
+            entry.path = path;
+            if (const char* key = ParseAttributes(lines, entry)) return zo::Format("bad {} for {}", key, path);
         } else if (TakeValue(line, "K ", path)) {
-            tree.entries.push_back({.path = path, .anchor = true});
-        } else if (TakeValue(line, "F ", path)) {
-            if (std::string fault = ParseAttributes(lines, tree.entries.emplace_back(ListedEntry{.path = path}));
-                !fault.empty()) {
-                return fault;
-            }
+            ListedEntry& entry = tree.entries.emplace_back();
+            entry.path = path;
+            entry.anchor = true;
+        } else if (TakeValue(line, "D ", path)) {
+            if (!ParseDirectory(line, tree.directories.emplace_back())) return "bad directory line in manifest";
         }
     }
     return {};

@@ -44,12 +44,12 @@ TEST(Hex, DecodesBothCasesAndRefusesAllElse) {
     }
 }
 
-// Every character at every place of a text that is checked eight at a time and then one by one.
+// Every character at every place of a text that is checked a block at a time and then one by one.
 TEST(Hex, CheckAgreesWithDecodingForEveryCharacter) {
     std::vector<std::uint8_t> bytes;
-    for (std::size_t place = 0; place < 18; ++place) {
+    for (std::size_t place = 0; place < 66; ++place) {
         for (int character = 0; character < 256; ++character) {
-            std::string text(18, 'f');
+            std::string text(66, 'f');
             text[place] = static_cast<char>(character);
             ASSERT_EQ(IsHex(text), DecodeHex(text, bytes)) << place << " " << character;
         }

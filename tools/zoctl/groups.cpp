@@ -15,6 +15,9 @@ std::span<const RegisterGroup> CommandGroups() {
         RegisterSignature,
         RegisterRules,
         RegisterEvents,
+        RegisterKeys,
+        RegisterSeal,
+        RegisterManifest,
         RegisterMaintenance,
     };
     // clang-format on

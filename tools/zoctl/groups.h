@@ -20,6 +20,9 @@ void RegisterDll(CLI::App& root, Tool& tool);
 void RegisterSignature(CLI::App& root, Tool& tool);
 void RegisterRules(CLI::App& root, Tool& tool);
 void RegisterEvents(CLI::App& root, Tool& tool);
+void RegisterKeys(CLI::App& root, Tool& tool);
+void RegisterSeal(CLI::App& root, Tool& tool);
+void RegisterManifest(CLI::App& root, Tool& tool);
 void RegisterMaintenance(CLI::App& root, Tool& tool);
 void RegisterDoctor(CLI::App& root, Tool& tool);
 

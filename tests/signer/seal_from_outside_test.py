@@ -1,0 +1,207 @@
+"""zoctl seals and verifies trees that are made and changed from the Unix side, where links, loops and names that differ
+in case can be made; docs/verify_manifest.py, over openssl, gives the second opinion.
+
+Arguments: the emulator's command line and zoctl.exe."""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCES = pathlib.Path(__file__).resolve().parents[2]
+ZOCTL = sys.argv[1:]
+
+
+def dos(path):
+    return "Z:" + str(path).replace("/", "\\")
+
+
+class SealTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.keys_folder = tempfile.TemporaryDirectory()
+        cls.keys = pathlib.Path(cls.keys_folder.name) / "keys"
+        made = cls.zoctl("keys", "generate", dos(cls.keys), "--json")
+        assert made.returncode == 0, made
+        cls.thumbprint = json.loads(made.stdout)["thumbprint"]
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.keys_folder.cleanup()
+
+    @staticmethod
+    def zoctl(*arguments, prefix=()):
+        return subprocess.run([*prefix, *ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.tree = self.folder / "tree"
+        self.manifest = self.folder / "seal.zosig"
+        for name, contents in {"a.txt": "alpha", "A.TXT": "other case", "d/dot.": "dot", "d/blank ": "", "k.LNK": "link",
+                               "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o", "d/e/big": "x" * 200000}.items():
+            self.write(name, contents)
+
+    def write(self, name, contents):
+        path = self.tree / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(contents)
+
+    def sign(self, *more, code=0, prefix=()):
+        done = self.zoctl("sign", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys), "--json", *more, prefix=prefix)
+        self.assertEqual(done.returncode, code, done)
+        return json.loads(done.stdout)
+
+    def verify(self, code, *more):
+        done = self.zoctl("verify", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys), "--json", *more)
+        self.assertEqual(done.returncode, code, done)
+        return json.loads(done.stdout)
+
+    def oracle(self):
+        """The findings of the second implementation, as "kind path"."""
+        done = subprocess.run([sys.executable, SOURCES / "docs/verify_manifest.py", self.tree, self.manifest,
+                               self.keys / "public.rsakey"], capture_output=True, text=True)
+        self.assertIn(done.returncode, (0, 1), done)
+        return sorted(done.stdout.splitlines()) if done.returncode else []
+
+    def findings(self, facts):
+        below = dos(self.tree) + "\\"
+        return sorted(f["kind"] + " " + f["path"].removeprefix(below).replace("\\", "/") for f in facts["findings"])
+
+    def test_second_implementation_agrees(self):
+        facts = self.sign("--open", "open")
+        self.assertEqual((facts["entries"], facts["directories"], facts["sealedDirectories"]), (8, 4, 3))
+        self.assertEqual(facts["thumbprint"], self.thumbprint)
+        self.assertEqual(self.verify(0)["counts"]["ok"], 8)
+        self.assertEqual(self.oracle(), [])
+
+        self.write("a.txt", "Alpha")
+        self.write("d/dot.", "")
+        (self.tree / "A.TXT").unlink()
+        (self.tree / "k.LNK").unlink()
+        (self.tree / "d/blank ").rename(self.tree / "d/blank")
+        self.write("d/new/x", "")
+        self.write("open/new", "")
+        expected = ["bad a.txt", "bad d/dot.", "extra d/blank", "extra d/new", "missing A.TXT", "missing d/blank ", "missing k.LNK"]
+        self.assertEqual(self.oracle(), expected)
+        found = self.findings(self.verify(16 + 7))
+        # Where the file system ignores case, a name that is gone can still be found under another case.
+        self.assertEqual([f.replace("bad A.TXT", "missing A.TXT") for f in found], expected)
+        self.manifest.write_bytes(self.manifest.read_bytes().replace(b"D O open", b"D O 0pen"))
+        self.verify(32)
+
+    def test_links_are_neither_listed_nor_followed(self):
+        outside = self.folder / "outside"
+        (outside / "deep").mkdir(parents=True)
+        (outside / "deep/f").write_text("x")
+        (self.tree / "loop").symlink_to(self.tree)
+        (self.tree / "d/out").symlink_to(outside)
+        (self.tree / "dangling").symlink_to(self.folder / "nowhere")
+        facts = self.sign()
+        self.assertEqual(self.findings(facts), ["skipped link d/out", "skipped link loop"])
+        self.assertNotIn(b"out", self.manifest.read_bytes().split(b"----")[1])
+        self.assertEqual(self.findings(self.verify(17)), ["extra d/out", "extra loop"])
+        (self.tree / "loop").unlink()
+        (self.tree / "d/out").unlink()
+        self.verify(0)
+        # Not noticed: links to identical bytes and identical contents in place of what was listed.
+        (self.tree / "a.txt").rename(self.folder / "a.txt")
+        (self.tree / "a.txt").symlink_to(self.folder / "a.txt")
+        (self.tree / "d").rename(self.folder / "d")
+        (self.tree / "d").symlink_to(self.folder / "d")
+        self.verify(0)
+        # A link that replaces a listed file is as good or bad as what it leads to.
+        (self.tree / "a.txt").unlink()
+        (self.tree / "a.txt").symlink_to(outside)
+        self.assertEqual(self.findings(self.verify(18)), ["missing a.txt"])
+
+    def test_long_paths_and_read_only_trees(self):
+        deep = "/".join(["n" * 50] * 8)
+        self.write(deep + "/far.txt", "far")
+        for folder, _, files in os.walk(self.tree):
+            for name in files:
+                os.chmod(os.path.join(folder, name), 0o444)
+        self.sign()
+        self.assertEqual(self.oracle(), [])
+        self.verify(0)
+        os.remove(self.tree / deep / "far.txt")
+        self.assertEqual(self.findings(self.verify(18)), [f"missing {deep}/far.txt"])
+
+    def test_keys_and_their_exit_codes(self):
+        shown = self.zoctl("keys", "thumbprint", dos(self.keys))
+        self.assertEqual((shown.returncode, shown.stdout.strip()), (0, self.thumbprint))
+        self.assertEqual(self.zoctl("keys", "generate", dos(self.keys)).returncode, 6)
+        self.assertEqual(self.zoctl("keys", "thumbprint", dos(self.folder)).returncode, 33)
+        self.sign()
+        other = self.folder / "other"
+        self.zoctl("keys", "generate", dos(other))
+        arguments = ["verify", dos(self.tree), "-m", dos(self.manifest), "--json"]
+        for key, code in {("--keystore", dos(other)): 32, ("--keystore", dos(self.folder)): 33, ("--embedded-key",): 32,
+                          ("--key", dos(self.keys / "public.rsakey")): 0, ("--key", dos(self.folder / "none")): 33,
+                          (): 2}.items():
+            done = self.zoctl(*arguments, *key)
+            self.assertEqual(done.returncode, code, (key, done))
+            self.assertEqual(json.loads(done.stdout)["exitCode"], code)
+        self.assertEqual(self.zoctl(*arguments[:3], dos(self.folder / "none"), "-k", dos(self.keys)).returncode, 3)
+
+    def test_warns_of_a_keystore_inside_the_tree(self):
+        inside = self.tree / "keys"
+        done = self.zoctl("sign", dos(self.tree), "-m", dos(self.manifest), "-k", dos(inside))
+        self.assertEqual(done.returncode, 0, done)
+        self.assertIn("keystore lies inside", done.stderr)
+        self.assertNotIn("\r", done.stderr)  # progress is for terminals
+        self.assertIn(b"\nF keys/private.rsakey\n", self.manifest.read_bytes())
+
+    def test_findings_stream_and_stay_printable(self):
+        self.sign()
+        self.write("d/\x1b[31mred", "")
+        text = self.zoctl("verify", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys))
+        self.assertEqual(text.returncode, 17)
+        self.assertNotIn("\x1b", text.stdout + text.stderr)
+        self.assertIn("\\x1B[31mred", text.stdout.replace("\\x1b", "\\x1B"))
+        lines = self.zoctl("verify", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys), "--jsonl").stdout.splitlines()
+        first, last = map(json.loads, lines)
+        self.assertEqual((first["kind"], last["exitCode"], last["counts"]["extra"]), ("extra", 17, 1))
+
+    def test_unreadable_files_fail_under_strict_only(self):
+        without = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--inh-caps", "-dac_override,-dac_read_search"]
+        os.chmod(self.tree / "d", 0)
+        try:
+            facts = self.sign(prefix=without)
+            if facts["unreadable"] == 0:
+                self.skipTest("nothing is denied here")
+            self.assertIn("unreadable", [f["kind"] for f in facts["findings"]])
+            self.sign("--strict", code=34, prefix=without)
+        finally:
+            os.chmod(self.tree / "d", 0o755)
+
+    def test_manifests_are_shown_and_compared(self):
+        self.sign("--open", "open")
+        old = self.folder / "old.zosig"
+        old.write_bytes(self.manifest.read_bytes())
+        shown = json.loads(self.zoctl("manifest", "show", dos(old), "--json").stdout)
+        self.assertEqual(shown["thumbprint"], self.thumbprint)
+        items = {item["path"]: item for item in shown["items"]}
+        self.assertEqual(len(items), 12)
+        self.assertEqual((items["open"]["kind"], items["."]["kind"], items["k.LNK"]["kind"]), ("open folder", "sealed folder", "shortcut"))
+        self.assertEqual(items["d/e/big"]["size"], 200000)
+
+        self.write("a.txt", "changed")
+        self.write("new.txt", "new")
+        (self.tree / "d/dot.").unlink()
+        self.sign()
+        compared = self.zoctl("manifest", "diff", dos(old), dos(self.manifest), "--json")
+        self.assertEqual(compared.returncode, 1)
+        self.assertEqual({c["change"] + " " + c["path"] for c in json.loads(compared.stdout)["changes"]},
+                         {"changed a.txt", "added new.txt", "removed d/dot.", "changed open"})
+        self.assertEqual(self.zoctl("manifest", "diff", dos(old), dos(old)).returncode, 0)
+        self.assertEqual(self.zoctl("manifest", "show", dos(self.tree / "a.txt")).returncode, 32)
+        self.assertEqual(self.zoctl("manifest", "show", dos(self.folder / "none")).returncode, 3)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
