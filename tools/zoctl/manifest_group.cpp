@@ -57,7 +57,7 @@ int Show(Output& out, const std::string& path) {
     return out.Done("", facts);
 }
 
-int Diff(Output& out, const std::string& before, const std::string& after) {
+int CompareManifests(Output& out, const std::string& before, const std::string& after) {
     ManifestListing old;
     ManifestListing current;
     int exitCode = 0;
@@ -109,7 +109,7 @@ void RegisterManifest(CLI::App& root, Tool& tool) {
     CLI::App& diff = tool.AddCommand(
         group,
         {"diff", "Compare what two manifests list; exits with 1 when they differ", "manifest diff old.zosig new.zosig"},
-        [first, second](Output& out) { return Diff(out, *first, *second); });
+        [first, second](Output& out) { return CompareManifests(out, *first, *second); });
     diff.add_option("before", *first, "The older manifest")->required();
     diff.add_option("after", *second, "The newer manifest")->required();
     tool.AllowJsonLines(diff);
