@@ -1,5 +1,7 @@
 #include "directory_listing.h"
 
+#include <utility>
+
 namespace zosigner {
 
 namespace {
@@ -11,6 +13,10 @@ bool GetInformation(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& information
     const zo::OwnedFile file(CreateFileW(path, FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                                          FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     return file && GetFileInformationByHandle(file.Get(), &information);
+}
+
+std::uint64_t Join(DWORD high, DWORD low) {
+    return (std::uint64_t{high} << 32) | low;
 }
 
 bool IsDots(std::wstring_view name) {
@@ -58,27 +64,37 @@ bool DirectoryListing::Next(DirectoryItem& item) {
         if (IsDots(item.name)) continue;
         item.attributes = record.FileAttributes;
         item.size = static_cast<std::uint64_t>(record.EndOfFile.QuadPart);
-        item.fileId = static_cast<std::uint64_t>(record.FileId.QuadPart);
+        item.created = static_cast<std::uint64_t>(record.CreationTime.QuadPart);
         return true;
     }
 }
 
-FileIdentity::FileIdentity(const wchar_t* path) : exists_(GetInformation(path, information_)) {}
+FileIdentity::FileIdentity(std::wstring path)
+    : path_(std::move(path)),
+      name_(std::wstring_view(path_).substr(path_.find_last_of(L"\\/") + 1)),
+      exists_(GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &data_) != FALSE) {}
 
 bool FileIdentity::MayBe(const DirectoryItem& item) const {
-    const std::uint64_t number =
-        (static_cast<std::uint64_t>(information_.nFileIndexHigh) << 32) | information_.nFileIndexLow;
-    return exists_ && (item.fileId == 0 || item.fileId == number);
+    if (!exists_) return false;
+    // The times and the size of a link are not those of what it leads to.
+    if ((data_.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return true;
+    // A listing may be late in telling what was written last, so an item of the same name is looked at in any case.
+    if (CompareStringOrdinal(item.name.data(), static_cast<int>(item.name.size()), name_.data(),
+                             static_cast<int>(name_.size()), TRUE) == CSTR_EQUAL) {
+        return true;
+    }
+    return item.size == Join(data_.nFileSizeHigh, data_.nFileSizeLow) &&
+           item.created == Join(data_.ftCreationTime.dwHighDateTime, data_.ftCreationTime.dwLowDateTime);
 }
 
 bool FileIdentity::Is(const wchar_t* path) const {
+    BY_HANDLE_FILE_INFORMATION own{};
     BY_HANDLE_FILE_INFORMATION other{};
-    if (!exists_ || !GetInformation(path, other)) return false;
+    if (!exists_ || !GetInformation(path_.c_str(), own) || !GetInformation(path, other)) return false;
     // Size and creation time tell files of different volumes apart where the volumes have no serial numbers.
-    return other.dwVolumeSerialNumber == information_.dwVolumeSerialNumber &&
-           other.nFileIndexHigh == information_.nFileIndexHigh && other.nFileIndexLow == information_.nFileIndexLow &&
-           other.nFileSizeHigh == information_.nFileSizeHigh && other.nFileSizeLow == information_.nFileSizeLow &&
-           CompareFileTime(&other.ftCreationTime, &information_.ftCreationTime) == 0;
+    return other.dwVolumeSerialNumber == own.dwVolumeSerialNumber && other.nFileIndexHigh == own.nFileIndexHigh &&
+           other.nFileIndexLow == own.nFileIndexLow && other.nFileSizeHigh == own.nFileSizeHigh &&
+           other.nFileSizeLow == own.nFileSizeLow && CompareFileTime(&other.ftCreationTime, &own.ftCreationTime) == 0;
 }
 
 }  // namespace zosigner

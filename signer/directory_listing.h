@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -16,7 +17,7 @@ struct DirectoryItem {
     std::wstring_view name;  // valid until the next item is asked for
     std::uint32_t attributes = 0;
     std::uint64_t size = 0;
-    std::uint64_t fileId = 0;
+    std::uint64_t created = 0;  // FILETIME
 
     [[nodiscard]] bool IsDirectory() const { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
     [[nodiscard]] bool IsReparsePoint() const { return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
@@ -47,15 +48,19 @@ class DirectoryListing {
 class FileIdentity {
   public:
     // Of a file that need not exist; then no item is it.
-    explicit FileIdentity(const wchar_t* path);
+    explicit FileIdentity(std::wstring path);
+    FileIdentity(const FileIdentity&) = delete;
+    FileIdentity& operator=(const FileIdentity&) = delete;
 
-    // Whether the listed item can be this file. Its file number rules nearly all items out; what is left, and items of
-    // file systems that give no numbers, is settled by Is.
+    // Whether the listed item can be this file: nearly all are ruled out by what the listing says of them, for asking
+    // the platform for a file's number takes longer than hashing a small one. What is left is settled by Is.
     [[nodiscard]] bool MayBe(const DirectoryItem& item) const;
     [[nodiscard]] bool Is(const wchar_t* path) const;
 
   private:
-    BY_HANDLE_FILE_INFORMATION information_{};
+    std::wstring path_;
+    std::wstring_view name_;  // within the path
+    WIN32_FILE_ATTRIBUTE_DATA data_{};
     bool exists_ = false;
 };
 

@@ -80,7 +80,7 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
     manifest.time = Now();
 
     report.Info("Walking '{}' ...", root.Shown());
-    const FileIdentity manifestFile(LongForm(options.manifest).c_str());
+    const FileIdentity manifestFile(LongForm(options.manifest));
     if (!Walk(root, manifestFile, report, manifest.directories, manifest.entries)) return zo::kFail;
     if (const std::int32_t status =
             DecideSeals(options.sealMode, options.sealCallback, options.sealContext, manifest.directories);

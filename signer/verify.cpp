@@ -178,7 +178,7 @@ std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* 
         report.Error("resolve root: {}", zo::ErrorText(error));
         return zo::kInvalidArgument;
     }
-    const FileIdentity manifestFile(LongForm(options.manifest).c_str());
+    const FileIdentity manifestFile(LongForm(options.manifest));
     Verifier(root, manifest.tree, manifestFile, key, report).Run(filled);
     report.Info("Verify summary: ok={}, bad={}, missing={}, extra={}, dirs={}", filled.ok, filled.bad, filled.missing,
                 filled.extra, filled.directories);

@@ -15,7 +15,8 @@ namespace {
 // An item of a directory that is being walked, kept while the contents of its elder siblings are listed.
 struct PendingItem {
     std::wstring name;
-    DirectoryItem listed{};  // its name is not valid any more
+    DirectoryItem listed{};  // without its name
+    bool maybeManifest = false;
 };
 
 // A directory on the way down. Its listing is read to the end before its subdirectories are entered, so that one handle
@@ -86,7 +87,7 @@ class Walker {
     // May add a level, after which the references are not valid any more.
     void Visit(const Level& level, const PendingItem& item) {
         std::string relative = JoinRelative(level.relative, zo::Utf8FromWide(item.name));
-        if (manifestFile_.MayBe(item.listed) && manifestFile_.Is(JoinPath(level.path, item.name).c_str())) return;
+        if (item.maybeManifest && manifestFile_.Is(JoinPath(level.path, item.name).c_str())) return;
         if (item.listed.IsReparsePoint()) {
             report_.Info("skipping reparse point: {}", root_.Shown(relative));
         } else if (item.listed.IsDirectory()) {
