@@ -68,7 +68,7 @@ class Walker {
         Level level{std::move(relative), std::move(path)};
         DirectoryItem item;
         while (listing_.Next(item))
-            level.items.push_back({std::wstring(item.name), item});
+            level.items.push_back({std::wstring(item.name), item, manifestFile_.MayBe(item)});
         level.error = listing_.Error();
         levels_.push_back(std::move(level));
         return ERROR_SUCCESS;
