@@ -11,7 +11,7 @@
 namespace zoctl {
 
 // Runs of at least four printable UTF-16 units that end with a zero unit or with the record, as UTF-8. Records are
-// packed, so a run may begin at an odd byte.
+// packed, so a run may begin at an odd byte. Runs of no one alphabet with hardly a Latin letter are taken for numbers.
 [[nodiscard]] std::vector<std::string> FindStrings(std::span<const std::uint8_t> record);
 
 }  // namespace zoctl

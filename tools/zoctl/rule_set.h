@@ -26,8 +26,8 @@ struct Rule {
     std::string name;  // path or key
     std::uint8_t isFolder = 0;
     std::uint8_t recursive = 0;
-    std::string filter;
-    std::string scope;  // empty for an unscoped rule
+    std::string filter = {};
+    std::string scope = {};  // empty for an unscoped rule
     std::uint8_t scopeIsFolder = 0;
     std::uint8_t scopeRecursive = 0;
     std::uint8_t exclusive = 0;

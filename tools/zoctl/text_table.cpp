@@ -18,7 +18,10 @@ std::uint32_t DecodeAt(std::string_view utf8, std::size_t at, std::size_t& lengt
     const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(utf8[i])); };
     const std::uint32_t lead = byte(at);
     length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (at + length > utf8.size()) length = utf8.size() - at;
+    if (at + length > utf8.size()) {  // cut off: nothing that a terminal would act on
+        length = utf8.size() - at;
+        return 0xFFFD;
+    }
     if (length == 1) return lead;
     std::uint32_t point = lead & (0xFFu >> (length + 1));
     for (std::size_t i = 1; i < length; ++i)
