@@ -9,7 +9,7 @@ namespace zosigner {
 
 namespace {
 
-struct alignas(std::max_align_t) SidBuffer {
+struct alignas(SID) SidBuffer {
     std::array<std::byte, SECURITY_MAX_SID_SIZE> bytes{};
 
     [[nodiscard]] PSID Get() { return bytes.data(); }

@@ -1,6 +1,7 @@
 // Sealing a tree: walk, hash and sign each file, write the signed manifest.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -16,6 +17,11 @@
 #include "tree_path.h"
 #include "walk.h"
 #include "zosigner.h"
+
+static_assert(sizeof(ZoSignerSignOptions) == 72 && offsetof(ZoSignerSignOptions, keyBlob) == 24);
+static_assert(offsetof(ZoSignerSignOptions, sealMode) == 36 && offsetof(ZoSignerSignOptions, sealCallback) == 40);
+static_assert(offsetof(ZoSignerSignOptions, logCallback) == 56 && offsetof(ZoSignerSignOptions, logContext) == 64);
+static_assert(sizeof(ZoSignerSignResult) == 48 && offsetof(ZoSignerSignResult, thumbprint) == 16);
 
 namespace zosigner {
 

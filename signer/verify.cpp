@@ -2,6 +2,7 @@
 // unlisted in a sealed directory.
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -21,6 +22,10 @@
 #include "report.h"
 #include "tree_path.h"
 #include "zosigner.h"
+
+static_assert(sizeof(ZoSignerVerifyOptions) == 56 && offsetof(ZoSignerVerifyOptions, keyBlob) == 24);
+static_assert(offsetof(ZoSignerVerifyOptions, logCallback) == 40 && offsetof(ZoSignerVerifyOptions, logContext) == 48);
+static_assert(sizeof(ZoSignerVerifyResult) == 52 && offsetof(ZoSignerVerifyResult, thumbprint) == 20);
 
 namespace zosigner {
 

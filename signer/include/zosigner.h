@@ -11,8 +11,8 @@
  *   - Every function returns a status: 0 is success, negative is failure. Win32 errors come as 0x80070000 + error,
  *     failures of the platform's cryptography as the NTSTATUS with bit 0x10000000 set.
  *   - Strings are UTF-16, zero-terminated, and stay the caller's, like everything that options point to; nothing is
- * kept after the call. Relative paths are resolved against the current directory. Paths of any length work, the tree's
- *     own names included.
+ *     kept after the call. Relative paths are resolved against the current directory. Paths of any length work, the
+ *     tree's own names included.
  *   - The calls share no state: each may run on any thread at any time. Two that write the same keystore or manifest at
  *     once are the caller's to keep apart.
  *   - Nothing is thrown by design, but the functions are not noexcept: std::bad_alloc passes through when memory runs
@@ -139,9 +139,11 @@ ZO_API int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t 
  *
  *   0            done
  *   0x80070057   options, root or manifest is null; neither a key blob nor a keystore; the root cannot be made
- * absolute; a seal callback is needed and null 0x8007001D   a fresh pair could not be saved 0x80004005   the root
- * cannot be listed, or the manifest cannot be signed or written; a message says why 0xD.......   the key blob is no
- * private key, or the platform's cryptography failed other        what the seal callback returned
+ *                absolute; a seal callback is needed and null
+ *   0x8007001D   a fresh pair could not be saved
+ *   0x80004005   the root cannot be listed, or the manifest cannot be signed or written; a message says why
+ *   0xD.......   the key blob is no private key, or the platform's cryptography failed
+ *   other        what the seal callback returned
  *
  * Example:
  *     ZoSignerSignOptions options = {0};
@@ -164,9 +166,10 @@ ZO_API int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSign
  *   ZOSIG_E_BAD_MANIFEST         the manifest is malformed
  *   ZOSIG_E_THUMBPRINT_MISMATCH  the manifest names another key
  *   ZOSIG_E_NO_KEY               no key could be loaded from the keystore
- *   0x80070057                   options, root or manifest is null; neither a key blob nor a keystore; the root cannot
- * be made absolute 0x8007....                   the manifest cannot be opened or read 0xD.......                   the
- * key blob is no key, or the platform's cryptography failed */
+ *   0x80070057                   options, root or manifest is null; neither a key blob nor a keystore; the root
+ *                                cannot be made absolute
+ *   0x8007....                   the manifest cannot be opened or read
+ *   0xD.......                   the key blob is no key, or the platform's cryptography failed */
 ZO_API int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result);
 
 /* The same with the public key that the library was built with (ZO_EMBEDDED_PUBLIC_KEY); keystore and key blob are
