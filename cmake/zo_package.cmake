@@ -36,8 +36,13 @@ install(FILES "${CMAKE_BINARY_DIR}/ZoProtectorLibConfig.cmake" "${CMAKE_BINARY_D
 configure_file(cmake/zoprotectorlib.pc.in "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" @ONLY)
 install(FILES "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" DESTINATION lib/pkgconfig)
 
-foreach(program zoctl)
-    if(TARGET ${program})
-        install(TARGETS ${program} RUNTIME DESTINATION bin)
-    endif()
-endforeach()
+install(TARGETS zoctl RUNTIME DESTINATION bin)
+
+# The simulator keeps a folder of its own, so that nobody takes its driver for the real one.
+if(NOT MSVC)
+    install(TARGETS ZoProtectorDriver LIBRARY DESTINATION simulator)
+endif()
+install(TARGETS simctl simulator_dbgeng simulator_dbghelp trust_certificate RUNTIME DESTINATION simulator)
+install(DIRECTORY simulator/crash_server DESTINATION simulator USE_SOURCE_PERMISSIONS
+        PATTERN CMakeLists.txt EXCLUDE PATTERN "*.cpp" EXCLUDE PATTERN __pycache__ EXCLUDE)
+install(FILES simulator/include/zoprotector_simulator.h DESTINATION include)

@@ -7,7 +7,7 @@ chapter=0
 # Say TEXT: a paragraph; line breaks and indentation of the script do not matter.
 Say() {
     echo
-    echo "$*" | tr -s ' \n' '  ' | fold -s -w 100
+    echo "$*" | tr -s ' \n' '  ' | fold -s -w 100 | sed 's/ *$//'
     echo
 }
 
@@ -31,3 +31,18 @@ Show() {
 
 # Zoctl ARGUMENT...: one command of the tool.
 Zoctl() { Show "zoctl $*" ZoWine "$bin/zoctl.exe" "$@"; }
+
+Simctl() { Show "simctl $*" ZoWine "$bin/simctl.exe" "$@"; }
+
+# ShowSome LINES COMMAND...: like Show, with the first and the last lines of a long output.
+ShowSome() {
+    local lines=$1 shown=$2 whole
+    shift 2
+    echo "$bold> $shown$plain"
+    whole=$("$@" 2>&1 | tr -d '\r') || true
+    {
+        head -n "$lines" <<<"$whole"
+        echo "... ($(wc -l <<<"$whole") lines) ..."
+        tail -n "$lines" <<<"$whole"
+    } | sed 's/^/    /'
+}

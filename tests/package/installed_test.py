@@ -39,7 +39,7 @@ class Installed(unittest.TestCase):
         self.assertEqual((code, text.strip()), (2, "the driver is not running"))
 
         driver = windows_path(self.prefix / "simulator/ZoProtectorDriver.sys")
-        code, text = self.run_installed(zoctl, "driver", "install", "--source", driver)
+        code, text = self.run_installed(zoctl, "driver", "install", driver)
         self.addCleanup(self.run_installed, zoctl, "driver", "uninstall")
         self.assertEqual(code, 0, text)
         code, text = self.run_installed(zoctl, "driver", "start")
