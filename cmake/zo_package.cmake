@@ -18,11 +18,14 @@ if(MINGW)
     target_link_options(ZoProtectorLib PRIVATE "-Wl,--output-def,${zo_def}")
     find_program(ZO_LLD_LINK NAMES lld-link-19 lld-link)
     if(ZO_LLD_LINK)
-        set(make_library "${ZO_LLD_LINK}" /lib /machine:x64 "/def:${zo_def}" "/out:${zo_msvc_import_library}" /name:ZoProtectorLib.dll)
+        set(make_library "${ZO_LLD_LINK}" /lib /machine:x64 "/def:${zo_def}" "/out:${zo_msvc_import_library}")
     else()
-        set(make_library "${CMAKE_DLLTOOL}" -m i386:x86-64 -d "${zo_def}" -D ZoProtectorLib.dll -l "${zo_msvc_import_library}")
+        set(make_library "${CMAKE_DLLTOOL}" -m i386:x86-64 -d "${zo_def}" -l "${zo_msvc_import_library}")
     endif()
-    add_custom_command(TARGET ZoProtectorLib POST_BUILD COMMAND ${make_library} VERBATIM
+    add_custom_command(TARGET ZoProtectorLib POST_BUILD VERBATIM
+                       COMMAND "${CMAKE_COMMAND}" "-DDEFINITION=${zo_def}" -DNAME=ZoProtectorLib.dll
+                               -P "${CMAKE_SOURCE_DIR}/cmake/name_library.cmake"
+                       COMMAND ${make_library}
                        BYPRODUCTS "${zo_def}" "${zo_msvc_import_library}")
     install(FILES "${zo_msvc_import_library}" DESTINATION lib)
 endif()

@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+import tempfile
 from pathlib import Path
 
 SOURCE = Path(os.environ["ZO_SOURCE"])
@@ -20,18 +21,26 @@ PUBLIC_HEADERS = EXPORTING_HEADERS + [SOURCE / part for part in (
 
 
 def run(*command, check=True, **settings):
-    """The text that a command writes; a failure shows all of it."""
-    done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, encoding="utf-8", errors="replace", **settings)
-    if check and done.returncode != 0:
-        raise AssertionError(f"{command} ended with {done.returncode}:\n{done.stdout}")
-    return done.stdout if check else (done.returncode, done.stdout)
+    """The text that a command writes, or exit code and text; a failure shows all of it."""
+    with tempfile.TemporaryFile() as output:  # a pipe would wait for what Wine leaves running, too
+        code = subprocess.run([str(part) for part in command], stdout=output, stderr=output, **settings).returncode
+        output.seek(0)
+        text = output.read().decode("utf-8", "replace").replace("\r\n", "\n")
+    if check and code != 0:
+        raise AssertionError(f"{command} ended with {code}:\n{text}")
+    return text if check else (code, text)
 
 
 def wine(program, *arguments, library_folder=LIBRARY.parent):
     """Runs a Windows program; gives its exit code and what it wrote."""
     settings = dict(os.environ, WINEPATH=windows_path(library_folder))
     return run(SOURCE / "scripts/wine-run", PREFIX, program, *arguments, check=False, env=settings)
+
+
+def start_wine(program, *arguments):
+    """A Windows program that runs on beside the test."""
+    return subprocess.Popen([SOURCE / "scripts/wine-run", PREFIX, program, *arguments], stdin=subprocess.DEVNULL,
+                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
 
 def windows_path(path):

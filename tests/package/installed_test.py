@@ -6,7 +6,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from build_facts import BUILD, CC, SOURCE, TOOLCHAIN, run, windows_path, wine
+from build_facts import BUILD, CC, SOURCE, TOOLCHAIN, run, start_wine, windows_path, wine
 
 
 class Installed(unittest.TestCase):
@@ -38,6 +38,10 @@ class Installed(unittest.TestCase):
         code, text = self.run_installed(program, "C:\\Suite")
         self.assertEqual((code, text.strip()), (2, "the driver is not running"))
 
+        # A driver lives as long as its session, and a session as long as a program runs in it.
+        session = start_wine("ping", "-n", "600", "127.0.0.1")
+        self.addCleanup(session.wait)
+        self.addCleanup(session.kill)
         driver = windows_path(self.prefix / "simulator/ZoProtectorDriver.sys")
         code, text = self.run_installed(zoctl, "driver", "install", driver)
         self.addCleanup(self.run_installed, zoctl, "driver", "uninstall")
