@@ -6,7 +6,6 @@ namespace zosigner {
 
 namespace {
 
-constexpr std::size_t kBufferBytes = 64 * 1024;
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 bool GetInformation(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& information) {
@@ -25,8 +24,6 @@ bool IsDots(std::wstring_view name) {
 
 }  // namespace
 
-DirectoryListing::DirectoryListing() : buffer_(kBufferBytes / sizeof(std::uint64_t)) {}
-
 std::uint32_t DirectoryListing::Open(const wchar_t* path, bool followLink) {
     const DWORD flags = FILE_FLAG_BACKUP_SEMANTICS | (followLink ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
     begun_ = false;
@@ -43,7 +40,7 @@ bool DirectoryListing::Fill() {
     const auto kind = begun_ ? FileIdBothDirectoryInfo : FileIdBothDirectoryRestartInfo;
     begun_ = true;
     next_ = nullptr;
-    if (!GetFileInformationByHandleEx(directory_.Get(), kind, buffer_.data(), static_cast<DWORD>(kBufferBytes))) {
+    if (!GetFileInformationByHandleEx(directory_.Get(), kind, buffer_.Get(), IoBuffer::kBytes)) {
         const DWORD error = GetLastError();
         // The root of an empty volume has not even the two dots, and says so with another error.
         const bool atEnd = error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND;
@@ -51,7 +48,7 @@ bool DirectoryListing::Fill() {
         directory_.Reset();
         return false;
     }
-    next_ = reinterpret_cast<const std::byte*>(buffer_.data());
+    next_ = static_cast<const std::byte*>(buffer_.Get());
     return true;
 }
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "io_buffer.h"
 #include "owned_handles.h"
 
 namespace zosigner {
@@ -25,7 +25,8 @@ struct DirectoryItem {
 
 class DirectoryListing {
   public:
-    DirectoryListing();
+    // Whatever else uses the buffer ends the listing.
+    explicit DirectoryListing(IoBuffer& buffer) : buffer_(buffer) {}
 
     // A link is followed only where it is asked for. Gives the Win32 error, 0 when done. One object lists any number of
     // directories, one after the other.
@@ -37,8 +38,8 @@ class DirectoryListing {
   private:
     [[nodiscard]] bool Fill();
 
-    std::vector<std::uint64_t> buffer_;  // the records in it are aligned to eight bytes
-    const std::byte* next_ = nullptr;    // null when the buffer is used up
+    IoBuffer& buffer_;
+    const std::byte* next_ = nullptr;  // null when the buffer is used up
     zo::OwnedFile directory_;
     bool begun_ = false;
     std::uint32_t error_ = 0;

@@ -5,13 +5,7 @@
 
 namespace zosigner {
 
-namespace {
-
-constexpr DWORD kPiece = 65536;
-
-}  // namespace
-
-FileHasher::FileHasher() : opened_(hasher_.Open(BCRYPT_SHA256_ALGORITHM)), buffer_(kPiece) {}
+FileHasher::FileHasher(IoBuffer& buffer) : opened_(hasher_.Open(BCRYPT_SHA256_ALGORITHM)), buffer_(buffer) {}
 
 std::int32_t FileHasher::Hash(const wchar_t* path, zo::Sha256Digest& digest) {
     if (opened_ < 0) return opened_;
@@ -28,9 +22,10 @@ std::int32_t FileHasher::Hash(const wchar_t* path, zo::Sha256Digest& digest) {
 std::int32_t FileHasher::Feed(HANDLE file) {
     for (;;) {
         DWORD read = 0;
-        if (!ReadFile(file, buffer_.data(), kPiece, &read, nullptr)) return zo::HresultFromWin32(GetLastError());
+        if (!ReadFile(file, buffer_.Get(), IoBuffer::kBytes, &read, nullptr))
+            return zo::HresultFromWin32(GetLastError());
         if (read == 0) return zo::kOk;
-        if (const std::int32_t status = hasher_.Update(buffer_.data(), read); status < 0) return status;
+        if (const std::int32_t status = hasher_.Update(buffer_.Get(), read); status < 0) return status;
     }
 }
 

@@ -1,18 +1,18 @@
 #pragma once
 
-// SHA-256 of files, with one hash object and one buffer for as many files as an operation has.
+// SHA-256 of files, with one hash object for as many files as an operation has.
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "cng.h"
+#include "io_buffer.h"
 
 namespace zosigner {
 
 class FileHasher {
   public:
-    FileHasher();
+    explicit FileHasher(IoBuffer& buffer);
 
     // An HRESULT for what the file system refuses, an NTSTATUS for what the cryptography does.
     [[nodiscard]] std::int32_t Hash(const wchar_t* path, zo::Sha256Digest& digest);
@@ -22,7 +22,7 @@ class FileHasher {
 
     zo::Hasher hasher_;
     std::int32_t opened_;  // a failure is that of every file
-    std::vector<std::uint8_t> buffer_;
+    IoBuffer& buffer_;
 };
 
 }  // namespace zosigner

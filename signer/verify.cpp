@@ -142,8 +142,9 @@ class Verifier {
     const FileIdentity& manifestFile_;
     const SigningKey& key_;
     const Report& report_;
-    FileHasher hasher_;
-    DirectoryListing listing_;
+    IoBuffer buffer_;
+    FileHasher hasher_{buffer_};
+    DirectoryListing listing_{buffer_};
     std::vector<std::uint8_t> signature_;
     std::unordered_set<std::string_view> listed_;
 };

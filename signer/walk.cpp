@@ -45,9 +45,14 @@ bool IsShortcut(std::wstring_view name) {
 
 class Walker {
   public:
-    Walker(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report,
+    Walker(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
            std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries)
-        : root_(root), manifestFile_(manifestFile), report_(report), directories_(directories), entries_(entries) {}
+        : root_(root),
+          manifestFile_(manifestFile),
+          report_(report),
+          directories_(directories),
+          entries_(entries),
+          listing_(buffer) {}
 
     [[nodiscard]] bool Run() {
         directories_.push_back({std::string(kRootDirectory)});
@@ -115,9 +120,9 @@ class Walker {
 
 }  // namespace
 
-bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report,
+bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
           std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries) {
-    return Walker(root, manifestFile, report, directories, entries).Run();
+    return Walker(root, manifestFile, report, buffer, directories, entries).Run();
 }
 
 std::int32_t DecideSeals(std::uint32_t mode, ZoSignerSealCallback callback, void* context,
