@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "long_path.h"
@@ -29,53 +30,69 @@ class TreeRemoval {
     // The folder is known not to be empty and not to be a link.
     RemovalResult Run(const std::wstring& folder) {
         // A list instead of recursion: how deep a tree goes is not ours to say.
-        pending_.push_back(folder);
-        while (!pending_.empty() && result_.error == 0) {
-            const std::size_t before = pending_.size();
-            const std::wstring current = pending_.back();
-            RemoveContent(current);
-            if (result_.error != 0 || pending_.size() > before) continue;
-            Count(RemoveEntry(current, FILE_ATTRIBUTE_DIRECTORY));
-            pending_.pop_back();
+        pending_.push_back({folder});
+        while (!pending_.empty()) {
+            if (!std::exchange(pending_.back().emptied, true)) {
+                const std::wstring path = pending_.back().path;
+                RemoveContent(path);
+            } else {
+                Count(RemoveEntry(pending_.back().path, FILE_ATTRIBUTE_DIRECTORY));
+                pending_.pop_back();
+            }
         }
         return result_;
     }
 
   private:
+    struct Folder {
+        std::wstring path;
+        bool emptied = false;  // as far as that went
+    };
+    struct Entry {
+        std::wstring name;
+        DWORD attributes;
+    };
+
     void Count(DWORD error) {
         if (error == ERROR_SUCCESS) {
             ++result_.removed;
-        } else if (!IsMissing(error)) {
+        } else if (!IsMissing(error) && result_.error == 0) {
             result_.error = error;
         }
     }
 
-    // What is no empty folder is left for later.
+    // What is no empty folder comes next on the list. A link is never one of these: it is not looked into.
     void RemoveContent(const std::wstring& folder) {
-        WIN32_FIND_DATAW found{};
-        const zo::OwnedFind search(FindFirstFileW((folder + L"\\*").c_str(), &found));
-        if (!search) {
-            result_.error = GetLastError();
-            return;
-        }
-        do {
-            const std::wstring_view name = found.cFileName;
-            if (name == L"." || name == L"..") continue;
-            std::wstring path = folder + L"\\" + found.cFileName;
-            const DWORD error = RemoveEntry(path, found.dwFileAttributes);
-            const bool isLink = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        for (const Entry& entry : List(folder)) {
+            std::wstring path = folder + L"\\" + entry.name;
+            const DWORD error = RemoveEntry(path, entry.attributes);
+            const bool isLink = (entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
             if (error == ERROR_DIR_NOT_EMPTY && !isLink) {
-                pending_.push_back(std::move(path));
+                pending_.push_back({std::move(path)});
             } else {
                 Count(error);
             }
-        } while (result_.error == 0 && FindNextFileW(search.Get(), &found));
-        if (const DWORD error = GetLastError(); result_.error == 0 && error != ERROR_NO_MORE_FILES) {
-            result_.error = error;
         }
     }
 
-    std::vector<std::wstring> pending_;
+    // All at once: a listing that goes on while its entries disappear can leave some out.
+    std::vector<Entry> List(const std::wstring& folder) {
+        std::vector<Entry> entries;
+        WIN32_FIND_DATAW found{};
+        const zo::OwnedFind search(FindFirstFileW((folder + L"\\*").c_str(), &found));
+        if (!search) {
+            Count(GetLastError());
+            return entries;
+        }
+        do {
+            const std::wstring_view name = found.cFileName;
+            if (name != L"." && name != L"..") entries.push_back({found.cFileName, found.dwFileAttributes});
+        } while (FindNextFileW(search.Get(), &found));
+        if (const DWORD error = GetLastError(); error != ERROR_NO_MORE_FILES) Count(error);
+        return entries;
+    }
+
+    std::vector<Folder> pending_;
     RemovalResult result_;
 };
 

@@ -2,7 +2,8 @@
 
 // Removal of a folder with all that is in it. Links of every kind are removed as links and never followed, which the
 // standard library's remove_all does not promise on every platform: a link planted in a folder that a privileged
-// process cleans would have its target emptied.
+// process cleans would have its target emptied. (A Unix link in a folder under Wine cannot be removed by any call and
+// stays, with ERROR_DIR_NOT_EMPTY as the error.)
 
 #include <cstdint>
 #include <string>
@@ -14,7 +15,8 @@ struct RemovalResult {
     std::uint64_t removed = 0;  // entries, the folder itself included
 };
 
-// An absolute path. Nothing there is nothing to remove. Stops at the first entry that cannot be removed.
+// An absolute path. Nothing there is nothing to remove. An entry that cannot be removed does not save the others; the
+// first error is told.
 [[nodiscard]] RemovalResult RemoveFolder(const std::wstring& folder);
 
 }  // namespace zocrash
