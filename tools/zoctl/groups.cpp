@@ -19,6 +19,7 @@ std::span<const RegisterGroup> CommandGroups() {
         RegisterSeal,
         RegisterManifest,
         RegisterMaintenance,
+        RegisterCrash,
     };
     // clang-format on
     return kGroups;

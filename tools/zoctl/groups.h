@@ -24,6 +24,7 @@ void RegisterKeys(CLI::App& root, Tool& tool);
 void RegisterSeal(CLI::App& root, Tool& tool);
 void RegisterManifest(CLI::App& root, Tool& tool);
 void RegisterMaintenance(CLI::App& root, Tool& tool);
+void RegisterCrash(CLI::App& root, Tool& tool);
 void RegisterDoctor(CLI::App& root, Tool& tool);
 
 // In the order of the help.

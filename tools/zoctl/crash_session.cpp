@@ -1,0 +1,176 @@
+#include "crash_session.h"
+
+// clang-format off
+#include <windows.h>
+#include <objbase.h>
+#include <shlobj.h>
+// clang-format on
+
+#include <stdexcept>
+
+#include "console.h"
+#include "text.h"
+
+namespace zoctl {
+
+namespace {
+
+constexpr auto kHeldBack = static_cast<std::int32_t>(0x80004005u);
+constexpr auto kAborted = static_cast<std::int32_t>(0x80004004u);
+
+std::filesystem::path RecordPath(const CrashOptions& options) {
+    if (!options.record.empty()) return zo::WideFromUtf8(options.record);
+    PWSTR folder = nullptr;
+    // FOLDERID_LocalAppData; the reporter keeps its record there unless told otherwise.
+    constexpr GUID kLocalAppData = {0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
+    const HRESULT found = SHGetKnownFolderPath(kLocalAppData, 0, nullptr, &folder);
+    const std::filesystem::path path =
+        found < 0 ? std::filesystem::path() : std::filesystem::path(folder) / "ZoProtector" / "crash_compare.dat";
+    CoTaskMemFree(folder);
+    return path;
+}
+
+// A copy of the record that the reporter may move on as it likes; gone at the end.
+class RecordCopy {
+  public:
+    explicit RecordCopy(const std::filesystem::path& record) {
+        wchar_t folder[MAX_PATH + 1] = L"";
+        wchar_t name[MAX_PATH] = L"";
+        if (GetTempPathW(MAX_PATH, folder) == 0 || GetTempFileNameW(folder, L"zoc", 0, name) == 0) {
+            throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
+        }
+        path_ = name;
+        std::error_code none;
+        std::filesystem::copy_file(record, path_, std::filesystem::copy_options::overwrite_existing, none);
+    }
+    ~RecordCopy() {
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+    RecordCopy(const RecordCopy&) = delete;
+    RecordCopy& operator=(const RecordCopy&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+// Hears the reporter out for one call.
+class Listener {
+  public:
+    Listener(CrashResult& result, const std::function<void(const CrashMessage&)>& progress)
+        : result_(result), progress_(progress) {}
+
+    static void Log(void* context, std::int32_t level, const wchar_t* message) {
+        static_cast<Listener*>(context)->Take({level, zo::Utf8FromWide(message)});
+    }
+
+    // A scrambler that refuses every document and keeps it.
+    static std::int32_t HoldBack(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t*,
+                                 std::uint32_t, std::uint32_t*) {
+        auto& dumps = static_cast<Listener*>(context)->result_.dumps;
+        if (!dumps.empty()) dumps.back().document.assign(in, in + inLength);
+        return kHeldBack;
+    }
+
+  private:
+    void Take(CrashMessage message) {
+        if (message.text.starts_with("Dump ")) {
+            TakeAnalysed(message.text);
+        } else if (message.text.starts_with("Analyze failed: ")) {
+            TakeFailed(message.text);
+        }
+        if (progress_) progress_(message);
+        result_.messages.push_back(std::move(message));
+    }
+
+    // "Dump PATH matched=[NAMES] upload=true"
+    void TakeAnalysed(const std::string& text) {
+        const std::string before = "Dump ";
+        const std::string between = " matched=[";
+        const std::string after = "] upload=";
+        const std::size_t end = text.rfind(after);
+        const std::size_t middle = text.rfind(between, end);
+        if (middle == std::string::npos || end == std::string::npos) return;
+        CrashDumpLine dump;
+        dump.path = text.substr(before.size(), middle - before.size());
+        dump.matched = text.substr(middle + between.size(), end - middle - between.size());
+        dump.selected = text.ends_with("true");
+        result_.dumps.push_back(dump);
+    }
+
+    // "Analyze failed: PATH (0x...)"
+    void TakeFailed(const std::string& text) {
+        const std::string before = "Analyze failed: ";
+        const std::size_t status = text.rfind(" (");
+        if (status == std::string::npos || status < before.size()) return;
+        CrashDumpLine dump;
+        dump.path = text.substr(before.size(), status - before.size());
+        dump.failure = text.substr(status + 2, text.size() - status - 3);
+        result_.dumps.push_back(dump);
+    }
+
+    CrashResult& result_;
+    const std::function<void(const CrashMessage&)>& progress_;
+};
+
+void Configure(const CrashOptions& options, CrashMode mode, const std::filesystem::path& record) {
+    const std::wstring server = zo::WideFromUtf8(options.server);
+    const std::wstring appName = zo::WideFromUtf8(options.appName);
+    const std::wstring appVersion = zo::WideFromUtf8(options.appVersion);
+    const std::wstring folder = zo::WideFromUtf8(options.dumpFolder);
+    ZoCrashReportConfig config{};
+    config.serverUrl = server.c_str();
+    config.appName = appName.c_str();
+    config.appVersion = appVersion.c_str();
+    config.lcid = options.lcid;
+    config.minidumpDir = folder.c_str();
+    config.compareFilePath = record.c_str();
+    config.uploadAll = options.all || mode == CrashMode::kShow;
+    config.maxDumpBytes = options.maxBytes;
+    ZoCrashReport_Initialize(&config);
+
+    std::vector<const char*> targets;
+    for (const std::string& target : options.targets)
+        targets.push_back(target.c_str());
+    ZoCrashReport_SetTargetDrivers(targets.data(), static_cast<std::uint32_t>(targets.size()));
+}
+
+std::int32_t Call(const CrashOptions& options, ZoCrashRunStats& stats) {
+    // Whoever types the command is the one who knows whether the network is up.
+    ZoCrashReport_NotifyNetworkOk();
+    if (options.file.empty()) return ZoCrashReport_Run(&stats);
+    return ZoCrashReport_UploadSingleDump(zo::WideFromUtf8(options.file).c_str(), &stats);
+}
+
+}  // namespace
+
+std::string CrashServer(const CrashOptions& options) {
+    return options.server.empty() ? ZO_CRASH_SERVER_URL : options.server;
+}
+
+CrashResult RunCrashReporter(const CrashOptions& options, CrashMode mode,
+                             const std::function<void(const CrashMessage&)>& progress) {
+    CrashResult result;
+    Listener listener(result, progress);
+    ZoCrashReport_SetLogger(Listener::Log, &listener);
+
+    const std::filesystem::path record = RecordPath(options);
+    const Cancellation cancellation([] { ZoCrashReport_Cancel(); });
+    if (mode == CrashMode::kSend) {
+        Configure(options, mode, record);
+        if (options.plain) ZoCrashReport_SetBodyScrambler(nullptr, nullptr);
+        result.status = Call(options, result.stats);
+    } else {
+        const RecordCopy copy(record);
+        Configure(options, mode, copy.Path());
+        ZoCrashReport_SetBodyScrambler(Listener::HoldBack, &listener);
+        result.status = Call(options, result.stats);
+    }
+    ZoCrashReport_SetLogger(nullptr, nullptr);
+    result.cancelled = result.status == kAborted || cancellation.Requested();
+    return result;
+}
+
+}  // namespace zoctl
