@@ -3,6 +3,8 @@
 #include <array>
 #include <cstring>
 
+#include "base64_avx2.h"
+
 namespace zocrash {
 
 namespace {
@@ -37,6 +39,12 @@ void EncodeSix(std::uint64_t value, char* text) noexcept {
 void EncodeBase64(std::span<const std::uint8_t> bytes, char* text) noexcept {
     const std::uint8_t* next = bytes.data();
     std::size_t left = bytes.size();
+    if (HasBase64Avx2()) {
+        const std::size_t done = EncodeBase64Avx2(next, left, text);
+        next += done;
+        left -= done;
+        text += done / 3 * 4;
+    }
 
     // Eight bytes are loaded and six used, hence the two that must remain.
     for (; left >= 26; left -= 24, next += 24, text += 32) {

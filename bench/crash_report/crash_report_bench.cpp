@@ -50,6 +50,11 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+// What the machine does beside this only ever adds time.
+double Best(const std::vector<double>& values) {
+    return *std::min_element(values.begin(), values.end());
+}
+
 std::filesystem::path ProgramFolder() {
     wchar_t path[MAX_PATH] = L"";
     GetModuleFileNameW(nullptr, path, MAX_PATH);
@@ -206,8 +211,7 @@ void CompareExchange(const std::filesystem::path& folder, const std::string& url
             bare.push_back(other);
         }
         Print("a dump of {} MiB {}: {:.1f} ms, bare {:.1f} ms, ratio {:.2f} (at most 1.10)", size / kMebibyte,
-              scramble ? "scrambled" : "plain", 1e3 * Median(reporter), 1e3 * Median(bare),
-              Median(reporter) / Median(bare));
+              scramble ? "scrambled" : "plain", 1e3 * Best(reporter), 1e3 * Best(bare), Best(reporter) / Best(bare));
     }
     ZoCrashReport_SetLogger(nullptr, nullptr);
     std::filesystem::remove(dump);
