@@ -5,7 +5,6 @@
 // clang-format off
 #include <windows.h>
 #include <winioctl.h>
-#include <intrin.h>
 // clang-format on
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "hex.h"
 #include "identifier_text.h"
 #include "owned_handles.h"
+#include "processor.h"
 #include "smbios.h"
 #include "zoprotector.h"
 
@@ -73,15 +73,14 @@ Bytes ReadMachineGuid() {
 }
 
 Bytes ReadProcessorBrand() {
-    constexpr unsigned kHighestExtendedLeaf = 0x80000000;
-    constexpr unsigned kFirstBrandLeaf = 0x80000002;
-    constexpr unsigned kLastBrandLeaf = 0x80000004;
-    std::array<int, 4> registers{};
-    __cpuid(registers.data(), static_cast<int>(kHighestExtendedLeaf));
-    if (static_cast<unsigned>(registers[0]) < kLastBrandLeaf) return {};
+    constexpr std::uint32_t kHighestExtendedLeaf = 0x80000000;
+    constexpr std::uint32_t kFirstBrandLeaf = 0x80000002;
+    constexpr std::uint32_t kLastBrandLeaf = 0x80000004;
+    std::array<std::uint32_t, 4> registers = zo::CpuId(kHighestExtendedLeaf);
+    if (registers[0] < kLastBrandLeaf) return {};
     std::array<std::uint8_t, 3 * sizeof registers> brand{};
-    for (unsigned leaf = kFirstBrandLeaf; leaf <= kLastBrandLeaf; ++leaf) {
-        __cpuid(registers.data(), static_cast<int>(leaf));
+    for (std::uint32_t leaf = kFirstBrandLeaf; leaf <= kLastBrandLeaf; ++leaf) {
+        registers = zo::CpuId(leaf);
         std::memcpy(brand.data() + (leaf - kFirstBrandLeaf) * sizeof registers, registers.data(), sizeof registers);
     }
     return BytesOf(TextAt(brand, 0));
