@@ -37,7 +37,7 @@ Zoctl registry add 'HKLM\SOFTWARE\Suite' --recursive
 Say "What the driver holds now. It knows the kernel's names, not drive letters; the library converted them."
 Zoctl rules list
 Say "The same rule a second time is refused, with a status and a sentence that says what it means:"
-Zoctl file add 'c:\SUITE\settings.ini'
+Expecting 6 Zoctl file add 'c:\SUITE\settings.ini'
 
 Chapter "The same from a file" \
     "A rule file says what the driver is to hold. It is compared with what the driver holds, and the fewest commands bring
@@ -51,7 +51,7 @@ cat >"$drive/rules.json" <<'RULES'
 }
 RULES
 Show "type rules.json" cat "$drive/rules.json"
-Zoctl rules diff 'C:\rules.json'
+Expecting 50 Zoctl rules diff 'C:\rules.json'
 Zoctl rules apply 'C:\rules.json'
 Zoctl rules list
 Zoctl rules diff 'C:\rules.json'

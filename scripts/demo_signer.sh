@@ -15,7 +15,7 @@ rm "$drive/Product/doc/licence.txt" "$drive/Product/start.lnk"
 echo "planted" >"$drive/Product/bin/version.dll"
 mkdir "$drive/Product/doc/extra"
 ln -s "$drive/windows" "$drive/Product/link"
-Zoctl verify 'C:\Product' --manifest 'C:\product.manifest' --keystore 'C:\keys'
+Expecting 23 Zoctl verify 'C:\Product' --manifest 'C:\product.manifest' --keystore 'C:\keys'
 Say "And a seventh: the manifest itself."
 sed -i 's/manual/Manual/' "$drive/product.manifest"
-Zoctl verify 'C:\Product' --manifest 'C:\product.manifest' --keystore 'C:\keys'
+Expecting 32 Zoctl verify 'C:\Product' --manifest 'C:\product.manifest' --keystore 'C:\keys'

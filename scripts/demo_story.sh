@@ -19,14 +19,25 @@ Chapter() {
     Say "$2"
 }
 
-# Show COMMAND [ARGUMENT...]: shows and runs it. A failure is part of the story: its exit code is told.
+# Show TEXT COMMAND [ARGUMENT...]: shows TEXT as what is typed, runs the command, and sets in what it prints.
 Show() {
-    local shown=$1 status=0
+    local shown=$1 status=0 expected=${expectedCode:-0}
     shift
     echo "$bold> $shown$plain"
     "$@" 2>&1 | tr -d '\r' | sed 's/^/    /' || status=${PIPESTATUS[0]}
     [ "$status" -eq 0 ] || echo "    (exit code $status)"
-    lastStatus=$status
+    if [ "$status" -ne "$expected" ]; then
+        echo "    The demo expected exit code $expected here."
+        surprises=$((surprises + 1))
+    fi
+}
+surprises=0
+
+# Expecting CODE COMMAND...: for a command whose failure is part of the story.
+Expecting() {
+    local expectedCode=$1
+    shift
+    "$@"
 }
 
 # Zoctl ARGUMENT...: one command of the tool.
