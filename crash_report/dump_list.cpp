@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <tuple>
 
 #include "errors.h"
 #include "files.h"
@@ -70,8 +71,10 @@ DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uin
         throw std::filesystem::filesystem_error("directory_iterator::operator++", folderPath,
                                                 std::error_code(static_cast<int>(error), std::system_category()));
     }
-    std::stable_sort(list.entries.begin(), list.entries.end(),
-                     [](const DumpEntry& a, const DumpEntry& b) { return a.lastWrite < b.lastWrite; });
+    // Of the same time, by name, so that the order does not depend on the file system.
+    std::sort(list.entries.begin(), list.entries.end(), [](const DumpEntry& a, const DumpEntry& b) {
+        return std::tie(a.lastWrite, a.path) < std::tie(b.lastWrite, b.path);
+    });
     return list;
 }
 

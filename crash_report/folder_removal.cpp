@@ -19,7 +19,8 @@ bool IsMissing(DWORD error) {
 
 // Removes a file, an empty folder or a link. The read-only attribute protects from mistakes, not from this.
 DWORD RemoveEntry(const std::wstring& path, DWORD attributes) {
-    if (attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesW(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
+    constexpr DWORD kReadOnly = FILE_ATTRIBUTE_READONLY;
+    if (attributes & kReadOnly) SetFileAttributesW(path.c_str(), attributes & ~kReadOnly);
     const bool isFolder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     if (isFolder ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str())) return ERROR_SUCCESS;
     return GetLastError();
