@@ -216,7 +216,9 @@ TEST_F(DriverServiceTest, QueryDriverStatus_ShowsOnlyAltitudesThatAreTextAndFit)
         {Number(5), L""},
     };
     for (const auto& row : rows) {
-        ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey, L"Altitude", row.value.type, row.value.bytes.data(),
+        // Where a zero follows text that is not terminated, the platform counts it in; something else must follow here.
+        const std::string followed = row.value.bytes + "after";
+        ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey, L"Altitude", row.value.type, followed.data(),
                                   static_cast<DWORD>(row.value.bytes.size())),
                   ERROR_SUCCESS);
         const ZoProtectorDriverStatus status = DriverStatus();
