@@ -50,7 +50,7 @@ struct Tally {
 
 // What became of a selected dump. The library counts and does not name, so that this is certain only where all selected
 // dumps of the call came to the same end.
-std::string Outcome(const ZoCrashRunStats& stats) {
+std::string CountersInWords(const ZoCrashRunStats& stats) {
     const std::uint32_t all = stats.dumpsSelected;
     if (stats.uploadsSucceeded == all) return "sent";
     if (stats.queriesAlreadyKnown == all) return "not sent: the server knows this crash";
@@ -59,11 +59,11 @@ std::string Outcome(const ZoCrashRunStats& stats) {
     return "see the counters";
 }
 
-std::string OutcomeOf(const CrashDumpLine& dump, const CrashResult& result, CrashMode mode) {
+std::string DumpOutcome(const CrashDumpLine& dump, const CrashResult& result, CrashMode mode) {
     if (!dump.failure.empty()) return "not sent: could not be analysed (" + dump.failure + ")";
     if (!dump.selected) return "not sent: concerns no target driver";
     if (mode == CrashMode::kDryRun) return "would be asked about";
-    return mode == CrashMode::kShow ? "" : Outcome(result.stats);
+    return mode == CrashMode::kShow ? "" : CountersInWords(result.stats);
 }
 
 std::string FileName(const std::string& path) {
@@ -90,7 +90,7 @@ Json DumpsJson(const CrashResult& result, CrashMode mode) {
             entry["address"] = Value(dump.document, "ErrAddr");
         }
         if (mode == CrashMode::kDryRun && !dump.document.empty()) entry["query"] = dump.document;
-        if (mode != CrashMode::kShow) entry["outcome"] = OutcomeOf(dump, result, mode);
+        if (mode != CrashMode::kShow) entry["outcome"] = DumpOutcome(dump, result, mode);
         dumps.push_back(entry);
     }
     return dumps;
@@ -104,7 +104,7 @@ void ShowDumps(Output& out, const CrashResult& result, CrashMode mode) {
     for (const CrashDumpLine& dump : result.dumps) {
         const std::string matched = dump.matched.empty() ? "-" : dump.matched;
         if (!show) {
-            table.Add({FileName(dump.path), matched, OutcomeOf(dump, result, mode)});
+            table.Add({FileName(dump.path), matched, DumpOutcome(dump, result, mode)});
         } else if (!dump.failure.empty()) {
             table.Add({FileName(dump.path), "-", "could not be analysed (" + dump.failure + ")", ""});
         } else {

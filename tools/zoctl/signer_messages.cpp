@@ -4,7 +4,7 @@ namespace zoctl {
 
 namespace {
 
-struct Row {
+struct MessageRow {
     std::string_view begin;
     const char* kind;
     const char* detail;
@@ -12,7 +12,7 @@ struct Row {
 };
 
 // The longer beginnings come before those that they begin with.
-constexpr Row kRows[] = {
+constexpr MessageRow kMessageRows[] = {
     {"[MISS] shortcut anchor: ", "missing", "shortcut", ""},
     {"[MISS] ", "missing", "file", ""},
     {"[BAD ] hash mismatch: ", "bad", "contents changed", ""},
@@ -32,7 +32,7 @@ constexpr std::uint32_t kWarning = 1;
 }  // namespace
 
 std::optional<SignerFinding> FindingOf(std::uint32_t level, std::string_view message) {
-    for (const Row& row : kRows) {
+    for (const MessageRow& row : kMessageRows) {
         if (!message.starts_with(row.begin)) continue;
         std::string_view path = message.substr(row.begin.size());
         if (!row.end.empty()) path = path.substr(0, path.rfind(row.end));
