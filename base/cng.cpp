@@ -24,15 +24,14 @@ BCRYPT_PKCS1_PADDING_INFO Sha256Padding() {
 
 }  // namespace
 
-std::int32_t Hasher::Open(const wchar_t* algorithm) {
-    hash_.Reset();
-    if (const NTSTATUS status = BCryptOpenAlgorithmProvider(provider_.Out(), algorithm, nullptr, 0); status < 0) {
-        return status;
-    }
-    return BCryptCreateHash(provider_.Get(), hash_.Out(), nullptr, 0, nullptr, 0, BCRYPT_HASH_REUSABLE_FLAG);
+Hasher::Hasher(const wchar_t* algorithm)
+    : opened_(BCryptOpenAlgorithmProvider(provider_.Out(), algorithm, nullptr, 0)) {
+    if (opened_ < 0) return;
+    opened_ = BCryptCreateHash(provider_.Get(), hash_.Out(), nullptr, 0, nullptr, 0, BCRYPT_HASH_REUSABLE_FLAG);
 }
 
 std::int32_t Hasher::Update(const void* bytes, std::size_t size) {
+    if (opened_ < 0) return opened_;
     const auto* next = static_cast<const std::uint8_t*>(bytes);
     while (size > 0) {
         const std::size_t piece = std::min(size, kLargestPiece);
@@ -45,7 +44,7 @@ std::int32_t Hasher::Update(const void* bytes, std::size_t size) {
 }
 
 std::int32_t Hasher::Finish(std::span<std::uint8_t> digest) {
-    return BCryptFinishHash(hash_.Get(), digest.data(), Length(digest.size()), 0);
+    return opened_ < 0 ? opened_ : BCryptFinishHash(hash_.Get(), digest.data(), Length(digest.size()), 0);
 }
 
 void Hasher::Discard() {
@@ -55,8 +54,7 @@ void Hasher::Discard() {
 }
 
 std::int32_t HashOnce(const wchar_t* algorithm, std::span<const std::uint8_t> bytes, std::span<std::uint8_t> digest) {
-    Hasher hasher;
-    if (const std::int32_t status = hasher.Open(algorithm); status < 0) return status;
+    Hasher hasher(algorithm);
     if (const std::int32_t status = hasher.Update(bytes.data(), bytes.size()); status < 0) return status;
     return hasher.Finish(digest);
 }

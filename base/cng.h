@@ -20,8 +20,8 @@ using Md5Digest = std::array<std::uint8_t, 16>;
 // far more than hashing a small file, so open one for each call of an export, not one for each file.
 class Hasher {
   public:
-    // BCRYPT_SHA256_ALGORITHM or BCRYPT_MD5_ALGORITHM.
-    [[nodiscard]] std::int32_t Open(const wchar_t* algorithm);
+    // BCRYPT_SHA256_ALGORITHM or BCRYPT_MD5_ALGORITHM. A failure to open it is that of every use.
+    explicit Hasher(const wchar_t* algorithm);
     [[nodiscard]] std::int32_t Update(const void* bytes, std::size_t size);
     // The digest's length must be the algorithm's.
     [[nodiscard]] std::int32_t Finish(std::span<std::uint8_t> digest);
@@ -31,6 +31,7 @@ class Hasher {
   private:
     OwnedAlgorithm provider_;
     OwnedHash hash_;  // destroyed before its provider
+    std::int32_t opened_;
 };
 
 // One message in one call.

@@ -21,11 +21,14 @@ std::uint32_t MakeFolder(const std::wstring& path) {
 }
 
 // The standard library's create_directories refuses long paths and the long form on some systems.
-std::uint32_t MakeFolders(const std::wstring& path) {
+std::uint32_t MakeFolders(std::wstring path) {
+    // A drive's root keeps its separator: "\\?\C:" names the volume, which is no folder.
+    while (path.ends_with(L'\\') && !path.ends_with(L":\\"))
+        path.pop_back();
     if (const std::uint32_t error = MakeFolder(path); error != ERROR_PATH_NOT_FOUND) return error;
     const std::size_t parent = path.find_last_of(L'\\');
-    if (parent == std::wstring::npos || parent == 0) return ERROR_PATH_NOT_FOUND;
-    if (const std::uint32_t error = MakeFolders(path.substr(0, parent)); error != ERROR_SUCCESS) return error;
+    if (parent == std::wstring::npos || parent == 0 || path.back() == L'\\') return ERROR_PATH_NOT_FOUND;
+    if (const std::uint32_t error = MakeFolders(path.substr(0, parent + 1)); error != ERROR_SUCCESS) return error;
     return MakeFolder(path);
 }
 
@@ -44,7 +47,6 @@ FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes) {
 
     bytes.resize(static_cast<std::size_t>(size.QuadPart));
     DWORD read = 0;
-    SetLastError(ERROR_SUCCESS);
     const BOOL done = ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr);
     if (done && read == bytes.size()) return {};
 
@@ -89,10 +91,7 @@ bool Exists(const std::filesystem::path& path) {
 
 std::uint32_t TryCreateDirectories(const std::filesystem::path& folder) {
     if (folder.empty()) return ERROR_SUCCESS;
-    std::wstring path = LongForm(folder.c_str());
-    while (path.ends_with(L'\\'))
-        path.pop_back();
-    return MakeFolders(path);
+    return MakeFolders(LongForm(folder.c_str()));
 }
 
 void CreateDirectories(const std::filesystem::path& folder) {

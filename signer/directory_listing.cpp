@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "tree_path.h"
+
 namespace zosigner {
 
 namespace {
@@ -66,12 +68,14 @@ bool DirectoryListing::Next(DirectoryItem& item) {
     }
 }
 
-FileIdentity::FileIdentity(std::wstring path)
-    : path_(std::move(path)),
-      name_(std::wstring_view(path_).substr(path_.find_last_of(L"\\/") + 1)),
-      exists_(GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &data_) != FALSE) {}
+void FileIdentity::Look() {
+    path_ = LongForm(std::exchange(given_, nullptr));
+    name_ = std::wstring_view(path_).substr(path_.find_last_of(L"\\/") + 1);
+    exists_ = GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &data_) != FALSE;
+}
 
-bool FileIdentity::MayBe(const DirectoryItem& item) const {
+bool FileIdentity::MayBe(const DirectoryItem& item) {
+    if (given_ != nullptr) Look();
     if (!exists_) return false;
     // The times and the size of a link are not those of what it leads to.
     if ((data_.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return true;

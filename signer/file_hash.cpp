@@ -5,18 +5,15 @@
 
 namespace zosigner {
 
-FileHasher::FileHasher(IoBuffer& buffer) : opened_(hasher_.Open(BCRYPT_SHA256_ALGORITHM)), buffer_(buffer) {}
-
 std::int32_t FileHasher::Hash(const wchar_t* path, zo::Sha256Digest& digest) {
-    if (opened_ < 0) return opened_;
     const zo::OwnedFile file(
         CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (!file) return zo::HresultFromWin32(GetLastError());
     if (const std::int32_t status = Feed(file.Get()); status < 0) {
-        hasher_.Discard();
+        sha256_.Discard();
         return status;
     }
-    return hasher_.Finish(digest);
+    return sha256_.Finish(digest);
 }
 
 std::int32_t FileHasher::Feed(HANDLE file) {
@@ -25,7 +22,7 @@ std::int32_t FileHasher::Feed(HANDLE file) {
         if (!ReadFile(file, buffer_.Get(), IoBuffer::kBytes, &read, nullptr))
             return zo::HresultFromWin32(GetLastError());
         if (read == 0) return zo::kOk;
-        if (const std::int32_t status = hasher_.Update(buffer_.Get(), read); status < 0) return status;
+        if (const std::int32_t status = sha256_.Update(buffer_.Get(), read); status < 0) return status;
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// SHA-256 of files, with one hash object for as many files as an operation has.
+// SHA-256 of files, with the one hash object of the operation.
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace zosigner {
 
 class FileHasher {
   public:
-    explicit FileHasher(IoBuffer& buffer);
+    FileHasher(zo::Hasher& sha256, IoBuffer& buffer) : sha256_(sha256), buffer_(buffer) {}
 
     // An HRESULT for what the file system refuses, an NTSTATUS for what the cryptography does.
     [[nodiscard]] std::int32_t Hash(const wchar_t* path, zo::Sha256Digest& digest);
@@ -20,8 +20,7 @@ class FileHasher {
   private:
     [[nodiscard]] std::int32_t Feed(HANDLE file);
 
-    zo::Hasher hasher_;
-    std::int32_t opened_;  // a failure is that of every file
+    zo::Hasher& sha256_;
     IoBuffer& buffer_;
 };
 

@@ -20,13 +20,20 @@ constexpr std::wstring_view kPrivateName = L"private.rsakey";
 constexpr std::wstring_view kPublicName = L"public.rsakey";
 constexpr ULONG kKeyBits = 2048;
 
-using KeyBlob = std::vector<std::uint8_t>;
+// A private key is not left behind in freed memory.
+struct KeyBlob : std::vector<std::uint8_t> {
+    KeyBlob() = default;
+    KeyBlob(const KeyBlob&) = delete;
+    KeyBlob& operator=(const KeyBlob&) = delete;
+    ~KeyBlob() { SecureZeroMemory(data(), size()); }
+};
 
 // A file that cannot be opened or read counts as absent.
 bool ReadKeyFile(const wchar_t* keystore, std::wstring_view name, KeyBlob& blob) {
     std::string bytes;
     if (!zo::ReadWholeFile(LongForm(JoinPath(keystore, name).c_str()).c_str(), bytes)) return false;
     blob.assign(bytes.begin(), bytes.end());
+    SecureZeroMemory(bytes.data(), bytes.size());
     return true;
 }
 
@@ -34,12 +41,20 @@ bool ReadKeyFile(const wchar_t* keystore, std::wstring_view name, KeyBlob& blob)
 std::uint32_t WriteKeyFile(const wchar_t* keystore, std::wstring_view name, const KeyBlob& blob, bool isPrivate) {
     const std::wstring path = JoinPath(keystore, name);
     zo::CreateDirectories(std::filesystem::path(path).parent_path());
-    const DWORD access = GENERIC_WRITE | (isPrivate ? WRITE_DAC : 0u);
-    const zo::OwnedFile file(
-        CreateFileW(LongForm(path.c_str()).c_str(), access, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::wstring longPath = LongForm(path.c_str());
+    const auto create = [&longPath](DWORD access) {
+        return CreateFileW(longPath.c_str(), access, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    zo::OwnedFile file;
+    if (isPrivate) file.Reset(create(GENERIC_WRITE | WRITE_DAC));
+    if (file) {
+        // Before the first byte: the key is at no time readable by others, not even where it replaces a file that was.
+        RestrictAccess(file.Get());
+    } else {
+        // Whoever may replace another's file, but not its access list, replaces it all the same.
+        file.Reset(create(GENERIC_WRITE));
+    }
     if (!file) return GetLastError();
-    // Before the first byte: the key is at no time readable by others, not even where it replaces a file that was.
-    if (isPrivate) RestrictAccess(file.Get());
     return zo::WriteWhole(file.Get(), {reinterpret_cast<const char*>(blob.data()), blob.size()});
 }
 
@@ -133,11 +148,11 @@ bool SigningKey::Save(const wchar_t* keystore, const Report& report) const {
     return true;
 }
 
-Thumbprint SigningKey::PublicThumbprint() const {
+Thumbprint SigningKey::PublicThumbprint(zo::Hasher& sha256) const {
     Thumbprint thumbprint{};
     KeyBlob blob;
     if (zo::ExportKey(key_.Get(), BCRYPT_RSAPUBLIC_BLOB, blob) < 0) return thumbprint;
-    if (zo::HashOnce(BCRYPT_SHA256_ALGORITHM, blob, thumbprint) < 0) thumbprint = {};
+    if (sha256.Update(blob.data(), blob.size()) < 0 || sha256.Finish(thumbprint) < 0) thumbprint = {};
     return thumbprint;
 }
 
@@ -154,6 +169,7 @@ extern "C" int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint
     if (keystore == nullptr || thumbprint == nullptr) return zo::kInvalidArgument;
     zosigner::SigningKey key;
     if (!key.LoadForVerification(keystore, {})) return ZOSIG_E_NO_KEY;
-    std::ranges::copy(key.PublicThumbprint(), thumbprint);
+    zo::Hasher sha256(BCRYPT_SHA256_ALGORITHM);
+    std::ranges::copy(key.PublicThumbprint(sha256), thumbprint);
     return zo::kOk;
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 
+#include "cng.h"
 #include "manifest_text.h"
 #include "owned_handles.h"
 #include "report.h"
@@ -31,7 +32,7 @@ class SigningKey {
     [[nodiscard]] bool Save(const wchar_t* keystore, const Report& report) const;
 
     // SHA-256 of the public blob; all zero when it cannot be taken, which matches no real thumbprint.
-    [[nodiscard]] Thumbprint PublicThumbprint() const;
+    [[nodiscard]] Thumbprint PublicThumbprint(zo::Hasher& sha256) const;
 
   private:
     [[nodiscard]] std::int32_t OpenProvider();

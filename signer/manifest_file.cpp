@@ -16,13 +16,12 @@ namespace {
 
 // The digest that the whole-file signature is made over. The pieces are hashed where they are: joining them would take
 // the memory of a second manifest. Gives an NTSTATUS.
-std::int32_t HashSignedText(std::string_view magicLine, std::string_view body, zo::Sha256Digest& digest) {
-    zo::Hasher hasher;
-    if (const std::int32_t status = hasher.Open(BCRYPT_SHA256_ALGORITHM); status < 0) return status;
+std::int32_t HashSignedText(zo::Hasher& sha256, std::string_view magicLine, std::string_view body,
+                            zo::Sha256Digest& digest) {
     for (const std::string_view piece : {magicLine, body}) {
-        if (const std::int32_t status = hasher.Update(piece.data(), piece.size()); status < 0) return status;
+        if (const std::int32_t status = sha256.Update(piece.data(), piece.size()); status < 0) return status;
     }
-    return hasher.Finish(digest);
+    return sha256.Finish(digest);
 }
 
 std::int32_t BadManifest(const Report& report, const std::string& fault) {
@@ -43,10 +42,11 @@ std::int32_t ReadBytes(const wchar_t* path, const Report& report, std::string& b
 
 }  // namespace
 
-bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key, const Report& report) {
+bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key, zo::Hasher& sha256,
+                   const Report& report) {
     const std::string body = BuildBody(manifest);
     zo::Sha256Digest digest{};
-    if (const std::int32_t status = HashSignedText(kMagicLine, body, digest); status < 0) {
+    if (const std::int32_t status = HashSignedText(sha256, kMagicLine, body, digest); status < 0) {
         report.Error("hash manifest -> 0x{:08X}", zo::Bits(status));
         return false;
     }
@@ -73,7 +73,8 @@ bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningK
     return true;
 }
 
-std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, const Report& report, ManifestFile& manifest) {
+std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, zo::Hasher& sha256, const Report& report,
+                          ManifestFile& manifest) {
     if (const std::int32_t status = ReadBytes(path, report, manifest.bytes); status < 0) return status;
 
     SignedText parts;
@@ -81,7 +82,7 @@ std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, const Repo
         return BadManifest(report, fault);
     }
     zo::Sha256Digest digest{};
-    if (const std::int32_t status = HashSignedText(parts.magicLine, parts.body, digest); status < 0) {
+    if (const std::int32_t status = HashSignedText(sha256, parts.magicLine, parts.body, digest); status < 0) {
         report.Error("hash manifest for verify -> 0x{:08X}", zo::Bits(status));
         return zo::HresultFromNtStatus(status);
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "cng.h"
 #include "key_store.h"
 #include "manifest_text.h"
 #include "report.h"
@@ -13,7 +14,7 @@ namespace zosigner {
 
 // False when it could not be signed or written; a file that was begun stays as far as it came.
 [[nodiscard]] bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key,
-                                 const Report& report);
+                                 zo::Hasher& sha256, const Report& report);
 
 // The bytes of the file stay with their parsed form, which points into them.
 struct ManifestFile {
@@ -21,7 +22,7 @@ struct ManifestFile {
     ListedTree tree;
 };
 
-[[nodiscard]] std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, const Report& report,
-                                        ManifestFile& manifest);
+[[nodiscard]] std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, zo::Hasher& sha256,
+                                        const Report& report, ManifestFile& manifest);
 
 }  // namespace zosigner

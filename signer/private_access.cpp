@@ -22,7 +22,10 @@ struct alignas(SID) SidBuffer {
 // The user, not the owner of the file: a file that is replaced can belong to anybody.
 bool FillUser(SidBuffer& sid) {
     zo::OwnedKernelObject token;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Out())) return false;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Out()) &&  // the thread may act for another user
+        !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Out())) {
+        return false;
+    }
     alignas(TOKEN_USER) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> answer{};
     DWORD size = 0;
     if (!GetTokenInformation(token.Get(), TokenUser, answer.data(), static_cast<DWORD>(answer.size()), &size)) {

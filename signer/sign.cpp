@@ -44,9 +44,8 @@ std::uint64_t Now() {
 }
 
 // Signs what can be read and drops the rest from the list. Gives the number of files signed.
-std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Report& report, IoBuffer& buffer,
+std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Report& report, FileHasher hasher,
                           std::vector<ManifestEntry>& entries) {
-    FileHasher hasher(buffer);
     std::uint32_t signedFiles = 0;
     for (ManifestEntry& entry : entries) {
         if (entry.anchor) continue;
@@ -82,12 +81,13 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
     }
     Manifest manifest;
     manifest.root = root.Shown();
-    manifest.thumbprint = key.PublicThumbprint();
+    zo::Hasher sha256(BCRYPT_SHA256_ALGORITHM);
+    manifest.thumbprint = key.PublicThumbprint(sha256);
     manifest.time = Now();
 
     report.Info("Walking '{}' ...", root.Shown());
     IoBuffer buffer;
-    const FileIdentity manifestFile(LongForm(options.manifest));
+    FileIdentity manifestFile(options.manifest);
     if (!Walk(root, manifestFile, report, buffer, manifest.directories, manifest.entries)) return zo::kFail;
     if (const std::int32_t status =
             DecideSeals(options.sealMode, options.sealCallback, options.sealContext, manifest.directories);
@@ -99,9 +99,9 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
     report.Info("Found {} files, {} directories ({} sealed). Signing...", manifest.entries.size(),
                 manifest.directories.size(), sealed);
 
-    const std::uint32_t signedFiles = SignEntries(root, key, report, buffer, manifest.entries);
+    const std::uint32_t signedFiles = SignEntries(root, key, report, FileHasher(sha256, buffer), manifest.entries);
     const std::uint32_t anchored = Count(manifest.entries, [](const ManifestEntry& entry) { return entry.anchor; });
-    if (!WriteManifest(options.manifest, manifest, key, report)) return zo::kFail;
+    if (!WriteManifest(options.manifest, manifest, key, sha256, report)) return zo::kFail;
     report.Info("Signed {} files, anchored {} shortcut(s) -> {}", signedFiles, anchored,
                 zo::Utf8FromWide(options.manifest));
 

@@ -44,9 +44,9 @@ std::int32_t LoadKey(const ZoSignerVerifyOptions& options, const Report& report,
 
 class Verifier {
   public:
-    Verifier(const TreeRoot& root, const ListedTree& tree, const FileIdentity& manifestFile, const SigningKey& key,
-             const Report& report)
-        : root_(root), tree_(tree), manifestFile_(manifestFile), key_(key), report_(report) {}
+    Verifier(const TreeRoot& root, const ListedTree& tree, FileIdentity& manifestFile, const SigningKey& key,
+             zo::Hasher& sha256, const Report& report)
+        : root_(root), tree_(tree), manifestFile_(manifestFile), key_(key), report_(report), hasher_(sha256, buffer_) {}
 
     // Fills all of the result but the thumbprint.
     void Run(ZoSignerVerifyResult& result) {
@@ -109,7 +109,7 @@ class Verifier {
             // One that has vanished has no contents to be unexpected; what was listed in it is missing already.
             const DWORD attributes = GetFileAttributesW(path.c_str());
             const bool there = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-            if (there) report_.Warning("iter: {}", zo::ErrorText(error));
+            if (there) ThrowUnseen(path, error);
             return 0;
         }
         std::uint32_t extra = 0;
@@ -121,12 +121,14 @@ class Verifier {
             ReportExtra(item, root_.Shown(relative));
             ++extra;
         }
-        if (const std::uint32_t error = listing_.Error(); error != ERROR_SUCCESS) {
-            // What could not be seen must not pass as sealed.
-            throw std::filesystem::filesystem_error("directory_iterator", path,
-                                                    std::error_code(static_cast<int>(error), std::system_category()));
-        }
+        if (const std::uint32_t error = listing_.Error(); error != ERROR_SUCCESS) ThrowUnseen(path, error);
         return extra;
+    }
+
+    // What could not be seen must not pass as sealed.
+    [[noreturn]] static void ThrowUnseen(const std::wstring& path, std::uint32_t error) {
+        throw std::filesystem::filesystem_error("directory_iterator", path,
+                                                std::error_code(static_cast<int>(error), std::system_category()));
     }
 
     void ReportExtra(const DirectoryItem& item, const std::string& shown) const {
@@ -139,11 +141,11 @@ class Verifier {
 
     const TreeRoot& root_;
     const ListedTree& tree_;
-    const FileIdentity& manifestFile_;
+    FileIdentity& manifestFile_;
     const SigningKey& key_;
     const Report& report_;
     IoBuffer buffer_;
-    FileHasher hasher_{buffer_};
+    FileHasher hasher_;
     DirectoryListing listing_{buffer_};
     std::vector<std::uint8_t> signature_;
     std::unordered_set<std::string_view> listed_;
@@ -171,10 +173,13 @@ std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* 
     const Report report(options.logCallback, options.logContext);
     SigningKey key;
     if (const std::int32_t status = LoadKey(options, report, key); status < 0) return status;
+    zo::Hasher sha256(BCRYPT_SHA256_ALGORITHM);
     ManifestFile manifest;
-    if (const std::int32_t status = ReadManifest(options.manifest, key, report, manifest); status < 0) return status;
+    if (const std::int32_t status = ReadManifest(options.manifest, key, sha256, report, manifest); status < 0) {
+        return status;
+    }
 
-    const Thumbprint thumbprint = key.PublicThumbprint();
+    const Thumbprint thumbprint = key.PublicThumbprint(sha256);
     std::ranges::copy(thumbprint, filled.thumbprint);
     if (!ThumbprintsMatch(manifest.tree.thumbprint, thumbprint, report)) return ZOSIG_E_THUMBPRINT_MISMATCH;
 
@@ -184,8 +189,8 @@ std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* 
         report.Error("resolve root: {}", zo::ErrorText(error));
         return zo::kInvalidArgument;
     }
-    const FileIdentity manifestFile(LongForm(options.manifest));
-    Verifier(root, manifest.tree, manifestFile, key, report).Run(filled);
+    FileIdentity manifestFile(options.manifest);
+    Verifier(root, manifest.tree, manifestFile, key, sha256, report).Run(filled);
     report.Info("Verify summary: ok={}, bad={}, missing={}, extra={}, dirs={}", filled.ok, filled.bad, filled.missing,
                 filled.extra, filled.directories);
     const bool clean = filled.bad == 0 && filled.missing == 0 && filled.extra == 0;

@@ -1,5 +1,6 @@
 #include "walk.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,11 @@ struct Level {
     std::uint32_t error = 0;  // what ended the listing early; told after what it still gave
 };
 
+// Such a name would break out of its line in the manifest. The platform itself gives none; other systems' file systems do.
+bool HasControlCharacter(std::wstring_view name) {
+    return std::ranges::any_of(name, [](wchar_t unit) { return unit < L' '; });
+}
+
 // Shortcuts are listed without their contents. The extension is what follows the last dot, unless the name begins
 // there.
 bool IsShortcut(std::wstring_view name) {
@@ -45,7 +51,7 @@ bool IsShortcut(std::wstring_view name) {
 
 class Walker {
   public:
-    Walker(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
+    Walker(const TreeRoot& root, FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
            std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries)
         : root_(root),
           manifestFile_(manifestFile),
@@ -93,7 +99,9 @@ class Walker {
     void Visit(const Level& level, const PendingItem& item) {
         std::string relative = JoinRelative(level.relative, zo::Utf8FromWide(item.name));
         if (item.maybeManifest && manifestFile_.Is(JoinPath(level.path, item.name).c_str())) return;
-        if (item.listed.IsReparsePoint()) {
+        if (HasControlCharacter(item.name)) {
+            report_.Warning("name with control characters: {}", root_.Shown(relative));
+        } else if (item.listed.IsReparsePoint()) {
             report_.Info("skipping reparse point: {}", root_.Shown(relative));
         } else if (item.listed.IsDirectory()) {
             std::wstring path = JoinPath(level.path, item.name);
@@ -110,7 +118,7 @@ class Walker {
     }
 
     const TreeRoot& root_;
-    const FileIdentity& manifestFile_;
+    FileIdentity& manifestFile_;
     const Report& report_;
     std::vector<ManifestDirectory>& directories_;
     std::vector<ManifestEntry>& entries_;
@@ -120,7 +128,7 @@ class Walker {
 
 }  // namespace
 
-bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
+bool Walk(const TreeRoot& root, FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
           std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries) {
     return Walker(root, manifestFile, report, buffer, directories, entries).Run();
 }

@@ -17,7 +17,7 @@
  *     once are the caller's to keep apart.
  *   - Nothing is thrown by design, but the functions are not noexcept: std::bad_alloc passes through when memory runs
  *     out, and std::filesystem::filesystem_error where the folder of a key or manifest cannot be made
- *     ("create_directories") or the listing of a sealed directory breaks off while verifying. */
+ *     ("create_directories") or a sealed directory cannot be listed to its end while verifying. */
 
 #include <stddef.h>
 #include <stdint.h>

@@ -48,8 +48,7 @@ TEST(Hresults, KeepSuccessAndNegativeValues) {
 }
 
 TEST(Hashing, OneHasherServesManyMessages) {
-    Hasher hasher;
-    ASSERT_GE(hasher.Open(BCRYPT_SHA256_ALGORITHM), 0);
+    Hasher hasher(BCRYPT_SHA256_ALGORITHM);
     for (int round = 0; round < 2; ++round) {
         Sha256Digest digest{};
         ASSERT_GE(hasher.Update("a", 1), 0);
@@ -72,6 +71,8 @@ TEST(Files, AWholeReadTellsWhichStepFailed) {
     const std::filesystem::path folder = std::filesystem::temp_directory_path() / L"zo_base_test" / L"a" / L"b";
     CreateDirectories(folder);
     CreateDirectories(folder);  // existing folders are no error
+    CreateDirectories(folder.root_path());
+    EXPECT_EQ(TryCreateDirectories(L"Q:\\no such\\drive\\"), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
     const std::filesystem::path path = folder / L"file.bin";
     {
         const OwnedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
