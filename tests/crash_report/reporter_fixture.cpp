@@ -1,44 +1,25 @@
 #include "reporter_fixture.h"
 
 #include <cstring>
-#include <sstream>
 
+#include "child_process.h"
 #include "format.h"
 #include "owned_handles.h"
 #include "text.h"
 
 namespace zocrashtest {
 
-namespace {
-
-constexpr char kScriptVariable[] = "ZO_DEBUG_ENGINE_SCRIPT";
-constexpr char kLogVariable[] = "ZO_DEBUG_ENGINE_LOG";
-
-}  // namespace
-
-Exports::Exports(const zotest::LoadedLibrary& library)
-    : initialize(ZOTEST_FUNCTION(library, ZoCrashReport_Initialize)),
-      uninitialize(ZOTEST_FUNCTION(library, ZoCrashReport_Uninitialize)),
-      setLogger(ZOTEST_FUNCTION(library, ZoCrashReport_SetLogger)),
-      setBodyScrambler(ZOTEST_FUNCTION(library, ZoCrashReport_SetBodyScrambler)),
-      setTargetDrivers(ZOTEST_FUNCTION(library, ZoCrashReport_SetTargetDrivers)),
-      notifyNetworkOk(ZOTEST_FUNCTION(library, ZoCrashReport_NotifyNetworkOk)),
-      cancel(ZOTEST_FUNCTION(library, ZoCrashReport_Cancel)),
-      resetCancel(ZOTEST_FUNCTION(library, ZoCrashReport_ResetCancel)),
-      run(ZOTEST_FUNCTION(library, ZoCrashReport_Run)),
-      uploadSingleDump(ZOTEST_FUNCTION(library, ZoCrashReport_UploadSingleDump)) {}
-
 ReporterTest::ReporterTest(bool holdBack) {
     std::filesystem::create_directories(dumps_);
-    SetEnvironmentVariableA(kScriptVariable, (folder_ / "script").string().c_str());
-    SetEnvironmentVariableA(kLogVariable, (folder_ / "engine.log").string().c_str());
+    SetEnvironmentVariableA("ZO_DEBUG_ENGINE_SCRIPT", (folder_ / "script").string().c_str());
+    SetEnvironmentVariableA("ZO_DEBUG_ENGINE_LOG", (folder_ / "engine.log").string().c_str());
     api_.setLogger(Log, this);
-    if (holdBack) api_.setBodyScrambler(Refuse, this);
+    if (holdBack) api_.setScrambler(Refuse, this);
 }
 
 ReporterTest::~ReporterTest() {
-    SetEnvironmentVariableA(kScriptVariable, nullptr);
-    SetEnvironmentVariableA(kLogVariable, nullptr);
+    SetEnvironmentVariableA("ZO_DEBUG_ENGINE_SCRIPT", nullptr);
+    SetEnvironmentVariableA("ZO_DEBUG_ENGINE_LOG", nullptr);
 }
 
 void ReporterTest::Configure() {
@@ -48,11 +29,11 @@ void ReporterTest::Configure() {
     ASSERT_EQ(api_.initialize(&config), 0);
 }
 
-std::filesystem::path ReporterTest::AddDump(const std::string& name, const char* kind, std::uint64_t time) {
+std::filesystem::path ReporterTest::AddDump(const std::string& name, const char* kind, std::uint64_t lastWrite) {
     const std::filesystem::path source = zotest::ProgramFolder() / "dumps" / kind;
     const std::filesystem::path path = dumps_ / name;
     zotest::WriteFileBytes(path, *kind != '\0' ? zotest::ReadFileBytes(source) : "no dump");
-    SetLastWrite(path, time);
+    SetLastWrite(path, lastWrite);
     return path;
 }
 
@@ -67,40 +48,49 @@ std::uint64_t ReporterTest::Record() const {
     return value;
 }
 
-void ReporterTest::Script(const std::string& script) {
-    zotest::WriteFileBytes(folder_ / "script", script);
+std::string ReporterTest::Shortened(std::string line) const {
+    const std::string folder = zo::Utf8FromWide(folder_.Path().wstring());
+    for (std::size_t at; (at = line.find(folder)) != std::string::npos;)
+        line.replace(at, folder.size(), "~");
+    return line;
 }
 
-std::vector<std::string> ReporterTest::EngineCalls() {
-    std::istringstream text(zotest::ReadFileBytes(folder_ / "engine.log"));
+Strings ReporterTest::EngineCalls() {
+    const std::string text = zotest::ReadFileBytes(folder_ / "engine.log");
     zotest::RemoveTree((folder_ / "engine.log").wstring());
-    std::vector<std::string> calls;
-    for (std::string line; std::getline(text, line);) {
-        if (const std::size_t at = line.find(folder_.Path().string()); at != std::string::npos) {
-            line.replace(at, folder_.Path().string().size(), "~");
-        }
-        calls.push_back(line.substr(0, line.find(" = ")));
+    Strings calls;
+    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        const std::string line = text.substr(start, end - start);
+        calls.push_back(Shortened(line.substr(0, line.find(" = "))));
     }
     return calls;
 }
 
-std::vector<std::string> ReporterTest::TakeLog() {
-    return std::exchange(log_, {});
+std::string ReporterTest::Run() {
+    stats_ = {};
+    const std::int32_t status = api_.run(&stats_);
+    return Outcome(status, stats_);
 }
 
-std::string ReporterTest::Counters() const {
-    return zo::Format("{} {} {} {} {} {} {}", stats_.dumpsFound, stats_.dumpsSelected, stats_.queriesAccepted,
-                      stats_.queriesAlreadyKnown, stats_.queriesFailed, stats_.uploadsSucceeded, stats_.uploadsFailed);
+std::string ReporterTest::Upload(const std::filesystem::path& dump) {
+    stats_ = {};
+    const std::int32_t status = api_.upload(dump.c_str(), &stats_);
+    return Outcome(status, stats_);
+}
+
+std::string ReporterTest::RunAnew() {
+    RemoveRecord();
+    Configure();
+    documents_.clear();
+    EngineCalls();
+    TakeLog();
+    return Run();
 }
 
 void ReporterTest::Log(void* context, std::int32_t level, const wchar_t* message) {
     auto& self = *static_cast<ReporterTest*>(context);
-    std::string line = zo::Format("{} {}", level, zo::Utf8FromWide(message));
-    const std::string folder = zo::Utf8FromWide(self.folder_.Path().wstring());
-    for (std::size_t at; (at = line.find(folder)) != std::string::npos;)
-        line.replace(at, folder.size(), "~");
-    self.log_.push_back(line);
-    if (self.onLog_) self.onLog_(line);
+    self.log_.push_back(self.Shortened(zo::Format("{} {}", level, zo::Utf8FromWide(message))));
+    if (self.onLog_) self.onLog_(self.log_.back());
 }
 
 std::int32_t ReporterTest::Refuse(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t*,
@@ -108,7 +98,54 @@ std::int32_t ReporterTest::Refuse(void* context, const std::uint8_t* in, std::ui
     auto& self = *static_cast<ReporterTest*>(context);
     self.documents_.emplace_back(in, in + inLength);
     if (self.onDocument_) self.onDocument_();
-    return kRefused;
+    return E_FAIL;
+}
+
+std::string ServerTest::Url() {
+    char value[1024] = "";
+    GetEnvironmentVariableA("ZO_CRASH_SERVER_URL", value, sizeof(value));
+    return value;
+}
+
+std::filesystem::path ServerTest::ServerFile(const std::string& name) {
+    char value[1024] = "";
+    GetEnvironmentVariableA("ZO_CRASH_SERVER_FOLDER", value, sizeof(value));
+    return std::filesystem::path("Z:" + std::string(value)) / name;
+}
+
+void ServerTest::Trust(const wchar_t* verb, const char* certificate) {
+    const auto result = zotest::RunChild((zotest::ProgramFolder() / "trust_certificate.exe").wstring(),
+                                         {verb, ServerFile(certificate).wstring()});
+    ASSERT_EQ(result.exitCode, 0u) << result.err;
+}
+
+std::size_t ServerTest::Posts() {
+    std::size_t count = 0;
+    while (std::filesystem::exists(ServerFile(zo::Format("requests/{:04}.head", count + 1))))
+        ++count;
+    return count;
+}
+
+std::vector<Request> ServerTest::Requests(std::size_t before) {
+    std::vector<Request> requests;
+    for (std::size_t i = before + 1; i <= Posts(); ++i) {
+        const auto part = [&](const char* name) {
+            return zotest::ReadFileBytes(ServerFile(zo::Format("requests/{:04}.{}", i, name)));
+        };
+        requests.push_back({part("head"), part("body"), part("document"), part("reply")});
+    }
+    return requests;
+}
+
+void ServerTest::NewCrash() {
+    static int number = 0;
+    Script(zo::Format("OutputStackTrace say crash {}\\n\n", ++number));
+}
+
+std::string Outcome(std::int32_t status, const ZoCrashRunStats& stats) {
+    return zo::Format("{:x}: {} {} {} {} {} {} {}", static_cast<std::uint32_t>(status), stats.dumpsFound,
+                      stats.dumpsSelected, stats.queriesAccepted, stats.queriesAlreadyKnown, stats.queriesFailed,
+                      stats.uploadsSucceeded, stats.uploadsFailed);
 }
 
 std::string Field(const std::string& document, const std::string& name) {

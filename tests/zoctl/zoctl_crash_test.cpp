@@ -1,73 +1,32 @@
 // "zoctl crash": what it shows, what it sends and what it does not. A crash server runs beside it (with_server.sh).
 
-#include <nlohmann/json.hpp>
-
-#include "child_process.h"
 #include "format.h"
 #include "reporter_fixture.h"
-#include "text.h"
+#include "zoctl_process.h"
 
 namespace {
 
-using Json = nlohmann::json;
+using namespace zocrashtest;
+using zotest::Json;
+using zotest::ZoctlRun;
 
-struct ZoctlRun {
-    int exitCode;
-    std::string out;
-    std::string err;
-    Json json;  // of standard output; discarded when that is not one JSON document
-};
-
-ZoctlRun RunZoctl(const std::vector<std::string>& words) {
-    std::vector<std::wstring> arguments;
-    for (const std::string& word : words)
-        arguments.push_back(zo::WideFromUtf8(word));
-    const auto result = zotest::RunChild((zotest::ProgramFolder() / "zoctl.exe").wstring(), arguments);
-    return {static_cast<int>(result.exitCode), result.out, result.err, Json::parse(result.out, nullptr, false)};
-}
-
-constexpr std::uint64_t kBase = 133500000000000000;
-
-class ZoctlCrash : public zocrashtest::ReporterTest {
+class ZoctlCrash : public ServerTest {
   protected:
-    static void SetUpTestSuite() { Trust(L"add"); }
-    static void TearDownTestSuite() { Trust(L"remove"); }
-
     ZoctlCrash() {
-        AddDump("1.dmp", zocrashtest::kOurs, kBase + 1);
-        AddDump("2.dmp", zocrashtest::kForeign, kBase + 2);
-        AddDump("3.dmp", zocrashtest::kNoDump, kBase + 3);
-        Script(zo::Format("OutputStackTrace say run {}\n", GetTickCount64()));
-    }
-
-    static std::string Environment(const char* name) {
-        char value[1024] = "";
-        GetEnvironmentVariableA(name, value, sizeof(value));
-        return value;
-    }
-    static std::filesystem::path ServerFolder() { return "Z:" + Environment("ZO_CRASH_SERVER_FOLDER"); }
-    static void Trust(const wchar_t* verb) {
-        const auto result = zotest::RunChild((zotest::ProgramFolder() / "trust_certificate.exe").wstring(),
-                                             {verb, (ServerFolder() / "certificate.der").wstring()});
-        ASSERT_EQ(result.exitCode, 0u) << result.err;
-    }
-    static std::size_t Posts() {
-        std::size_t count = 0;
-        while (std::filesystem::exists(ServerFolder() / "requests" / zo::Format("{:04}.head", count + 1)))
-            ++count;
-        return count;
+        AddDump("1.dmp", kOurs, kBase + 1);
+        AddDump("2.dmp", kForeign, kBase + 2);
+        AddDump("3.dmp", kNoDump, kBase + 3);
+        NewCrash();
     }
 
     // "crash COMMAND ..." with this test's folders, record and server where the command takes them.
-    ZoctlRun Crash(std::vector<std::string> words) {
+    ZoctlRun Crash(Strings words) {
         const std::string command = words.front();
         words.insert(words.begin(), "crash");
         if (command == "list" || command == "run") words.insert(words.end(), {"--dumps", dumps_.string()});
         if (command != "analyse") words.insert(words.end(), {"--record", record_.string()});
-        if (command == "run" || command == "upload") {
-            words.insert(words.end(), {"--server", Environment("ZO_CRASH_SERVER_URL")});
-        }
-        return RunZoctl(words);
+        if (command == "run" || command == "upload") words.insert(words.end(), {"--server", Url()});
+        return zotest::RunZoctl(words);
     }
 
     // The document's counters in their order.
@@ -102,10 +61,10 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     const ZoctlRun dry = Crash({"run", "--dry-run", "--json", "--app-name", "Dry", "--lcid", "7"});
     EXPECT_EQ(Numbers(dry.json), "3 1 1 0 1 0 0 1 0 0 ");
     EXPECT_EQ(dry.json["sent"], false);
-    EXPECT_EQ(dry.json["server"], Environment("ZO_CRASH_SERVER_URL"));
+    EXPECT_EQ(dry.json["server"], Url());
     const std::string query = dry.json["dumps"][0]["query"];
-    EXPECT_EQ(zocrashtest::Field(query, "AppName"), "Dry");
-    EXPECT_EQ(zocrashtest::Field(query, "LCID"), "7");
+    EXPECT_EQ(Field(query, "AppName"), "Dry");
+    EXPECT_EQ(Field(query, "LCID"), "7");
     EXPECT_FALSE(dry.json["dumps"][1].contains("query"));
 
     EXPECT_EQ(Posts(), before);
@@ -131,8 +90,8 @@ TEST_F(ZoctlCrash, SendsEachDumpOnceAndTellsWhatBecameOfIt) {
 
 TEST_F(ZoctlCrash, SaysWhatIsWrongInOneSentenceAndItsExitCode) {
     EXPECT_EQ(Crash({"upload", (dumps_ / "missing.dmp").string()}).exitCode, 3);
-    EXPECT_EQ(RunZoctl({"crash", "upload"}).exitCode, 2);
-    EXPECT_EQ(RunZoctl({"crash", "run", "--max-bytes", "many"}).exitCode, 2);
+    EXPECT_EQ(zotest::RunZoctl({"crash", "upload"}).exitCode, 2);
+    EXPECT_EQ(zotest::RunZoctl({"crash", "run", "--max-bytes", "many"}).exitCode, 2);
     Script("DebugCreate fail 0x80004001\n");
     const ZoctlRun engine = Crash({"run", "--json"});
     EXPECT_EQ(engine.exitCode, 1);
