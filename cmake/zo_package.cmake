@@ -9,7 +9,7 @@ install(FILES sdk/include/zoprotector.h sdk/include/zoprotector_status.h sdk/inc
               signer/include/zosigner.h crash_report/include/zocrashreport.h
         DESTINATION include)
 install(FILES README.md CHANGELOG.md DESTINATION share/doc/ZoProtectorLib)
-install(DIRECTORY docs/ DESTINATION share/doc/ZoProtectorLib/docs FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
+install(DIRECTORY docs examples DESTINATION share/doc/ZoProtectorLib)
 
 if(MINGW)
     # GNU linkers take lib/libZoProtectorLib.dll.a. Those of MSVC want an import library of their own kind.
@@ -41,11 +41,16 @@ install(FILES "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" DESTINATION lib/pkgconfig)
 
 install(TARGETS zoctl RUNTIME DESTINATION bin)
 
-# The simulator keeps a folder of its own, so that nobody takes its driver for the real one.
+# The simulator keeps a folder of its own, so that nobody takes its driver for the real one; its first document says what
+# it does not do.
 if(NOT MSVC)
     install(TARGETS ZoProtectorDriver LIBRARY DESTINATION simulator)
 endif()
 install(TARGETS simctl simulator_dbgeng simulator_dbghelp trust_certificate RUNTIME DESTINATION simulator)
 install(DIRECTORY simulator/crash_server DESTINATION simulator USE_SOURCE_PERMISSIONS
         PATTERN CMakeLists.txt EXCLUDE PATTERN "*.cpp" EXCLUDE PATTERN __pycache__ EXCLUDE)
+install(FILES cmake/zo_crash_settings.cmake DESTINATION simulator/crash_server)  # where the server finds its default key
+install(FILES simulator/README.md DESTINATION simulator)
+install(FILES simulator/debug_engine/README.md DESTINATION simulator/debug_engine)
+install(PROGRAMS simulator/debug_engine/make_dump.py DESTINATION simulator/debug_engine)
 install(FILES simulator/include/zoprotector_simulator.h DESTINATION include)

@@ -14,7 +14,10 @@ from cryptography.hazmat.primitives.ciphers import Cipher, algorithms, modes
 NONCE_SIZE = 8
 MIN_PADDING = 2
 MAX_PADDING = 9
-SETTINGS_FILE = pathlib.Path(__file__).resolve().parents[2] / "cmake" / "zo_crash_settings.cmake"
+# Beside this file in an installed package, with the rest of the build in the source tree.
+HERE = pathlib.Path(__file__).resolve().parent
+SETTINGS_FILE = next(filter(pathlib.Path.exists, (folder / "zo_crash_settings.cmake"
+                                                  for folder in (HERE, HERE.parents[1] / "cmake"))), None)
 
 
 class ScramblerError(ValueError):
@@ -23,7 +26,7 @@ class ScramblerError(ValueError):
 
 def development_key():
     """The key that a build has unless it is given another, read from the one place where it stands."""
-    found = re.search(r'set\(zo_crash_default_SCRAMBLER_KEY "([0-9a-fA-F]{32})"\)', SETTINGS_FILE.read_text())
+    found = SETTINGS_FILE and re.search(r'set\(zo_crash_default_SCRAMBLER_KEY "([0-9a-fA-F]{32})"\)', SETTINGS_FILE.read_text())
     if not found:
         raise RuntimeError(f"no default scrambler key in {SETTINGS_FILE}")
     return bytes.fromhex(found.group(1))

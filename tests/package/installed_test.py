@@ -1,6 +1,7 @@
 """The installed package, used as a stranger would: by find_package, by pkg-config, and by MSVC's linker."""
 
 import os
+import re
 import shutil
 import tempfile
 import unittest
@@ -69,6 +70,17 @@ class Installed(unittest.TestCase):
             change()
             code, text = self.run_installed(*command)
             self.assertEqual((code, text.strip().splitlines()[-1]), expected, text)
+
+    def test_crash_server_serves(self):
+        run(self.prefix / "simulator/crash_server/serve", "--folder", self.work / "server", "--port", "0", "--", "true")
+
+    def test_documents_lead_somewhere(self):
+        """Every relative link between the installed documents, those into the source tree left out."""
+        documents = self.prefix / "share/doc/ZoProtectorLib/docs"
+        for document in documents.glob("*.md"):
+            for link in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
+                if not link.startswith("../"):
+                    self.assertTrue((documents / link).exists(), f"{document.name}: {link}")
 
     def test_msvc_linker_takes_the_import_library(self):
         source = self.work / "bare.c"
