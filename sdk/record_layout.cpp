@@ -48,13 +48,16 @@ ZOP_SIZE(ZopPidRecord, 8);
 ZOP_OFFSET(ZopPidRecord, reserved, 4);
 
 ZOP_SIZE(ZopSignatureReply, 8);
+ZOP_OFFSET(ZopSignatureReply, first, 0);
 ZOP_OFFSET(ZopSignatureReply, second, 1);
+ZOP_OFFSET(ZopSignatureReply, reserved, 2);
 
 ZOP_SIZE(ZopVersionReply, 12);
 ZOP_OFFSET(ZopVersionReply, minor, 4);
 ZOP_OFFSET(ZopVersionReply, patch, 8);
 
 ZOP_SIZE(ZopStatusReply, 20);
+ZOP_OFFSET(ZopStatusReply, pairs, 0);
 ZOP_SIZE(ZopStatusPair, 5);
 ZOP_OFFSET(ZopStatusPair, count, 1);
 
@@ -87,12 +90,19 @@ ZOP_OFFSET(ZoProtectorReplaceFileRequest, stagingPath, 2080);
 // Public structures
 
 ZOP_SIZE(ZopStatus, 32);
+ZOP_OFFSET(ZopStatus, flag1, 0);
 ZOP_OFFSET(ZopStatus, count1, 4);
+ZOP_OFFSET(ZopStatus, flag2, 8);
+ZOP_OFFSET(ZopStatus, count2, 12);
+ZOP_OFFSET(ZopStatus, flag3, 16);
+ZOP_OFFSET(ZopStatus, count3, 20);
 ZOP_OFFSET(ZopStatus, flag4, 24);
 ZOP_OFFSET(ZopStatus, count4, 28);
 
 ZOP_SIZE(ZopSignaturePolicy, 8);
+ZOP_OFFSET(ZopSignaturePolicy, mode, 0);
 ZOP_OFFSET(ZopSignaturePolicy, minLevel, 1);
+ZOP_OFFSET(ZopSignaturePolicy, reserved, 2);
 
 ZOP_SIZE(ZopStats, ZOP_STATS_SIZE);
 ZOP_OFFSET(ZopStats, counters, 4);

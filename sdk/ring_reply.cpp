@@ -6,26 +6,6 @@
 
 namespace zop {
 
-namespace {
-
-template <typename Header>
-bool Read(const void* reply, std::uint32_t returned, Header& header) noexcept {
-    static_assert(sizeof(Header) == kReplyHeaderSize);
-    if (returned < sizeof header) return false;
-    std::memcpy(&header, reply, sizeof header);
-    return true;
-}
-
-}  // namespace
-
-bool ReadHeader(const void* reply, std::uint32_t returned, ZopDrainReplyHeader& header) noexcept {
-    return Read(reply, returned, header);
-}
-
-bool ReadHeader(const void* reply, std::uint32_t returned, ZopListReplyHeader& header) noexcept {
-    return Read(reply, returned, header);
-}
-
 std::uint32_t CopyRecords(const void* reply, std::uint32_t count, std::uint32_t recordSize, void* records,
                           std::uint32_t capacity) noexcept {
     const std::uint32_t copied = std::min(count, capacity);

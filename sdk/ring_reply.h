@@ -5,6 +5,7 @@
 // in, numbers out.
 
 #include <cstdint>
+#include <cstring>
 
 #include "driver_records.h"
 
@@ -22,9 +23,15 @@ inline constexpr std::uint32_t kReplyHeaderSize = 16;
     return replySize < 0xFFFFFFFFu ? static_cast<std::uint32_t>(replySize) : 0xFFFFFFFFu;
 }
 
-// The header as the driver sent it. False when the reply is too short to have one. reply holds ReplySize bytes.
-[[nodiscard]] bool ReadHeader(const void* reply, std::uint32_t returned, ZopDrainReplyHeader& header) noexcept;
-[[nodiscard]] bool ReadHeader(const void* reply, std::uint32_t returned, ZopListReplyHeader& header) noexcept;
+// The header as the driver sent it: ZopDrainReplyHeader or ZopListReplyHeader. False when the reply is too short to have
+// one. reply holds ReplySize bytes.
+template <typename Header>
+[[nodiscard]] bool ReadHeader(const void* reply, std::uint32_t returned, Header& header) noexcept {
+    static_assert(sizeof(Header) == kReplyHeaderSize);
+    if (returned < sizeof header) return false;
+    std::memcpy(&header, reply, sizeof header);
+    return true;
+}
 
 // Copies the records that the driver says it sent, but never more than capacity; returns how many. The count is not
 // held against the length of the reply: what a driver promised and did not send arrives as zeros. records may be null.

@@ -23,12 +23,13 @@ std::int32_t ListRules(std::uint32_t code, std::uint32_t entrySize, void* entrie
     ZopListReplyHeader header{};
     if (!ReadHeader(reply.Bytes(), returned, header)) return ZOP_E_FAILED;  // the event drains forgive this
 
-    *count = CopyRecords(reply.Bytes(), header.returned, entrySize, entries, capacity);
+    const std::uint32_t copied = CopyRecords(reply.Bytes(), header.returned, entrySize, entries, capacity);
+    *count = copied;
     if (total != nullptr) *total = header.total;
     if (header.truncated != 0) {
         ZopLogFormat(kLogWarning,
                      "ListRules(ioctl=0x{:08X}): {} rules truncated (total={}, returned={}) -- supply a larger buffer",
-                     code, std::uint32_t{header.truncated}, std::uint32_t{header.total}, *count);
+                     code, std::uint32_t{header.truncated}, std::uint32_t{header.total}, copied);
     }
     return ZOP_OK;
 }

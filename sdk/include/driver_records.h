@@ -14,7 +14,7 @@
 #define ZOP_DEVICE_TYPE 0x8000u
 
 /* CTL_CODE(ZOP_DEVICE_TYPE, function, METHOD_BUFFERED, FILE_READ_ACCESS | FILE_WRITE_ACCESS) */
-#define ZOP_IOCTL(function) (0x8000C000u + 4u * (function))
+#define ZOP_IOCTL(function) ((ZOP_DEVICE_TYPE << 16) + 0xC000u + 4u * (function))
 
 /* Process rules */
 #define ZOP_IOCTL_ADD_PROCESS_RULE ZOP_IOCTL(0x001u)    /* in ZopRuleRecord */

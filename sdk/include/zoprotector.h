@@ -165,7 +165,8 @@ typedef struct ZoProtectorDriverStatus {
 ZO_API int32_t ZoProtector_Initialize(void);
 
 /* Closes the device and the log file. Rules stay in force: they are the driver's. Always ZOP_OK, also when there is
- * nothing to close. Unloading the library does the same. */
+ * nothing to close. Unloading the library does the same. A line that another thread is writing to the
+ * log at that moment may fail, or land in a file that has just got the handle's number. */
 ZO_API int32_t ZoProtector_Uninitialize(void);
 
 /* The running driver's version, untouched on failure. All three pointers are required (ZOP_E_INVALID_ARG).
@@ -204,7 +205,8 @@ ZO_API int32_t ZoProtector_AddProcessProtectByPath(const wchar_t* path);
  * other numbers are not the same as 1, and 256 is 0. */
 ZO_API int32_t ZoProtector_AddProcessProtectByFolder(const wchar_t* folder, uint32_t recursive);
 
-/* Removes what was added under this path, file or folder. ZOP_E_NOT_FOUND when there is nothing. */
+/* Sends the path alone, for a file as for a folder; which rules of it go is the driver's decision. ZOP_E_NOT_FOUND when
+ * it has none. */
 ZO_API int32_t ZoProtector_RemoveProcessProtect(const wchar_t* path);
 
 /* Removes every process rule. ZOP_E_NOT_INITIALIZED, the driver's answer. */
@@ -232,7 +234,8 @@ ZO_API int32_t ZoProtector_AddFileProtectScoped(const wchar_t* path, int32_t isF
                                                 const wchar_t* filter, const wchar_t* scope, uint32_t scopeIsFolder,
                                                 uint32_t scopeRecursive, uint32_t exclusive);
 
-/* Removes every rule of this path, whatever its filter and scope. ZOP_E_NOT_FOUND when there is none. */
+/* Sends the path alone, without filter and scope; which rules of it go is the driver's decision. ZOP_E_NOT_FOUND when it
+ * has none. */
 ZO_API int32_t ZoProtector_RemoveFileProtect(const wchar_t* path);
 ZO_API int32_t ZoProtector_ClearAllFileProtect(void);
 
@@ -329,7 +332,7 @@ ZO_API int32_t ZoProtector_ListDllWhitelistRules(void* entries, uint32_t capacit
  * events (ZopRegistryEventRecord). The driver's rings overwrite what is not fetched in time. The library remembers
  * nothing between polls: the caller keeps the position. One poller for each ring is the sensible number.
  *
- *   lastRead  0 at first, then the position of the poll before
+ *   lastRead  0 at first, then the position of the poll before; 0 again after the driver was restarted or upgraded
  *   events    capacity records of the ring's type, required
  *   capacity  in records, from 1
  *   count     required: records written; what is behind them stays untouched
@@ -337,7 +340,7 @@ ZO_API int32_t ZoProtector_ListDllWhitelistRules(void* entries, uint32_t capacit
  *   position  optional in form; without it the next poll does not know where to go on
  *
  * The outputs are zeroed first, so on failure position is 0: keep the old one. A driver's reply without a header counts
- * as a poll that found nothing, with position 0. The library needs a buffer of its own of the same size for the time of
+ * as a poll that found nothing, with all outputs 0: such an answer must not reset the position. The library needs a buffer of its own of the same size for the time of
  * the call (std::bad_alloc). How often to poll and with what capacity: docs/events.md.
  *
  * ZOP_E_INVALID_ARG (outputs untouched), ZOP_E_NOT_INITIALIZED, the driver's answer.
@@ -345,7 +348,7 @@ ZO_API int32_t ZoProtector_ListDllWhitelistRules(void* entries, uint32_t capacit
  *     uint32_t position = 0, count, dropped, next;
  *     for (;;) {
  *         if (ZoProtector_DrainEvents(position, events, 256, &count, &dropped, &next) >= 0) {
- *             position = next;
+ *             if (count || dropped || next) position = next;   // all 0: the reply was too short to tell
  *             use(events, count, dropped);
  *             if (count == 256) continue;   // there may be more
  *         }
@@ -358,7 +361,8 @@ ZO_API int32_t ZoProtector_DrainRegistryEvents(uint32_t lastRead, void* events, 
                                                uint32_t* dropped, uint32_t* position);
 
 /* The driver's counters. An older driver sends a shorter block: success, zeros behind it, and a warning in the log.
- * ZOP_E_INVALID_ARG for null and ZOP_E_NOT_INITIALIZED leave the block untouched; the driver's answer. */
+ * ZOP_E_INVALID_ARG for null and ZOP_E_NOT_INITIALIZED leave the block untouched; the driver's answer. The block is
+ * zeroed also when the driver refuses. */
 ZO_API int32_t ZoProtector_GetStats(ZopStats* stats);
 
 /* One of these counters, which drivers have from statistics version 3 on; 0 on failure. Beside the statuses of

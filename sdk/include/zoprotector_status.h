@@ -3,8 +3,10 @@
 
 /* The status codes that the driver SDK (every ZoProtector_ function) returns.
  *
- * A status is a 32-bit HRESULT-style number: 0 is success, a negative value is failure. A Win32 error that has no code
- * of its own here comes as ZOP_STATUS_FROM_WIN32(error), that is 0x80070000 or'ed with the low 16 bits of the error. */
+ * A status is a 32-bit HRESULT-style number: 0 is success, a negative value is failure. Where a function works on the
+ * driver's service, its registry entries or files, a Win32 error that has no code of its own here comes as
+ * ZOP_STATUS_FROM_WIN32(error), that is 0x80070000 or'ed with the low 16 bits of the error. A command that the driver
+ * fails with such an error gives ZOP_E_FAILED instead. */
 
 #include <stdint.h>
 

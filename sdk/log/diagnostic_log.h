@@ -17,7 +17,6 @@ namespace zop {
 inline constexpr std::uint32_t kLogError = 0;
 inline constexpr std::uint32_t kLogWarning = 1;
 inline constexpr std::uint32_t kLogInfo = 2;
-inline constexpr std::uint32_t kLogDebug = 3;
 
 // Finds and makes the log directory and deletes files that were last written more than seven days ago. Only the first
 // call of a process does anything. Not for concurrent calls: ZoProtector_Initialize calls it under the SDK lock.
@@ -27,7 +26,8 @@ void ZopLogInit();
 void ZopLogWrite(std::uint32_t level, std::string_view message);
 
 // Closes the file; the next line opens it again. Takes no lock, so that it also works at process exit, when a thread
-// that was ended may have held the log lock: a line that is being written at that moment may be lost.
+// that was ended may have held the log lock. A line that is being written at that moment may fail, or land in whatever
+// file has just got the handle's number.
 void ZopLogClose() noexcept;
 
 // Wide text is converted by the caller (ZopWideToUtf8).

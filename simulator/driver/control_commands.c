@@ -132,6 +132,7 @@ static NTSTATUS SetPidSignature(SimCall* call) {
 static NTSTATUS SetCounters(SimCall* call) {
     memcpy(gSim.counters, call->in, sizeof(gSim.counters));
     for (uint32_t i = 0; i < ZOSIM_RING_COUNT; ++i) { /* the rings' own counts are added when counters are read */
+        SimRingCatchUp(&gSim.rings[i]);
         gSim.counters[ZOSIM_COUNTER_EVENTS + 2 * i] -= (uint32_t)gSim.rings[i].state.produced;
         gSim.counters[ZOSIM_COUNTER_EVENTS_DROPPED + 2 * i] -= (uint32_t)gSim.rings[i].state.dropped;
     }

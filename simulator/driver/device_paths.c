@@ -4,10 +4,17 @@ static USHORT Units(const UNICODE_STRING* text) {
     return (USHORT)(text->Length / sizeof(WCHAR));
 }
 
+static UNICODE_STRING WithoutTrailingSeparators(UNICODE_STRING path) {
+    while (path.Length != 0 && path.Buffer[Units(&path) - 1] == L'\\')
+        path.Length = (USHORT)(path.Length - sizeof(WCHAR));
+    return path;
+}
+
 BOOLEAN SimIsSameOrBelow(const UNICODE_STRING* inner, const UNICODE_STRING* outer) {
-    if (!RtlPrefixUnicodeString(outer, inner, TRUE)) return FALSE;
-    return inner->Length == outer->Length || inner->Buffer[Units(outer)] == L'\\' ||
-           (outer->Length != 0 && outer->Buffer[Units(outer) - 1] == L'\\');
+    const UNICODE_STRING below = WithoutTrailingSeparators(*inner);
+    const UNICODE_STRING above = WithoutTrailingSeparators(*outer);
+    if (!RtlPrefixUnicodeString(&above, &below, TRUE)) return FALSE;
+    return below.Length == above.Length || below.Buffer[Units(&above)] == L'\\';
 }
 
 /* The device of \??\X: into target. */

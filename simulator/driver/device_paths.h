@@ -17,7 +17,7 @@ typedef struct SimPath {
 /* STATUS_INVALID_PARAMETER for an empty or unterminated field; a path of no drive's device is left as it is. */
 NTSTATUS SimOpenablePath(const uint16_t* field, SimPath* path);
 
-/* Whether inner is outer or lies below it, ignoring case. */
+/* Whether inner is outer or lies below it, ignoring case and separators at the end of either. */
 BOOLEAN SimIsSameOrBelow(const UNICODE_STRING* inner, const UNICODE_STRING* outer);
 
 #endif

@@ -66,8 +66,9 @@ static NTSTATUS CarryOutFaulted(const ZoSimFault* fault, const SimCommand* comma
         status = CarryOut(command, call);
     }
     if ((fault->flags & ZOSIM_FAULT_STATUS) != 0) status = (NTSTATUS)fault->status;
-    if ((fault->flags & ZOSIM_FAULT_WORDS) != 0) OverwriteWords(fault, call);
+    /* In this order: the byte count may clear memory that the words then go to. */
     if ((fault->flags & ZOSIM_FAULT_RETURNED) != 0) OverrideReturned(fault->returned, call);
+    if ((fault->flags & ZOSIM_FAULT_WORDS) != 0) OverwriteWords(fault, call);
     return status;
 }
 
@@ -104,12 +105,13 @@ NTSTATUS SimDispatchDriver(IRP* irp) {
     ExReleaseFastMutex(&gSim.lock);
 
     const NTSTATUS status = faulted ? CarryOutFaulted(&fault, command, &call) : CarryOut(command, &call);
+    const BOOLEAN scripted = faulted && (fault.flags & ZOSIM_FAULT_STATUS) != 0;
     if (NT_ERROR(status)) call.returned = 0; /* the platform delivers nothing either */
 
     request->status = (uint32_t)status;
     request->returned = call.returned;
     ExAcquireFastMutex(&gSim.lock);
-    if (!faulted && NT_ERROR(status)) ++gSim.counters[ZOSIM_COUNTER_REFUSED];
+    if (!scripted && NT_ERROR(status)) ++gSim.counters[ZOSIM_COUNTER_REFUSED];
     SimRecordRequest(request);
     ExReleaseFastMutex(&gSim.lock);
     SimFree(request);

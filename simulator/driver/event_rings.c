@@ -67,6 +67,7 @@ void SimRingFree(SimRing* ring) {
 
 void SimRingResize(SimRing* ring, uint32_t slots) {
     if (slots == ring->slots) return;
+    SimRingCatchUp(ring); /* what was due before is emptied with the rest */
     ring->slots = slots;
     ForgetKept(ring);
 }

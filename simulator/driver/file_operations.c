@@ -74,24 +74,32 @@ static void CopyEntry(Copy* copy, const PendingFolder* folder, HANDLE sourceFold
     if (!done) ++copy->result.skipped;
 }
 
-static void CopyListing(Copy* copy, const PendingFolder* folder, HANDLE sourceFolder, HANDLE targetFolder) {
-    IO_STATUS_BLOCK io;
-    BOOLEAN restart = TRUE;
-    while (NT_SUCCESS(ZwQueryDirectoryFile(sourceFolder, NULL, NULL, NULL, &io, copy->listing, SIM_BLOCK_SIZE,
-                                           FileBothDirectoryInformation, FALSE, NULL, restart))) {
-        restart = FALSE;
-        uint8_t* at = copy->listing;
-        for (;;) {
-            FILE_BOTH_DIR_INFORMATION* const entry = (FILE_BOTH_DIR_INFORMATION*)at;
-            const ULONG step = entry->NextEntryOffset;
-            CopyEntry(copy, folder, sourceFolder, targetFolder, entry);
-            if (step == 0) break;
-            at += step;
-        }
+/* The entries that are in the listing's memory now. */
+static void CopyBlock(Copy* copy, const PendingFolder* folder, HANDLE sourceFolder, HANDLE targetFolder) {
+    uint8_t* at = copy->listing;
+    for (;;) {
+        FILE_BOTH_DIR_INFORMATION* const entry = (FILE_BOTH_DIR_INFORMATION*)at;
+        const ULONG step = entry->NextEntryOffset;
+        CopyEntry(copy, folder, sourceFolder, targetFolder, entry);
+        if (step == 0) return;
+        at += step;
     }
 }
 
-/* A folder that cannot be opened or made counts as skipped. */
+static void CopyListing(Copy* copy, const PendingFolder* folder, HANDLE sourceFolder, HANDLE targetFolder) {
+    IO_STATUS_BLOCK io;
+    NTSTATUS status;
+    BOOLEAN restart = TRUE;
+    while (NT_SUCCESS(status = ZwQueryDirectoryFile(sourceFolder, NULL, NULL, NULL, &io, copy->listing, SIM_BLOCK_SIZE,
+                                                    FileBothDirectoryInformation, FALSE, NULL, restart))) {
+        restart = FALSE;
+        CopyBlock(copy, folder, sourceFolder, targetFolder);
+    }
+    const BOOLEAN complete = status == STATUS_NO_MORE_FILES || (restart && status == STATUS_NO_SUCH_FILE);
+    if (!complete) ++copy->result.skipped;
+}
+
+/* A folder that cannot be opened, made or listed to its end counts as skipped. */
 static void CopyFolder(Copy* copy, PendingFolder* folder) {
     UNICODE_STRING name;
     name.Buffer = folder->relative;

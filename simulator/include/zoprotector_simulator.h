@@ -66,9 +66,9 @@
 #define ZOSIM_RESUME_OLDEST 0u
 #define ZOSIM_RESUME_NEWEST 1u
 
-typedef struct ZoSimSettings {                 /* 96 bytes */
-    uint32_t version[3];                       /* major, minor, patch that get-version answers; after a reset 1, 0, 0 */
-    uint32_t statsVersion;                     /* 3: get-stats answers 76 bytes; 2: 56 bytes. After a reset 3 */
+typedef struct ZoSimSettings { /* 96 bytes */
+    uint32_t version[3];       /* major, minor, patch that get-version answers; after a reset its file's */
+    uint32_t statsVersion;     /* 3: get-stats answers 76 bytes; 2: 56 bytes. After a reset 3 */
     uint32_t tableCapacity[ZOSIM_TABLE_COUNT]; /* at most ZOSIM_MAX_CAPACITY, not below what a table holds now */
     uint32_t ringSlots[ZOSIM_RING_COUNT];      /* from 1; changing one empties that ring and keeps its sequence */
     uint32_t resumeAfterOverrun;               /* ZOSIM_RESUME_... */
@@ -154,14 +154,15 @@ typedef struct ZoSimTableReply { /* 16 bytes, followed by as many entries as fit
 /* What the fault changes; the flags may be combined. */
 #define ZOSIM_FAULT_STATUS 0x01u   /* status is answered, and the command is not carried out ... */
 #define ZOSIM_FAULT_PERFORM 0x02u  /* ... unless this is set too: then it is carried out first */
-#define ZOSIM_FAULT_RETURNED 0x04u /* the byte count answered is returned, short or over-long */
+#define ZOSIM_FAULT_RETURNED 0x04u /* the byte count answered is returned: short, or (under Wine) over-long */
 #define ZOSIM_FAULT_WORDS 0x08u    /* after the command, 32-bit words of the reply are overwritten: those of wordMask */
 #define ZOSIM_FAULT_DELAY 0x10u    /* the driver sleeps delayMs first; under Wine all other requests wait too */
 
 /* The faults that fit a command (code, and skip used up) are tried in the order in which they were added, and the first
  * alone is applied. An error status (0xC...) delivers no output and 0 bytes, as the platform has it; a warning such as
  * 0x80000005 (Win32 error 234) with ZOSIM_FAULT_PERFORM fails and delivers the output. A byte count above the output's
- * length reaches the caller as it is; the bytes delivered never exceed the buffer. */
+ * length reaches the caller as it is, and the bytes delivered do not exceed the buffer: UNDER WINE ONLY. Windows copies
+ * as many bytes as the count says, so there an over-long count damages the caller's memory or the system's. */
 typedef struct ZoSimFault { /* 48 bytes */
     uint32_t code;          /* ZOP_IOCTL_... or ZOSIM_ANY_CODE */
     uint32_t skip;          /* so many fitting commands pass untouched first */
@@ -216,8 +217,9 @@ typedef struct ZoSimInjection { /* 16 bytes */
     uint32_t nextSequence;
 } ZoSimInjection;
 
-/* A producer that goes on by itself. Both numbers may be set; zeros end it. The rate's events are made when somebody
- * looks (a drain, or ZOSIM_IOCTL_GET_STATE), as many as the time that has gone by calls for. */
+/* A producer that goes on by itself. Both numbers may be set; zeros end it. The rate's events are made when
+ * somebody looks or changes what they go into (a drain, get-stats, and ZOSIM_IOCTL_GET_STATE, _INJECT_EVENTS,
+ * _SET_PRODUCER, _SET_COUNTERS and a _SET_SETTINGS with other slots), as many as the time that has gone by calls for. */
 typedef struct ZoSimProducer { /* 16 bytes */
     uint32_t ring;
     uint32_t perSecond;

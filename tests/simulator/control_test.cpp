@@ -130,9 +130,25 @@ TEST_F(SimulatorControl, RepliesMayBeShortOverLongOrWrong) {
     }
 }
 
-TEST_F(SimulatorControl, ADelayHoldsTheCommandUp) {
+// A reply that the command had no part in: the words are there, the rest of what the count promises is zero.
+TEST_F(SimulatorControl, WordsAndByteCountMakeAReplyByThemselves) {
     ZoSimFault fault{};
     fault.times = 1;
+    fault.flags = ZOSIM_FAULT_STATUS | ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS;
+    fault.status = kStatusOverflow;
+    fault.returned = 12;
+    fault.wordMask = 2;
+    fault.words[1] = 77;
+    Simulator().AddFault(fault);
+    ZopVersionReply version{9, 9, 9};
+    EXPECT_EQ(Version(version).error, 234u);
+    const ZopVersionReply expected{0, 77, 0};
+    EXPECT_EQ(memcmp(&version, &expected, sizeof(version)), 0);
+}
+
+TEST_F(SimulatorControl, ADelayHoldsTheCommandUp) {
+    ZoSimFault fault{};
+    fault.times = 2;
     fault.flags = ZOSIM_FAULT_DELAY;
     fault.delayMs = 120;
     Simulator().AddFault(fault);
@@ -141,6 +157,10 @@ TEST_F(SimulatorControl, ADelayHoldsTheCommandUp) {
     EXPECT_EQ(Version(version).error, 0u);
     EXPECT_GE(GetTickCount64() - begin, 100u);
     EXPECT_EQ(version.major, 1u);
+    EXPECT_EQ(Give(0x8000C400), 1u);
+    std::uint32_t block[19] = {};
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATS, nullptr, 0, block, 76).error, 0u);
+    EXPECT_EQ(block[1 + ZOSIM_COUNTER_REFUSED], 1u) << "refused by the driver itself, though late";
 }
 
 TEST_F(SimulatorControl, RemembersTheLastRequestsWithAllThatWasSent) {

@@ -105,7 +105,11 @@ TEST_F(SimulatorFiles, CopyRefusesWhatItCannotBegin) {
     EXPECT_EQ(Copy(folder_ / "missing", folder_ / "to", true, true, result).error, kNotFound);
     EXPECT_FALSE(fs::exists(folder_ / "to"));
     EXPECT_EQ(Copy(folder_ / "from", folder_ / "no" / "parent", true, true, result).error, 3u);
-    EXPECT_EQ(Copy(folder_ / "from", folder_ / "FROM" / "inside", true, true, result).error, 87u);
+    for (const wchar_t* onto : {L"FROM\\inside", L"from", L"from\\", L"from\\\\"}) {
+        EXPECT_EQ(Copy(folder_ / "from", folder_ / onto, true, true, result).error, 87u) << fs::path(onto);
+        EXPECT_EQ(Copy(folder_ / "from\\", folder_ / onto, true, true, result).error, 87u) << fs::path(onto);
+    }
+    EXPECT_EQ(ReadFileBytes(folder_ / "from" / "a"), "a") << "copied onto itself";
     EXPECT_EQ(Copy(folder_ / "from", folder_ / "from2", true, true, result).error, 0u) << "only begins like it";
     const ZoProtectorCopyDirectoryRequest empty{};
     EXPECT_EQ(Send(ZOP_IOCTL_COPY_DIRECTORY, &empty, sizeof(empty), &result, sizeof(result)).error, 87u);

@@ -142,6 +142,19 @@ TEST_F(SimulatorRings, AProducerKeepsItsRate) {
     const std::uint64_t ended = Simulator().State().rings[ZOSIM_RING_REGISTRY].produced;
     Sleep(50);
     EXPECT_EQ(Simulator().State().rings[ZOSIM_RING_REGISTRY].produced, ended);
+
+    // What was due before a change is none of the time after it.
+    Simulator().SetProducer(ZOSIM_RING_EVENTS, 0, 1000);
+    Sleep(200);
+    Simulator().SetCounters({});
+    std::uint32_t block[19] = {};
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATS, nullptr, 0, block, 76).error, 0u);
+    EXPECT_LT(block[1 + ZOSIM_COUNTER_EVENTS], 150u);
+    ZoSimSettings settings = Simulator().Settings();
+    settings.ringSlots[ZOSIM_RING_EVENTS] = 150;
+    Sleep(200);
+    Simulator().SetSettings(settings);
+    EXPECT_LT(Simulator().State().rings[ZOSIM_RING_EVENTS].kept, 150u) << "emptied";
 }
 
 TEST_F(SimulatorRings, EventsHaveTheDocumentedLayout) {
