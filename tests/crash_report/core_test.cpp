@@ -39,33 +39,23 @@ TEST(ServerReply, TakesStatusFromTheTextBeforeTheFirstBlankButThreeCharactersAtM
     const Case cases[] = {
         {"", 0, ""},
         {"20", 0, ""},
-        {"2 ", 0, ""},
         {"200", 200, ""},
-        {"200\r\n", 200, ""},
         {"200 ", 200, ""},
         {"200 Send it\r\n", 200, "Send it"},
-        {"300 known\n", 300, "known"},
-        {"300 a b\r\n\r\n\n", 300, "a b"},
-        {"300 a\r\nb\r\n", 300, "a\r\nb"},
+        {"300 a\r\nb\r\n\r\n\n", 300, "a\r\nb"},
         {"300  two blanks", 300, " two blanks"},
         {"2001 x", 200, "x"},
         {"2000", 200, ""},
         {"20 x", 20, "x"},
         {"2 00", 2, "00"},
         {" 200", 0, "200"},
-        {"abc", 0, ""},
         {"2x0", 2, ""},
         {"x200 y", 0, "y"},
         {"-20 x", -20, "x"},
         {"+20 x", 20, "x"},
         {"\n20 x", 20, "x"},
-        {"\r\n2", 2, ""},
         {"\t\v\f", 0, ""},
         {"--2", 0, ""},
-        {"\xEF\xBB\xBF"
-         "200",
-         0, ""},
-        {"<html>404 not found</html>", 0, "not found</html>"},
         {std::string("20\0 x", 5), 20, "x"},
     };
     for (const Case& c : cases) {
@@ -85,20 +75,15 @@ TEST(ServerUrl, TakesHttpsHostsWithPortAndPathAndRefusesAllElse) {
     const Case cases[] = {
         {"https://crash.example/crash", "crash.example", 443, "/crash"},
         {"https://crash.example", "crash.example", 443, "/"},
-        {"https://crash.example/", "crash.example", 443, "/"},
         {"https://crash.example:8443/a/b", "crash.example", 8443, "/a/b"},
         {"https://crash.example:8443", "crash.example", 8443, "/"},
         {"https://h/a:b?c=d:1/e", "h", 443, "/a:b?c=d:1/e"},
-        {"https://h:65535/x", "h", 65535, "/x"},
-        {"https://h:1x/y", "h", 1, "/y"},
+        {"https://h:65535//y", "h", 65535, "//y"},
         {"https://h:1:2/y", "h", 1, "/y"},
-        {"https://h//y", "h", 443, "//y"},
         {"", nullptr, 0, ""},
         {"http://h/crash", nullptr, 0, ""},
-        {"HTTPS://h/crash", nullptr, 0, ""},
         {"Https://h/crash", nullptr, 0, ""},
         {" https://h/crash", nullptr, 0, ""},
-        {"https:/h/crash", nullptr, 0, ""},
         {"https://", nullptr, 0, ""},
         {"https:///crash", nullptr, 0, ""},
         {"https://:8443/crash", nullptr, 0, ""},
@@ -106,7 +91,6 @@ TEST(ServerUrl, TakesHttpsHostsWithPortAndPathAndRefusesAllElse) {
         {"https://h:0/crash", nullptr, 0, ""},
         {"https://h:65536/crash", nullptr, 0, ""},
         {"https://h:-1/crash", nullptr, 0, ""},
-        {"https://h:port/crash", nullptr, 0, ""},
     };
     for (const Case& c : cases) {
         ServerUrl url{"untouched", 7, "untouched"};
@@ -206,48 +190,40 @@ TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
 class CountingCipher : public BlockCipher {
   public:
     std::int32_t Encrypt(std::span<std::uint8_t> blocks) override {
-        ++calls;
         for (std::uint8_t& byte : blocks)
             byte = static_cast<std::uint8_t>(byte * 5 + 3);
-        return calls == failAt ? kRefused : 0;
+        return --callsBeforeFailure == 0 ? kRefused : 0;
     }
-    int calls = 0;
-    int failAt = 0;
+    int callsBeforeFailure = -1;
 };
 
 TEST(ScramblerFrame, IsTheNonceThenDataAndPaddingUnderTheStreamOfItsCounters) {
     const ScramblerRandomness random{{1, 2, 3, 4, 5, 6, 7, 8}, {11, 12, 13, 14, 15, 16, 17, 18, 19}};
-    for (const std::size_t length : {1u, 2u, 5u, 6u, 7u, 8u, 13u, 14u, 15u, 16u, 100u, 32758u, 32768u, 70000u}) {
+    for (const std::size_t length : {1u, 5u, 6u, 13u, 14u, 32758u, 32768u, 70000u}) {
         SCOPED_TRACE(length);
-        std::vector<std::uint8_t> in(length);
+        std::vector<std::uint8_t> expected(length);
         for (std::size_t i = 0; i < length; ++i)
-            in[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
-        std::vector<std::uint8_t> out(ScrambledLength(length));
-        ASSERT_EQ(out.size() % 8, 0u);
-        ASSERT_GE(out.size(), length + 10);
-        ASSERT_LT(out.size(), length + 18);
+            expected[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
         CountingCipher cipher;
-        ASSERT_EQ(ScrambleBytes(in, random, cipher, out), 0);
+        std::vector<std::uint8_t> out((length + 17) / 8 * 8);
+        ASSERT_EQ(ScrambledLength(length), out.size());
+        ASSERT_EQ(ScrambleBytes(expected, random, cipher, out), 0);
 
-        ASSERT_TRUE(std::equal(out.begin(), out.begin() + 8, random.nonce));
-        std::vector<std::uint8_t> plain(out.begin() + 8, out.end());
-        for (std::size_t i = 0; i < plain.size(); ++i) {
-            const std::uint64_t number = i / 16;
+        const std::size_t padding = out.size() - 8 - length;
+        expected.insert(expected.end(), random.padding, random.padding + padding - 1);
+        expected.push_back(static_cast<std::uint8_t>(padding));
+        for (std::size_t i = 0; i < expected.size(); ++i) {
             const std::size_t at = i % 16;
-            const auto counter =
-                static_cast<std::uint8_t>(at < 8 ? random.nonce[at] : number >> (8 * (15 - at)) & 0xFF);
-            plain[i] ^= static_cast<std::uint8_t>(counter * 5 + 3);
+            const std::size_t counter = at < 8 ? random.nonce[at] : i / 16 >> (8 * (15 - at)) & 0xFF;
+            expected[i] ^= static_cast<std::uint8_t>(counter * 5 + 3);
         }
-        ASSERT_TRUE(std::equal(in.begin(), in.end(), plain.begin()));
-        const std::size_t padding = plain.size() - length;
-        ASSERT_EQ(plain.back(), padding);
-        ASSERT_TRUE(std::equal(plain.begin() + static_cast<std::ptrdiff_t>(length), plain.end() - 1, random.padding));
+        expected.insert(expected.begin(), random.nonce, random.nonce + 8);
+        ASSERT_EQ(out, expected);
     }
     CountingCipher failing;
-    failing.failAt = 2;
+    failing.callsBeforeFailure = 2;
     std::vector<std::uint8_t> out(ScrambledLength(70000));
     EXPECT_EQ(ScrambleBytes(std::vector<std::uint8_t>(70000), random, failing, out), kRefused);
-    EXPECT_EQ(failing.calls, 2);
 }
 
 }  // namespace

@@ -113,10 +113,9 @@ std::filesystem::path ServerTest::ServerFile(const std::string& name) {
     return std::filesystem::path("Z:" + std::string(value)) / name;
 }
 
-void ServerTest::Trust(const wchar_t* verb, const char* certificate) {
-    const auto result = zotest::RunChild((zotest::ProgramFolder() / "trust_certificate.exe").wstring(),
-                                         {verb, ServerFile(certificate).wstring()});
-    ASSERT_EQ(result.exitCode, 0u) << result.err;
+std::uint32_t ServerTest::Trust(const wchar_t* verb, const char* certificate) {
+    const std::filesystem::path program = zotest::ProgramFolder() / "trust_certificate.exe";
+    return zotest::RunChild(program.wstring(), {verb, ServerFile(certificate).wstring()}).exitCode;
 }
 
 std::size_t ServerTest::Posts() {

@@ -104,13 +104,13 @@ struct Request {
 // Run by simulator/crash_server/serve, whose environment tells where that is and whose folder shows what reached it.
 class ServerTest : public ReporterTest {
   protected:
-    static void SetUpTestSuite() { Trust(L"add", "certificate.der"); }
-    static void TearDownTestSuite() { Trust(L"remove", "certificate.der"); }
+    static void SetUpTestSuite() { EXPECT_EQ(Trust(L"add", "certificate.der"), 0u); }
+    static void TearDownTestSuite() { EXPECT_EQ(Trust(L"remove", "certificate.der"), 0u); }
     using ReporterTest::ReporterTest;
 
     static std::string Url();
     static std::filesystem::path ServerFile(const std::string& name);
-    static void Trust(const wchar_t* verb, const char* certificate);
+    static std::uint32_t Trust(const wchar_t* verb, const char* certificate);
     static void Conditions(const std::string& lines) { zotest::WriteFileBytes(ServerFile("conditions.txt"), lines); }
 
     // How many posts there were, and those since there were `before`.

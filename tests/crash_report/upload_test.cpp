@@ -47,10 +47,23 @@ class Certificates : public Uploads {
 // once keeps what it knows of the trusted certificates.
 TEST_F(Certificates, DISABLED_ThatAreNotTheServersAreRefused) {
     const bool wrongHost = std::filesystem::exists(ServerFile("wrong-host.der"));
-    if (wrongHost) Trust(L"add", "wrong-host.der");
+    if (wrongHost) {
+        EXPECT_EQ(Trust(L"add", "wrong-host.der"), 0u);
+    }
     EXPECT_EQ(Upload(AddDump("a.dmp", kOurs, kBase)), kQueryFailed);
     EXPECT_EQ(Posts(), 0u);
-    if (wrongHost) Trust(L"remove", "wrong-host.der");
+    if (wrongHost) {
+        EXPECT_EQ(Trust(L"remove", "wrong-host.der"), 0u);
+    }
+}
+
+// The program that makes the certificate good for these tests, which find it added.
+TEST_F(Uploads, NeedACertificateThatIsAddedAndRemovedByStatus) {
+    const std::pair<const wchar_t*, std::uint32_t> steps[] = {{L"check", 0}, {L"remove", 0}, {L"check", 7},
+                                                              {L"trust", 2}, {L"add", 0},    {L"check", 0}};
+    for (const auto& [verb, status] : steps)
+        EXPECT_EQ(Trust(verb, "certificate.der"), status) << zo::Utf8FromWide(verb);
+    EXPECT_EQ(Trust(L"add", "conditions.txt"), 1u);
 }
 
 TEST_F(Uploads, AskFirstSendTheDumpOnceAndNeverAKnownCrashAgain) {

@@ -19,15 +19,6 @@ BROWSER = shutil.which("chromium") or shutil.which("chromium-browser") or shutil
 ATTACK = "<script>document.title='owned'</script><img src=x onerror=\"document.title='owned'\">"
 
 
-def dump(*arguments):
-    return make_dump.make_dump(make_dump.parse_arguments(["-", *arguments]))
-
-
-def loading_text(bug_check, culprit):
-    return (f"Kernel build 19045 (4 processors) x64\nSystem up time: 0 days 2:00:00\n"
-            f"Loading kernel modules\n...\n\nBugCheck {bug_check}\n\nProbably caused by : {culprit}\n").encode()
-
-
 @unittest.skipUnless(BROWSER, "NOT TESTED: there is no chromium; scripts/setup installs it")
 class Page(unittest.TestCase):
     @classmethod
@@ -36,20 +27,20 @@ class Page(unittest.TestCase):
         cls.addClassCleanup(cls.profile.cleanup)
         cls.server = Server()
         cls.addClassCleanup(cls.server.stop)
-        cls.report("3f9d2c7be01855aa41d0cc97e6b2f348", 4,
-                   loading_text("D1, {10, 2, 0, fffff80604001a2b}", "ZoProtector"),
+        text = ("Kernel build 19045 (4 processors) x64\nSystem up time: 0 days 2:00:00\nLoading kernel modules\n...\n\n"
+                "BugCheck {}\n\nProbably caused by : ZoProtector\n")
+        cls.report("3f9d2c7be01855aa41d0cc97e6b2f348", 4, text.format("D1, {10, 2, 0, fffff80604001a2b}"),
                    "--bugcheck", "0xD1", "--parameters", "0x10", "2", "0", "0xfffff80604001a2b")
-        cls.report("b7714e09d2a6f3c85e1b90ad6c43f217", 2,
-                   loading_text("1E, {ffffffffc0000005, 0, 0, 28}", "ZoProtector"), "--bugcheck", "0x1E")
+        cls.report("b7714e09d2a6f3c85e1b90ad6c43f217", 2, text.format("1E, {ffffffffc0000005, 0, 0, 28}"))
         cls.server.post(framed(document(query_fields(CrashSignature="58c0e6aa94d1f7233b0d5e81cf9762b4"))))
-        cls.attack = cls.report("e05ad81f6b3c94d2870b1fe36cd4a95b", 1, ATTACK.encode(), "--bugcheck", "0x50",
-                                AppName=ATTACK, ModuleName=ATTACK)
+        cls.attack = cls.report("e05ad81f6b3c94d2870b1fe36cd4a95b", 1, ATTACK, "--bugcheck", "0x50", AppName=ATTACK)
 
     @classmethod
     def report(cls, signature, seen, stack, *arguments, **changes):
         for _ in range(seen):
             cls.server.post(framed(document(query_fields(CrashSignature=signature))))
-        fields = report_fields(dump(*arguments, "--size", "131072"), stack, CrashSignature=signature, **changes)
+        dump = make_dump.make_dump(make_dump.parse_arguments(["-", *arguments, "--size", "131072"]))
+        fields = report_fields(dump, stack.encode(), CrashSignature=signature, **changes)
         return cls.server.post(framed(document(fields)))[1].split()[-1]
 
     def browse(self, path, *options):
@@ -63,8 +54,7 @@ class Page(unittest.TestCase):
     def test_shows_an_attack_as_text(self):
         page = self.browse(f"/report/{self.attack}", "--dump-dom")
         self.assertIn(f"<title>Report {self.attack}</title>", page)
-        self.assertNotIn("<script", page)
-        self.assertNotIn("<img", page)
+        self.assertFalse("<script" in page or "<img" in page)
         self.assertIn(f"<pre>{html.escape(ATTACK, quote=False)}</pre>", page)
 
     def test_draws_the_list(self):

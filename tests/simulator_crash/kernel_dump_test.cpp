@@ -29,39 +29,29 @@ std::string LoadingOf(const KernelDump& dump) {
 TEST(KernelDump, HoldsWhatTheGeneratorWasAskedFor) {
     const auto dump = ParseKernelDump(ReadDump("storage.dmp"));
     ASSERT_TRUE(dump);
-    EXPECT_EQ(dump->bugCheckCode, 0xD1u);
-    EXPECT_EQ(dump->bugCheckParameters, (std::array<std::uint64_t, 4>{1, 2, 3, 0xfffff80604001200}));
     EXPECT_EQ(dump->exceptionCode, 0xC0000005u);
     EXPECT_EQ(dump->exceptionAddress, 0xfffff80604001200u);
-    ASSERT_EQ(dump->modules.size(), 3u);
-    EXPECT_EQ(dump->modules[0].name, "nt");
-    EXPECT_EQ(dump->modules[2].name, "storage");
     EXPECT_EQ(StackText(*dump, WalkStack(*dump, 50), {}), "nt+0x10\nstorage+0x1200\nnt+0x20\n");
     EXPECT_EQ(StackText(*dump, WalkStack(*dump, 1), {.names = true, .addresses = true, .numbers = true}),
               " # Child-SP          RetAddr           Call Site\n"
               "00 ffffbe8f`1a2b3000 fffff806`04001200 nt+0x10\n");
-
     const std::string loading = LoadingOf(*dump);
-    EXPECT_NE(loading.find("BugCheck D1, {1, 2, 3, fffff80604001200}\n"), std::string::npos) << loading;
-    EXPECT_NE(loading.find("Probably caused by : storage\n"), std::string::npos) << loading;
-    EXPECT_NE(loading.find("Time of the crash: 2024-01-17 21:20:00 UTC\n"), std::string::npos) << loading;
-    EXPECT_NE(loading.find("up time: 0 days 2:00:00\n"), std::string::npos) << loading;
-}
+    for (const char* line : {"BugCheck D1, {1, 2, 3, fffff80604001200}\n", "Probably caused by : storage\n",
+                             "Time of the crash: 2024-01-17 21:20:00 UTC\n", "up time: 0 days 2:00:00\n"}) {
+        EXPECT_NE(loading.find(line), std::string::npos) << line << loading;
+    }
 
-TEST(KernelDump, OtherKindsGiveTheHeaderAlone) {
-    const auto dump = ParseKernelDump(ReadDump("header_only.dmp"));
-    ASSERT_TRUE(dump);
-    EXPECT_EQ(dump->bugCheckCode, 0x1Eu);
-    EXPECT_TRUE(dump->modules.empty());
-    EXPECT_EQ(StackText(*dump, WalkStack(*dump, 50), {}), "0xfffff806`003f5e40\n");
+    const auto other = ParseKernelDump(ReadDump("header_only.dmp"));
+    ASSERT_TRUE(other);
+    EXPECT_EQ(other->bugCheckCode, 0x1Eu);
+    EXPECT_TRUE(other->modules.empty());
+    EXPECT_EQ(StackText(*other, WalkStack(*other, 50), {}), "0xfffff806`003f5e40\n");
 }
 
 TEST(KernelDump, RefusesWhatIsNoneOfThisMachine) {
     const std::string good = ReadDump("plain.dmp");
     ASSERT_TRUE(ParseKernelDump(good));
-    std::uint32_t endMark = 0;
-    std::memcpy(&endMark, good.data() + kHeaderSize + 8, sizeof(endMark));
-    for (const std::size_t broken : {std::size_t{0}, std::size_t{5}, std::size_t{0x30}, std::size_t{endMark}}) {
+    for (const std::size_t broken : {std::size_t{0}, std::size_t{5}, std::size_t{0x30}}) {
         std::string bytes = good;
         bytes[broken] = '!';
         EXPECT_FALSE(ParseKernelDump(bytes)) << "byte " << broken;
@@ -69,31 +59,25 @@ TEST(KernelDump, RefusesWhatIsNoneOfThisMachine) {
 }
 
 // Everything that the engine does with a dump, so that the sanitizers see it.
-void UseWholly(std::string_view bytes) {
+bool UseWholly(std::string_view bytes) {
     const auto dump = ParseKernelDump(bytes);
-    if (!dump) return;
+    if (!dump) return false;
     const std::vector<Frame> frames = WalkStack(*dump, 50);
-    EXPECT_GE(frames.size(), 1u);
-    EXPECT_LE(frames.size(), 50u);
+    EXPECT_TRUE(!frames.empty() && frames.size() <= 50);
     EXPECT_FALSE(StackText(*dump, frames, {true, true, true}).empty());
     EXPECT_FALSE(LoadingOf(*dump).empty());
+    return true;
 }
 
-TEST(KernelDump, CutAnywhereIsRefusedOrHarmless) {
+TEST(KernelDump, CutAnywhereOrWithHostileNumbersIsRefusedOrHarmless) {
     const std::string good = ReadDump("plain.dmp");
     for (std::size_t size = 0; size < good.size(); size += size < kHeaderSize ? 61 : 1) {
-        const std::string cut = good.substr(0, size);  // a block of its own, so that reading past its end is seen
-        UseWholly(cut);
-        // The end mark stands last: no cut dump is whole.
-        EXPECT_FALSE(ParseKernelDump(cut)) << size;
+        // A block of its own, so that reading past its end is seen. The end mark stands last: no cut dump is whole.
+        EXPECT_FALSE(UseWholly(std::string(good, 0, size))) << size;
     }
-}
-
-TEST(KernelDump, HostileNumbersAnywhereAreHarmless) {
-    const std::string good = ReadDump("plain.dmp");
-    const auto size = static_cast<std::uint32_t>(good.size());
+    const auto length = static_cast<std::uint32_t>(good.size());
     for (std::size_t at = kHeaderSize; at + 4 <= good.size(); at += 4)
-        for (const std::uint32_t value : {0u, 1u, 33u, size - 1, size, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        for (const std::uint32_t value : {0u, 1u, 33u, length - 1, length, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
             std::string bytes = good;
             std::memcpy(bytes.data() + at, &value, sizeof(value));
             UseWholly(bytes);
@@ -104,20 +88,17 @@ TEST(EngineScript, ReadsItsLinesAndQuotesTheWrongOne) {
     std::vector<ScriptLine> lines;
     std::string error;
     ASSERT_TRUE(
-        ParseScript("# first\nOpenDumpFile fail 0x80070005\r\n[a.dmp]\n WaitForEvent hang 20\n"
-                    "WaitForEvent say one\\ntwo\\x41\\\\\n[*]\nEndSession delete",
+        ParseScript("# first\n[a.dmp]\r\n WaitForEvent hang 20\nWaitForEvent say one\\ntwo\\x41\\\\\n[*]\n"
+                    "EndSession delete",
                     lines, error))
         << error;
-    EXPECT_EQ(LinesFor(lines, "OpenDumpFile", "b.dmp").at(0).number, 0x80070005u);
     EXPECT_TRUE(LinesFor(lines, "WaitForEvent", "b.dmp").empty());
     const auto found = LinesFor(lines, "WaitForEvent", "a.dmp");
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0].number, 20u);
     EXPECT_EQ(found[1].text, "one\ntwoA\\");
     EXPECT_EQ(LinesFor(lines, "EndSession", "b.dmp").size(), 1u);
-
-    for (const char* wrong : {"OpenDumpFile", "Opendumpfile hang 1", "WaitForEvent hang x", "WaitForEvent hang",
-                              "EndSession delete it", "WaitForEvent sleep 1"}) {
+    for (const char* wrong : {"OpenDumpFile", "Opendumpfile hang 1", "WaitForEvent hang x", "EndSession delete it"}) {
         EXPECT_FALSE(ParseScript(wrong, lines, error)) << wrong;
         EXPECT_EQ(error, wrong);
     }

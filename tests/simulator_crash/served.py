@@ -66,22 +66,22 @@ class Server:
         self.stop()
 
     def stop(self):
+        """Its exit status; also when it has stopped already."""
         self.process.send_signal(signal.SIGTERM)
         try:
-            self.status = self.process.wait(timeout=20)
+            return self.process.wait(timeout=20)
         finally:
             self.process.kill()
             self.process.stdout.close()
             if self.temporary:
                 shutil.rmtree(self.folder, ignore_errors=True)
-        return self.status
 
-    def connect(self, host="localhost", certificate="certificate.pem", timeout=30):
-        trusted = ssl.create_default_context(cafile=self.folder / certificate)
-        return http.client.HTTPSConnection(host, self.port, context=trusted, timeout=timeout)
+    def connect(self, host="localhost"):
+        trusted = ssl.create_default_context(cafile=self.folder / "certificate.pem")
+        return http.client.HTTPSConnection(host, self.port, context=trusted, timeout=30)
 
-    def request(self, method, path, body=None, **connection):
-        client = self.connect(**connection)
+    def request(self, method, path, body=None):
+        client = self.connect()
         try:
             client.request(method, path, body)
             response = client.getresponse()
