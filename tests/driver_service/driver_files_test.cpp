@@ -4,6 +4,7 @@
 #include "debug_output.h"
 #include "driver_set_up.h"
 #include "log_reader.h"
+#include "text.h"
 
 namespace {
 
@@ -16,39 +17,35 @@ std::wstring NtPath(const std::wstring& path) {
     return device + path.substr(2);
 }
 
-std::string Utf8(const std::wstring& text) {
-    const auto utf8 = std::filesystem::path(text).u8string();
-    return {utf8.begin(), utf8.end()};
-}
-
 class CopyDirectoryTest : public zotest::DriverTest {
   protected:
     void SetUp() override {
         DriverTest::SetUp();
         WriteFileBytes(folder_ / L"from" / L"a.dmp", "a");
         WriteFileBytes(folder_ / L"from" / L"below" / L"b.dmp", "b");
+        ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
     }
     void TearDown() override { ZoProtector_Uninitialize(); }
+
+    int32_t Copy(const wchar_t* from, const wchar_t* to, int32_t option1 = 1, uint32_t option2 = 1) {
+        files_ = folders_ = skipped_ = 7;
+        return ZoProtector_CopyDirectory(from, to, option1, option2, &files_, &folders_, &skipped_);
+    }
 
     const zotest::TempFolder folder_;
     const std::wstring from_ = (folder_ / L"from").wstring();
     const std::wstring to_ = (folder_ / L"to \x00E9").wstring();
+    uint32_t files_ = 0;
+    uint32_t folders_ = 0;
+    uint32_t skipped_ = 0;
 };
 
-TEST_F(CopyDirectoryTest, CopiesAndCounts) {
-    ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-    uint32_t files = 7;
-    uint32_t folders = 7;
-    uint32_t skipped = 7;
-    const zotest::DebugOutput output;
-    EXPECT_EQ(ZoProtector_CopyDirectory(from_.c_str(), to_.c_str(), -5, 0x100, &files, &folders, &skipped), ZOP_OK);
+TEST_F(CopyDirectoryTest, SendsPathsAndOptions) {
+    EXPECT_EQ(Copy(from_.c_str(), to_.c_str(), -5, 0x100), ZOP_OK);
     EXPECT_EQ(zotest::ReadFileBytes(std::filesystem::path(to_) / L"a.dmp"), "a");
     EXPECT_EQ(zotest::ReadFileBytes(std::filesystem::path(to_) / L"below" / L"b.dmp"), "b");
-    EXPECT_EQ(files, 2u);
-    EXPECT_EQ(skipped, 0u);
-    EXPECT_TRUE(zotest::AnyLineEndsWith(output.Strings(), "[INFO ] CopyDirectory: '" + Utf8(from_) + "' -> '" +
-                                                              Utf8(to_) + "' files=2 dirs=" + std::to_string(folders) +
-                                                              " skipped=0\r\n"));
+    EXPECT_EQ(files_, 2u);
+    EXPECT_EQ(skipped_, 0u);
 
     const ZoSimRequest sent = Simulator().LastRequest();
     EXPECT_EQ(sent.code, 0x8000C100u);
@@ -60,43 +57,43 @@ TEST_F(CopyDirectoryTest, CopiesAndCounts) {
     EXPECT_EQ(record.option1, 1);
     EXPECT_EQ(record.option2, 1);
 
-    EXPECT_EQ(ZoProtector_CopyDirectory(from_.c_str(), to_.c_str(), 0, 0, nullptr, nullptr, &skipped), ZOP_OK);
+    EXPECT_EQ(ZoProtector_CopyDirectory(from_.c_str(), to_.c_str(), 0, 0, nullptr, nullptr, nullptr), ZOP_OK);
     const auto second = zotest::RecordOf<ZoProtectorCopyDirectoryRequest>(Simulator().LastRequest());
     EXPECT_EQ(second.option1 + second.option2, 0);
 }
 
 TEST_F(CopyDirectoryTest, DeliversCountersAsFarAsTheDriverToldThem) {
-    ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
     const struct {
-        const char* what;
         uint32_t flags;
         uint32_t ntStatus;
         uint32_t returned;
         int32_t expected;
-        uint32_t expectedFiles;
+        bool isTold;
     } rows[] = {
-        {"failing with counters", ZOSIM_FAULT_STATUS | ZOSIM_FAULT_PERFORM | ZOSIM_FAULT_WORDS, 0x80000005, 0,
-         ZOP_E_FAILED, 21},
-        {"failing", ZOSIM_FAULT_STATUS, 0xC0000022, 0, ZOP_E_ACCESS_DENIED, 0},
-        {"one byte short", ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS, 0, 15, ZOP_OK, 0},
-        {"claiming more than the buffer", ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS, 0, 17, ZOP_OK, 21},
+        {ZOSIM_FAULT_WORDS, 0, 0, ZOP_OK, true},
+        {ZOSIM_FAULT_STATUS | ZOSIM_FAULT_PERFORM | ZOSIM_FAULT_WORDS, 0x80000005, 0, ZOP_E_FAILED, true},
+        {ZOSIM_FAULT_STATUS, 0xC0000022, 0, ZOP_E_ACCESS_DENIED, false},
+        {ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS, 0, 15, ZOP_OK, false},
+        {ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS, 0, 17, ZOP_OK, true},  // more than the buffer holds
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        ZoSimFault fault{ZOP_IOCTL_COPY_DIRECTORY, 0, 1, row.flags, row.ntStatus, row.returned, 0, 7, {21, 22, 23, 0}};
-        Simulator().AddFault(fault);
-        uint32_t counters[3] = {7, 7, 7};
+        SCOPED_TRACE(&row - rows);
+        Simulator().AddFault(
+            {ZOP_IOCTL_COPY_DIRECTORY, 0, 1, row.flags, row.ntStatus, row.returned, 0, 7, {21, 22, 23, 0}});
         const zotest::DebugOutput output;
-        EXPECT_EQ(ZoProtector_CopyDirectory(from_.c_str(), to_.c_str(), 1, 1, &counters[0], &counters[1], &counters[2]),
-                  row.expected);
-        EXPECT_EQ(counters[0], row.expectedFiles);
-        EXPECT_TRUE(zotest::AnyLineEndsWith(output.Strings(), row.expectedFiles == 0
-                                                                  ? "' files=0 dirs=0 skipped=0\r\n"
-                                                                  : "' files=21 dirs=22 skipped=23\r\n"));
+        EXPECT_EQ(Copy(from_.c_str(), to_.c_str()), row.expected);
+        EXPECT_EQ(files_, row.isTold ? 21u : 0u);
+        EXPECT_EQ(folders_, row.isTold ? 22u : 0u);
+        EXPECT_EQ(skipped_, row.isTold ? 23u : 0u);
+        EXPECT_TRUE(zotest::AnyLineEndsWith(
+            output.Strings(),
+            "[INFO ] CopyDirectory: '" + zo::Utf8FromWide(from_) + "' -> '" + zo::Utf8FromWide(to_) +
+                (row.isTold ? "' files=21 dirs=22 skipped=23\r\n" : "' files=0 dirs=0 skipped=0\r\n")));
     }
 }
 
 TEST_F(CopyDirectoryTest, ChecksBeforeItSends) {
+    ZoProtector_Uninitialize();
     const std::wstring tooLong(260, L'x');
     const struct {
         bool initialised;
@@ -109,14 +106,10 @@ TEST_F(CopyDirectoryTest, ChecksBeforeItSends) {
         {true, L"C:\\a", tooLong.c_str(), ZOP_E_INVALID_ARG}, {true, L"Q:\\a", L"C:\\b", ZOP_E_FAILED},
     };
     for (const auto& row : rows) {
-        if (row.initialised) {
-            ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-        }
+        ASSERT_EQ(row.initialised ? ZoProtector_Initialize() : ZOP_OK, ZOP_OK);
         const uint64_t before = Simulator().RequestCount();
-        uint32_t counters[3] = {7, 7, 7};
-        EXPECT_EQ(ZoProtector_CopyDirectory(row.from, row.to, 1, 1, &counters[0], &counters[1], &counters[2]),
-                  row.expected);
-        EXPECT_EQ(counters[0] + counters[1] + counters[2], 0u);
+        EXPECT_EQ(Copy(row.from, row.to), row.expected);
+        EXPECT_EQ(files_ + folders_ + skipped_, 0u);
         EXPECT_EQ(Simulator().RequestCount(), before);
     }
 }
@@ -139,7 +132,6 @@ TEST_F(SelfProtectTest, ProtectsFileAndKeyOnce) {
         zotest::SetImagePath(prefix + zotest::InstalledDriverPath());
         EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
     }
-
     const auto files = simulator.Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
     ASSERT_EQ(files.size(), 1u);
     EXPECT_EQ(FieldText(files[0].path), NtPath(zotest::InstalledDriverPath()));
@@ -148,20 +140,14 @@ TEST_F(SelfProtectTest, ProtectsFileAndKeyOnce) {
     EXPECT_EQ(FieldText(keys[0].key), L"\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZoProtector");
     EXPECT_EQ(keys[0].recursive, 1);
     EXPECT_EQ(simulator.State().fileProtectEnabled, 1u);
-}
 
-TEST_F(SelfProtectTest, ReturnsTheFirstFailureAndSendsNothingAfterIt) {
-    ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-    const zotest::SimulatorClient simulator;
-    const struct {
-        uint32_t code;
-        uint64_t sent;
-    } rows[] = {{ZOP_IOCTL_ADD_FILE_RULE, 1}, {ZOP_IOCTL_ENABLE_FILE_PROTECT, 2}, {ZOP_IOCTL_ADD_REGISTRY_RULE, 3}};
-    for (const auto& row : rows) {
+    // The first failure is returned, and nothing is sent after it.
+    uint64_t sent = 0;
+    for (const uint32_t code : {ZOP_IOCTL_ADD_FILE_RULE, ZOP_IOCTL_ENABLE_FILE_PROTECT, ZOP_IOCTL_ADD_REGISTRY_RULE}) {
         simulator.Reset();
-        simulator.FailNext(row.code, 0xC0000044);
+        simulator.FailNext(code, 0xC0000044);
         EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_E_QUOTA_EXCEEDED);
-        EXPECT_EQ(simulator.RequestCount(), row.sent);
+        EXPECT_EQ(simulator.RequestCount(), ++sent);
     }
     // A path of which nothing is left says nothing; the file beside the executable is meant then.
     simulator.Reset();

@@ -1,6 +1,7 @@
 #pragma once
 
-// Driver files of any version and service entries of any kind, for the tests of installing, controlling and upgrading.
+// Driver files of any version and a system without the driver's service, for the tests of installing, controlling and
+// upgrading.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -9,7 +10,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "installed_driver.h"
 #include "loaded_library.h"
@@ -45,9 +45,9 @@ inline ZoProtectorDriverStatus DriverStatus() {
     return status;
 }
 
-inline zo::OwnedService OpenService(DWORD access = SERVICE_ALL_ACCESS) {
+inline zo::OwnedService OpenService() {
     const zo::OwnedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    return zo::OwnedService(OpenServiceW(manager.Get(), kServiceName, access));
+    return zo::OwnedService(OpenServiceW(manager.Get(), kServiceName, SERVICE_ALL_ACCESS));
 }
 
 inline void SetImagePath(const std::wstring& path) {
@@ -55,23 +55,12 @@ inline void SetImagePath(const std::wstring& path) {
                                      path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
 }
 
-// An environment variable of this process, until the end of its life.
-class ScopedVariable {
-  public:
-    ScopedVariable(const wchar_t* name, const wchar_t* value) : name_(name) {
-        wchar_t old[MAX_PATH] = {};
-        GetEnvironmentVariableW(name, old, MAX_PATH);
-        old_ = old;
-        SetEnvironmentVariableW(name, value);
-    }
-    ~ScopedVariable() { SetEnvironmentVariableW(name_, old_.c_str()); }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-  private:
-    const wchar_t* name_;
-    std::wstring old_;
-};
+// A file held open against whatever the share mode forbids.
+inline zo::OwnedFile Hold(const std::wstring& file, DWORD share) {
+    zo::OwnedFile handle(CreateFileW(file.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_TRUE(handle) << GetLastError();
+    return handle;
+}
 
 // Nothing of a driver before a test and after it.
 class BareSystemTest : public testing::Test {

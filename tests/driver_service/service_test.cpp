@@ -1,14 +1,10 @@
-#include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "driver_set_up.h"
 #include "handle_count.h"
 #include "import_hook.h"
-#include "pending_service.h"
 
 namespace {
 
@@ -17,56 +13,51 @@ using zotest::InstalledDriverPath;
 using zotest::ReadFileBytes;
 using zotest::WriteFileBytes;
 
-constexpr wchar_t kServiceKey[] = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
-constexpr wchar_t kInstanceKey[] = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector\\Instances\\ZoProtector Instance";
+constexpr int32_t kTimedOut = static_cast<int32_t>(0x8007041D);
+const std::wstring kServiceKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
+const std::wstring kInstanceKey = kServiceKey + L"\\Instances\\ZoProtector Instance";
 
-struct RegistryValue {
-    DWORD type = REG_NONE;
-    std::string bytes;
-    bool operator==(const RegistryValue&) const = default;
-};
-
-RegistryValue ReadValue(const std::wstring& key, const wchar_t* name) {
+// A registry value as one character for its type and then its bytes; empty when there is none.
+std::string ReadValue(const std::wstring& key, const wchar_t* name) {
     char bytes[512];
+    DWORD type = REG_NONE;
     DWORD size = sizeof(bytes);
-    RegistryValue value;
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, &value.type, bytes, &size) == ERROR_SUCCESS) {
-        value.bytes.assign(bytes, size);
-    }
-    return value;
+    const LSTATUS error = RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, &type, bytes, &size);
+    return error == ERROR_SUCCESS ? static_cast<char>(type) + std::string(bytes, size) : std::string();
 }
 
-RegistryValue Text(std::wstring_view text) {
-    std::string bytes(reinterpret_cast<const char*>(text.data()), text.size() * 2);
-    return {REG_SZ, bytes + std::string(2, '\0')};
+std::string Text(const std::wstring& text) {
+    return char{REG_SZ} + std::string(reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * 2);
 }
 
-RegistryValue Raw(DWORD type, std::string bytes) {
-    return {type, std::move(bytes)};
+std::string Number(char value) {
+    return {REG_DWORD, value, 0, 0, 0};
 }
 
-RegistryValue Number(char value) {
-    return {REG_DWORD, std::string{value, 0, 0, 0}};
+// What the service manager tells of the service's state, look by look; 0 is a look that fails, and beyond the last one
+// is the truth. A real driver passes through most states too quickly to be seen.
+std::vector<DWORD> states;
+
+BOOL WINAPI TellState(SC_HANDLE service, SC_STATUS_TYPE level, BYTE* buffer, DWORD size, DWORD* needed) {
+    const BOOL told = QueryServiceStatusEx(service, level, buffer, size, needed);
+    if (states.empty()) return told;
+    auto* status = reinterpret_cast<SERVICE_STATUS_PROCESS*>(buffer);
+    status->dwCurrentState = states.front();
+    status->dwProcessId = 4711;
+    states.erase(states.begin());
+    return status->dwCurrentState != 0;
 }
 
-// How long the library sleeps; with kSkip it does not really.
-class SeenSleeps {
-  public:
-    enum Mode { kReal, kSkip };
-    explicit SeenSleeps(Mode mode = kReal) {
-        milliseconds.clear();
-        mode_ = mode;
-    }
-    static inline std::vector<DWORD> milliseconds;
+std::vector<DWORD> sleeps;
 
-  private:
-    static void WINAPI See(DWORD time) {
-        milliseconds.push_back(time);
-        if (mode_ == kReal) Sleep(time);
-    }
-    static inline Mode mode_ = kReal;
-    const zotest::ImportHook hook_{"Sleep", See};
-};
+void WINAPI SeeSleep(DWORD milliseconds) {
+    sleeps.push_back(milliseconds);
+}
+
+BOOL WINAPI RefuseControl(SC_HANDLE, DWORD, SERVICE_STATUS*) {
+    SetLastError(ERROR_INVALID_SERVICE_CONTROL);
+    return FALSE;
+}
 
 class DriverServiceTest : public zotest::BareSystemTest {};
 
@@ -78,13 +69,9 @@ TEST_F(DriverServiceTest, InstallDriver_WritesServiceInstanceAndFile) {
         DWORD expectedStart;
         const wchar_t* expectedAltitude;
     } rows[] = {
-        {3, nullptr, 0, 3, L"385100"},
-        {0, L"", 1, 0, L"385100"},
-        {1, L"1", 0x80000000, 1, L"1"},
-        {2, L"no number \x00E9", 256, 2, L"no number \x00E9"},
-        {4, L" ", 0, 4, L" "},
+        {3, nullptr, 0, 3, L"385100"},       {0, L"", 1, 0, L"385100"},
+        {1, L"1", 0x80000000, 1, L"1"},      {4, L"no number \x00E9", 256, 4, L"no number \x00E9"},
         {7, L"385101.5", 0, 3, L"385101.5"},
-        {0xFFFFFFFF, nullptr, 1, 3, L"385100"},
     };
     wchar_t systemRoot[MAX_PATH] = {};
     GetEnvironmentVariableW(L"SystemRoot", systemRoot, MAX_PATH);
@@ -93,11 +80,10 @@ TEST_F(DriverServiceTest, InstallDriver_WritesServiceInstanceAndFile) {
         SCOPED_TRACE(row.startType);
         ASSERT_EQ(ZoProtector_InstallDriver(nullptr, row.startType, row.altitude, row.allowUnload), ZOP_OK);
 
-        const zo::OwnedService service = zotest::OpenService(SERVICE_QUERY_CONFIG);
         alignas(QUERY_SERVICE_CONFIGW) BYTE block[4096];
         DWORD needed = 0;
         auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(block);
-        ASSERT_TRUE(QueryServiceConfigW(service.Get(), config, sizeof(block), &needed));
+        ASSERT_TRUE(QueryServiceConfigW(zotest::OpenService().Get(), config, sizeof(block), &needed));
         EXPECT_EQ(config->dwServiceType, DWORD{SERVICE_FILE_SYSTEM_DRIVER});
         EXPECT_EQ(config->dwStartType, row.expectedStart);
         EXPECT_EQ(config->dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
@@ -105,8 +91,7 @@ TEST_F(DriverServiceTest, InstallDriver_WritesServiceInstanceAndFile) {
         EXPECT_STREQ(config->lpLoadOrderGroup, L"FSFilter Activity Monitor");
         EXPECT_STREQ(config->lpDisplayName, L"ZoProtector Driver");
 
-        EXPECT_EQ(ReadValue(std::wstring(kServiceKey) + L"\\Instances", L"DefaultInstance"),
-                  Text(L"ZoProtector Instance"));
+        EXPECT_EQ(ReadValue(kServiceKey + L"\\Instances", L"DefaultInstance"), Text(L"ZoProtector Instance"));
         EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), Text(row.expectedAltitude));
         EXPECT_EQ(ReadValue(kInstanceKey, L"Flags"), Number(0));
         EXPECT_EQ(ReadValue(kServiceKey, L"AllowUnload"), Number(row.allowUnload != 0));
@@ -125,40 +110,35 @@ TEST_F(DriverServiceTest, InstallDriver_TakesAFileOfTheSameSizeForTheSameDriver)
     const zotest::TempFolder folder;
     const std::wstring source = (folder / L"driver.sys").wstring();
     WriteFileBytes(source, "new");
-    const struct {
-        const char* before;
-        const char* after;
-    } rows[] = {{"old", "old"}, {"older", "new"}, {"", "new"}};
-    for (const auto& row : rows) {
-        WriteFileBytes(InstalledDriverPath(), row.before);
+    for (const char* before : {"old", "older", ""}) {
+        WriteFileBytes(InstalledDriverPath(), before);
         EXPECT_EQ(ZoProtector_InstallDriver(source.c_str(), 3, nullptr, 0), ZOP_OK);
-        EXPECT_EQ(ReadFileBytes(InstalledDriverPath()), row.after);
+        EXPECT_EQ(ReadFileBytes(InstalledDriverPath()), strlen(before) == 3 ? "old" : "new");
     }
 }
 
 TEST_F(DriverServiceTest, InstallDriver_RefusesWhatCannotBeCopied) {
-    const std::wstring missing = L"C:\\" + std::wstring(252, L'x') + L".sys";  // 259 characters
-    EXPECT_EQ(ZoProtector_InstallDriver((missing + L"x").c_str(), 3, nullptr, 0), ZOP_E_INVALID_ARG);
-    EXPECT_EQ(ZoProtector_InstallDriver(missing.c_str(), 3, nullptr, 0), ZOP_E_DRIVER_NOT_FOUND);
-    EXPECT_EQ(ZoProtector_InstallDriver(L"C:\\", 3, nullptr, 0), ZOP_E_ACCESS_DENIED) << "a folder is no driver";
-
-    const std::wstring almostFits(240, L'r');
-    const std::wstring tooLong(300, L'r');
+    constexpr int32_t kDoesNotFit = static_cast<int32_t>(0x8007007A);
+    const std::wstring longest = L"C:\\" + std::wstring(252, L'x') + L".sys";  // 259 characters
+    wchar_t root[MAX_PATH] = {};
+    GetEnvironmentVariableW(L"SystemRoot", root, MAX_PATH);
     const struct {
-        const wchar_t* systemRoot;
+        std::wstring source;
+        std::wstring systemRoot;
         int32_t expected;
-    } rows[] = {{nullptr, static_cast<int32_t>(0x800700CB)},
-                {almostFits.c_str(), static_cast<int32_t>(0x8007007A)},
-                {tooLong.c_str(), static_cast<int32_t>(0x8007007A)},
-                {L"C:\\no such folder", ZOP_E_DRIVER_NOT_FOUND}};
-    for (const auto& row : rows) {
-        const zotest::ScopedVariable variable(L"SystemRoot", row.systemRoot);
-        EXPECT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), row.expected);
-    }
+    } rows[] = {
+        {longest + L"x", root, ZOP_E_INVALID_ARG},     {longest, root, ZOP_E_DRIVER_NOT_FOUND},
+        {L"C:\\", root, ZOP_E_ACCESS_DENIED},  // a folder is no driver
+        {L"", L"", static_cast<int32_t>(0x800700CB)},  {L"", std::wstring(240, L'r'), kDoesNotFit},
+        {L"", std::wstring(300, L'r'), kDoesNotFit},   {L"", L"C:\\no such folder", ZOP_E_DRIVER_NOT_FOUND},
+        {L"", root, static_cast<int32_t>(0x80070020)},
+    };
     WriteFileBytes(InstalledDriverPath(), "in use");
-    const zo::OwnedFile inUse(
-        CreateFileW(InstalledDriverPath().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), static_cast<int32_t>(0x80070020));
+    const zo::OwnedFile inUse = zotest::Hold(InstalledDriverPath(), FILE_SHARE_READ);
+    for (const auto& row : rows) {
+        SetEnvironmentVariableW(L"SystemRoot", row.systemRoot.empty() ? nullptr : row.systemRoot.c_str());
+        EXPECT_EQ(ZoProtector_InstallDriver(row.source.c_str(), 3, nullptr, 0), row.expected) << &row - rows;
+    }
     EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
 }
 
@@ -171,33 +151,80 @@ TEST_F(DriverServiceTest, WithoutAService_EachFunctionSaysSo) {
     EXPECT_EQ(ZoProtector_StopDriver(), ZOP_E_DRIVER_NOT_FOUND);
     EXPECT_EQ(ZoProtector_ChangeDriverStartType(2), ZOP_E_DRIVER_NOT_FOUND);
     EXPECT_EQ(ZoProtector_QueryDriverStatus(nullptr), ZOP_E_INVALID_ARG);
+
+    // Uninstalling clears what lies about, as far as it is not in use.
+    WriteFileBytes(InstalledDriverPath(), "left behind");
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str(), L"Altitude", REG_SZ, L"1", 4);
+    zo::OwnedFile inUse = zotest::Hold(InstalledDriverPath(), FILE_SHARE_READ);
+    EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
+    EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), "");
+    inUse.Reset();
+    EXPECT_TRUE(std::filesystem::exists(InstalledDriverPath()));
+    EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
+    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey.c_str());
 }
 
-TEST_F(DriverServiceTest, StartAndStop_RepeatedAreSuccess) {
+TEST_F(DriverServiceTest, StartDriver_MayBeRepeatedAndWantsItsFile) {
     ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(ZoProtector_StartDriver(), ZOP_OK);
         EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_RUNNING);
     }
-    const SeenSleeps sleeps;
+    ASSERT_EQ(ZoProtector_StopDriver(), ZOP_OK);
+    ASSERT_TRUE(DeleteFileW(InstalledDriverPath().c_str()));
+    const int32_t status = ZoProtector_StartDriver();  // Windows tells that the file is missing, Wine that it is no DLL
+    EXPECT_TRUE(status == ZOP_E_DRIVER_NOT_FOUND || status == ZOP_STATUS_FROM_WIN32(ERROR_DLL_INIT_FAILED)) << status;
+}
+
+TEST_F(DriverServiceTest, StopDriver_LooksThirtyTimesHalfASecondApart) {
+    const struct {
+        std::vector<DWORD> told;
+        int32_t expected;
+        std::size_t looks;
+    } rows[] = {
+        {{}, ZOP_OK, 1},
+        {{SERVICE_RUNNING, SERVICE_STOP_PENDING, 0, SERVICE_STOPPED}, ZOP_OK, 4},
+        {std::vector<DWORD>(29, SERVICE_STOP_PENDING), ZOP_OK, 30},
+        {std::vector<DWORD>(30, SERVICE_STOP_PENDING), kTimedOut, 30},
+        {std::vector<DWORD>(30, 0), kTimedOut, 30},
+    };
+    const zotest::ImportHook query("QueryServiceStatusEx", TellState);
+    const zotest::ImportHook noSleep("Sleep", SeeSleep);
+    ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
+    for (const auto& row : rows) {
+        ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
+        states = row.told;
+        sleeps.clear();
+        EXPECT_EQ(ZoProtector_StopDriver(), row.expected);
+        EXPECT_EQ(sleeps, std::vector<DWORD>(row.looks, 500));
+        EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_STOPPED);
+    }
+    sleeps.clear();
     EXPECT_EQ(ZoProtector_StopDriver(), ZOP_OK);
-    EXPECT_EQ(sleeps.milliseconds, std::vector<DWORD>{500}) << "the first look comes after half a second";
-    EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_STOPPED);
-    sleeps.milliseconds.clear();
-    EXPECT_EQ(ZoProtector_StopDriver(), ZOP_OK);
-    EXPECT_TRUE(sleeps.milliseconds.empty()) << "what is stopped is not waited for";
+    EXPECT_TRUE(sleeps.empty()) << "what is stopped is not waited for";
+}
+
+TEST_F(DriverServiceTest, QueryDriverStatus_TellsStateAndProcess) {
+    ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
+    const zotest::ImportHook query("QueryServiceStatusEx", TellState);
+    for (const DWORD state : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u}) {
+        states = {state};
+        const ZoProtectorDriverStatus status = DriverStatus();
+        EXPECT_EQ(status.state, state >= 1 && state <= 4 ? state : ZOP_DRIVER_STATE_UNKNOWN);
+        EXPECT_EQ(status.processId, state == 0 ? 0u : 4711u);
+    }
 }
 
 TEST_F(DriverServiceTest, ChangeDriverStartType_ChangesNothingElse) {
     ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, L"7", 0), ZOP_OK);
     ZoProtectorDriverStatus expected = DriverStatus();
-    for (const uint32_t startType : {0u, 1u, 2u, 4u, 5u, 3u}) {
+    for (const uint32_t startType : {0u, 1u, 2u, 3u, 5u, 4u}) {
         EXPECT_EQ(ZoProtector_ChangeDriverStartType(startType), ZOP_OK);
         expected.startType = startType <= 4 ? startType : 3;
         const ZoProtectorDriverStatus status = DriverStatus();
         EXPECT_EQ(memcmp(&status, &expected, sizeof(status)), 0) << startType;
     }
-    ASSERT_EQ(ZoProtector_ChangeDriverStartType(4), ZOP_OK);
     EXPECT_EQ(ZoProtector_StartDriver(), ZOP_STATUS_FROM_WIN32(ERROR_SERVICE_DISABLED));
 }
 
@@ -205,27 +232,28 @@ TEST_F(DriverServiceTest, QueryDriverStatus_ShowsOnlyAltitudesThatAreTextAndFit)
     ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
     const std::wstring longest(63, L'9');
     const struct {
-        RegistryValue value;
+        std::string value;
         std::wstring expected;
     } rows[] = {
         {Text(longest), longest},
         {Text(longest + L"9"), L""},
-        {Raw(REG_SZ, Text(longest + L"9").bytes.substr(0, 128)), longest},  // not terminated
+        {Text(longest + L"9").substr(0, 129), longest},  // not terminated
         {Text(L""), L""},
-        {Raw(REG_EXPAND_SZ, Text(L"385100").bytes), L""},
+        {char{REG_EXPAND_SZ} + Text(L"385100").substr(1), L""},
         {Number(5), L""},
     };
     for (const auto& row : rows) {
         // Where a zero follows text that is not terminated, the platform counts it in; something else must follow here.
-        const std::string followed = row.value.bytes + "after";
-        ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey, L"Altitude", row.value.type, followed.data(),
-                                  static_cast<DWORD>(row.value.bytes.size())),
-                  ERROR_SUCCESS);
+        const std::string followed = row.value.substr(1) + "after";
+        ASSERT_EQ(
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str(), L"Altitude", static_cast<DWORD>(row.value[0]),
+                            followed.data(), static_cast<DWORD>(row.value.size() - 1)),
+            ERROR_SUCCESS);
         const ZoProtectorDriverStatus status = DriverStatus();
         EXPECT_EQ(status.altitude, row.expected);
         EXPECT_EQ(status.instanceRegistered, row.expected.empty() ? 0u : 1u);
     }
-    ASSERT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kInstanceKey), ERROR_SUCCESS);
+    ASSERT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str()), ERROR_SUCCESS);
     EXPECT_EQ(DriverStatus().instanceRegistered, 0u);
 }
 
@@ -233,51 +261,38 @@ TEST_F(DriverServiceTest, ImagePath_KeepsItsPrefixInTheStatusAndLosesItForTheVer
     ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
     const zotest::TempFolder folder;
     const std::wstring file = (folder / L"other.sys").wstring();
-    WriteFileBytes(file, zotest::DriverOfVersion({7, 8, 9, 65535}));
-    for (const std::wstring prefix : {L"", L"\\??\\", L"\\\\?\\"}) {
-        zotest::SetImagePath(prefix + file);
-        const ZoProtectorDriverStatus status = DriverStatus();
-        EXPECT_EQ(status.imagePath, prefix + file);
-        uint32_t version[4] = {};
-        EXPECT_EQ(ZoProtector_GetDriverFileVersion(&version[0], &version[1], &version[2], &version[3]), ZOP_OK);
-        EXPECT_EQ(std::to_array(version), (std::array<uint32_t, 4>{7, 8, 9, 65535}));
-        EXPECT_EQ(memcmp(version, &status.fileVersionMajor, sizeof(version)), 0);
-    }
-    const std::wstring tooLong(600, L'p');
-    zotest::SetImagePath(tooLong);
-    const ZoProtectorDriverStatus status = DriverStatus();
-    EXPECT_EQ(status.imagePath, tooLong.substr(0, 519));
-    EXPECT_EQ(status.fileVersionMajor + status.fileVersionMinor + status.fileVersionBuild + status.fileVersionRevision,
-              0u);
-}
-
-TEST_F(DriverServiceTest, GetDriverFileVersion_TellsWhatIsWrongWithTheFile) {
-    ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
-    const zotest::TempFolder folder;
-    const std::wstring file = (folder / L"other.sys").wstring();
-    zotest::SetImagePath(file);
-
     std::string cutBlock = zotest::DriverOfVersion({1, 2, 3, 4});
     cutBlock[zotest::FixedVersionOffset(cutBlock) - 38] = 51;  // the length that the root block claims
+    const std::string good = zotest::DriverOfVersion({7, 8, 9, 65535});
+    const std::array<uint32_t, 4> none{};
+    const std::array<uint32_t, 4> all{7, 8, 9, 65535};
     const struct {
-        const char* what;
+        std::wstring path;
         std::string bytes;
-        std::vector<int32_t> expected;
+        std::array<uint32_t, 4> version;
+        int32_t expected = ZOP_OK;
+        int32_t alsoExpected = expected;
     } rows[] = {
-        {"missing", "", {ZOP_E_DRIVER_NOT_FOUND}},
-        {"no resource",
-         "MZ",
-         {ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND), ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_TYPE_NOT_FOUND)}},
-        {"fixed part of 51 bytes", cutBlock, {ZOP_E_DRIVER_NOT_FOUND}},
+        {file, "", none, ZOP_E_DRIVER_NOT_FOUND},
+        {file, good, all},
+        {L"\\??\\" + file, good, all},
+        {L"\\\\?\\" + file, good, all},
+        {std::wstring(600, L'p'), good, none, ZOP_E_DRIVER_NOT_FOUND},
+        {file, cutBlock, none, ZOP_E_DRIVER_NOT_FOUND},
+        {file, "MZ", none, ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND),
+         ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_TYPE_NOT_FOUND)},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        zotest::SetImagePath(row.path);
         if (!row.bytes.empty()) WriteFileBytes(file, row.bytes);
-        uint32_t version[4] = {5, 5, 5, 5};
-        const int32_t status = ZoProtector_GetDriverFileVersion(&version[0], &version[1], &version[2], &version[3]);
-        EXPECT_NE(std::find(row.expected.begin(), row.expected.end(), status), row.expected.end())
-            << row.what << " " << std::hex << status;
-        EXPECT_EQ(std::to_array(version), (std::array<uint32_t, 4>{})) << row.what;
-        EXPECT_EQ(DriverStatus().fileVersionMajor, 0u) << row.what;
+        const ZoProtectorDriverStatus status = DriverStatus();
+        EXPECT_EQ(status.imagePath, row.path.substr(0, 519));
+        EXPECT_EQ(memcmp(&status.fileVersionMajor, row.version.data(), sizeof(row.version)), 0);
+        std::array<uint32_t, 4> version{5, 5, 5, 5};
+        const int32_t told = ZoProtector_GetDriverFileVersion(&version[0], &version[1], &version[2], &version[3]);
+        EXPECT_TRUE(told == row.expected || told == row.alsoExpected) << std::hex << told;
+        EXPECT_EQ(version, row.version);
     }
     uint32_t number = 5;
     for (int missing = 0; missing < 4; ++missing) {
@@ -288,13 +303,6 @@ TEST_F(DriverServiceTest, GetDriverFileVersion_TellsWhatIsWrongWithTheFile) {
     EXPECT_EQ(number, 5u);
 }
 
-TEST_F(DriverServiceTest, StartDriver_WithoutItsFileFails) {
-    ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
-    ASSERT_TRUE(DeleteFileW(InstalledDriverPath().c_str()));
-    const int32_t status = ZoProtector_StartDriver();  // Windows tells that the file is missing, Wine that it is no DLL
-    EXPECT_TRUE(status == ZOP_E_DRIVER_NOT_FOUND || status == ZOP_STATUS_FROM_WIN32(ERROR_DLL_INIT_FAILED)) << status;
-}
-
 TEST_F(DriverServiceTest, UninstallDriver_TakesAwayServiceKeysAndFile) {
     ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
     ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
@@ -302,128 +310,24 @@ TEST_F(DriverServiceTest, UninstallDriver_TakesAwayServiceKeysAndFile) {
     EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
     EXPECT_EQ(ZoProtector_SetMasterEnabled(1), ZOP_E_NOT_INITIALIZED);
     EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
-    EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), RegistryValue());
+    EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), "");
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
 }
 
-TEST_F(DriverServiceTest, UninstallDriver_WithoutAServiceStillClearsWhatLiesAbout) {
-    EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
-    WriteFileBytes(InstalledDriverPath(), "left behind");
-    RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey, L"Altitude", REG_SZ, L"1", 4);
+TEST_F(DriverServiceTest, UninstallDriver_MarksAServiceThatRefusesToStop) {
+    ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
+    zotest::SetImagePath(zotest::SimulatorFile().wstring());  // so that the installed file is not in use
+    ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
     {
-        const zo::OwnedFile inUse(CreateFileW(InstalledDriverPath().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                              OPEN_EXISTING, 0, nullptr));
-        EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
-        EXPECT_TRUE(std::filesystem::exists(InstalledDriverPath()));
+        const zotest::ImportHook control("ControlService", RefuseControl);
+        EXPECT_EQ(ZoProtector_StopDriver(), static_cast<int32_t>(0x8007041C));
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK) << "marked already is deleted";
     }
-    EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), RegistryValue());
-    EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
-    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey);
-}
-
-// States that a driver passes through at once, held by a Win32 service under its name.
-class PendingServiceTest : public DriverServiceTest {
-  protected:
-    void TearDown() override {
-        End();
-        DriverServiceTest::TearDown();
-    }
-
-    void Start(const std::wstring& behaviour, uint32_t state = ZOP_DRIVER_RUNNING) {
-        const std::wstring command = L"\"" + (zotest::ProgramFolder() / L"pending_service.exe").wstring() + L"\" ";
-        const zo::OwnedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-        end_.Reset(CreateEventW(nullptr, TRUE, FALSE, zotest::kEndPendingService));
-        ResetEvent(end_.Get());  // the program before this one may not be gone yet
-        const zo::OwnedService service(CreateServiceW(manager.Get(), zotest::kServiceName, L"test", SERVICE_ALL_ACCESS,
-                                                      SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
-                                                      SERVICE_ERROR_IGNORE, (command + behaviour).c_str(), nullptr,
-                                                      nullptr, nullptr, nullptr, nullptr));
-        ASSERT_TRUE(service) << GetLastError();
-        ASSERT_TRUE(StartServiceW(service.Get(), 0, nullptr)) << GetLastError();
-        WaitForState(state);
-    }
-
-    static void WaitForState(uint32_t state) {
-        for (int i = 0; i < 200 && DriverStatus().state != state; ++i)
-            Sleep(20);
-    }
-
-    // Lets the program end and waits for it.
-    void End() {
-        if (!end_) return;
-        SetEvent(end_.Get());
-        for (int i = 0; i < 200; ++i) {
-            const uint32_t state = DriverStatus().state;
-            if (state == ZOP_DRIVER_STOPPED || state == ZOP_DRIVER_NOT_INSTALLED) break;
-            Sleep(20);
-        }
-        end_.Reset();
-        zotest::RemoveDriverService();
-    }
-
-  private:
-    zo::OwnedKernelObject end_;
-};
-
-TEST_F(PendingServiceTest, QueryDriverStatus_TellsStateAndProcess) {
-    const struct {
-        const wchar_t* behaviour;
-        uint32_t state;
-    } rows[] = {{L"starting", ZOP_DRIVER_START_PENDING},
-                {L"running", ZOP_DRIVER_RUNNING},
-                {L"paused", ZOP_DRIVER_STATE_UNKNOWN}};
-    for (const auto& row : rows) {
-        Start(row.behaviour, row.state);
-        EXPECT_EQ(DriverStatus().state, row.state) << row.state;
-        EXPECT_NE(DriverStatus().processId, 0u) << row.state;
-        End();
-    }
-}
-
-int queriesToFail;
-
-BOOL WINAPI FailSomeQueries(SC_HANDLE service, SC_STATUS_TYPE level, BYTE* buffer, DWORD size, DWORD* needed) {
-    if (queriesToFail-- > 0) return FALSE;
-    return QueryServiceStatusEx(service, level, buffer, size, needed);
-}
-
-TEST_F(PendingServiceTest, StopDriver_WaitsForASlowStop) {
-    Start(L"slow");
-    const SeenSleeps sleeps;
-    EXPECT_EQ(ZoProtector_StopDriver(), ZOP_OK);
-    EXPECT_GE(sleeps.milliseconds.size(), 3u);
-}
-
-TEST_F(PendingServiceTest, StopDriver_GivesUpAfterThirtyLooks) {
-    Start(L"stubborn");
-    const SeenSleeps sleeps(SeenSleeps::kSkip);
-    EXPECT_EQ(ZoProtector_StopDriver(), static_cast<int32_t>(0x8007041D));
-    EXPECT_EQ(sleeps.milliseconds, std::vector<DWORD>(30, 500));
-    EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_STOP_PENDING);
-}
-
-TEST_F(PendingServiceTest, StopDriver_CountsAStateThatCannotBeReadAsALook) {
-    Start(L"running");
-    const SeenSleeps sleeps(SeenSleeps::kSkip);
-    const zotest::ImportHook query("QueryServiceStatusEx", FailSomeQueries);
-    queriesToFail = 30;
-    EXPECT_EQ(ZoProtector_StopDriver(), static_cast<int32_t>(0x8007041D));
-    EXPECT_EQ(sleeps.milliseconds.size(), 30u);
-    queriesToFail = 1;
-    EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_STATE_UNKNOWN);
-}
-
-TEST_F(PendingServiceTest, UninstallDriver_MarksAServiceThatRefusesToStop) {
-    Start(L"deaf");
-    WriteFileBytes(InstalledDriverPath(), "driver");
-    EXPECT_EQ(ZoProtector_StopDriver(), static_cast<int32_t>(0x8007041C));
-    for (int i = 0; i < 2; ++i)
-        EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK) << "marked already is deleted";
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
     EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_RUNNING);
     EXPECT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), static_cast<int32_t>(0x80070430));
-    End();
+    zotest::RemoveDriverService();
     EXPECT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
 }
 
@@ -442,10 +346,8 @@ SC_HANDLE WINAPI SeeServiceAccess(SC_HANDLE manager, const wchar_t* name, DWORD 
 
 TEST_F(DriverServiceTest, EachFunctionAsksForTheRightsItNeeds) {
     ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
-    uint32_t number;
-    ZoProtectorDriverStatus status;
     const struct {
-        std::function<int32_t()> call;
+        int32_t (*call)();
         DWORD manager;
         DWORD service;
     } rows[] = {
@@ -453,9 +355,17 @@ TEST_F(DriverServiceTest, EachFunctionAsksForTheRightsItNeeds) {
         {[] { return ZoProtector_StartDriver(); }, 1, 0x10},
         {[] { return ZoProtector_StopDriver(); }, 1, 0x24},
         {[] { return ZoProtector_ChangeDriverStartType(3); }, 1, 2},
-        {[&] { return ZoProtector_GetDriverFileVersion(&number, &number, &number, &number); }, 1, 1},
+        {[] {
+             uint32_t number[4];
+             return ZoProtector_GetDriverFileVersion(&number[0], &number[1], &number[2], &number[3]);
+         },
+         1, 1},
         {[] { return ZoProtector_UninstallDriver(); }, 0xF003F, 0xF01FF},
-        {[&] { return ZoProtector_QueryDriverStatus(&status); }, 1, 5},
+        {[] {
+             ZoProtectorDriverStatus status;
+             return ZoProtector_QueryDriverStatus(&status);
+         },
+         1, 5},
     };
     const zotest::ImportHook manager("OpenSCManagerW", SeeManagerAccess);
     const zotest::ImportHook service("OpenServiceW", SeeServiceAccess);
@@ -484,7 +394,6 @@ TEST_F(DriverServiceTest, InstallingAndRemovingManyTimes_LeavesNothing) {
         once();
     EXPECT_EQ(zotest::OpenHandleCount(), before);
     EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
-    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -7,6 +6,7 @@
 #include "driver_set_up.h"
 #include "import_hook.h"
 #include "log_reader.h"
+#include "text.h"
 
 namespace {
 
@@ -15,24 +15,31 @@ using zotest::ReadFileBytes;
 using zotest::WriteFileBytes;
 
 constexpr int32_t kDoesNotFit = ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
-constexpr wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
-constexpr wchar_t kPendingRenames[] = L"PendingFileRenameOperations";
 
-zo::OwnedFile Hold(const std::wstring& file, DWORD access, DWORD share) {
-    zo::OwnedFile handle(CreateFileW(file.c_str(), access, share, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(handle) << GetLastError();
-    return handle;
+// What the library's file operations answer, call by call; 0 or nothing is the real call. What it marks for deletion at
+// restart is only remembered.
+std::vector<DWORD> copyErrors;
+std::vector<DWORD> moveErrors;
+std::wstring deletedAtRestart;
+
+bool IsScripted(std::vector<DWORD>& errors) {
+    if (errors.empty()) return false;
+    const DWORD error = errors.front();
+    errors.erase(errors.begin());
+    SetLastError(error);
+    return error != 0;
 }
 
-// The multi-string that lists what the system deletes when it starts next.
-std::wstring PendingDeletions() {
-    std::wstring text(16384, L'\0');
-    DWORD size = static_cast<DWORD>(text.size() * 2);
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames, RRF_RT_REG_MULTI_SZ, nullptr, text.data(),
-                     &size) != ERROR_SUCCESS) {
-        return {};
-    }
-    return text.substr(0, size / 2);
+BOOL WINAPI ScriptedCopy(const wchar_t* from, const wchar_t* to, BOOL failIfThere) {
+    return IsScripted(copyErrors) ? FALSE : CopyFileW(from, to, failIfThere);
+}
+
+BOOL WINAPI ScriptedMove(const wchar_t* from, const wchar_t* to, DWORD flags) {
+    if (IsScripted(moveErrors)) return FALSE;
+    if (flags != MOVEFILE_DELAY_UNTIL_REBOOT) return MoveFileExW(from, to, flags);
+    EXPECT_EQ(to, nullptr);
+    deletedAtRestart = from;
+    return TRUE;
 }
 
 // An installed driver file of our own behind the service's image path, and a temporary folder of our own.
@@ -42,7 +49,6 @@ class UpgradeTest : public zotest::BareSystemTest {
 
     void SetUp() override {
         BareSystemTest::SetUp();
-        pendingBefore_ = PendingDeletions();
         std::filesystem::create_directories(tmp_);
         ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
         zotest::SetImagePath(L"\\??\\" + installed_);
@@ -54,17 +60,6 @@ class UpgradeTest : public zotest::BareSystemTest {
     void TearDown() override {
         scopedTmp_.reset();
         BareSystemTest::TearDown();
-        if (pendingBefore_.empty()) {
-            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames);
-        } else {
-            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames, REG_MULTI_SZ, pendingBefore_.data(),
-                            static_cast<DWORD>(pendingBefore_.size() * 2));
-        }
-    }
-
-    void UseTmp(const std::wstring& folder) {
-        scopedTmp_.reset();
-        scopedTmp_.emplace(folder);
     }
 
     int32_t Upgrade() {
@@ -97,8 +92,9 @@ class UpgradeTest : public zotest::BareSystemTest {
         EXPECT_EQ(files[0].extension(), extension);
         EXPECT_EQ(files[0].filename().wstring().find(L"ZoProtectorDriver_"), 0u);
         EXPECT_TRUE(ReadFileBytes(files[0]) == old_);
-        const std::wstring behindDriveLetter = files[0].wstring().substr(1);
-        EXPECT_NE(PendingDeletions().find(behindDriveLetter), std::wstring::npos);
+        EXPECT_EQ(deletedAtRestart.substr(1), files[0].wstring().substr(1)) << "but for the drive's letter case";
+        deletedAtRestart.clear();
+        std::filesystem::remove(files[0]);
     }
 
     const zotest::TempFolder folder_;
@@ -109,31 +105,30 @@ class UpgradeTest : public zotest::BareSystemTest {
     std::string new_ = DriverOfVersion({1, 2, 3, 5});
     uint32_t upgraded_ = 0;
     uint32_t replacedByDriver_ = 0;
-
-  private:
     std::optional<zotest::ScopedTmp> scopedTmp_;
-    std::wstring pendingBefore_;
+    const zotest::ImportHook copy_{"CopyFileW", ScriptedCopy};
+    const zotest::ImportHook move_{"MoveFileExW", ScriptedMove};
 };
 
 TEST_F(UpgradeTest, OnlyAHigherVersionReplacesTheFile) {
+    using Version = std::array<std::uint16_t, 4>;
     const struct {
         std::string oldFile;
-        std::string newFile;
+        Version newVersion;
         uint32_t upgraded;
     } rows[] = {
-        {DriverOfVersion({1, 2, 3, 4}) + "old", DriverOfVersion({1, 2, 3, 4}) + "new", 0},
-        {DriverOfVersion({1, 2, 3, 4}), DriverOfVersion({1, 2, 3, 3}), 0},
-        {DriverOfVersion({2, 0, 0, 0}), DriverOfVersion({1, 65535, 65535, 65535}), 0},
-        {DriverOfVersion({1, 2, 3, 4}), DriverOfVersion({1, 2, 3, 5}), 1},
-        {DriverOfVersion({1, 2, 3, 65535}), DriverOfVersion({1, 2, 4, 0}), 1},
-        {DriverOfVersion({1, 2, 65535, 0}), DriverOfVersion({1, 3, 0, 0}), 1},
-        {DriverOfVersion({32767, 65535, 0, 0}), DriverOfVersion({65535, 0, 0, 0}), 1},
-        {"unversioned", DriverOfVersion({0, 0, 0, 1}), 1},
-        {"unversioned", DriverOfVersion({0, 0, 0, 0}), 0},
+        {DriverOfVersion({1, 2, 3, 4}) + "old", {1, 2, 3, 4}, 0},
+        {DriverOfVersion({1, 2, 3, 4}), {1, 2, 3, 3}, 0},
+        {DriverOfVersion({2, 0, 0, 0}), {1, 65535, 65535, 65535}, 0},
+        {DriverOfVersion({1, 2, 3, 65535}), {1, 2, 4, 0}, 1},
+        {DriverOfVersion({1, 2, 65535, 0}), {1, 3, 0, 0}, 1},
+        {DriverOfVersion({32767, 65535, 0, 0}), {65535, 0, 0, 0}, 1},
+        {"unversioned", {0, 0, 0, 1}, 1},
+        {"unversioned", {0, 0, 0, 0}, 0},
     };
     for (const auto& row : rows) {
         WriteFileBytes(installed_, old_ = row.oldFile);
-        WriteFileBytes(newFile_, new_ = row.newFile);
+        WriteFileBytes(newFile_, new_ = DriverOfVersion(row.newVersion));
         EXPECT_EQ(Upgrade(), ZOP_OK);
         ExpectUpgraded(row.upgraded, 0);
         EXPECT_TRUE(StagedFiles().empty());
@@ -173,16 +168,14 @@ TEST_F(UpgradeTest, AFileInUseIsRenamedAndDeletedAtRestart) {
                 {L"C:\\" + std::wstring(232, L't'), beside, L".old"},   // the name does not fit
                 {L"C:\\" + std::wstring(300, L't'), beside, L".old"}};  // not even the folder
     for (const auto& row : rows) {
-        UseTmp(row.tmp);
+        scopedTmp_.emplace(row.tmp);
         WriteFileBytes(installed_, old_);
         {
-            const zo::OwnedFile inUse = Hold(installed_, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
+            const zo::OwnedFile inUse = zotest::Hold(installed_, FILE_SHARE_READ | FILE_SHARE_DELETE);
             EXPECT_EQ(Upgrade(), ZOP_OK);
         }
         ExpectUpgraded(1, 0);
         ExpectOldFileStaged(row.stagingFolder, row.extension);
-        for (const auto& file : StagedFiles())
-            std::filesystem::remove(file);
     }
 }
 
@@ -196,71 +189,43 @@ TEST_F(UpgradeTest, ARunningDriverKeepsRunning) {
     EXPECT_EQ(zotest::DriverStatus().fileVersionMajor, 9u);
 }
 
-TEST_F(UpgradeTest, AStagingNameThatFitsNowhereChangesNothing) {
+TEST_F(UpgradeTest, WithoutAPlaceForTheOldFileNothingChanges) {
+    const std::wstring otherVolume = L"Z:\\dev\\shm";  // Linux's memory file system, as Wine's drives show it
+    if (std::filesystem::exists(otherVolume)) {
+        scopedTmp_.emplace(otherVolume);
+        const zo::OwnedFile inUse = zotest::Hold(installed_, FILE_SHARE_READ | FILE_SHARE_DELETE);
+        EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_NOT_SAME_DEVICE));
+    }
+    ExpectUpgraded(0, 0);
+
     const std::wstring folder = (folder_ / std::wstring(249 - folder_.Path().wstring().size(), L'd')).wstring();
     WriteFileBytes(folder + L"\\d.sys", old_);
     zotest::SetImagePath(folder + L"\\d.sys");
-    UseTmp(L"C:\\" + std::wstring(300, L't'));
+    scopedTmp_.emplace(L"C:\\" + std::wstring(300, L't'));
     EXPECT_EQ(Upgrade(), kDoesNotFit);
     EXPECT_TRUE(ReadFileBytes(folder + L"\\d.sys") == old_);
 }
 
-TEST_F(UpgradeTest, ATemporaryFolderOnAnotherVolumeEndsTheUpgradeOfAFileInUse) {
-    const std::wstring otherVolume = L"Z:\\dev\\shm";  // Linux's memory file system, as Wine's drives show it
-    if (!std::filesystem::exists(otherVolume)) GTEST_SKIP() << "no second file system here";
-    UseTmp(otherVolume);
-    {
-        const zo::OwnedFile inUse = Hold(installed_, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
-        EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_NOT_SAME_DEVICE));
-    }
-    ExpectUpgraded(0, 0);
-}
-
-// What the library's file operations answer, call by call; 0 or nothing is the real call.
-std::vector<DWORD> copyErrors;
-std::vector<DWORD> moveErrors;
-
-bool IsScripted(std::vector<DWORD>& errors) {
-    if (errors.empty()) return false;
-    const DWORD error = errors.front();
-    errors.erase(errors.begin());
-    SetLastError(error);
-    return error != 0;
-}
-
-BOOL WINAPI ScriptedCopy(const wchar_t* from, const wchar_t* to, BOOL failIfThere) {
-    return IsScripted(copyErrors) ? FALSE : CopyFileW(from, to, failIfThere);
-}
-
-BOOL WINAPI ScriptedMove(const wchar_t* from, const wchar_t* to, DWORD flags) {
-    return IsScripted(moveErrors) ? FALSE : MoveFileExW(from, to, flags);
-}
-
 TEST_F(UpgradeTest, EachFileOperationThatFailsLeavesTheOldFile) {
+    constexpr int32_t kFull = ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL);
+    constexpr int32_t kAsksDriver = ZOP_E_DRIVER_NOT_FOUND;  // which does not run here
     const struct {
         std::vector<DWORD> copyErrors;
         std::vector<DWORD> moveErrors;  // rename, mark for deletion, move back
         int32_t expected;
-        bool asksDriver;  // which does not run here
-        bool isMovedBack;
+        bool asksDriver = false;
     } rows[] = {
-        {{ERROR_DISK_FULL}, {}, ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL), false, true},
-        {{ERROR_ACCESS_DENIED}, {ERROR_NOT_SAME_DEVICE}, ZOP_STATUS_FROM_WIN32(ERROR_NOT_SAME_DEVICE), false, true},
-        {{ERROR_SHARING_VIOLATION}, {ERROR_PATH_NOT_FOUND}, ZOP_E_DRIVER_NOT_FOUND, false, true},
-        {{ERROR_USER_MAPPED_FILE}, {ERROR_ACCESS_DENIED}, ZOP_E_DRIVER_NOT_FOUND, true, true},
-        {{ERROR_ACCESS_DENIED}, {ERROR_SHARING_VIOLATION}, ZOP_E_DRIVER_NOT_FOUND, true, true},
-        {{ERROR_ACCESS_DENIED}, {ERROR_USER_MAPPED_FILE}, ZOP_E_DRIVER_NOT_FOUND, true, true},
-        {{ERROR_SHARING_VIOLATION, ERROR_DISK_FULL}, {}, ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL), false, true},
-        {{ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER}, {0, 5}, ZOP_E_INVALID_ARG, false, true},
-        {{ERROR_SHARING_VIOLATION, ERROR_USER_MAPPED_FILE}, {}, ZOP_E_DRIVER_NOT_FOUND, true, true},
-        {{ERROR_SHARING_VIOLATION, ERROR_DISK_FULL},
-         {0, 0, ERROR_SHARING_VIOLATION},
-         ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL),
-         false,
-         false},
+        {{ERROR_DISK_FULL}, {}, kFull},
+        {{ERROR_ACCESS_DENIED}, {ERROR_NOT_SAME_DEVICE}, ZOP_STATUS_FROM_WIN32(ERROR_NOT_SAME_DEVICE)},
+        {{ERROR_SHARING_VIOLATION}, {ERROR_PATH_NOT_FOUND}, ZOP_E_DRIVER_NOT_FOUND},
+        {{ERROR_USER_MAPPED_FILE}, {ERROR_ACCESS_DENIED}, kAsksDriver, true},
+        {{ERROR_ACCESS_DENIED}, {ERROR_SHARING_VIOLATION}, kAsksDriver, true},
+        {{ERROR_ACCESS_DENIED}, {ERROR_USER_MAPPED_FILE}, kAsksDriver, true},
+        {{ERROR_SHARING_VIOLATION, ERROR_DISK_FULL}, {}, kFull},
+        {{ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER}, {0, 5}, ZOP_E_INVALID_ARG},
+        {{ERROR_SHARING_VIOLATION, ERROR_USER_MAPPED_FILE}, {}, kAsksDriver, true},
+        {{ERROR_SHARING_VIOLATION, ERROR_DISK_FULL}, {0, 0, ERROR_SHARING_VIOLATION}, kFull},
     };
-    const zotest::ImportHook copy("CopyFileW", ScriptedCopy);
-    const zotest::ImportHook move("MoveFileExW", ScriptedMove);
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         copyErrors = row.copyErrors;
@@ -269,11 +234,11 @@ TEST_F(UpgradeTest, EachFileOperationThatFailsLeavesTheOldFile) {
         EXPECT_EQ(Upgrade(), row.expected);
         EXPECT_TRUE(copyErrors.empty() && moveErrors.empty());
         EXPECT_EQ(zotest::AnyLineEndsWith(output.Strings(), "Starting SDK initialization\r\n"), row.asksDriver);
-        if (row.isMovedBack) {
+        if (row.moveErrors.size() < 3) {
             ExpectUpgraded(0, 0);
             EXPECT_TRUE(StagedFiles().empty());
         } else {
-            EXPECT_FALSE(std::filesystem::exists(installed_));
+            EXPECT_FALSE(std::filesystem::exists(installed_)) << "it could not be moved back";
             ExpectOldFileStaged(tmp_, L".sys");
         }
     }
@@ -296,8 +261,14 @@ class UpgradeByDriverTest : public UpgradeTest {
         UpgradeTest::TearDown();
     }
 
+    void SetMaster(bool enabled) {
+        ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
+        ASSERT_EQ(ZoProtector_SetMasterEnabled(enabled), ZOP_OK);
+        ASSERT_EQ(ZoProtector_Uninitialize(), ZOP_OK);
+    }
+
     int32_t UpgradeHeldFile() {
-        held_ = Hold(installed_, GENERIC_READ, FILE_SHARE_READ);
+        held_ = zotest::Hold(installed_, FILE_SHARE_READ);
         void* handler = AddVectoredExceptionHandler(1, LetGo);
         const int32_t status = Upgrade();
         RemoveVectoredExceptionHandler(handler);
@@ -329,35 +300,26 @@ TEST_F(UpgradeByDriverTest, ReplacesTheFileAndPutsTheMasterSwitchBack) {
         const wchar_t* extension;
         bool wasEnabled;
     } rows[] = {{tmp_, tmp_, L".sys", true},
-                {L"c" + tmp_.substr(1), tmp_, L".sys", false},
+                {L"c" + tmp_.substr(1), L"c" + tmp_.substr(1), L".sys", false},
                 {L"Z:\\", beside, L".old", true},
                 {L"C:\\" + std::wstring(300, L't'), beside, L".old", false}};
     for (const auto& row : rows) {
-        UseTmp(row.tmp);
-        ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-        ASSERT_EQ(ZoProtector_SetMasterEnabled(row.wasEnabled), ZOP_OK);
-        ASSERT_EQ(ZoProtector_Uninitialize(), ZOP_OK);
+        scopedTmp_.emplace(row.tmp);
+        SetMaster(row.wasEnabled);
         WriteFileBytes(installed_, old_);
         const zotest::DebugOutput output;
         EXPECT_EQ(UpgradeHeldFile(), ZOP_OK);
         ExpectUpgraded(1, 1);
-        ExpectOldFileStaged(row.stagingFolder, row.extension);
         EXPECT_EQ(simulator_->State().masterEnabled, row.wasEnabled ? 1u : 0u);
-        const auto staged = StagedFiles();
-        for (const auto& file : staged)
-            std::filesystem::remove(file);
         uint32_t version[3];
         EXPECT_EQ(ZoProtector_GetVersion(&version[0], &version[1], &version[2]), ZOP_OK) << "stays initialised";
-        ASSERT_EQ(staged.size(), 1u);
-        const std::filesystem::path named =
-            row.tmp[0] == L'c' ? std::filesystem::path(row.tmp) / staged[0].filename() : staged[0];
-        const auto utf8 = [](const std::filesystem::path& path) {
-            const auto text = path.u8string();
-            return std::string(text.begin(), text.end());
-        };
-        EXPECT_TRUE(zotest::AnyLineEndsWith(output.Strings(), "[INFO ] ReplaceFileByDriver: '" + utf8(installed_) +
-                                                                  "' <- '" + utf8(newFile_) + "' (moved old -> '" +
-                                                                  utf8(named) + "', flagged delete-on-reboot)\r\n"));
+        ASSERT_EQ(StagedFiles().size(), 1u);
+        const std::wstring staged = row.stagingFolder + L"\\" + StagedFiles()[0].filename().wstring();
+        EXPECT_TRUE(zotest::AnyLineEndsWith(
+            output.Strings(), "[INFO ] ReplaceFileByDriver: '" + zo::Utf8FromWide(installed_) + "' <- '" +
+                                  zo::Utf8FromWide(newFile_) + "' (moved old -> '" + zo::Utf8FromWide(staged) +
+                                  "', flagged delete-on-reboot)\r\n"));
+        ExpectOldFileStaged(row.stagingFolder[0] == L'c' ? tmp_ : row.stagingFolder, row.extension);
     }
 }
 
@@ -365,56 +327,43 @@ TEST_F(UpgradeByDriverTest, EachStepThatFailsLeavesTheOldFileAndTheMasterSwitch)
     constexpr uint32_t kDenied = 0xC0000022;
     constexpr uint32_t kSharing = 0xC0000043;
     const struct {
-        const char* what;
         uint32_t code;
         uint32_t ntStatus;
         uint32_t skip;  // commands of that code that still work
-        uint32_t masterBefore;
+        bool masterBefore;
         int32_t expected;
-        uint32_t upgraded;
         uint32_t masterAfter;
     } rows[] = {
-        {"handshake", ZOP_IOCTL_GET_VERSION, kDenied, 0, 1, ZOP_E_ACCESS_DENIED, 0, 1},
-        {"reading the switch", ZOP_IOCTL_GET_MASTER_ENABLED, kDenied, 0, 0, ZOP_OK, 1, 1},
-        {"switching off", ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 0, 1, ZOP_E_ACCESS_DENIED, 0, 1},
-        {"replacing", ZOP_IOCTL_REPLACE_FILE, kDenied, 0, 1, ZOP_E_ACCESS_DENIED, 0, 1},
-        {"replacing", ZOP_IOCTL_REPLACE_FILE, kSharing, 0, 0, ZOP_E_FAILED, 0, 0},
-        {"switching on again", ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 1, 1, ZOP_OK, 1, 0},
+        {ZOP_IOCTL_GET_VERSION, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},  // the handshake
+        {ZOP_IOCTL_GET_MASTER_ENABLED, kDenied, 0, false, ZOP_OK, 1},
+        {ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
+        {ZOP_IOCTL_REPLACE_FILE, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
+        {ZOP_IOCTL_REPLACE_FILE, kSharing, 0, false, ZOP_E_FAILED, 0},
+        {ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 1, true, ZOP_OK, 0},  // switching on again
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(&row - rows);
         WriteFileBytes(installed_, old_);
-        ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-        ASSERT_EQ(ZoProtector_SetMasterEnabled(static_cast<int32_t>(row.masterBefore)), ZOP_OK);
-        ASSERT_EQ(ZoProtector_Uninitialize(), ZOP_OK);
-        ZoSimFault fault{};
-        fault.code = row.code;
-        fault.skip = row.skip;
-        fault.times = 1;
-        fault.flags = ZOSIM_FAULT_STATUS;
-        fault.status = row.ntStatus;
-        simulator_->AddFault(fault);
+        SetMaster(row.masterBefore);
+        simulator_->AddFault({row.code, row.skip, 1, ZOSIM_FAULT_STATUS, row.ntStatus, 0, 0, 0, {}});
         const zotest::DebugOutput output;
         EXPECT_EQ(UpgradeHeldFile(), row.expected);
-        ExpectUpgraded(row.upgraded, row.upgraded);
-        EXPECT_EQ(StagedFiles().size(), row.upgraded);
-        for (const auto& file : StagedFiles())
-            std::filesystem::remove(file);
+        const uint32_t upgraded = row.expected == ZOP_OK ? 1 : 0;
+        ExpectUpgraded(upgraded, upgraded);
+        if (upgraded != 0) ExpectOldFileStaged(tmp_, L".sys");
+        EXPECT_TRUE(StagedFiles().empty());
         EXPECT_EQ(simulator_->State().masterEnabled, row.masterAfter);
         EXPECT_EQ(simulator_->State().faultsPending, 0u);
-        char line[64];
-        snprintf(line, sizeof(line), "ReplaceFileByDriver: IOCTL failed 0x%08X for '",
-                 static_cast<unsigned>(row.expected));
-        bool told = false;
-        for (const std::string& text : output.Strings())
-            told = told || text.find(line) != std::string::npos;
-        EXPECT_EQ(told, row.code == ZOP_IOCTL_REPLACE_FILE);
+        const std::string line = std::string("[ERROR] ReplaceFileByDriver: IOCTL failed 0x8000000") +
+                                 (row.ntStatus == kSharing ? "9" : "4") + " for '" + zo::Utf8FromWide(installed_) +
+                                 "'\r\n";
+        EXPECT_EQ(zotest::AnyLineEndsWith(output.Strings(), line), row.code == ZOP_IOCTL_REPLACE_FILE);
         simulator_->ClearFaults();
     }
 }
 
 TEST_F(UpgradeByDriverTest, AStagingNameThatDoesNotFitPutsTheMasterSwitchBack) {
-    UseTmp(L"C:\\" + std::wstring(232, L't'));
+    scopedTmp_.emplace(L"C:\\" + std::wstring(232, L't'));
     EXPECT_EQ(UpgradeHeldFile(), kDoesNotFit);
     ExpectUpgraded(0, 0);
     std::vector<uint32_t> codes;
