@@ -11,6 +11,7 @@ namespace {
 
 const std::string kPub(64, '7');
 const std::string kDigest(64, 'a');
+constexpr const char* kBadDirectory = "bad directory line in manifest";
 
 TEST(ManifestText, WritesEveryLineOfABody) {
     Manifest manifest;
@@ -37,38 +38,31 @@ TEST(ManifestText, WritesEveryLineOfABody) {
 }
 
 TEST(ManifestText, SplitsAtTheSignatureLine) {
-    struct Case {
+    const struct {
         std::string file;
         const char* fault;
         const char* magic = "";
         std::vector<std::uint8_t> signature{};
         const char* body = "";
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"", "manifest magic mismatch"},
-        {"\n", "manifest magic mismatch"},
         {"ZOSIG2\nMSIG 00\n", "manifest magic mismatch"},
         {"zosig1\nMSIG 00\n", "manifest magic mismatch"},
-        {" ZOSIG1\nMSIG 00\n", "manifest magic mismatch"},
         {"ZOSIG1\r\r\nMSIG 00\n", "manifest magic mismatch"},
         {"\xEF\xBB\xBFZOSIG1\nMSIG 00\n", "manifest magic mismatch"},
         {"ZOSIG1", "manifest header missing MSIG line"},
-        {"ZOSIG1\n", "manifest header missing MSIG line"},
         {"ZOSIG1\nMSIG\n", "manifest header missing MSIG line"},
-        {"ZOSIG1\nMSIG\r\n", "manifest header missing MSIG line"},
         {"ZOSIG1\nmsig 00\n", "manifest header missing MSIG line"},
-        {"ZOSIG1\n\nMSIG 00\n", "manifest header missing MSIG line"},
         {"ZOSIG1\nMSIG ", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG \r\n", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 0\n", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 0g\n", "bad MSIG hex in manifest"},
-        {"ZOSIG1\nMSIG  00\n", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 00\r\r\n", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 00fF", "", "ZOSIG1\n", {0x00, 0xFF}, ""},
         {"ZOSIG1\r\nMSIG Ab\r\nALG x\r\n", "", "ZOSIG1\r\n", {0xAB}, "ALG x\r\n"},
         {"ZOSIG1\nMSIG 01\n\n\n", "", "ZOSIG1\n", {0x01}, "\n\n"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SignedText parts;
         EXPECT_EQ(SplitSignedText(c.file, parts), c.fault) << c.file;
         if (*c.fault != '\0') continue;
@@ -79,21 +73,17 @@ TEST(ManifestText, SplitsAtTheSignatureLine) {
 }
 
 TEST(ManifestText, RefusesAndIgnoresInTheHeaderWhatItShould) {
-    struct Case {
+    const struct {
         std::string body;
         const char* fault;
         std::string root{};
         std::uint64_t time = 0;
         std::uint8_t pub = 0;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"", "manifest header not terminated"},
-        {"ALG RSA-2048-PKCS1-SHA256\nCOUNT 0\n", "manifest header not terminated"},
         {"---- \n", "manifest header not terminated"},
-        {"-----\n", "manifest header not terminated"},
         {"ALG RSA-2048-PKCS1-SHA256 \n----\n", "unsupported algorithm in manifest"},
         {"ALG \n", "unsupported algorithm in manifest"},  // told before the missing end
-        {"PUB \n----\n", "bad PUB thumbprint in manifest"},
         {"PUB " + kPub + "77\n----\n", "bad PUB thumbprint in manifest"},
         {"PUB " + kPub.substr(2) + "\n----\n", "bad PUB thumbprint in manifest"},
         {"PUB " + kPub.substr(1) + "g\n----\n", "bad PUB thumbprint in manifest"},
@@ -103,10 +93,9 @@ TEST(ManifestText, RefusesAndIgnoresInTheHeaderWhatItShould) {
         {"ROOT a\nROOT \nTIME 1\nTIME -1\n----\n", "", "", 0},
         {"ALG\nROOT\nPUB\nTIME\nroot x\n ROOT x\nTIME\t5\n----\n", ""},
         {"TIME 99999999999999999999\n----\n", "", "", 18446744073709551615u},
-        {"TIME 18446744073709551615\n----\n", "", "", 18446744073709551615u},
         {"TIME 18446744073709551616\n----\n", "", "", 18446744073709551615u},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         ListedTree tree;
         EXPECT_EQ(ParseBody(c.body, tree), c.fault) << c.body;
         if (*c.fault != '\0') continue;
@@ -135,22 +124,18 @@ std::string Show(const ListedTree& tree) {
 
 TEST(ManifestText, ReadsTheBodyLineByLine) {
     const std::string hash = "  HASH " + kDigest + "\n";
-    struct Case {
+    const struct {
         std::string lines;
         std::string shown;
         const char* fault = "";
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"D S .\nD O a b\r\nD S x", "S:.;O:a b;S:x;"},
         {"D\nF\nK\n\nX y\nd S .\n D S .\nDS .\nF\tx\n----\n", ""},
-        {"D X .\n", "", "bad directory line in manifest"},
-        {"D s .\n", "", "bad directory line in manifest"},
-        {"D S\n", "", "bad directory line in manifest"},
-        {"D S \n", "", "bad directory line in manifest"},
-        {"D \n", "", "bad directory line in manifest"},
-        {"D S\t.\n", "", "bad directory line in manifest"},
-        {"D SS .\n", "", "bad directory line in manifest"},
-        {"D  S .\n", "", "bad directory line in manifest"},
+        {"D X .\n", "", kBadDirectory},
+        {"D S\n", "", kBadDirectory},
+        {"D S \n", "", kBadDirectory},
+        {"D S\t.\n", "", kBadDirectory},
+        {"D SS .\n", "", kBadDirectory},
         {"D S  .\n", "S: .;"},  // a name may begin with a blank
         {"K a.lnk\nK \nK  b\n", "K:a.lnk;K:;K: b;"},
         {"F a\n  SIZE 7\n" + hash + "  SIG  0aF0\nK b\n", "F:a,7,hash,0aF0;K:b;"},
@@ -160,22 +145,18 @@ TEST(ManifestText, ReadsTheBodyLineByLine) {
         {"F a\n  SIZE 12 3\n  SIG 0a\n  HASH" + kDigest + "\n", "F:a,12;"},    // near misses are no keys
         {"F a\n  size 1\n  SIZE\t1\n  SIZE  1\n", "F:a;"},
         {"F a\nF b\nD S c\nK d\nK e\n", "F:a;K:e;"},  // consumed by position
-        {"F a\n\n\n\nK e\n", "F:a;K:e;"},
         {"F a\nxSIZE 1\n \n\t\nK e\n", "F:a;K:e;"},
         {"F a", "F:a;"},
         {"F a\n  SIG  \n  SIG  \n  SIG  ", "F:a;"},
         {"F \n  SIZE 1\n", "F:,1;"},
-        {"F a b\n  HASH \n", "", "bad HASH for a b"},
-        {"F a\n  HASH " + kDigest + "a\n", "", "bad HASH for a"},
         {"F a\n  HASH " + kDigest.substr(1) + "\n", "", "bad HASH for a"},
         {"F a\n  HASH " + kDigest.substr(1) + "g\n", "", "bad HASH for a"},
-        {"F a\n  HASH " + kDigest + " \n", "", "bad HASH for a"},
-        {"F a\n  SIG  a\n", "", "bad SIG for a"},
+        {"F a b\n  HASH " + kDigest + " \n", "", "bad HASH for a b"},
         {"F a\n  SIG   aa\n", "", "bad SIG for a"},
         {"F a\n  SIG  " + kDigest + "zz\n", "", "bad SIG for a"},
         {"F a\n  SIG  x\nD X\n", "", "bad SIG for a"},  // the first fault is told
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         ListedTree tree;
         const std::string body = "----\n" + c.lines;
         EXPECT_EQ(ParseBody(body, tree), c.fault) << c.lines;

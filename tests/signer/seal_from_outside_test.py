@@ -108,16 +108,25 @@ class SealTest(unittest.TestCase):
         (self.tree / "loop").unlink()
         (self.tree / "d/out").unlink()
         self.verify(0)
-        # Not noticed: links to identical bytes and identical contents in place of what was listed.
-        (self.tree / "a.txt").rename(self.folder / "a.txt")
-        (self.tree / "a.txt").symlink_to(self.folder / "a.txt")
-        (self.tree / "d").rename(self.folder / "d")
-        (self.tree / "d").symlink_to(self.folder / "d")
-        self.verify(0)
-        # A link that replaces a listed file is as good or bad as what it leads to.
-        (self.tree / "a.txt").unlink()
-        (self.tree / "a.txt").symlink_to(outside)
-        self.assertEqual(self.findings(self.verify(18)), ["missing a.txt"])
+
+    def test_a_link_in_the_place_of_what_was_listed_is_as_good_as_what_it_leads_to(self):
+        self.sign()
+        (self.folder / "same/d").mkdir(parents=True)
+        (self.folder / "same/o.txt").write_text("o")
+        (self.folder / "other").mkdir()
+        (self.folder / "other/new").write_text("alpha")
+        for path, target, expected in (
+                ("a.txt", "other/new", []), ("a.txt", "same/o.txt", ["bad a.txt"]), ("a.txt", "other", ["missing a.txt"]),
+                ("k.LNK", "other/new", []), ("k.LNK", "other", ["missing k.LNK"]),
+                ("open", "same", ["extra open/d"]), ("open", "other", ["extra open/new", "missing open/o.txt"])):
+            listed, aside = self.tree / path, self.folder / "aside"
+            listed.rename(aside)
+            listed.symlink_to(self.folder / target)
+            code = 16 + sum({"extra": 1, "missing": 2, "bad": 4}[finding.split()[0]] for finding in expected)
+            self.assertEqual(self.findings(self.verify(code if expected else 0)), expected, (path, target))
+            self.assertEqual(self.oracle(), expected, (path, target))
+            listed.unlink()
+            aside.rename(listed)
 
     def test_long_paths_and_read_only_trees(self):
         deep = "/".join(["n" * 50] * 8)
@@ -130,6 +139,14 @@ class SealTest(unittest.TestCase):
         self.verify(0)
         os.remove(self.tree / deep / "far.txt")
         self.assertEqual(self.findings(self.verify(18)), [f"missing {deep}/far.txt"])
+
+        for number in range(300):  # a listing of more than one buffer
+            self.write(f"many/{number:03}" + "n" * 200, str(number))
+        self.assertEqual(self.sign()["entries"], 308)
+        self.verify(0)
+        self.write("many/299", "")
+        (self.tree / ("many/298" + "n" * 200)).unlink()
+        self.assertEqual(self.findings(self.verify(19)), ["extra many/299", "missing many/298" + "n" * 200])
 
     def test_keys_and_their_exit_codes(self):
         shown = self.zoctl("keys", "thumbprint", dos(self.keys))
@@ -170,14 +187,12 @@ class SealTest(unittest.TestCase):
     def test_unreadable_files_fail_under_strict_only(self):
         without = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--inh-caps", "-dac_override,-dac_read_search"]
         os.chmod(self.tree / "d", 0)
-        try:
-            facts = self.sign(prefix=without)
-            if facts["unreadable"] == 0:
-                self.skipTest("nothing is denied here")
-            self.assertIn("unreadable", [f["kind"] for f in facts["findings"]])
-            self.sign("--strict", code=34, prefix=without)
-        finally:
-            os.chmod(self.tree / "d", 0o755)
+        self.addCleanup(os.chmod, self.tree / "d", 0o755)
+        facts = self.sign(prefix=without)
+        if facts["unreadable"] == 0:
+            self.skipTest("nothing is denied here")
+        self.assertIn("unreadable", [f["kind"] for f in facts["findings"]])
+        self.sign("--strict", code=34, prefix=without)
 
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")

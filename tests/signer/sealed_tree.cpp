@@ -56,6 +56,15 @@ Bytes PublicHalf(const Bytes& privateBlob) {
     return blob;
 }
 
+const Bytes& DevelopmentPublicKey() {
+    static const Bytes key = PublicHalf(DevelopmentKey());
+    return key;
+}
+
+std::string Text(const Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
 std::string Sha256Hex(const std::string& bytes) {
     return zo::ToHex(Sha256(bytes));
 }
@@ -67,16 +76,23 @@ std::string SignatureHex(const std::string& bytes) {
     return zo::ToHex(signature);
 }
 
+std::string FileLines(const std::string& path, const std::string& bytes) {
+    return "F " + path + "\n  SIZE " + std::to_string(bytes.size()) + "\n  HASH " + Sha256Hex(bytes) + "\n  SIG  " +
+           SignatureHex(bytes) + "\n";
+}
+
 void CollectMessage(void* messages, std::uint32_t level, const wchar_t* message) {
-    static_cast<std::vector<std::string>*>(messages)->push_back(std::to_string(level) + " " +
-                                                                zo::Utf8FromWide(message));
+    static_cast<Lines*>(messages)->push_back(std::to_string(level) + " " + zo::Utf8FromWide(message));
 }
 
 SealedTree::SealedTree() {
-    const auto text = [](const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); };
-    WriteFileBytes(Keystore() / "private.rsakey", text(DevelopmentKey()));
-    WriteFileBytes(Keystore() / "public.rsakey", text(PublicHalf(DevelopmentKey())));
+    WriteFileBytes(Keystore() / "private.rsakey", Text(DevelopmentKey()));
+    WriteFileBytes(Keystore() / "public.rsakey", Text(DevelopmentPublicKey()));
     std::filesystem::create_directories(Root());
+}
+
+std::filesystem::path SealedTree::At(const std::string& relative) const {
+    return (Root() / zo::WideFromUtf8(relative)).make_preferred();
 }
 
 std::string SealedTree::Shown(const std::string& relative) const {
@@ -85,20 +101,41 @@ std::string SealedTree::Shown(const std::string& relative) const {
     return shown;
 }
 
-void SealedTree::Write(const std::string& relative, const std::string& bytes) const {
-    WriteFileBytes(Root() / zo::WideFromUtf8(relative), bytes);
+void SealedTree::Change(const std::string& steps) const {
+    for (std::size_t at = 0, end = 0; at < steps.size(); at = end + 1) {
+        end = std::min(steps.find(';', at), steps.size());
+        const std::size_t equals = std::min(steps.find('=', at), end);
+        const std::filesystem::path path = At(steps.substr(at + 1, equals - at - 1));
+        const std::string value = equals == end ? "" : steps.substr(equals + 1, end - equals - 1);
+        bool done = true;
+        switch (steps[at]) {
+            case '+':
+                WriteFileBytes(path, value);
+                break;
+            case '/':
+                std::filesystem::create_directories(path);
+                break;
+            case '-':
+                RemoveTree(path.wstring());
+                break;
+            case '>':
+                done = MoveFileW(path.c_str(), At(value).c_str()) != FALSE;
+                break;
+            case '!':
+                done = SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY) != FALSE;
+                break;
+            case '&':
+                done = CreateHardLinkW(path.c_str(), manifest_.c_str(), nullptr) != FALSE;
+                break;
+            default:
+                done = false;
+        }
+        Require(done, steps.c_str());
+    }
 }
 
-void SealedTree::MakeFolder(const std::string& relative) const {
-    std::filesystem::create_directories(Root() / zo::WideFromUtf8(relative));
-}
-
-void SealedTree::Remove(const std::string& relative) const {
-    RemoveTree((Root() / zo::WideFromUtf8(relative)).make_preferred().wstring());
-}
-
-SignOutcome SealedTree::Sign(const SignChange& change) const {
-    SignOutcome outcome;
+Outcome<ZoSignerSignResult> SealedTree::Sign(const std::function<void(ZoSignerSignOptions&)>& change) const {
+    Outcome<ZoSignerSignResult> outcome;
     ZoSignerSignOptions options{};
     options.root = root_.c_str();
     options.manifest = manifest_.c_str();
@@ -110,14 +147,10 @@ SignOutcome SealedTree::Sign(const SignChange& change) const {
     return outcome;
 }
 
-VerifyOutcome SealedTree::Verify(const VerifyChange& change) const {
-    VerifyOutcome outcome;
-    ZoSignerVerifyOptions options{};
-    options.root = root_.c_str();
-    options.manifest = manifest_.c_str();
-    options.keystore = keystore_.c_str();
-    options.logCallback = CollectMessage;
-    options.logContext = &outcome.messages;
+Outcome<ZoSignerVerifyResult> SealedTree::Verify(const std::function<void(ZoSignerVerifyOptions&)>& change) const {
+    Outcome<ZoSignerVerifyResult> outcome;
+    ZoSignerVerifyOptions options{root_.c_str(),  manifest_.c_str(), keystore_.c_str(), nullptr, 0,
+                                  CollectMessage, &outcome.messages};
     if (change) change(options);
     outcome.status = ZoSigner_VerifyDirectory(&options, &outcome.result);
     return outcome;
