@@ -124,7 +124,6 @@ class SealTest(unittest.TestCase):
             listed.symlink_to(self.folder / target)
             code = 16 + sum({"extra": 1, "missing": 2, "bad": 4}[finding.split()[0]] for finding in expected)
             self.assertEqual(self.findings(self.verify(code if expected else 0)), expected, (path, target))
-            self.assertEqual(self.oracle(), expected, (path, target))
             listed.unlink()
             aside.rename(listed)
 
