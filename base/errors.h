@@ -12,6 +12,7 @@ inline constexpr std::int32_t kFail = static_cast<std::int32_t>(0x80004005u);
 inline constexpr std::int32_t kAborted = static_cast<std::int32_t>(0x80004004u);
 inline constexpr std::int32_t kOutOfMemory = static_cast<std::int32_t>(0x8007000Eu);
 inline constexpr std::int32_t kInvalidArgument = static_cast<std::int32_t>(0x80070057u);
+inline constexpr std::int32_t kInsufficientBuffer = static_cast<std::int32_t>(0x8007007Au);
 
 // 0 stays success, and a value that is an HRESULT already (negative) stays what it is.
 [[nodiscard]] constexpr std::int32_t HresultFromWin32(std::uint32_t error) noexcept {

@@ -34,11 +34,17 @@ std::uint32_t MakeFolders(std::wstring path) {
 
 }  // namespace
 
-FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes) {
+bool FileReadResult::Absent() const noexcept {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes, Sharing sharing) {
     using Step = FileReadResult::Step;
     bytes.clear();
+    const DWORD shared =
+        sharing == Sharing::kRead ? FILE_SHARE_READ : FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const OwnedFile file(
-        CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        CreateFileW(path, GENERIC_READ, shared, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) return {Step::kOpen, GetLastError()};
 
     LARGE_INTEGER size{};

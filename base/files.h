@@ -16,11 +16,16 @@ struct FileReadResult {
     std::uint32_t error = 0;  // Win32
 
     explicit operator bool() const noexcept { return failedAt == Step::kDone; }
+    // There is no such file, or no such folder on the way to it.
+    [[nodiscard]] bool Absent() const noexcept;
 };
 
-// GENERIC_READ, shared for reading, one read of the file's whole size. A file that shrinks in between is a failed read.
-// Files of 4 GiB and more are refused as a failed read (ERROR_FILE_TOO_LARGE).
-[[nodiscard]] FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes);
+// What others may do with a file while it is read.
+enum class Sharing { kRead, kReadWriteDelete };
+
+// GENERIC_READ, one read of the file's whole size. A file that shrinks in between is a failed read. Files of 4 GiB and
+// more are refused as a failed read (ERROR_FILE_TOO_LARGE).
+[[nodiscard]] FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes, Sharing sharing = Sharing::kRead);
 
 // One write of all the bytes to an open file (a HANDLE). Gives the Win32 error, 0 when done; writing less is a failure.
 [[nodiscard]] std::uint32_t WriteWhole(void* file, std::string_view bytes);

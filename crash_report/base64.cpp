@@ -5,6 +5,10 @@
 
 #include "base64_avx2.h"
 
+#if defined(_MSC_VER)
+#include <intrin.h>
+#endif
+
 namespace zocrash {
 
 namespace {
@@ -34,12 +38,29 @@ void EncodeSix(std::uint64_t value, char* text) noexcept {
     }
 }
 
+// Whether the processor has the 256-bit integer instructions and the system keeps their registers.
+bool HasAvx2() noexcept {
+#if defined(_MSC_VER) && defined(_M_X64)
+    int leaf1[4];
+    int leaf7[4];
+    __cpuid(leaf1, 1);
+    __cpuidex(leaf7, 7, 0);
+    const bool systemKeepsRegisters = (leaf1[2] & (1 << 27)) != 0 && (_xgetbv(0) & 6) == 6;
+    return systemKeepsRegisters && (leaf7[1] & (1 << 5)) != 0;
+#elif defined(__x86_64__)
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2");
+#else
+    return false;
+#endif
+}
+
 }  // namespace
 
 void EncodeBase64(std::span<const std::uint8_t> bytes, char* text) noexcept {
     const std::uint8_t* next = bytes.data();
     std::size_t left = bytes.size();
-    if (HasBase64Avx2()) {
+    if (HasAvx2()) {
         const std::size_t done = EncodeBase64Avx2(next, left, text);
         next += done;
         left -= done;

@@ -2,9 +2,6 @@
 
 #if defined(__AVX2__)
 #include <immintrin.h>
-#if defined(_MSC_VER)
-#include <intrin.h>
-#endif
 #endif
 
 namespace zocrash {
@@ -45,20 +42,6 @@ __m256i Characters(__m256i values) noexcept {
 
 }  // namespace
 
-bool HasBase64Avx2() noexcept {
-#if defined(_MSC_VER)
-    int leaf1[4];
-    int leaf7[4];
-    __cpuid(leaf1, 1);
-    __cpuidex(leaf7, 7, 0);
-    const bool systemKeepsRegisters = (leaf1[2] & (1 << 27)) != 0 && (_xgetbv(0) & 6) == 6;
-    return systemKeepsRegisters && (leaf7[1] & (1 << 5)) != 0;
-#else
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2");
-#endif
-}
-
 std::size_t EncodeBase64Avx2(const std::uint8_t* bytes, std::size_t size, char* text) noexcept {
     std::size_t done = 0;
     for (; size - done >= kLoaded; done += kGroup, text += 32) {
@@ -71,10 +54,6 @@ std::size_t EncodeBase64Avx2(const std::uint8_t* bytes, std::size_t size, char* 
 }
 
 #else
-
-bool HasBase64Avx2() noexcept {
-    return false;
-}
 
 std::size_t EncodeBase64Avx2(const std::uint8_t*, std::size_t, char*) noexcept {
     return 0;

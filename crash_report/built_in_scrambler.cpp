@@ -13,8 +13,6 @@ namespace zocrash {
 
 namespace {
 
-constexpr auto kInsufficientBuffer = static_cast<std::int32_t>(0x8007007Au);
-
 class Aes128 : public BlockCipher {
   public:
     [[nodiscard]] std::int32_t Open() {
@@ -55,7 +53,7 @@ std::int32_t BuiltInScrambler(void*, const std::uint8_t* in, std::uint32_t inLen
     const std::uint64_t needed = ScrambledLength(inLength);
     if (needed > std::numeric_limits<std::uint32_t>::max()) return zo::kInvalidArgument;
     *outLength = static_cast<std::uint32_t>(needed);
-    if (out == nullptr || outCapacity < needed) return kInsufficientBuffer;
+    if (out == nullptr || outCapacity < needed) return zo::kInsufficientBuffer;
 
     ScramblerRandomness random;
     if (const std::int32_t status = zo::FillRandom({reinterpret_cast<std::uint8_t*>(&random), sizeof(random)});

@@ -89,7 +89,9 @@ std::int32_t CrashProtocolDocument::BuildFullDocument(const DumpAnalysisResult& 
     body = {};
     {
         std::string dump;
-        if (!zo::ReadWholeFile(zo::WideFromAnsi(analysis.dumpPath).c_str(), dump) || dump.empty()) {
+        // Who wrote the dump may still hold it open, and that must not cost the report.
+        const std::wstring path = zo::WideFromAnsi(analysis.dumpPath);
+        if (!zo::ReadWholeFile(path.c_str(), dump, zo::Sharing::kReadWriteDelete) || dump.empty()) {
             return zo::HresultFromWin32(ERROR_FILE_NOT_FOUND);
         }
         if (analysis.loadOutput.empty()) return zo::kFail;

@@ -81,15 +81,17 @@ void Pipeline::Process(const DumpEntry& entry, DebugEngine& engine, CrashProtoco
                       zo::Bits(status));
         return;
     }
-    const std::string matched = reporter_.targets.Match(analysis.analysisText);
+    // The engine prints, and callers name their drivers, in the ANSI code page.
+    const std::wstring matched = zo::WideFromAnsi(reporter_.targets.Match(analysis.analysisText));
     const bool upload = reporter_.settings.uploadAll || !matched.empty();
-    reporter_.Log(ZOCRASH_LOG_INFO, "Dump {} matched=[{}] upload={}", zo::Utf8FromWide(entry.path), matched, upload);
+    reporter_.Log(ZOCRASH_LOG_INFO, "Dump {} matched=[{}] upload={}", zo::Utf8FromWide(entry.path),
+                  zo::Utf8FromWide(matched), upload);
     if (!upload) return;
 
     ++stats_.dumpsSelected;
     if (!matched.empty()) {
         if (!matchedOfRun_.empty()) matchedOfRun_ += L';';
-        matchedOfRun_ += zo::WideFromUtf8(matched);
+        matchedOfRun_ += matched;
     }
     Report(analysis, document);
 }

@@ -12,7 +12,6 @@ namespace zocrash {
 
 namespace {
 
-constexpr auto kInsufficientBuffer = static_cast<std::int32_t>(0x8007007Au);
 constexpr auto kTooLarge = static_cast<std::int32_t>(0x800700DFu);  // ERROR_FILE_TOO_LARGE
 
 }  // namespace
@@ -45,7 +44,7 @@ std::int32_t ScrambleDocument(RequestBody text, BodyScrambler scrambler, void* c
     const auto inLength = static_cast<std::uint32_t>(in.size());
     std::uint32_t length = 0;
     const std::int32_t sizing = scrambler(context, in.data(), inLength, nullptr, 0, &length);
-    if (sizing < 0 && sizing != kInsufficientBuffer) return sizing;
+    if (sizing < 0 && sizing != zo::kInsufficientBuffer) return sizing;
 
     RequestBody scrambled(length);
     const std::int32_t status = scrambler(context, in.data(), inLength, scrambled.Payload().data(), length, &length);

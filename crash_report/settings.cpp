@@ -1,14 +1,6 @@
 #include "settings.h"
 
-// clang-format off
-#include <windows.h>
-#include <objbase.h>
-#include <shlobj.h>
-// clang-format on
-
-#include <filesystem>
-
-#include "owned_handles.h"
+#include "local_app_data.h"
 
 // The build passes narrow literals; beside a wide one they become wide.
 #define ZO_WIDE(text) L"" text
@@ -20,15 +12,6 @@ namespace {
 constexpr std::uint32_t kDefaultLcid = 2502;
 constexpr std::uint64_t kDefaultMaxDumpBytes = 0xA00000;
 constexpr std::uint32_t kDefaultNetworkWaitSeconds = 300;
-
-// FOLDERID_LocalAppData
-constexpr GUID kLocalAppData = {0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
-
-struct TaskMemoryKind {
-    using Handle = wchar_t*;
-    static Handle None() noexcept { return nullptr; }
-    static void Close(Handle handle) noexcept { CoTaskMemFree(handle); }
-};
 
 void TakeText(std::wstring& setting, const wchar_t* given) {
     if (given != nullptr && given[0] != L'\0') setting = given;
@@ -57,9 +40,8 @@ CrashReportSettings Defaults() {
 }  // namespace
 
 std::wstring DefaultComparePath() {
-    zo::Owned<TaskMemoryKind> folder;
-    if (FAILED(SHGetKnownFolderPath(kLocalAppData, 0, nullptr, folder.Out()))) return {};
-    return (std::filesystem::path(folder.Get()) / L"ZoProtector" / L"crash_compare.dat").wstring();
+    const std::filesystem::path folder = zo::LocalAppDataFolder();
+    return folder.empty() ? std::wstring() : (folder / ZOCRASH_DEFAULT_RECORD).wstring();
 }
 
 const char* ContactAddress() noexcept {

@@ -9,7 +9,7 @@
 
 namespace zocrash {
 
-// The local application data folder's "ZoProtector\crash_compare.dat"; empty, which switches the record off, when the
+// The local application data folder's ZOCRASH_DEFAULT_RECORD; empty, which switches the record off, when the
 // system does not tell that folder.
 [[nodiscard]] std::wstring DefaultComparePath();
 

@@ -72,6 +72,9 @@ typedef void (*ZoCrashLogger)(void* context, int32_t level, const wchar_t* messa
 typedef int32_t (*ZoCrashBodyScrambler)(void* context, const uint8_t* in, uint32_t inLength, uint8_t* out,
                                         uint32_t outCapacity, uint32_t* outLength);
 
+/* Where the dedupe record is unless compareFilePath says otherwise: below the user's local application data folder. */
+#define ZOCRASH_DEFAULT_RECORD L"ZoProtector\\crash_compare.dat"
+
 /* Natural alignment: 72 bytes. Null and empty strings and zeros stand for the defaults. */
 typedef struct ZoCrashReportConfig {
     const wchar_t* serverUrl;       /* "https://HOST[:PORT][/PATH]"; default: a setting of the build */
@@ -79,7 +82,7 @@ typedef struct ZoCrashReportConfig {
     const wchar_t* appVersion;      /* sent as AppVer; default "100.0.100.1" */
     uint32_t lcid;                  /* sent as LCID; default 2502 */
     const wchar_t* minidumpDir;     /* default: the registry's MinidumpDir of CrashControl, else WINDOWS\Minidump */
-    const wchar_t* compareFilePath; /* the dedupe record; default: LOCALAPPDATA\ZoProtector\crash_compare.dat */
+    const wchar_t* compareFilePath; /* the dedupe record; default: LOCALAPPDATA\ZOCRASH_DEFAULT_RECORD */
     int32_t uploadAll;              /* not zero: report every new dump, matched or not */
     uint64_t maxDumpBytes;          /* ZoCrashReport_Run ignores larger files; default 10485760 */
     uint32_t networkWaitSeconds;    /* longest wait for ZoCrashReport_NotifyNetworkOk; default 300 */
