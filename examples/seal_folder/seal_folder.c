@@ -1,6 +1,6 @@
 /* seal_folder FOLDER MANIFEST KEYSTORE: seals FOLDER with a signed manifest when MANIFEST does not exist yet, and
  * verifies the folder against it when it does. Ends with 0 when all is well, 1 on a failure, 3 when something was
- * changed. */
+ * changed, be it the manifest. */
 
 #include <stdio.h>
 #include <zosigner.h>
@@ -41,7 +41,11 @@ static int Verify(const wchar_t* folder, const wchar_t* manifest, const wchar_t*
         printf("unchanged: %u file(s)\n", (unsigned)result.ok);
         return 0;
     }
-    if (status == ZOSIG_E_VERIFY_FAILED || status == ZOSIG_E_TAMPERED) {
+    if (status == ZOSIG_E_TAMPERED) {
+        printf("the manifest was changed, or was signed with another key\n"); /* the folder was not looked at */
+        return 3;
+    }
+    if (status == ZOSIG_E_VERIFY_FAILED) {
         printf("changed: %u bad, %u missing, %u extra\n", (unsigned)result.bad, (unsigned)result.missing,
                (unsigned)result.extra);
         return 3;

@@ -53,11 +53,21 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def log_message(self, form, *values):
         self.server.settings.note(form % values)
 
+    def _path(self):
+        """The path of the request's target; None when that is none."""
+        try:
+            return urllib.parse.urlsplit(self.path).path
+        except ValueError:  # brackets that hold no address, for one
+            return None
+
     # Pages
 
     def do_GET(self):
         settings = self.server.settings
-        path = urllib.parse.unquote(urllib.parse.urlsplit(self.path).path)
+        path = self._path()
+        if path is None:
+            return self._send(400, b"400 the address is malformed")
+        path = urllib.parse.unquote(path)
         if match := re.fullmatch(r"/crash/([0-9a-f]{32})", path):
             return self._page(pages.crash(settings.store, match.group(1)))
         if match := re.fullmatch(r"/report/([0-9]{1,9})", path):
@@ -117,8 +127,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         settings = self.server.settings
         if condition.name in conditions.UNDERSTANDS_NOTHING:
             return 200, b""
-        if urllib.parse.urlsplit(self.path).path != settings.path:
-            return 404, b"404 reports are posted elsewhere"
+        path = self._path()
+        if path != settings.path:
+            return (400, b"400 the address is malformed") if path is None else (404, b"404 reports are posted elsewhere")
         try:
             document = protocol.reveal(protocol.unframe(body), settings.key)
             settings.recorder.add(number, "document", document)

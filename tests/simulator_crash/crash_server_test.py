@@ -136,6 +136,8 @@ class Running(unittest.TestCase):
         self.assertRegex(self.server.post(framed(document(query_fields())), "/crush")[1], r"\A404 ")
         for path in ("/crash/zz", "/report/99999", "/report/99999/dump", "/nothing"):
             self.assertEqual(self.server.request("GET", path)[0], 404, path)
+        self.assertEqual(self.server.request("GET", "any://[")[0], 400)
+        self.assertEqual(self.server.post(framed(document(query_fields())), "any://[")[0], 400)
 
     def test_everything_from_the_wire_is_escaped(self):
         attack = "\"'><script>alert(1)</script><img src=x onerror=alert(2)>"
