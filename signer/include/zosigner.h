@@ -117,7 +117,7 @@ typedef struct ZoSignerVerifyResult {
  *   0            done
  *   0x80070057   keystore is null or empty
  *   0x8007001D   the files could not be written; one of them may have been
- *   0xD.......   the platform's cryptography failed */
+ *   0xD......., 0x9.......   the platform's cryptography failed: its own status with bit 0x10000000 set */
 ZO_API int32_t ZoSigner_GenerateKeyPair(const wchar_t* keystore);
 
 /* The SHA-256 of the public key blob, by which manifests name their key. Taken from public.rsakey, or from
@@ -142,7 +142,7 @@ ZO_API int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t 
  *                absolute; a seal callback is needed and null
  *   0x8007001D   a fresh pair could not be saved
  *   0x80004005   the root cannot be listed, or the manifest cannot be signed or written; a message says why
- *   0xD.......   the key blob is no private key, or the platform's cryptography failed
+ *   0xD......., 0x9.......   the key blob is no private key, or the platform's cryptography failed
  *   other        what the seal callback returned
  *
  * Example:
@@ -169,7 +169,7 @@ ZO_API int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSign
  *   0x80070057                   options, root or manifest is null; neither a key blob nor a keystore; the root
  *                                cannot be made absolute
  *   0x8007....                   the manifest cannot be opened or read
- *   0xD.......                   the key blob is no key, or the platform's cryptography failed */
+ *   0xD......., 0x9.......       the key blob is no key, or the platform's cryptography failed */
 ZO_API int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result);
 
 /* The same with the public key that the library was built with (ZO_EMBEDDED_PUBLIC_KEY); keystore and key blob are

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "child_process.h"
 #include "installed_driver.h"
 #include "reporter_fixture.h"
 #include "zoprotector.h"
@@ -86,6 +87,15 @@ TEST_F(Staging, NeverFollowsALinkThatWasPlanted) {
     EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 145");
     EXPECT_FALSE(std::filesystem::exists(staged_ / "old"));
     EXPECT_FALSE(std::filesystem::exists(staged_ / "a.dmp"));
+}
+
+TEST_F(Staging, ByZoctlOpensTheChannelItself) {
+    UseTemporary("tmp4");
+    const auto list =
+        zotest::RunChild((zotest::ProgramFolder() / "zoctl.exe").wstring(),
+                         {L"crash", L"list", L"--json", L"--dumps", denied_, L"--record", record_.wstring()});
+    EXPECT_EQ(list.exitCode, 0u) << list.err;
+    EXPECT_NE(list.out.find("a.dmp"), std::string::npos) << list.out;
 }
 
 TEST_F(Staging, NeedsATemporaryFolder) {

@@ -20,7 +20,7 @@ trap clean EXIT
 cp "$(dirname "$program")/dumps/ours.dmp" "$work/denied/a.dmp"
 echo inner >"$work/denied/folder/inner.dmp"
 printf precious >"$work/victim/precious"
-for temporary in tmp1 tmp2 tmp3; do
+for temporary in tmp1 tmp2 tmp3 tmp4; do
     staging=$work/$temporary/ZoProtector/Minidump
     mkdir -p "$staging/old/deep"
     echo old >"$staging/old/deep/file"

@@ -6,6 +6,7 @@ Arguments: the emulator's command line and zoctl.exe."""
 import json
 import os
 import pathlib
+import socket
 import subprocess
 import sys
 import tempfile
@@ -33,8 +34,8 @@ class SealTest(unittest.TestCase):
         cls.keys_folder.cleanup()
 
     @staticmethod
-    def zoctl(*arguments, prefix=()):
-        return subprocess.run([*prefix, *ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+    def zoctl(*arguments):
+        return subprocess.run([*ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -51,8 +52,8 @@ class SealTest(unittest.TestCase):
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(contents)
 
-    def sign(self, *more, code=0, prefix=()):
-        done = self.zoctl("sign", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys), "--json", *more, prefix=prefix)
+    def sign(self, *more, code=0):
+        done = self.zoctl("sign", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys), "--json", *more)
         self.assertEqual(done.returncode, code, done)
         return json.loads(done.stdout)
 
@@ -153,16 +154,35 @@ class SealTest(unittest.TestCase):
         self.assertEqual(self.zoctl("keys", "generate", dos(self.keys)).returncode, 6)
         self.assertEqual(self.zoctl("keys", "thumbprint", dos(self.folder)).returncode, 33)
         self.sign()
-        other = self.folder / "other"
+        junk, cut, other = self.folder / "junk", self.folder / "cut", self.folder / "other"
+        junk.write_bytes(b"x" * 300)
+        cut.write_bytes((self.keys / "private.rsakey").read_bytes()[:40])
         self.zoctl("keys", "generate", dos(other))
         arguments = ["verify", dos(self.tree), "-m", dos(self.manifest), "--json"]
         for key, code in {("--keystore", dos(other)): 32, ("--keystore", dos(self.folder)): 33, ("--embedded-key",): 32,
                           ("--key", dos(self.keys / "public.rsakey")): 0, ("--key", dos(self.folder / "none")): 33,
-                          (): 2}.items():
+                          ("--key", dos(junk)): 33, ("--key", dos(cut)): 33, (): 2}.items():
             done = self.zoctl(*arguments, *key)
             self.assertEqual(done.returncode, code, (key, done))
             self.assertEqual(json.loads(done.stdout)["exitCode"], code)
         self.assertEqual(self.zoctl(*arguments[:3], dos(self.folder / "none"), "-k", dos(self.keys)).returncode, 3)
+        for key, code in {"public.rsakey": 33, "private.rsakey": 0}.items():
+            done = self.zoctl("sign", dos(self.tree), "-m", dos(self.manifest), "--key", dos(self.keys / key))
+            self.assertEqual(done.returncode, code, (key, done))
+
+    def test_folders_left_open_are_found_or_refused(self):
+        absolute = dos(self.tree).lower().replace("z:", "Z:")
+        for name, opened in {"Open\\": "Open", "./d/../open": "open", dos(self.tree / "d"): "d", absolute: ".",
+                             "opne": None, "a.txt": None, "..": None}.items():
+            with self.subTest(name):
+                facts = self.sign("--open", name, code=0 if opened else 2)
+                if opened:
+                    self.assertEqual(facts["open"], [opened])
+                    expected = {".": 0, "d": 2}.get(opened, 3)
+                    self.assertEqual((facts["directories"], facts["sealedDirectories"]), (4, expected))
+        # The word after a name is the tree.
+        done = self.zoctl("sign", "--open", "open", dos(self.tree), "-m", dos(self.manifest), "-k", dos(self.keys))
+        self.assertEqual(done.returncode, 0, done)
 
     def test_warns_of_a_keystore_inside_the_tree(self):
         inside = self.tree / "keys"
@@ -171,6 +191,8 @@ class SealTest(unittest.TestCase):
         self.assertIn("keystore lies inside", done.stderr)
         self.assertNotIn("\r", done.stderr)  # progress is for terminals
         self.assertIn(b"\nF keys/private.rsakey\n", self.manifest.read_bytes())
+        done = self.zoctl("sign", dos(self.tree), "-m", dos(self.manifest), "--key", dos(inside / "private.rsakey"))
+        self.assertIn("key file lies inside", done.stderr)
 
     def test_findings_stream_and_stay_printable(self):
         self.sign()
@@ -184,14 +206,14 @@ class SealTest(unittest.TestCase):
         self.assertEqual((first["kind"], last["exitCode"], last["counts"]["extra"]), ("extra", 17, 1))
 
     def test_unreadable_files_fail_under_strict_only(self):
-        without = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--inh-caps", "-dac_override,-dac_read_search"]
-        os.chmod(self.tree / "d", 0)
-        self.addCleanup(os.chmod, self.tree / "d", 0o755)
-        facts = self.sign(prefix=without)
-        if facts["unreadable"] == 0:
-            self.skipTest("nothing is denied here")
-        self.assertIn("unreadable", [f["kind"] for f in facts["findings"]])
-        self.sign("--strict", code=34, prefix=without)
+        with socket.socket(socket.AF_UNIX) as unreadable:  # nobody can open it as a file, whatever the rights
+            here = os.getcwd()
+            os.chdir(self.tree)  # for the name of a socket is short
+            unreadable.bind("sock")
+            os.chdir(here)
+            facts = self.sign()
+            self.assertEqual((facts["unreadable"], self.findings(facts)), (1, ["unreadable sock"]))
+            self.sign("--strict", code=34)
 
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")
@@ -213,7 +235,8 @@ class SealTest(unittest.TestCase):
         self.assertEqual({c["change"] + " " + c["path"] for c in json.loads(compared.stdout)["changes"]},
                          {"changed a.txt", "added new.txt", "removed d/dot.", "changed open"})
         self.assertEqual(self.zoctl("manifest", "diff", dos(old), dos(old)).returncode, 0)
-        self.assertEqual(self.zoctl("manifest", "show", dos(self.tree / "a.txt")).returncode, 32)
+        for file, code in {self.tree / "a.txt": 32, self.folder: 5}.items():
+            self.assertEqual(self.zoctl("manifest", "diff", dos(file), dos(old)).returncode, code)
         self.assertEqual(self.zoctl("manifest", "show", dos(self.folder / "none")).returncode, 3)
 
 

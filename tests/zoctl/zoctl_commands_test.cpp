@@ -1,5 +1,6 @@
 #include <sstream>
 
+#include "owned_handles.h"
 #include "zoctl_process.h"
 
 namespace {
@@ -262,6 +263,23 @@ TEST_F(ZoctlCommands, FollowingEventsAccountsForEveryOneAtALoadThatLoses) {
     const ZoctlRun failed = RunZoctl({"events", "--json"});
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_EQ(failed.json["totals"][0]["produced"], 0);
+}
+
+TEST(ZoctlSeal, HoldsNowhereWhereASealedFolderCannotBeListed) {
+    const zotest::TempFolder folder;
+    const std::filesystem::path shut = folder / "tree" / "shut";
+    std::filesystem::create_directories(shut);
+    const auto run = [&folder](const char* verb) {
+        return RunZoctl({verb, (folder / "tree").string(), "-m", (folder / "m").string(), "-k",
+                         (folder / "keys").string(), "--json"});
+    };
+    ASSERT_EQ(run("sign").exitCode, 0);
+    const zo::OwnedFile held(
+        CreateFileW(shut.c_str(), FILE_LIST_DIRECTORY, 0, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    ASSERT_TRUE(held);
+    const ZoctlRun verify = run("verify");
+    EXPECT_EQ(verify.exitCode, 34) << verify.out;
+    EXPECT_NE(verify.err.find("shut"), std::string::npos) << verify.err;
 }
 
 }  // namespace

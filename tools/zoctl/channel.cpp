@@ -4,21 +4,15 @@
 
 namespace zoctl {
 
-namespace {
+Channel::Channel() : status_(ZoProtector_Initialize()) {}
 
-struct OpenChannel {
-    OpenChannel() = default;
-    ~OpenChannel() { ZoProtector_Uninitialize(); }  // always succeeds
-    OpenChannel(const OpenChannel&) = delete;
-    OpenChannel& operator=(const OpenChannel&) = delete;
-};
-
-}  // namespace
+Channel::~Channel() {
+    ZoProtector_Uninitialize();  // always succeeds
+}
 
 int WithDriver(Output& out, const std::function<int()>& work) {
-    const std::int32_t status = ZoProtector_Initialize();
-    if (status < 0) return out.Fail(status, Subject::kChannel, "reach the driver");
-    const OpenChannel channel;
+    const Channel channel;
+    if (channel.Status() < 0) return out.Fail(channel.Status(), Subject::kChannel, "reach the driver");
     return work();
 }
 

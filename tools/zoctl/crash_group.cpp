@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <sstream>
 
 #include "console.h"
 #include "crash_session.h"
+#include "errors.h"
 #include "format.h"
 #include "groups.h"
 #include "text.h"
@@ -15,10 +17,14 @@ constexpr char kNoServerLimit[] =
     "hold.";
 
 // The counters and what they leave over, so that they add up: found = notAnalysed + notSelected + notReached +
-// selected; selected = accepted + alreadyKnown + queriesFailed; accepted = uploaded + uploadsFailed.
+// selected; selected = accepted + alreadyKnown + queriesFailed + heldBack; accepted = uploaded + uploadsFailed.
 struct Tally {
-    explicit Tally(const CrashResult& result) : stats(result.stats) {
+    explicit Tally(const CrashResult& result)
+        : stats(result.stats),
+          heldBack(result.heldBack),
+          queriesFailed(stats.queriesFailed - std::min(heldBack, stats.queriesFailed)) {
         for (const CrashDumpLine& dump : result.dumps) {
+            if (!dump.matched.empty()) ++matched;
             if (!dump.failure.empty()) {
                 ++notAnalysed;
             } else if (!dump.selected) {
@@ -37,12 +43,16 @@ struct Tally {
                 {"selected", stats.dumpsSelected},
                 {"accepted", stats.queriesAccepted},
                 {"alreadyKnown", stats.queriesAlreadyKnown},
-                {"queriesFailed", stats.queriesFailed},
+                {"queriesFailed", queriesFailed},
+                {"heldBack", heldBack},
                 {"uploaded", stats.uploadsSucceeded},
                 {"uploadsFailed", stats.uploadsFailed}};
     }
 
     const ZoCrashRunStats& stats;
+    std::uint32_t heldBack;
+    std::uint32_t queriesFailed;
+    std::uint32_t matched = 0;
     std::uint32_t notAnalysed = 0;
     std::uint32_t notSelected = 0;
     std::uint32_t notReached = 0;
@@ -129,12 +139,23 @@ void ShowQueries(Output& out, const CrashResult& result, const std::string& serv
 
 std::string Summary(const Tally& tally, CrashMode mode) {
     if (mode != CrashMode::kSend) {
-        return zo::Format("{} new, {} that would be reported. Nothing was sent and the record was not moved.",
-                          tally.stats.dumpsFound, tally.stats.dumpsSelected);
+        const std::string chosen = mode == CrashMode::kShow
+                                       ? zo::Format("{} match a target", tally.matched)
+                                       : zo::Format("{} would be asked about", tally.stats.dumpsSelected);
+        return zo::Format("{} new, {} could not be analysed, {}. Nothing was sent and the record was not moved.",
+                          tally.stats.dumpsFound, tally.notAnalysed, chosen);
     }
     return zo::Format("{} new, {} selected; {} sent, {} known to the server, {} queries and {} uploads failed.",
                       tally.stats.dumpsFound, tally.stats.dumpsSelected, tally.stats.uploadsSucceeded,
-                      tally.stats.queriesAlreadyKnown, tally.stats.queriesFailed, tally.stats.uploadsFailed);
+                      tally.stats.queriesAlreadyKnown, tally.queriesFailed, tally.stats.uploadsFailed);
+}
+
+// A cancel that comes before the first dump moves nothing on, as does an engine that cannot be set up.
+const char* AfterCancel(const CrashResult& result, const Tally& tally, CrashMode mode) {
+    const bool gotToDumps = tally.stats.dumpsFound > 0 && (result.status >= 0 || result.status == zo::kAborted);
+    if (mode != CrashMode::kSend || !gotToDumps) return "Nothing was moved; run it again.";
+    if (tally.notReached == 0) return "Every dump had been dealt with.";
+    return "Dumps that were not reached are not offered again; send one with \"zoctl crash upload\".";
 }
 
 int Finish(Output& out, const CrashOptions& options, const CrashResult& result, CrashMode mode) {
@@ -152,17 +173,14 @@ int Finish(Output& out, const CrashOptions& options, const CrashResult& result, 
         ShowQueries(out, result, CrashServer(options));
     }
     if (result.cancelled) {
-        return out.Refuse(kExitCancelled, "Cancelled. " + Summary(tally, mode),
-                          "Dumps that were not reached are not offered again; send one with \"zoctl crash upload\".",
+        return out.Refuse(kExitCancelled, "Cancelled. " + Summary(tally, mode), AfterCancel(result, tally, mode),
                           facts);
     }
     const std::string what = options.file.empty() ? "go through the dumps" : "report " + Quote(options.file);
     if (result.status < 0) return out.Fail(result.status, Subject::kCrash, what, facts);
 
-    const bool failed =
-        tally.notAnalysed + (mode == CrashMode::kSend ? tally.stats.queriesFailed + tally.stats.uploadsFailed : 0) > 0;
-    const bool quiet = mode == CrashMode::kShow && !failed;
-    const std::string sentence = quiet ? zo::Format("{} new.", tally.stats.dumpsFound) : Summary(tally, mode);
+    const bool failed = tally.notAnalysed + tally.queriesFailed + tally.stats.uploadsFailed > 0;
+    const std::string sentence = Summary(tally, mode);
     return failed ? out.Found(kExitFailed, sentence, facts) : out.Done(sentence, facts);
 }
 
@@ -175,9 +193,11 @@ int Execute(Output& out, const CrashOptions& options, CrashMode mode) {
 }
 
 void AddTargets(CLI::App& command, CrashOptions& options) {
-    command.add_option("--target", options.targets,
-                       "Name that marks a crash as ours, regardless of case; repeat for more (ZoProtector and "
-                       "ZoProtectorDriver if left out)");
+    command
+        .add_option("--target", options.targets,
+                    "Name that marks a crash as ours, regardless of case; repeat for more (ZoProtector and "
+                    "ZoProtectorDriver if left out)")
+        ->allow_extra_args(false);  // the next word is the file of "analyse" and "upload"
 }
 
 void AddFolderOptions(CLI::App& command, CrashOptions& options) {

@@ -1,33 +1,27 @@
 #include "crash_session.h"
 
-// clang-format off
 #include <windows.h>
-#include <objbase.h>
-#include <shlobj.h>
-// clang-format on
 
+#include <optional>
 #include <stdexcept>
 
+#include "channel.h"
 #include "console.h"
+#include "error_text.h"
+#include "errors.h"
+#include "files.h"
+#include "local_app_data.h"
+#include "owned_handles.h"
 #include "text.h"
 
 namespace zoctl {
 
 namespace {
 
-constexpr auto kHeldBack = static_cast<std::int32_t>(0x80004005u);
-constexpr auto kAborted = static_cast<std::int32_t>(0x80004004u);
-
 std::filesystem::path RecordPath(const CrashOptions& options) {
     if (!options.record.empty()) return zo::WideFromUtf8(options.record);
-    PWSTR folder = nullptr;
-    // FOLDERID_LocalAppData; the reporter keeps its record there unless told otherwise.
-    constexpr GUID kLocalAppData = {0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
-    const HRESULT found = SHGetKnownFolderPath(kLocalAppData, 0, nullptr, &folder);
-    const std::filesystem::path path =
-        found < 0 ? std::filesystem::path() : std::filesystem::path(folder) / "ZoProtector" / "crash_compare.dat";
-    CoTaskMemFree(folder);
-    return path;
+    const std::filesystem::path folder = zo::LocalAppDataFolder();
+    return folder.empty() ? folder : folder / ZOCRASH_DEFAULT_RECORD;
 }
 
 // A copy of the record that the reporter may move on as it likes; gone at the end.
@@ -40,19 +34,32 @@ class RecordCopy {
             throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
         }
         path_ = name;
-        std::error_code none;
-        std::filesystem::copy_file(record, path_, std::filesystem::copy_options::overwrite_existing, none);
+        // An empty copy would make every dump look new, so that a record that is there has to be read.
+        std::string bytes;
+        const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes);
+        std::uint32_t error = read || read.Absent() ? ERROR_SUCCESS : read.error;
+        if (error == ERROR_SUCCESS) error = Fill(bytes);
+        if (error == ERROR_SUCCESS) return;
+        Remove();
+        throw std::runtime_error("the dedupe record cannot be copied: " + zo::ErrorText(error));
     }
-    ~RecordCopy() {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
+    ~RecordCopy() { Remove(); }
     RecordCopy(const RecordCopy&) = delete;
     RecordCopy& operator=(const RecordCopy&) = delete;
 
     [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
 
   private:
+    [[nodiscard]] std::uint32_t Fill(const std::string& bytes) const {
+        const zo::OwnedFile file(
+            CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        return file ? zo::WriteWhole(file.Get(), bytes) : GetLastError();
+    }
+    void Remove() const {
+        std::error_code ignored;  // a leftover in the temporary folder harms nobody
+        std::filesystem::remove(path_, ignored);
+    }
+
     std::filesystem::path path_;
 };
 
@@ -69,9 +76,10 @@ class Listener {
     // A scrambler that refuses every document and keeps it.
     static std::int32_t HoldBack(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t*,
                                  std::uint32_t, std::uint32_t*) {
-        auto& dumps = static_cast<Listener*>(context)->result_.dumps;
-        if (!dumps.empty()) dumps.back().document.assign(in, in + inLength);
-        return kHeldBack;
+        CrashResult& result = static_cast<Listener*>(context)->result_;
+        ++result.heldBack;
+        if (!result.dumps.empty()) result.dumps.back().document.assign(in, in + inLength);
+        return zo::kFail;
     }
 
   private:
@@ -115,7 +123,8 @@ class Listener {
     const std::function<void(const CrashMessage&)>& progress_;
 };
 
-void Configure(const CrashOptions& options, CrashMode mode, const std::filesystem::path& record) {
+void Configure(const CrashOptions& options, CrashMode mode, const std::filesystem::path& record,
+               const Cancellation& cancellation) {
     const std::wstring server = zo::WideFromUtf8(options.server);
     const std::wstring appName = zo::WideFromUtf8(options.appName);
     const std::wstring appVersion = zo::WideFromUtf8(options.appVersion);
@@ -130,10 +139,14 @@ void Configure(const CrashOptions& options, CrashMode mode, const std::filesyste
     config.uploadAll = options.all || mode == CrashMode::kShow;
     config.maxDumpBytes = options.maxBytes;
     ZoCrashReport_Initialize(&config);
+    if (cancellation.Requested()) ZoCrashReport_Cancel();  // Initialize took back a cancel that came before it
 
-    std::vector<const char*> targets;
+    std::vector<std::string> names;  // as the reporter compares them
     for (const std::string& target : options.targets)
-        targets.push_back(target.c_str());
+        names.push_back(zo::AnsiFromWide(zo::WideFromUtf8(target)));
+    std::vector<const char*> targets;
+    for (const std::string& name : names)
+        targets.push_back(name.c_str());
     ZoCrashReport_SetTargetDrivers(targets.data(), static_cast<std::uint32_t>(targets.size()));
 }
 
@@ -156,20 +169,23 @@ CrashResult RunCrashReporter(const CrashOptions& options, CrashMode mode,
     Listener listener(result, progress);
     ZoCrashReport_SetLogger(Listener::Log, &listener);
 
+    // The driver copies a dump folder that denies access. Where there is no driver, such a folder stays closed.
+    std::optional<Channel> channel;
+    if (options.file.empty()) channel.emplace();
     const std::filesystem::path record = RecordPath(options);
     const Cancellation cancellation([] { ZoCrashReport_Cancel(); });
     if (mode == CrashMode::kSend) {
-        Configure(options, mode, record);
+        Configure(options, mode, record, cancellation);
         if (options.plain) ZoCrashReport_SetBodyScrambler(nullptr, nullptr);
         result.status = Call(options, result.stats);
     } else {
         const RecordCopy copy(record);
-        Configure(options, mode, copy.Path());
+        Configure(options, mode, copy.Path(), cancellation);
         ZoCrashReport_SetBodyScrambler(Listener::HoldBack, &listener);
         result.status = Call(options, result.stats);
     }
     ZoCrashReport_SetLogger(nullptr, nullptr);
-    result.cancelled = result.status == kAborted || cancellation.Requested();
+    result.cancelled = result.status == zo::kAborted || cancellation.Requested();
     return result;
 }
 

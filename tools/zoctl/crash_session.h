@@ -46,6 +46,7 @@ struct CrashResult {
     std::int32_t status = 0;
     bool cancelled = false;
     ZoCrashRunStats stats{};
+    std::uint32_t heldBack = 0;  // queries; the reporter counts them as failed
     std::vector<CrashDumpLine> dumps;
     std::vector<CrashMessage> messages;
 };

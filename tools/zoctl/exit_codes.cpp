@@ -17,7 +17,7 @@ std::span<const ExitCodeRow> ExitCodeTable() {
         {"16 + bits", "verify found: 1 extra, 2 missing, 4 bad (added up)"},
         {"32", "the manifest is tampered with or malformed"},
         {"33", "no key, or the wrong key"},
-        {"34", "files could not be read (under --strict)"},
+        {"34", "something could not be read: by sign --strict, verify or manifest"},
         {"40", "doctor found something"},
         {"50", "rules not all in force"},
         {"130", "cancelled"},

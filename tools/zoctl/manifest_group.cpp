@@ -1,60 +1,135 @@
 #include <windows.h>
 
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+
 #include "error_text.h"
 #include "files.h"
 #include "format.h"
 #include "groups.h"
+#include "hex.h"
 #include "manifest_reader.h"
+#include "output.h"
 #include "text.h"
 
 namespace zoctl {
 
 namespace {
 
+// A FILETIME as "2026-11-24 22:15:03 UTC".
+std::string FileTimeText(std::uint64_t time) {
+    using namespace std::chrono;
+    constexpr std::uint64_t kTicksPerSecond = 10000000;
+    const sys_days begin = year{1601} / January / 1;
+    const auto seconds = std::chrono::seconds(time / kTicksPerSecond);
+    const sys_days day = begin + floor<days>(seconds);
+    const year_month_day date{day};
+    const hh_mm_ss clock{seconds - floor<days>(seconds)};
+    return zo::Format("{:04d}-{:02d}-{:02d} {:02d}:{:02d}:{:02d} UTC", static_cast<int>(date.year()),
+                      static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), clock.hours().count(),
+                      clock.minutes().count(), clock.seconds().count());
+}
+
+// One line of a manifest, comparable as a whole. The path comes first: equal ones stand together when sorted.
+struct Item {
+    std::string_view path;
+    std::string_view kind;
+    std::uint64_t size = 0;
+    std::string_view digest{};
+
+    auto operator<=>(const Item&) const = default;
+
+    [[nodiscard]] bool IsFile() const { return kind == "file"; }
+    [[nodiscard]] Json ToJson() const {
+        Json json = {{"kind", kind}, {"path", path}};
+        if (IsFile()) json.update({{"size", size}, {"digest", digest}});
+        return json;
+    }
+};
+
+std::vector<Item> SortedItems(const zosigner::ListedTree& tree) {
+    std::vector<Item> items;
+    items.reserve(tree.directories.size() + tree.entries.size());
+    for (const zosigner::ListedDirectory& directory : tree.directories)
+        items.push_back({directory.path, directory.sealed ? "sealed folder" : "open folder"});
+    for (const zosigner::ListedEntry& entry : tree.entries) {
+        if (entry.anchor) {
+            items.push_back({entry.path, "shortcut"});
+        } else {
+            items.push_back({entry.path, "file", entry.size, entry.digest});
+        }
+    }
+    std::sort(items.begin(), items.end());
+    return items;
+}
+
 // True when the manifest was read; otherwise says so and sets the exit code.
 bool Load(Output& out, const std::string& path, ManifestListing& listing, int& exitCode) {
-    std::string bytes;
-    const zo::FileReadResult read = zo::ReadWholeFile(zo::WideFromUtf8(path).c_str(), bytes);
+    const zo::FileReadResult read = zo::ReadWholeFile(zo::WideFromUtf8(path).c_str(), listing.bytes);
     if (!read) {
-        const bool absent = read.error == ERROR_FILE_NOT_FOUND || read.error == ERROR_PATH_NOT_FOUND;
-        exitCode = out.Refuse(absent ? kExitNoDriver : kExitFailed,
+        const int refused = read.error == ERROR_ACCESS_DENIED ? kExitAccess : kExitUnreadable;
+        exitCode = out.Refuse(read.Absent() ? kExitNoDriver : refused,
                               zo::Format("{} cannot be read: {}", Quote(path), zo::ErrorText(read.error)),
                               "Check the path of the manifest.");
         return false;
     }
-    if (ReadManifestListing(bytes, listing)) return true;
-    exitCode = out.Refuse(kExitTampered, zo::Format("{} is no manifest.", Quote(path)),
+    const std::string fault = ReadListing(listing);
+    if (fault.empty()) return true;
+    exitCode = out.Refuse(kExitTampered, zo::Format("{} is no manifest: {}.", Quote(path), fault),
                           "Name the file that \"zoctl sign\" wrote with --manifest.");
     return false;
 }
 
-Json ItemJson(const std::string& path, const ManifestItem& item) {
-    Json json = {{"kind", item.kind}, {"path", path}};
-    if (item.kind == "file") json.update({{"size", item.size}, {"digest", item.digest}});
-    return json;
-}
-
 int Show(Output& out, const std::string& path) {
     ManifestListing listing;
-    int exitCode = 0;
-    if (!Load(out, path, listing, exitCode)) return exitCode;
+    if (int exitCode = 0; !Load(out, path, listing, exitCode)) return exitCode;
     TextTable table({"kind", "size", "SHA-256", "path"});
     Json items = Json::array();
-    for (const auto& [name, item] : listing.items) {
-        table.Add({item.kind, item.kind == "file" ? std::to_string(item.size) : "", item.digest, name});
+    for (const Item& item : SortedItems(listing.tree)) {
+        table.Add({std::string(item.kind), item.IsFile() ? std::to_string(item.size) : "", std::string(item.digest),
+                   std::string(item.path)});
         if (out.Lines()) {
-            out.Line(ItemJson(name, item));
+            out.Line(item.ToJson());
         } else {
-            items.push_back(ItemJson(name, item));
+            items.push_back(item.ToJson());
         }
     }
-    out.Text(zo::Format("Root        {}\nThumbprint  {}\nSigned      {}\n\n", EscapeControls(listing.root),
-                        EscapeControls(listing.thumbprint), FileTimeText(listing.time)));
+    const std::string thumbprint = zo::ToHex(listing.tree.thumbprint);
+    const std::string time = FileTimeText(listing.tree.time);
+    out.Text(zo::Format("Root        {}\nThumbprint  {}\nSigned      {}\n\n", EscapeControls(listing.tree.root),
+                        thumbprint, time));
     out.Table(table);
     out.Hint("The signature was not checked; \"zoctl verify\" does that.");
-    Json facts = {{"root", listing.root}, {"thumbprint", listing.thumbprint}, {"signed", FileTimeText(listing.time)}};
+    Json facts = {{"root", listing.tree.root}, {"thumbprint", thumbprint}, {"signed", time}};
     if (!out.Lines()) facts["items"] = items;
     return out.Done("", facts);
+}
+
+struct Change {
+    const char* what;  // "removed", "changed", "added"
+    Item item;         // of a change, the newer one
+};
+
+std::vector<Change> Changes(const std::vector<Item>& before, const std::vector<Item>& after) {
+    std::vector<Item> gone;
+    std::vector<Item> come;
+    std::set_difference(before.begin(), before.end(), after.begin(), after.end(), std::back_inserter(gone));
+    std::set_difference(after.begin(), after.end(), before.begin(), before.end(), std::back_inserter(come));
+    std::vector<Change> changes;
+    auto next = come.begin();
+    for (const Item& old : gone) {
+        for (; next != come.end() && next->path < old.path; ++next)
+            changes.push_back({"added", *next});
+        if (next != come.end() && next->path == old.path) {
+            changes.push_back({"changed", *next++});
+        } else {
+            changes.push_back({"removed", old});
+        }
+    }
+    for (; next != come.end(); ++next)
+        changes.push_back({"added", *next});
+    return changes;
 }
 
 int CompareManifests(Output& out, const std::string& before, const std::string& after) {
@@ -63,36 +138,24 @@ int CompareManifests(Output& out, const std::string& before, const std::string& 
     int exitCode = 0;
     if (!Load(out, before, old, exitCode) || !Load(out, after, current, exitCode)) return exitCode;
     TextTable table({"change", "kind", "path"});
-    Json changes = Json::array();
-    std::size_t count = 0;
-    const auto add = [&](const char* change, const std::string& path, const ManifestItem& item) {
-        ++count;
-        table.Add({change, item.kind, path});
-        Json json = {{"change", change}};
-        json.update(ItemJson(path, item));
+    Json array = Json::array();
+    const std::vector<Change> changes = Changes(SortedItems(old.tree), SortedItems(current.tree));
+    for (const Change& change : changes) {
+        table.Add({change.what, std::string(change.item.kind), std::string(change.item.path)});
+        Json json = {{"change", change.what}};
+        json.update(change.item.ToJson());
         if (out.Lines()) {
             out.Line(json);
         } else {
-            changes.push_back(json);
+            array.push_back(json);
         }
-    };
-    for (const auto& [path, item] : old.items) {
-        const auto found = current.items.find(path);
-        if (found == current.items.end()) {
-            add("removed", path, item);
-        } else if (found->second != item) {
-            add("changed", path, found->second);
-        }
-    }
-    for (const auto& [path, item] : current.items) {
-        if (!old.items.contains(path)) add("added", path, item);
     }
     if (!table.Empty()) out.Table(table);
     out.Hint("The signatures were not checked; \"zoctl verify\" does that.");
-    Json facts = {{"differences", count}, {"sameKey", old.thumbprint == current.thumbprint}};
-    if (!out.Lines()) facts["changes"] = changes;
-    if (count == 0) return out.Done("Both list the same.", facts);
-    return out.Found(kExitFailed, zo::Format("{} differences.", count), facts);
+    Json facts = {{"differences", changes.size()}, {"sameKey", old.tree.thumbprint == current.tree.thumbprint}};
+    if (!out.Lines()) facts["changes"] = array;
+    if (changes.empty()) return out.Done("Both list the same.", facts);
+    return out.Found(kExitFailed, zo::Format("{} differences.", changes.size()), facts);
 }
 
 }  // namespace

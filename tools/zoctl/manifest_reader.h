@@ -1,34 +1,28 @@
 #pragma once
 
-// A signed manifest as "zoctl manifest" shows it: the lists, read without a key and so without believing them. Whether
-// the signature holds only "zoctl verify" can say. Pure.
+// A manifest as "zoctl manifest" shows it: read without a key and so without believing it. Whether the signature holds
+// only "zoctl verify" can say.
 
 #include <cstdint>
-#include <map>
 #include <string>
-#include <string_view>
+
+#include "manifest_text.h"
 
 namespace zoctl {
 
-struct ManifestItem {
-    std::string kind;  // "sealed folder", "open folder", "file", "shortcut"
-    std::uint64_t size = 0;
-    std::string digest{};  // files only
-
-    bool operator==(const ManifestItem&) const = default;
-};
-
 struct ManifestListing {
-    std::string root;
-    std::string thumbprint;
-    std::uint64_t time = 0;                     // FILETIME
-    std::map<std::string, ManifestItem> items;  // by path
+    ManifestListing() = default;
+    ManifestListing(const ManifestListing&) = delete;  // the tree points into the bytes
+    ManifestListing& operator=(const ManifestListing&) = delete;
+
+    std::string bytes;  // of the file
+    zosigner::ListedTree tree;
 };
 
-// False when the text is no manifest.
-[[nodiscard]] bool ReadManifestListing(std::string_view text, ManifestListing& listing);
+// Takes the bytes apart. Gives the fault, or an empty text when there is none.
+[[nodiscard]] std::string ReadListing(ManifestListing& listing);
 
-// A FILETIME as "2026-11-24 22:15:03 UTC".
-[[nodiscard]] std::string FileTimeText(std::uint64_t time);
+// The sizes of all files listed; 0 for a manifest that cannot be read.
+[[nodiscard]] std::uint64_t ListedBytes(const std::string& manifest);
 
 }  // namespace zoctl

@@ -1,9 +1,11 @@
 #pragma once
 
-// A line of progress for work that the library does in one call and reports nothing of: elapsed time, the bytes that
-// this process has read where the platform counts them, and what the command adds. Shown on a terminal only.
+// A line of progress for work that the library does in one call and reports little of: elapsed time, the bytes that
+// this process has read where the platform counts them, and the counts that the command can give. Shown on a terminal
+// only.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -12,19 +14,27 @@
 
 namespace zoctl {
 
+// Both are asked on a thread of the line's own, and only when the line is shown.
+struct ProgressFacts {
+    // All that will be read; asked once, where the platform counts what is read. Ends early when `ended` says so.
+    std::function<std::uint64_t(const std::function<bool()>& ended)> expectedBytes;
+    // As in "120 files, 2 findings"; empty when there is nothing to tell.
+    std::function<std::string()> counts;
+};
+
 class Progress {
   public:
-    // expectedBytes: all that will be read, or 0 when that is not known.
-    Progress(const Output& out, std::string what, std::uint64_t expectedBytes = 0);
+    Progress(const Output& out, std::string what, ProgressFacts facts);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
   private:
     void Run() const;
+    [[nodiscard]] bool Ended(unsigned milliseconds) const;
 
     std::string what_;
-    std::uint64_t expectedBytes_;
+    ProgressFacts facts_;
     zo::OwnedKernelObject end_;
     std::thread thread_;
 };

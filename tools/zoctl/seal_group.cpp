@@ -2,16 +2,17 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <set>
 
 #include "console.h"
 #include "format.h"
 #include "groups.h"
+#include "manifest_reader.h"
+#include "open_folders.h"
 #include "progress.h"
 #include "signer_session.h"
 #include "text.h"
+#include "tree_bytes.h"
 #include "zosigner.h"
 
 namespace zoctl {
@@ -30,10 +31,10 @@ struct VerifyCommand {
     bool embedded = false;
 };
 
-// Whether the folder is the other or lies below it, links resolved.
-bool IsInside(const std::wstring& folder, const std::wstring& tree) {
+// Whether the file or folder is the tree or lies below it, links resolved.
+bool IsInside(const std::wstring& path, const std::wstring& tree) {
     std::error_code error;
-    std::filesystem::path above = std::filesystem::absolute(folder, error);
+    std::filesystem::path above = std::filesystem::absolute(path, error);
     for (; !error && !above.empty(); above = above.parent_path()) {
         if (std::filesystem::equivalent(above, tree, error)) return true;
         error.clear();  // what does not exist yet is equivalent to nothing
@@ -42,26 +43,26 @@ bool IsInside(const std::wstring& folder, const std::wstring& tree) {
     return false;
 }
 
-std::int32_t AskWhetherSealed(void* context, const wchar_t* path, std::int32_t* seal, std::int32_t*) {
-    const auto& open = *static_cast<const std::set<std::wstring>*>(context);
-    std::wstring above = path;
-    for (;;) {
-        if (open.contains(above)) *seal = 0;
-        const std::size_t slash = above.rfind(L'/');
-        if (*seal == 0 || slash == std::wstring::npos) return 0;
-        above.resize(slash);
-    }
+// What is shipped with what it seals can be used by anybody to seal something else.
+void WarnOfKeyInside(Output& out, const SealPaths& paths) {
+    const std::wstring root = zo::WideFromUtf8(paths.root);
+    const bool isFile = !paths.keyFile.empty();
+    if (!IsInside(zo::WideFromUtf8(isFile ? paths.keyFile : paths.keystore), root)) return;
+    out.Hint(zo::Format("Warning: the {} lies inside the folder, so the private key is shipped with what it seals.",
+                        isFile ? "key file" : "keystore"));
 }
 
-std::set<std::wstring> OpenFolders(const SignCommand& command) {
-    std::set<std::wstring> open;
-    for (std::string folder : command.open) {
-        std::replace(folder.begin(), folder.end(), '\\', '/');
-        while (folder.size() > 1 && folder.ends_with('/'))
-            folder.pop_back();
-        open.insert(zo::WideFromUtf8(folder));
+// False when one of the folders to be left open is none; then says so and sets the exit code.
+bool FindOpenFolders(Output& out, const SignCommand& command, OpenFolders& open, int& exitCode) {
+    for (const std::string& name : command.open) {
+        if (open.Add(zo::WideFromUtf8(command.paths.root), zo::WideFromUtf8(name))) continue;
+        exitCode = out.Refuse(
+            kExitUsage,
+            zo::Format("{} has no folder {} that could be left open.", Quote(command.paths.root), Quote(name)),
+            "Nothing was signed. Name folders below the sealed one; links are not sealed anyway.");
+        return false;
     }
-    return open;
+    return true;
 }
 
 Json Merge(Json facts, const Json& more) {
@@ -69,7 +70,7 @@ Json Merge(Json facts, const Json& more) {
     return facts;
 }
 
-int ReportSigned(Output& out, const SignCommand& command, const SignerSession& session,
+int ReportSigned(Output& out, const SignCommand& command, const SignerSession& session, const OpenFolders& open,
                  const ZoSignerSignResult& result) {
     const std::size_t unreadable = session.Count("unreadable");
     session.ShowFindings();
@@ -77,10 +78,13 @@ int ReportSigned(Output& out, const SignCommand& command, const SignerSession& s
     table.Add({std::to_string(result.entries), std::to_string(result.directories),
                std::to_string(result.sealedDirectories), std::to_string(unreadable)});
     out.Table(table);
+    for (const std::string& name : open.NotAsked())
+        out.Hint(zo::Format("{} was not left open: it lies behind a link, and links are not sealed.", Quote(name)));
     const Json facts = Merge({{"manifest", command.paths.manifest},
                               {"entries", result.entries},
                               {"directories", result.directories},
                               {"sealedDirectories", result.sealedDirectories},
+                              {"open", open.Names()},
                               {"unreadable", unreadable},
                               {"thumbprint", HexJson(result.thumbprint)}},
                              session.Facts());
@@ -92,38 +96,27 @@ int ReportSigned(Output& out, const SignCommand& command, const SignerSession& s
 }
 
 int Sign(Output& out, const SignCommand& command) {
-    const std::wstring root = zo::WideFromUtf8(command.paths.root);
-    const std::wstring manifest = zo::WideFromUtf8(command.paths.manifest);
-    const std::wstring keystore = zo::WideFromUtf8(command.paths.keystore);
-    std::set<std::wstring> open = OpenFolders(command);
-    if (!keystore.empty() && IsInside(keystore, root)) {
-        out.Hint("Warning: the keystore lies inside the folder, so the private key is shipped with what it seals.");
-    }
-    SignerSession session(out);
+    OpenFolders open;
+    if (int exitCode = 0; !FindOpenFolders(out, command, open, exitCode)) return exitCode;
+    WarnOfKeyInside(out, command.paths);
+    SignerSession session(out, command.paths);
     ZoSignerSignOptions options{};
-    std::vector<std::uint8_t> blob;
-    if (int exitCode = 0; !command.paths.keyFile.empty()) {
-        if (!ReadKeyFile(out, command.paths.keyFile, blob, exitCode)) return exitCode;
-        options.keyBlob = blob.data();
-        options.keyBlobSize = static_cast<std::uint32_t>(blob.size());
-    }
-    options.root = root.c_str();
-    options.manifest = manifest.c_str();
-    options.keystore = keystore.c_str();
-    options.sealMode = command.sealNone ? ZOSIG_SEAL_NONE : open.empty() ? ZOSIG_SEAL_ALL : ZOSIG_SEAL_ASK;
-    options.sealCallback = AskWhetherSealed;
+    if (int exitCode = 0; !session.Fill(options, exitCode)) return exitCode;
+    options.sealMode = command.sealNone ? ZOSIG_SEAL_NONE : open.Empty() ? ZOSIG_SEAL_ALL : ZOSIG_SEAL_ASK;
+    options.sealCallback = OpenFolders::Ask;
     options.sealContext = &open;
-    options.logCallback = SignerSession::Log;
-    options.logContext = &session;
     ZoSignerSignResult result{};
     std::int32_t status = 0;
-    {
-        const Progress progress(out, "signing");
+    try {
+        const auto treeBytes = [&options](const std::function<bool()>& ended) {
+            return TreeBytes(options.root, ended);
+        };
+        const Progress progress(out, "signing", {treeBytes, [&session] { return session.Counts(); }});
         status = ZoSigner_SignDirectory(&options, &result);
+    } catch (const std::filesystem::filesystem_error& error) {
+        return session.Fail(error, "sign");
     }
-    if (status >= 0) return ReportSigned(out, command, session, result);
-    if (!session.Problem().empty()) out.Hint(EscapeControls(session.Problem()));
-    return out.Fail(status, Subject::kSigner, "sign " + Quote(command.paths.root), session.Facts());
+    return status >= 0 ? ReportSigned(out, command, session, open, result) : session.Fail(status, "sign");
 }
 
 int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVerifyResult& result) {
@@ -147,32 +140,25 @@ int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVeri
 }
 
 int Verify(Output& out, const VerifyCommand& command) {
-    const std::wstring root = zo::WideFromUtf8(command.paths.root);
-    const std::wstring manifest = zo::WideFromUtf8(command.paths.manifest);
-    const std::wstring keystore = zo::WideFromUtf8(command.paths.keystore);
-    SignerSession session(out);
+    SignerSession session(out, command.paths);
     ZoSignerVerifyOptions options{};
-    std::vector<std::uint8_t> blob;
-    if (int exitCode = 0; !command.paths.keyFile.empty()) {
-        if (!ReadKeyFile(out, command.paths.keyFile, blob, exitCode)) return exitCode;
-        options.keyBlob = blob.data();
-        options.keyBlobSize = static_cast<std::uint32_t>(blob.size());
-    }
-    options.root = root.c_str();
-    options.manifest = manifest.c_str();
-    options.keystore = keystore.c_str();
-    options.logCallback = SignerSession::Log;
-    options.logContext = &session;
+    if (int exitCode = 0; !session.Fill(options, exitCode)) return exitCode;
     ZoSignerVerifyResult result{};
     std::int32_t status = 0;
-    {
-        const Progress progress(out, "verifying");
+    try {
+        const auto listedBytes = [&command](const std::function<bool()>&) {
+            return ListedBytes(command.paths.manifest);
+        };
+        const Progress progress(out, "verifying", {listedBytes, [&session] { return session.Counts(); }});
         status = command.embedded ? ZoSigner_VerifyDirectoryWithEmbeddedKey(&options, &result)
                                   : ZoSigner_VerifyDirectory(&options, &result);
+    } catch (const std::filesystem::filesystem_error& error) {
+        // A sealed folder that cannot be listed may hold anything: that is no seal that holds.
+        session.ShowFindings();
+        return session.Fail(error, "verify");
     }
-    if (status >= 0 || status == ZOSIG_E_VERIFY_FAILED) return ReportVerified(out, session, result);
-    if (!session.Problem().empty()) out.Hint(EscapeControls(session.Problem()));
-    return out.Fail(status, Subject::kSigner, "verify " + Quote(command.paths.root), session.Facts());
+    const bool checked = status >= 0 || status == ZOSIG_E_VERIFY_FAILED;
+    return checked ? ReportVerified(out, session, result) : session.Fail(status, "verify");
 }
 
 // Exactly one of the ways to name a key.
@@ -201,7 +187,9 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
     AddPathOptions(sign, signCommand->paths);
     AddKeyOptions(sign, signCommand->paths, "A private key file instead of a keystore");
     sign.add_flag("--seal-none", signCommand->sealNone, "Let every folder get new items later");
-    sign.add_option("--open", signCommand->open, "A folder that may get new items later, with all below it; repeatable")
+    sign.add_option("--open", signCommand->open,
+                    "A folder of the tree that may get new items later, with all below it; repeatable")
+        ->allow_extra_args(false)  // the next word is the folder to sign
         ->excludes(sign.get_option("--seal-none"));
     sign.add_flag("--strict", signCommand->strict, "Exit with 34 when anything could not be read");
     tool.AllowJsonLines(sign);

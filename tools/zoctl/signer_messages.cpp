@@ -1,5 +1,7 @@
 #include "signer_messages.h"
 
+#include <charconv>
+
 namespace zoctl {
 
 namespace {
@@ -40,6 +42,15 @@ std::optional<SignerFinding> FindingOf(std::uint32_t level, std::string_view mes
     }
     if (level == kWarning) return SignerFinding{"warning", "", std::string(message)};
     return std::nullopt;
+}
+
+std::uint64_t FilesFound(std::string_view message) {
+    constexpr std::string_view kBegin = "Found ";
+    std::uint64_t files = 0;
+    if (message.starts_with(kBegin)) {
+        std::from_chars(message.data() + kBegin.size(), message.data() + message.size(), files);
+    }
+    return files;
 }
 
 }  // namespace zoctl

@@ -19,4 +19,7 @@ struct SignerFinding {
 // Nothing for messages of progress and of failure.
 [[nodiscard]] std::optional<SignerFinding> FindingOf(std::uint32_t level, std::string_view message);
 
+// The number of files that signing begins with; 0 in any other message.
+[[nodiscard]] std::uint64_t FilesFound(std::string_view message);
+
 }  // namespace zoctl

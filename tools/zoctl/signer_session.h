@@ -1,9 +1,11 @@
 #pragma once
 
-// One call of the signer as a command sees it: its messages gathered as findings, streamed with --jsonl, and its key
-// taken from a keystore or a key file.
+// One call of the signer as a command sees it: its paths, its key from a keystore or a key file, its messages gathered
+// as findings and streamed with --jsonl, and the end of a call that failed.
 
+#include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -22,28 +24,56 @@ struct SealPaths {
 
 class SignerSession {
   public:
-    explicit SignerSession(Output& out) : out_(out) {}
+    SignerSession(Output& out, const SealPaths& paths);
+    SignerSession(const SignerSession&) = delete;
+    SignerSession& operator=(const SignerSession&) = delete;
 
-    // For ZoSignerLogCallback; the context is the session.
-    static void Log(void* session, std::uint32_t level, const wchar_t* message);
+    // Paths, key and log of ZoSignerSignOptions or ZoSignerVerifyOptions, which point into this object. False when the
+    // key file cannot be read; then says so and sets the exit code.
+    template <typename Options>
+    [[nodiscard]] bool Fill(Options& options, int& exitCode) {
+        if (!paths_.keyFile.empty() && !ReadKeyFile(exitCode)) return false;
+        options.root = root_.c_str();
+        options.manifest = manifest_.c_str();
+        options.keystore = keystore_.c_str();
+        options.keyBlob = blob_.data();
+        options.keyBlobSize = static_cast<std::uint32_t>(blob_.size());
+        options.logCallback = Log;
+        options.logContext = this;
+        return true;
+    }
+
+    // The end of a call that failed with a status, or by the exception that the library lets pass where a folder
+    // cannot be listed or made. verb: "sign" or "verify".
+    int Fail(std::int32_t status, const std::string& verb) const;
+    int Fail(const std::filesystem::filesystem_error& error, const std::string& verb) const;
+
+    // "120 files, 2 findings", from any thread while the call runs.
+    [[nodiscard]] std::string Counts() const;
 
     // Shows the findings as a table, if there are any.
     void ShowFindings() const;
     [[nodiscard]] std::size_t Count(std::string_view kind) const;
     // {"findings": [...], "problem": "..."} without the findings where they have been streamed.
     [[nodiscard]] Json Facts() const;
-    // What an error message of the library said, for a command that failed.
-    [[nodiscard]] const std::string& Problem() const { return problem_; }
 
   private:
+    static void Log(void* session, std::uint32_t level, const wchar_t* message);
+    void Take(std::uint32_t level, const std::string& text);
+    [[nodiscard]] bool ReadKeyFile(int& exitCode);
+
     Output& out_;
+    const SealPaths& paths_;
+    std::wstring root_;
+    std::wstring manifest_;
+    std::wstring keystore_;
+    std::vector<std::uint8_t> blob_;
     std::vector<SignerFinding> findings_;
-    std::string problem_;
+    std::string problem_;  // what the library's error messages said, for a command that failed
+    std::atomic<std::uint64_t> fileCount_ = 0;
+    std::atomic<std::uint64_t> findingCount_ = 0;
 };
 
 [[nodiscard]] Json HexJson(const std::uint8_t (&thumbprint)[32]);
-
-// True when the file was read; otherwise says so and sets the exit code.
-[[nodiscard]] bool ReadKeyFile(Output& out, const std::string& path, std::vector<std::uint8_t>& blob, int& exitCode);
 
 }  // namespace zoctl

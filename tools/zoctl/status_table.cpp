@@ -59,8 +59,10 @@ constexpr StatusRow kRows[] = {
      "Get the manifest again from where it was signed, or sign the folder again.", kExitTampered},
     {0x80049104, Subject::kAny, "ZOSIG_E_NO_KEY", "No key could be loaded from the key store.",
      "Check the key store's path, or make a pair with \"zoctl keys generate\".", kExitKey},
-    {0x80049106, Subject::kAny, "ZOSIG_E_TAMPERED", "The manifest was changed after it was signed.",
-     "Do not trust the folder; get the manifest again from where it was signed.", kExitTampered},
+    {0x80049106, Subject::kAny, "ZOSIG_E_TAMPERED",
+     "The manifest was changed after it was signed, or it was signed with another key.",
+     "Verify with the key of whoever signed; if it was that one, do not trust the folder and get the manifest again.",
+     kExitTampered},
 
     {0x80004004, Subject::kAny, "E_ABORT", "It was cancelled.", "Run it again when it is convenient.", kExitCancelled},
     {0x80004005, Subject::kAny, "E_FAIL", "It failed.", "Run it again with more messages, if the command has them.",
