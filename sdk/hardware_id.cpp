@@ -28,8 +28,6 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint8_t kUnitSeparator = 0x1F;
-constexpr std::size_t kUsualInputSize = 512;
 constexpr std::uint32_t kDigestSize = 32;
 constexpr std::uint32_t kTextCapacity = 2 * kDigestSize + 1;
 
@@ -104,37 +102,21 @@ Bytes ReadFirstDiskSerial() {
     return BytesOf(SerialOfDescriptor(descriptor, returned));
 }
 
-struct Source {
-    std::string_view label;
-    Bytes (*read)();
-};
-
-// The order is part of the digest.
-constexpr Source kSources[] = {
-    {"SMBIOS_UUID", ReadSystemUuid},
-    {"MACHINE_GUID", ReadMachineGuid},
-    {"CPU_BRAND", ReadProcessorBrand},
-    {"DISK0_SERIAL", ReadFirstDiskSerial},
-};
-
 std::int32_t ComputeHardwareIdDigest(zo::Sha256Digest& digest) {
-    Bytes input;
-    input.reserve(kUsualInputSize);
-    int found = 0;
-    for (const Source& source : kSources) {
-        const Bytes value = source.read();
-        if (value.empty()) continue;
-        input.insert(input.end(), source.label.begin(), source.label.end());
-        input.push_back(kUnitSeparator);
-        input.insert(input.end(), value.begin(), value.end());
-        ++found;
-    }
-    if (found == 0) {
+    // The order is part of the digest.
+    const Identifier identifiers[] = {
+        {"SMBIOS_UUID", ReadSystemUuid()},
+        {"MACHINE_GUID", ReadMachineGuid()},
+        {"CPU_BRAND", ReadProcessorBrand()},
+        {"DISK0_SERIAL", ReadFirstDiskSerial()},
+    };
+    const MixedIdentifiers mixed = MixIdentifiers(identifiers);
+    if (mixed.count == 0) {
         ZopLogWrite(kLogError, "ComputeHardwareIdDigest: no identifier sources available on this host");
         return ZOP_E_FAILED;
     }
-    ZopLogFormat(kLogInfo, "ComputeHardwareIdDigest: mixed {} identifier source(s)", found);
-    return zo::HashOnce(BCRYPT_SHA256_ALGORITHM, input, digest) < 0 ? ZOP_E_FAILED : ZOP_OK;
+    ZopLogFormat(kLogInfo, "ComputeHardwareIdDigest: mixed {} identifier source(s)", mixed.count);
+    return zo::HashOnce(BCRYPT_SHA256_ALGORITHM, mixed.input, digest) < 0 ? ZOP_E_FAILED : ZOP_OK;
 }
 
 }  // namespace

@@ -10,6 +10,9 @@ namespace {
 constexpr std::size_t kDescriptorSize = 40;
 constexpr std::size_t kSerialOffsetField = 24;
 
+constexpr std::uint8_t kUnitSeparator = 0x1F;
+constexpr std::size_t kUsualInputSize = 512;
+
 }  // namespace
 
 std::string_view TextAt(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept {
@@ -28,6 +31,19 @@ std::string_view SerialOfDescriptor(std::span<const std::uint8_t> buffer, std::s
         offset |= std::size_t{buffer[kSerialOffsetField + i]} << (8 * i);
     if (offset == 0 || offset >= returned) return {};
     return TextAt(buffer, offset);
+}
+
+MixedIdentifiers MixIdentifiers(std::span<const Identifier> identifiers) {
+    MixedIdentifiers mixed;
+    mixed.input.reserve(kUsualInputSize);
+    for (const Identifier& identifier : identifiers) {
+        if (identifier.value.empty()) continue;
+        mixed.input.insert(mixed.input.end(), identifier.label.begin(), identifier.label.end());
+        mixed.input.push_back(kUnitSeparator);
+        mixed.input.insert(mixed.input.end(), identifier.value.begin(), identifier.value.end());
+        ++mixed.count;
+    }
+    return mixed;
 }
 
 }  // namespace zop

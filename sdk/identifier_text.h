@@ -1,11 +1,12 @@
 #pragma once
 
-// Identifiers that devices give as padded ASCII text. Pure.
+// Identifiers that devices give as padded ASCII text, and how identifiers are put together for a digest. Pure.
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <vector>
 
 namespace zop {
 
@@ -15,5 +16,18 @@ namespace zop {
 // The serial number that a storage device descriptor names. returned counts the bytes of it that the device filled; the
 // rest of the buffer is zero. Empty when there is none.
 [[nodiscard]] std::string_view SerialOfDescriptor(std::span<const std::uint8_t> buffer, std::size_t returned) noexcept;
+
+struct Identifier {
+    std::string_view label;
+    std::vector<std::uint8_t> value;  // empty: the machine has none
+};
+
+struct MixedIdentifiers {
+    std::vector<std::uint8_t> input;
+    int count = 0;
+};
+
+// Those that there are, one behind the other, each as its label, a unit separator and its bytes.
+[[nodiscard]] MixedIdentifiers MixIdentifiers(std::span<const Identifier> identifiers);
 
 }  // namespace zop

@@ -8,7 +8,8 @@
 namespace zo {
 namespace {
 
-// A resource whose closings can be watched, and which spoils the last error as a real one may.
+// A resource whose closings can be watched, and which spoils the last error as a real one may. 0 is a handle like any
+// other here.
 struct WatchedKind {
     using Handle = int;
     static Handle None() noexcept { return -1; }
@@ -21,61 +22,32 @@ struct WatchedKind {
 
 using Watched = Owned<WatchedKind>;
 
-class OwnedHandle : public testing::Test {
-  protected:
-    void SetUp() override { WatchedKind::closed.clear(); }
-    static std::vector<int>& Closed() { return WatchedKind::closed; }
-};
-
-TEST_F(OwnedHandle, ClosesOnceAtTheEndOfItsScope) {
-    { const Watched watched(7); }
-    { const Watched nothing; }
-    EXPECT_EQ(Closed(), (std::vector<int>{7}));
-}
-
-TEST_F(OwnedHandle, ZeroIsAHandleLikeAnyOtherWhereNoneIsAnotherValue) {
-    { const Watched watched(0); }
-    EXPECT_EQ(Closed(), (std::vector<int>{0}));
-}
-
-TEST_F(OwnedHandle, MovingIntoALiveOwnerClosesWhatItHeld) {
-    Watched first(1);
-    Watched second(2);
-    first = std::move(second);
-    EXPECT_EQ(Closed(), (std::vector<int>{1}));
-    EXPECT_EQ(first.Get(), 2);
-    EXPECT_FALSE(second);  // NOLINT(bugprone-use-after-move): an emptied owner is defined
-}
-
-TEST_F(OwnedHandle, SelfMoveKeepsTheHandle) {
-    Watched watched(3);
-    Watched& same = watched;
-    watched = std::move(same);
-    EXPECT_EQ(watched.Get(), 3);
-    EXPECT_TRUE(Closed().empty());
-}
-
-TEST_F(OwnedHandle, ReleaseGivesTheHandleAwayUnclosed) {
-    Watched watched(4);
-    EXPECT_EQ(watched.Release(), 4);
-    EXPECT_FALSE(watched);
-    EXPECT_TRUE(Closed().empty());
-}
-
-TEST_F(OwnedHandle, OutClosesWhatWasHeldBeforeItIsFilledAnew) {
-    Watched watched(5);
-    *watched.Out() = 6;
-    EXPECT_EQ(Closed(), (std::vector<int>{5}));
-    EXPECT_EQ(watched.Get(), 6);
-}
-
-TEST_F(OwnedHandle, ClosingKeepsTheLastErrorOfTheCallBeforeIt) {
+TEST(OwnedHandle, ClosesWhatItHoldsOnceAndOnlyThen) {
+    using Closed = std::vector<int>;
     SetLastError(ERROR_ACCESS_DENIED);
-    { const Watched watched(8); }
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    {
+        Watched first(0);
+        Watched second(2);
+        Watched third(3);
+        Watched& same = third;
+        third = std::move(same);
+        EXPECT_EQ(third.Get(), 3);
+        EXPECT_EQ(WatchedKind::closed, Closed());
+        third = std::move(second);
+        EXPECT_EQ(WatchedKind::closed, Closed({3})) << "a move into a live owner";
+        EXPECT_EQ(third.Get(), 2);
+        EXPECT_FALSE(second);  // NOLINT(bugprone-use-after-move): an emptied owner is defined
+        *third.Out() = 4;
+        EXPECT_EQ(WatchedKind::closed, Closed({3, 2})) << "filling anew";
+        Watched released(5);
+        EXPECT_EQ(released.Release(), 5);
+        EXPECT_FALSE(released);
+    }
+    EXPECT_EQ(WatchedKind::closed, Closed({3, 2, 4, 0}));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED)) << "closing keeps the error of the call before";
 }
 
-TEST_F(OwnedHandle, FilesAndKernelObjectsHaveDifferentNones) {
+TEST(OwnedHandle, FilesAndKernelObjectsHaveDifferentNones) {
     EXPECT_EQ(OwnedFile().Get(), INVALID_HANDLE_VALUE);
     EXPECT_EQ(OwnedFind().Get(), INVALID_HANDLE_VALUE);
     EXPECT_EQ(OwnedKernelObject().Get(), nullptr);

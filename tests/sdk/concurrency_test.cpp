@@ -1,9 +1,11 @@
-// Many calls and many threads: nothing crashes, nothing stays open, every status is one that may be.
+// Many calls and many threads: nothing crashes, nothing stays open or allocated, every status is one that may be.
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 
 #include "handle_count.h"
+#include "heap_count.h"
 #include "owned_handles.h"
 #include "sdk_fixture.h"
 
@@ -12,17 +14,16 @@ namespace {
 
 using Concurrency = SdkTest;
 
-TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNoHandleOpen) {
-    std::uint32_t n = 0;
-    const auto callAll = [&] {
-        for (const Request& row : AllRequests()) {
-            static_cast<void>(row.call());
-        }
-        // Refused before anything is sent.
+// What the platform itself keeps now and then is a handful of blocks; a leak of one in a hundred calls is more.
+constexpr std::size_t kSpareBlocks = 60;
+
+TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNothingBehind) {
+    const auto callAll = [] {
+        for (const Request& row : AllRequests())
+            static_cast<void>(row.call.make());
         static_cast<void>(ZoProtector_AddFileProtectByPath(L"q:\\x"));
         static_cast<void>(ZoProtector_AddRegistryProtectByKey(L"HKCU\\x", 0));
         static_cast<void>(ZoProtector_AddProcessProtectByPath(nullptr));
-        static_cast<void>(ZoProtector_GetVersion(&n, &n, &n));
     };
     const auto callInEveryState = [&] {
         callAll();
@@ -39,10 +40,12 @@ TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNoHandleOpen) {
         EXPECT_EQ(ZoProtector_Initialize(), ZOP_OK);
     };
     callInEveryState();
-    const std::uint32_t before = zotest::OpenHandleCount();
-    for (std::size_t calls = 0; calls < 10000; calls += 4 * (AllRequests().size() + 4))
+    const std::uint32_t handles = zotest::OpenHandleCount();
+    const std::size_t blocks = zotest::BusyHeapBlocks();
+    for (std::size_t calls = 0; calls < 10000; calls += 4 * (AllRequests().size() + 3))
         callInEveryState();
-    EXPECT_EQ(zotest::OpenHandleCount(), before);
+    EXPECT_EQ(zotest::OpenHandleCount(), handles);
+    EXPECT_LE(zotest::BusyHeapBlocks(), blocks + kSpareBlocks);
 }
 
 // What a call may answer while the channel comes and goes: the handle can be closed under a request, and its number may
@@ -52,52 +55,61 @@ bool MayBe(int32_t status) {
     return status == ZOP_OK || (bits >= 0x80000001 && bits <= 0x80000009 && status != ZOP_E_VERSION_MISMATCH);
 }
 
-struct Shared {
-    std::atomic<bool> stop = false;
-    std::atomic<unsigned> calls = 0;
-    std::atomic<unsigned> succeeded = 0;
-    std::atomic<int32_t> unexpected = 0;
-
-    void Count(int32_t status) {
-        ++calls;
-        if (status == ZOP_OK) ++succeeded;
-        if (!MayBe(status)) unexpected = status;
-    }
-};
-
-Shared shared;
+std::atomic<bool> stop;
+std::atomic<unsigned> calls;
+std::atomic<unsigned> succeeded;
+std::atomic<int32_t> unexpected;
 
 DWORD WINAPI CallExports(void* argument) {
     const auto number = reinterpret_cast<std::uintptr_t>(argument);
     const std::wstring own = L"C:\\thread" + std::to_wstring(number);
-    std::vector<std::uint8_t> records(8 * 2344);
-    std::uint32_t a = 0, b = 0, position = 0;
+    std::vector<std::uint8_t> space(8 * 2344);
+    std::uint8_t* const records = space.data();
+    std::uint32_t a = 0, b = 0, position = 0, registryPosition = 0;
     ZopStats stats;
-    const std::function<int32_t()> calls[] = {
+    ZopStatus status;
+    ZopSignaturePolicy policy;
+    const std::function<int32_t()> round[] = {
         [&] { return ZoProtector_AddFileProtectByFolder(own.c_str(), 1, L"*.exe"); },
         [&] { return ZoProtector_RemoveFileProtect(own.c_str()); },
-        [&] { return ZoProtector_ListFileProtectRules(records.data(), 8, &a, &b); },
-        [&] { return ZoProtector_DrainEvents(position, records.data(), 8, &a, &b, &position); },
+        [&] { return ZoProtector_ListFileProtectRules(records, 8, &a, &b); },
+        [&] { return ZoProtector_DrainEvents(position, records, 8, &a, &b, &position); },
+        [&] { return ZoProtector_DrainRegistryEvents(registryPosition, records, 8, &a, &b, &registryPosition); },
         [&] { return ZoProtector_GetStats(&stats); },
         [&] { return ZoProtector_AddRegistryProtectByKey(L"HKCU\\Software\\x", 1); },
         [&] { return ZoProtector_GetVersion(&a, &b, &b); },
         [&] { return ZoProtector_SetMasterEnabled(1); },
+        [&] { return ZoProtector_GetMasterEnabled(&a); },
+        [&] { return ZoProtector_GetStatus(&status); },
+        [&] { return ZoProtector_GetSignaturePolicy(&policy); },
+        [&] { return ZoProtector_QueryPidSignature(77, &a, &b); },
+        [&] { return ZoProtector_AddSignatureOverride(77); },
+        [&] { return ZoProtector_RemoveSignatureOverride(77); },
+        [&] { return ZoProtector_EnableDllLoadFilter(1); },
+        [&] { return ZoProtector_AddDllWhitelistFolder(own.c_str(), 1); },
+        [&] { return ZoProtector_RemoveDllWhitelistFolder(own.c_str()); },
     };
     // Every thread begins at another place of the same round.
-    for (std::uintptr_t i = number; !shared.stop; ++i)
-        shared.Count(calls[i % std::size(calls)]());
+    for (std::uintptr_t i = 2 * number; !stop; ++i) {
+        const int32_t answer = round[i % std::size(round)]();
+        ++calls;
+        if (answer == ZOP_OK) ++succeeded;
+        if (!MayBe(answer)) unexpected = answer;
+    }
     return 0;
 }
 
 TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
     const DWORD duration = std::getenv("ZO_LONG") != nullptr ? 60000 : 3000;
+    Simulator().SetPidSignature({77, 1, 1, 1, 1, 0});
     Simulator().SetProducer(ZOSIM_RING_EVENTS, 3);
-    const std::uint32_t before = zotest::OpenHandleCount();
+    Simulator().SetProducer(ZOSIM_RING_REGISTRY, 3);
+    const std::uint32_t handles = zotest::OpenHandleCount();
+    const std::size_t blocks = zotest::BusyHeapBlocks();
     {
         std::vector<zo::OwnedKernelObject> threads;
-        for (std::uintptr_t i = 0; i < 8; ++i) {
+        for (std::uintptr_t i = 0; i < 8; ++i)
             threads.emplace_back(CreateThread(nullptr, 0, CallExports, reinterpret_cast<void*>(i), 0, nullptr));
-        }
         int rounds = 0;
         for (const DWORD start = GetTickCount(); GetTickCount() - start < duration; ++rounds) {
             EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK);
@@ -106,17 +118,18 @@ TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
             EXPECT_TRUE(status == ZOP_OK || status == ZOP_E_NOT_FOUND) << zo::Bits(status);
             Sleep(static_cast<DWORD>(rounds % 5));
         }
-        shared.stop = true;
+        stop = true;
         for (const auto& thread : threads)
             EXPECT_EQ(WaitForSingleObject(thread.Get(), 20000), WAIT_OBJECT_0);
         EXPECT_GT(rounds, 5);
     }
     Simulator().ClearFaults();
-    EXPECT_EQ(zo::Bits(shared.unexpected), 0u);
-    EXPECT_GT(shared.succeeded, 20u);
-    EXPECT_LT(shared.succeeded, shared.calls.load());
+    EXPECT_EQ(zo::Bits(unexpected), 0u);
+    EXPECT_GT(succeeded, 20u);
+    EXPECT_LT(succeeded, calls.load());
     EXPECT_EQ(ZoProtector_Initialize(), ZOP_OK);
-    EXPECT_EQ(zotest::OpenHandleCount(), before);
+    EXPECT_EQ(zotest::OpenHandleCount(), handles);
+    EXPECT_LE(zotest::BusyHeapBlocks(), blocks + kSpareBlocks);
     EXPECT_EQ(Simulator().State().openNow, 1u);
 }
 

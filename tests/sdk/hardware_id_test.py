@@ -33,6 +33,7 @@ def system_uuid(table):
 
 
 def machine_guid(value):
+    value = value[: len(value) // 2 * 2]
     return value[:-2] if value[-2:] == b"\0\0" else value
 
 
@@ -58,8 +59,10 @@ SOURCES = [
 
 output = subprocess.run(sys.argv[1:], check=True, capture_output=True, text=True).stdout
 reports = [json.loads(line) for line in output.splitlines()]
-assert len(reports) == 11, output
+assert len(reports) == 18, output
 for report in reports:
+    if report["key"] != 0 or report["type"] != 1 or len(report["guid"]) > 2 * 256:
+        report["guid"] = ""
     entries = []
     for label, key, read in SOURCES:
         value = read(bytes.fromhex(report[key]))
@@ -73,8 +76,10 @@ for report in reports:
         "written": 32,
         "status": [0, 0],
         "lines": [mixed, "[INFO ] ZoProtector_GetHardwareId: produced HID", mixed],
+    } if report["hashes"] else {
+        "text": "#" * 66, "bytes": "00" * 33, "written": 0, "status": [0x80000009 - 2**32] * 2, "lines": [mixed] * 2,
     }
     for key, value in expected.items():
         assert report[key] == value, f"{report['case']}: {key} is {report[key]!r}, not {value!r}"
     print(f"{report['case']}: {len(entries)} sources, {digest}")
-assert len({report["text"] for report in reports}) > 4
+assert len({report["text"] for report in reports}) > 6

@@ -1,104 +1,132 @@
-// Prints what the hardware identifier is made of, as the platform gives it and not yet taken apart, and what the
-// library makes of it: one JSON object for each content of the registry value MachineGuid that is tried. The value is
-// put back. hardware_id_test.py reckons the digests from it.
+// Prints the hardware identifier that the library makes, once of what this machine has and then of what the functions
+// that it asks are made to answer: one JSON object each, sources included as the platform gives them and not yet taken
+// apart. hardware_id_test.py reckons the digests from them.
 
-// clang-format off
 #include <windows.h>
-#include <winioctl.h>
-#include <intrin.h>
-// clang-format on
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <utility>
 
-#include "format.h"
 #include "hex.h"
+#include "import_hook.h"
+#include "owned_handles.h"
+#include "processor.h"
 #include "sdk_fixture.h"
 
 namespace {
 
 using sdktest::Bytes;
 
-std::string Hex(const void* bytes, std::size_t size) {
-    return zo::ToHex({static_cast<const std::uint8_t*>(bytes), size});
+Bytes Wide(const std::wstring& text, std::size_t size) {
+    const auto* first = reinterpret_cast<const std::uint8_t*>(text.c_str());
+    return {first, first + size};
+}
+// A header and a system structure whose UUID is 16 times the same byte, and its end mark.
+Bytes Smbios(std::uint8_t uuid) {
+    Bytes table = {0, 3, 4, 0, 27, 0, 0, 0, 1, 25, 0, 0, 0, 0, 0, 0};
+    table.insert(table.end(), 16, uuid);
+    table.insert(table.end(), 3, std::uint8_t{0});
+    return table;
+}
+Bytes Disk(const std::string& serial, std::uint8_t offset = 40) {
+    Bytes descriptor(40);
+    descriptor[24] = offset;
+    descriptor.insert(descriptor.end(), serial.begin(), serial.end());
+    return descriptor;
 }
 
-std::string Smbios() {
-    Bytes table(GetSystemFirmwareTable(0x52534D42, 0, nullptr, 0));
-    const UINT size =
-        table.empty() ? 0 : GetSystemFirmwareTable(0x52534D42, 0, table.data(), static_cast<UINT>(table.size()));
-    return Hex(table.data(), size <= table.size() ? size : 0);
-}
-
-std::string Brand() {
-    int leaves[12] = {};
-    int highest[4];
-    __cpuid(highest, static_cast<int>(0x80000000));
-    if (static_cast<unsigned>(highest[0]) < 0x80000004) return {};
-    for (int i = 0; i < 3; ++i)
-        __cpuid(leaves + 4 * i, static_cast<int>(0x80000002) + i);
-    return Hex(leaves, sizeof leaves);
-}
-
-std::string DiskDescriptor() {
-    const zo::OwnedFile disk(CreateFileW(L"\\\\.\\PhysicalDrive0", 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    std::uint8_t query[12] = {};
-    std::uint8_t descriptor[1024] = {};
-    DWORD size = 0;
-    DeviceIoControl(disk.Get(), 0x2D1400, query, sizeof query, descriptor, sizeof descriptor, &size, nullptr);
-    return Hex(descriptor, size);
-}
-
-class MachineGuid {
-  public:
-    MachineGuid() {
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography", 0, KEY_ALL_ACCESS | KEY_WOW64_64KEY,
-                      key_.Out());
-        DWORD size = sizeof old_;
-        if (RegQueryValueExW(key_.Get(), kName, nullptr, &type_, old_, &size) == ERROR_SUCCESS) size_ = size;
-    }
-    ~MachineGuid() {
-        if (size_ != 0) Set(type_, Bytes(old_, old_ + size_));
-    }
-    void Set(DWORD type, const Bytes& bytes) {
-        RegSetValueExW(key_.Get(), kName, 0, type, bytes.data(), static_cast<DWORD>(bytes.size()));
-    }
-    void Delete() { RegDeleteValueW(key_.Get(), kName); }
-    [[nodiscard]] Bytes Old() const { return {old_, old_ + size_}; }
-
-  private:
-    static constexpr const wchar_t* kName = L"MachineGuid";
-    zo::OwnedRegistryKey key_;
-    BYTE old_[1024] = {};
-    DWORD size_ = 0;
-    DWORD type_ = 0;
+struct Sources {
+    const char* name = "as it is";
+    Bytes smbios = Smbios(7);  // empty: none
+    DWORD guidType = REG_SZ;
+    Bytes guid = Wide(L"abc", 8);
+    LSTATUS keyError = ERROR_SUCCESS;
+    Bytes disk = Disk("  SER 1 ");  // empty: the query fails
+    bool hashes = true;
 };
+Sources now;
+bool scripted = false;  // else the platform answers, and now is what it said
 
-// guid is what the registry holds as text now, terminator included; empty when that is no source.
-void Report(const char* name, const Bytes& guid) {
+UINT WINAPI ReadFirmware(DWORD provider, DWORD id, void* buffer, DWORD size) {
+    if (scripted) {
+        if (size >= now.smbios.size()) std::copy(now.smbios.begin(), now.smbios.end(), static_cast<BYTE*>(buffer));
+        return static_cast<UINT>(now.smbios.size());
+    }
+    const UINT read = GetSystemFirmwareTable(provider, id, buffer, size);
+    const auto* first = static_cast<const BYTE*>(buffer);
+    now.smbios = read <= size ? Bytes(first, first + read) : Bytes();
+    return read;
+}
+
+LSTATUS WINAPI OpenKey(HKEY root, const wchar_t* name, DWORD options, REGSAM access, HKEY* key) {
+    return now.keyError != ERROR_SUCCESS ? now.keyError : RegOpenKeyExW(root, name, options, access, key);
+}
+
+LSTATUS WINAPI QueryValue(HKEY key, const wchar_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
+    if (scripted) {
+        const DWORD room = std::exchange(*size, static_cast<DWORD>(now.guid.size()));
+        *type = now.guidType;
+        if (*size > room) return ERROR_MORE_DATA;
+        std::copy(now.guid.begin(), now.guid.end(), data);
+        return ERROR_SUCCESS;
+    }
+    now.keyError = RegQueryValueExW(key, name, reserved, type, data, size);
+    now.guidType = *type;
+    now.guid.assign(data, data + *size);
+    return now.keyError;
+}
+
+BOOL WINAPI QueryDisk(HANDLE disk, DWORD code, void* in, DWORD inSize, void* out, DWORD outSize, DWORD* returned,
+                      OVERLAPPED* overlapped) {
+    auto* const bytes = static_cast<BYTE*>(out);
+    if (scripted) {
+        std::copy(now.disk.begin(), now.disk.end(), bytes);
+        *returned = static_cast<DWORD>(now.disk.size());
+        return now.disk.empty() ? FALSE : TRUE;
+    }
+    const BOOL done = DeviceIoControl(disk, code, in, inSize, out, outSize, returned, overlapped);
+    now.disk.assign(bytes, bytes + *returned);
+    return done;
+}
+
+HANDLE WINAPI OpenDisk(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD disposition,
+                       DWORD attributes, HANDLE like) {
+    const bool isDisk = std::wstring(name) == L"\\\\.\\PhysicalDrive0";
+    if (isDisk && scripted) return CreateEventW(nullptr, TRUE, FALSE, nullptr);  // any handle will do
+    if (isDisk) now.disk.clear();
+    return CreateFileW(name, access, share, security, disposition, attributes, like);
+}
+
+NTSTATUS WINAPI OpenProvider(void** provider, const wchar_t* algorithm, const wchar_t* implementation, ULONG flags) {
+    if (!now.hashes) return static_cast<NTSTATUS>(0xC0000001);
+    return BCryptOpenAlgorithmProvider(provider, algorithm, implementation, flags);
+}
+
+void Report() {
     zotest::LogTail log;
-    wchar_t text[66];
-    std::fill(std::begin(text), std::end(text), L'#');
     std::uint8_t bytes[33] = {};
-    std::uint32_t written = 0;
-    const int32_t textStatus = ZoProtector_GetHardwareId(text, 65);
+    std::wstring text(66, L'#');
+    std::uint32_t written = 99;
+    const int32_t textStatus = ZoProtector_GetHardwareId(text.data(), 65);
     const int32_t bytesStatus = ZoProtector_GetHardwareIdBytes(bytes, 33, &written);
     std::string lines;
-    for (const std::string& line : log.Next())
-        lines += (lines.empty() ? "\"" : ", \"") + sdktest::LevelAndMessage(line) + '"';
+    for (const std::string& line : sdktest::NewLines(log))
+        lines += (lines.empty() ? "\"" : ", \"") + line + '"';
+    std::array<std::uint8_t, 48> brand{};
+    for (std::uint32_t leaf = 0; leaf < 3 && zo::CpuId(0x80000000)[0] >= 0x80000004; ++leaf) {
+        const auto registers = zo::CpuId(0x80000002 + leaf);
+        memcpy(brand.data() + 16 * leaf, registers.data(), 16);
+    }
     std::printf("%s\n",
-                zo::Format("{{\"case\": \"{}\", \"guid\": \"{}\", \"smbios\": \"{}\", \"brand\": \"{}\", \"disk\": "
-                           "\"{}\", \"status\": [{}, {}], \"text\": \"{}\", \"bytes\": \"{}\", \"written\": {}, "
-                           "\"lines\": [{}]}}",
-                           name, zo::ToHex(guid), Smbios(), Brand(), DiskDescriptor(), textStatus, bytesStatus,
-                           zo::Utf8FromWide({text, 66}).c_str(), Hex(bytes, 33), written, lines)
+                zo::Format("{{\"case\": \"{}\", \"key\": {}, \"type\": {}, \"guid\": \"{}\", \"smbios\": \"{}\", "
+                           "\"brand\": \"{}\", \"disk\": \"{}\", \"hashes\": {}, \"status\": [{}, {}], "
+                           "\"text\": \"{}\", \"bytes\": \"{}\", \"written\": {}, \"lines\": [{}]}}",
+                           now.name, now.keyError, now.guidType, zo::ToHex(now.guid), zo::ToHex(now.smbios),
+                           zo::ToHex(brand), zo::ToHex(now.disk), now.hashes, textStatus, bytesStatus,
+                           zo::Utf8FromWide(text.c_str()), zo::ToHex(bytes), written, lines)
                     .c_str());
-}
-
-Bytes Wide(const std::wstring& text, bool terminated = true) {
-    const auto* first = reinterpret_cast<const std::uint8_t*>(text.c_str());
-    return {first, first + (text.size() + (terminated ? 1 : 0)) * 2};
 }
 
 }  // namespace
@@ -107,31 +135,43 @@ int main() {
     const zotest::TempFolder folder;
     const zotest::ScopedTmp tmp(folder.Path().wstring());
     ZoProtector_Initialize();  // with or without a driver: it sets up the log
-    MachineGuid guid;
-    const Bytes old = guid.Old();
-    Report("as it is", old);
-    const struct {
-        const char* name;
-        DWORD type;
-        Bytes bytes;
-        bool counts;
-    } cases[] = {
-        {"other text", REG_SZ, Wide(L"01234567-89ab-cdef-0123-456789abcdef"), true},
-        {"no terminator", REG_SZ, Wide(L"abc", false), true},
-        {"longest", REG_SZ, Wide(std::wstring(127, L'g')), true},
-        {"longest without terminator", REG_SZ, Wide(std::wstring(128, L'g'), false), true},
-        {"too long", REG_SZ, Wide(std::wstring(128, L'g')), false},
-        {"only a terminator", REG_SZ, Wide(L""), false},
-        {"no bytes", REG_SZ, {}, false},
-        {"another type", REG_EXPAND_SZ, Wide(L"abc"), false},
-        {"binary", REG_BINARY, Wide(L"abc"), false},
-    };
-    for (const auto& c : cases) {
-        guid.Set(c.type, c.bytes);
-        Report(c.name, c.counts ? c.bytes : Bytes());
+    ZoProtector_Uninitialize();
+    {
+        const zotest::ImportHook hooks[] = {
+            {"GetSystemFirmwareTable", &ReadFirmware},
+            {"RegOpenKeyExW", &OpenKey},
+            {"RegQueryValueExW", &QueryValue},
+            {"DeviceIoControl", &QueryDisk},
+            {"CreateFileW", &OpenDisk},
+            {"BCryptOpenAlgorithmProvider", &OpenProvider},
+        };
+        Report();
+        scripted = true;
+        const std::wstring g(130, L'g');
+        const Sources cases[] = {
+            {.name = "all"},
+            {.name = "no firmware table", .smbios = {}},
+            {.name = "UUID of all FF", .smbios = Smbios(0xFF)},
+            {.name = "no key", .keyError = ERROR_FILE_NOT_FOUND},
+            {.name = "no terminator", .guid = Wide(L"abc", 6)},
+            {.name = "longest", .guid = Wide(g, 256)},
+            {.name = "too long", .guid = Wide(g, 258)},
+            {.name = "only a terminator", .guid = Wide(L"", 2)},
+            {.name = "no bytes", .guid = {}},
+            {.name = "odd byte count", .guid = Wide(L"abc", 5)},
+            {.name = "another type", .guidType = REG_EXPAND_SZ},
+            {.name = "no disk", .disk = {}},
+            {.name = "descriptor cut", .disk = Bytes(39, 24)},
+            {.name = "no serial number", .disk = Disk("SER", 0)},
+            {.name = "blank serial number", .disk = Disk("   ")},
+            {.name = "processor alone", .smbios = {}, .keyError = ERROR_ACCESS_DENIED, .disk = {}},
+            {.name = "no cryptography", .hashes = false},
+        };
+        for (const Sources& sources : cases) {
+            now = sources;
+            Report();
+        }
     }
-    guid.Delete();
-    Report("missing", {});
     ZoProtector_Uninitialize();
     return 0;
 }

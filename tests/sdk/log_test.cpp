@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "debug_output.h"
-#include "format.h"
+#include "import_hook.h"
 #include "loaded_sdk.h"
 #include "log_reader.h"
 #include "owned_handles.h"
@@ -37,7 +37,7 @@ class Log : public testing::Test {
 
 TEST_F(Log, ChangesItsFileWithTheDayOfTheMonthAlone) {
     const LoadedSdk sdk;
-    sdk.Replace("GetLocalTime", reinterpret_cast<void*>(&FakeLocalTime));
+    const zotest::ImportHook clock("GetLocalTime", &FakeLocalTime);
     SetDate(2024, 3, 5);
     sdk.Initialize();
     SetDate(2024, 4, 5);  // the same day of another month: still the March file
@@ -54,49 +54,40 @@ TEST_F(Log, ChangesItsFileWithTheDayOfTheMonthAlone) {
     EXPECT_FALSE(std::filesystem::exists(File("ZoProtector_20240405.log")));
 }
 
-TEST_F(Log, EndsLinesWithCarriageReturnAndLineFeedAndTellsTheDebuggerTheSame) {
-    const LoadedSdk sdk;
-    const zotest::DebugOutput debugger;
-    sdk.WriteLines();  // nobody hears what comes before the first initialisation
-    EXPECT_TRUE(debugger.Strings().empty());
-    EXPECT_FALSE(std::filesystem::exists(zotest::TodaysLog().parent_path()));
-    sdk.Initialize();
-    sdk.WriteLines();
-    sdk.Uninitialize();
+TEST_F(Log, TellsTheDebuggerTheSame) {
     std::string text;
-    for (const std::string& line : debugger.Strings()) {
-        EXPECT_TRUE(line.ends_with("\r\n")) << line;
-        text += line;
+    {
+        const LoadedSdk sdk;
+        const zotest::DebugOutput debugger;
+        sdk.WriteLines();  // nobody hears what comes before the first initialisation
+        EXPECT_TRUE(debugger.Strings().empty());
+        EXPECT_FALSE(std::filesystem::exists(zotest::TodaysLog().parent_path()));
+        sdk.Initialize();
+        sdk.WriteLines();
+        EXPECT_EQ(debugger.Strings().size(), 4u);
+        for (const std::string& line : debugger.Strings()) {
+            EXPECT_TRUE(line.ends_with("\r\n")) << line;
+            text += line;
+        }
     }
-    EXPECT_EQ(debugger.Strings().size(), 4u);
-    std::string file;
-    for (const std::string& line : zotest::ReadLogLines())
-        file += line + "\r\n";
-    EXPECT_EQ(file, text);
+    EXPECT_EQ(zotest::ReadFileBytes(zotest::TodaysLog()), text);
 }
 
 TEST_F(Log, SweepsFilesOfMoreThanSevenDaysOnceAProcess) {
-    constexpr std::int64_t kHour = 36'000'000'000;
-    constexpr std::int64_t kDay = 24 * kHour;
-    const auto make = [&](const char* name, std::int64_t age) {
+    constexpr int kDay = 24;  // ages are in hours
+    const auto make = [&](const char* name, int age) {
         zotest::WriteFileBytes(File(name), "old");
-        FILETIME now;
-        GetSystemTimeAsFileTime(&now);
-        ULARGE_INTEGER time = {{now.dwLowDateTime, now.dwHighDateTime}};
-        time.QuadPart -= static_cast<ULONGLONG>(age);
-        const FILETIME written = {time.LowPart, time.HighPart};
-        const zo::OwnedFile file(
-            CreateFileW(File(name).c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        ASSERT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &written));
+        std::filesystem::last_write_time(File(name),
+                                         std::filesystem::file_time_type::clock::now() - std::chrono::hours(age));
     };
     const struct {
         const char* name;
-        std::int64_t age;
+        int age;
         bool kept;
     } files[] = {
         {"ZoProtector_20240101.log", 8 * kDay, false},
-        {"ZoProtector_20240102.log", 7 * kDay + kHour, false},
-        {"ZoProtector_20240103.log", 7 * kDay - kHour, true},
+        {"ZoProtector_20240102.log", 7 * kDay + 1, false},
+        {"ZoProtector_20240103.log", 7 * kDay - 1, true},
         {"ZoProtector_20240104.log", -8 * kDay, true},
         {"ZoProtector_.log", 8 * kDay, false},
         {"Other.log", 8 * kDay, true},
@@ -120,17 +111,17 @@ TEST_F(Log, SweepsFilesOfMoreThanSevenDaysOnceAProcess) {
 
 TEST_F(Log, AFileHeldByAnotherProcessIsTriedAgainAtEveryLine) {
     const LoadedSdk sdk;
+    const zotest::DebugOutput debugger;
     std::filesystem::create_directories(zotest::TodaysLog().parent_path());
     {
         const zo::OwnedFile held(CreateFileW(zotest::TodaysLog().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
                                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         ASSERT_TRUE(held);
-        const zotest::DebugOutput debugger;
         sdk.Initialize();
         sdk.WriteLines();
-        EXPECT_TRUE(zotest::ReadLogLines().empty());
         EXPECT_EQ(debugger.Strings().size(), 4u);
     }
+    EXPECT_TRUE(zotest::ReadLogLines().empty());
     sdk.WriteLines();
     EXPECT_EQ(zotest::ReadLogLines().size(), 2u);
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -31,40 +32,31 @@ TEST(RingReply, SizesAreCountedIn64Bits) {
     }
 }
 
-TEST(RingReply, AShortReplyHasNoHeader) {
-    const std::uint32_t words[4] = {1, 2, 3, 4};
-    ZopDrainReplyHeader drain{};
-    EXPECT_FALSE(zop::ReadHeader(words, 0, drain));
-    EXPECT_FALSE(zop::ReadHeader(words, 15, drain));
-    EXPECT_EQ(drain.count, 0u);
-    ASSERT_TRUE(zop::ReadHeader(words, 16, drain));
-    EXPECT_EQ((std::vector<std::uint32_t>{drain.count, drain.dropped, drain.position, drain.writerSeq}),
-              (std::vector<std::uint32_t>{1, 2, 3, 4}));
-    ZopListReplyHeader list{};
-    ASSERT_TRUE(zop::ReadHeader(words, 4000, list));
-    EXPECT_EQ((std::vector<std::uint32_t>{list.total, list.returned, list.truncated}),
-              (std::vector<std::uint32_t>{1, 2, 3}));
+// The header needs all of its bytes, and records are copied up to the capacity whatever it promises.
+TEST(RingReply, IsBelievedAsFarAsItGoes) {
+    const std::uint32_t words[6] = {1, 2, 3, 4, 0x06050403, 0xEEEE0807};
+    ZopListReplyHeader header{9, 9, 9, 9};
+    EXPECT_FALSE(zop::ReadHeader(words, 15, header));
+    EXPECT_EQ(header.total, 9u);
+    EXPECT_TRUE(zop::ReadHeader(words, 16, header));
+    EXPECT_EQ(std::memcmp(&header, words, sizeof header), 0);
+    for (const std::uint32_t count : {0u, 1u, 2u, 300u, 0xFFFFFFFFu}) {
+        Bytes records(6, 9);
+        const std::uint32_t copied = zop::CopyRecords(words, count, 3, records.data(), 2);
+        EXPECT_EQ(copied, std::min(count, 2u));
+        Bytes expected = {3, 4, 5, 6, 7, 8};
+        std::fill(expected.begin() + 3 * copied, expected.end(), std::uint8_t{9});
+        EXPECT_EQ(records, expected) << count;
+    }
+    EXPECT_EQ(zop::CopyRecords(words, 5, 3, nullptr, 0), 0u);
 }
 
-TEST(RingReply, CopiesNeverMoreThanTheCapacity) {
-    constexpr std::uint32_t kSize = 3;
-    constexpr std::uint32_t kCapacity = 2;
-    Bytes reply(16, 0xEE);
-    for (std::uint8_t i = 1; i <= kSize * kCapacity; ++i)
-        reply.push_back(i);
-    const struct {
-        std::uint32_t count, copied;
-        Bytes records;
-    } cases[] = {
-        {0, 0, {9, 9, 9, 9, 9, 9}},   {1, 1, {1, 2, 3, 9, 9, 9}},          {2, 2, {1, 2, 3, 4, 5, 6}},
-        {300, 2, {1, 2, 3, 4, 5, 6}}, {0xFFFFFFFF, 2, {1, 2, 3, 4, 5, 6}},
-    };
-    for (const auto& c : cases) {
-        Bytes records(kSize * kCapacity, 9);
-        EXPECT_EQ(zop::CopyRecords(reply.data(), c.count, kSize, records.data(), kCapacity), c.copied) << c.count;
-        EXPECT_EQ(records, c.records) << c.count;
-    }
-    EXPECT_EQ(zop::CopyRecords(reply.data(), 5, kSize, nullptr, 0), 0u);
+TEST(Identifiers, AreMixedInOrderWithoutThoseThatThereAreNot) {
+    const zop::Identifier all[] = {{"A", {1, 0, 2}}, {"BC", {}}, {"D", {0x1F}}};
+    const zop::MixedIdentifiers mixed = zop::MixIdentifiers(all);
+    EXPECT_EQ(mixed.count, 2);
+    EXPECT_EQ(mixed.input, (Bytes{'A', 0x1F, 1, 0, 2, 'D', 0x1F, 0x1F}));
+    EXPECT_EQ(zop::MixIdentifiers(std::span(all).subspan(1, 1)).count, 0);
 }
 
 std::string TextAt(const std::string& text, std::size_t offset) {
@@ -76,11 +68,9 @@ TEST(IdentifierText, EndsAtItsTerminatorAndLosesTheBlanksAroundIt) {
     EXPECT_EQ(TextAt("  A cpu  9 \0rest"s, 0), "A cpu  9");
     EXPECT_EQ(TextAt("xyABC"s, 2), "ABC");  // the bytes end without a terminator
     EXPECT_EQ(TextAt("   \0"s, 0), "");
-    EXPECT_EQ(TextAt("   "s, 0), "");
     EXPECT_EQ(TextAt("\0ABC"s, 0), "");
     EXPECT_EQ(TextAt("\tA\n"s, 0), "\tA\n");  // blanks only
     EXPECT_EQ(TextAt("ABC"s, 3), "");
-    EXPECT_EQ(TextAt(""s, 0), "");
 }
 
 TEST(IdentifierText, SerialOffsetMustLieInsideWhatTheDeviceReturned) {
@@ -110,18 +100,15 @@ TEST(LogLine, HasAWordOfFiveCharactersForEveryLevel) {
         EXPECT_EQ(zop::LogLine(time, level, "a {} message"),
                   std::string("[2024-03-05 09:07:03.042][") + words[level] + "] a {} message\r\n");
     }
-    EXPECT_EQ(zop::LogLine(time, 0xFFFFFFFF, ""), "[2024-03-05 09:07:03.042][?????] \r\n");
     EXPECT_EQ(zop::LogFileName(time), "\\ZoProtector_20240305.log");
 }
 
 TEST(LogLine, FilesAreKeptSevenDays) {
     constexpr std::uint64_t kDay = 864'000'000'000;
     constexpr std::uint64_t kNow = 133'000'000'000'000'000;
-    EXPECT_FALSE(zop::IsPastRetention(kNow, kNow));
     EXPECT_FALSE(zop::IsPastRetention(kNow, kNow - 7 * kDay));
     EXPECT_TRUE(zop::IsPastRetention(kNow, kNow - 7 * kDay - 1));
     EXPECT_FALSE(zop::IsPastRetention(kNow, kNow + 8 * kDay));
-    EXPECT_TRUE(zop::IsPastRetention(kNow, 0));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,29 +21,11 @@ namespace sdktest {
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
 
-// The library takes the temporary folder once for the life of the process, so it is set before the first test. One
-// object of this type stands in each program.
-class OwnTemporaryFolder : public testing::Environment {
-  public:
-    void TearDown() override {
-        // Whatever the tests left open would keep the log file from being deleted.
-        ZoProtector_Uninitialize();
-    }
-
-  private:
-    zotest::TempFolder folder_;
-    zotest::ScopedTmp tmp_{folder_.Path().wstring()};
-};
-
-// What follows time and level: "[....][INFO ] " is 33 characters.
-[[nodiscard]] inline std::string LevelAndMessage(const std::string& line) {
-    return line.size() < 33 ? line : line.substr(25);
-}
-
+// The lines since the last look, without their time: "[INFO ] message".
 [[nodiscard]] inline Lines NewLines(zotest::LogTail& log) {
     Lines lines = log.Next();
     for (std::string& line : lines)
-        line = LevelAndMessage(line);
+        line.erase(0, 25);
     return lines;
 }
 
@@ -58,11 +39,11 @@ class SdkTest : public zotest::DriverTest {
     }
     void TearDown() override { EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK); }
 
-    // The lines since the last look.
     [[nodiscard]] Lines Log() { return NewLines(log_); }
 
     // What the driver got in these calls.
-    [[nodiscard]] std::vector<ZoSimRequest> RequestsOf(const std::function<void()>& calls) {
+    template <typename Calls>
+    [[nodiscard]] std::vector<ZoSimRequest> RequestsOf(const Calls& calls) {
         const std::uint64_t before = Simulator().RequestCount();
         calls();
         return Simulator().Requests(before + 1);
@@ -79,14 +60,24 @@ class SdkTest : public zotest::DriverTest {
     return target;
 }
 
-// A call of an export and all that it must lead to. One row after the other succeeds against a fresh driver that knows
-// the process 0x01020304.
+// A call of an export, without the part of its name that all have: ZOP_CALL(GetStatus(nullptr)).
+struct Call {
+    const char* text;
+    int32_t (*make)();
+};
+#define ZOP_CALL(...)                                          \
+    sdktest::Call {                                            \
+#__VA_ARGS__, [] { return ZoProtector_##__VA_ARGS__; } \
+    }
+
+// A call and all that it must lead to. One row after the other succeeds against a fresh driver that knows the process
+// 0x01020304.
 struct Request {
-    std::function<int32_t()> call;
+    Call call;
     std::uint32_t code;
     Bytes in;
-    std::uint32_t outLength;
-    std::string line;  // empty: none
+    const char* line = nullptr;  // what follows the export's name in the log; null: no line
+    std::uint32_t outLength = 0;
 };
 [[nodiscard]] const std::vector<Request>& AllRequests();
 

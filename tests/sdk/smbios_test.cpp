@@ -66,12 +66,9 @@ TEST(Smbios, FindsTheUuidOfTheFirstSystemStructureThatHasOne) {
         Bytes table;
         SystemUuid uuid;
     } cases[] = {
-        {"first", Table(System(kUuid)), kUuid},
         {"behind strings", Table(Join({bios, System(kUuid)})), kUuid},
-        {"behind a structure without strings", Table(Join({Structure(0, 24), System(kUuid)})), kUuid},
         {"behind the smallest structure", Table(Join({Structure(9, 4), System(kUuid)})), kUuid},
         {"behind one too short to hold it", Table(Join({System(Filled(1), 24), System(kUuid)})), kUuid},
-        {"behind an end-of-table structure", Table(Join({Structure(127, 4), System(kUuid)})), kUuid},
         {"the first of two", Table(Join({System(kUuid), System(Filled(7))})), kUuid},
         {"shortest length, at the very end", Table(withoutStrings), kUuid},
         {"longest length", Table(System(kUuid, 255)), kUuid},
@@ -99,12 +96,9 @@ TEST(Smbios, AnswersNothingForBrokenOrUnsetTables) {
         {"no bytes", {}},
         {"half a header", {0, 3, 4, 0, 40, 0, 0}},
         {"only a header", Table({})},
-        {"length 0", Table(good, 0)},
         {"length 3", Table(good, 3)},
         {"length past the bytes read", Table(good, good.size() + 1)},
-        {"length of all bits", Table(good, 0xFFFFFFFF)},
         {"structure length 3", Table(lengthTooSmall)},
-        {"structure length 0", Table(Bytes(64, 0))},
         {"formatted part past the data", Table(pastEnd)},
         {"system structure past the data", Table(cutUuid)},
         {"system structure behind the stated length", Table(Join({Structure(0, 24), good}), 26)},

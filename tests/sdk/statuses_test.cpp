@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "import_hook.h"
 #include "sdk_fixture.h"
 
 namespace sdktest {
@@ -10,167 +11,128 @@ namespace {
 
 using Statuses = SdkTest;
 
-struct Refusal {
-    const char* name;
-    std::function<int32_t()> call;
-    int32_t status;
+std::uint32_t n[3];
+std::uint8_t bytes[2344];
+wchar_t text[65];
+const wchar_t* noName;  // null, or empty
+
+#define ZOP_BAD_DRAIN(name)                                                             \
+    ZOP_CALL(name(0, nullptr, 1, n, n, n)), ZOP_CALL(name(0, bytes, 1, nullptr, n, n)), \
+        ZOP_CALL(name(0, bytes, 0, n, n, n))
+#define ZOP_BAD_LIST(name) ZOP_CALL(name(bytes, 1, nullptr, n)), ZOP_CALL(name(nullptr, 1, n, n))
+
+const Call kBadArguments[] = {
+    ZOP_CALL(GetVersion(nullptr, n, n)),
+    ZOP_CALL(GetVersion(n, nullptr, n)),
+    ZOP_CALL(GetVersion(n, n, nullptr)),
+    ZOP_CALL(GetStatus(nullptr)),
+    ZOP_CALL(SetSignaturePolicy(nullptr)),
+    ZOP_CALL(GetSignaturePolicy(nullptr)),
+    ZOP_CALL(QueryPidSignature(4, nullptr, n)),
+    ZOP_CALL(QueryPidSignature(4, n, nullptr)),
+    ZOP_CALL(RefreshPidSignature(4, nullptr, n)),
+    ZOP_CALL(RefreshPidSignature(4, n, nullptr)),
+    ZOP_CALL(GetStats(nullptr)),
+    ZOP_CALL(GetUnsignedBypassAttempts(nullptr)),
+    ZOP_CALL(GetHardwareId(nullptr, 65)),
+    ZOP_CALL(GetHardwareId(text, 64)),
+    ZOP_CALL(GetHardwareIdBytes(nullptr, 32, n)),
+    ZOP_CALL(GetHardwareIdBytes(bytes, 31, n)),
+    ZOP_CALL(GetHardwareIdBytes(bytes, 32, nullptr)),
+    ZOP_BAD_DRAIN(DrainEvents),
+    ZOP_BAD_DRAIN(DrainRegistryEvents),
+    ZOP_BAD_LIST(ListProcessProtectRules),
+    ZOP_BAD_LIST(ListFileProtectRules),
+    ZOP_BAD_LIST(ListRegistryProtectRules),
+    ZOP_BAD_LIST(ListDllWhitelistRules),
+    ZOP_CALL(AddProcessProtectByPath(noName)),
+    ZOP_CALL(AddProcessProtectByFolder(noName, 1)),
+    ZOP_CALL(RemoveProcessProtect(noName)),
+    ZOP_CALL(AddFileProtectByPath(noName)),
+    ZOP_CALL(AddFileProtectByFolder(noName, 1, L"*")),
+    ZOP_CALL(AddFileProtectScoped(noName, 0, 0, L"*", L"C:\\s", 0, 0, 0)),
+    ZOP_CALL(AddFileProtectScoped(L"C:\\p", 0, 0, L"*", noName, 0, 0, 0)),
+    ZOP_CALL(RemoveFileProtect(noName)),
+    ZOP_CALL(AddFileIgnoreProcess(noName, 0, 0)),
+    ZOP_CALL(RemoveFileIgnoreProcess(noName)),
+    ZOP_CALL(AddRegistryProtectByKey(noName, 1)),
+    ZOP_CALL(RemoveRegistryProtect(noName)),
+    ZOP_CALL(AddRegistryIgnoreProcess(noName, 0, 0)),
+    ZOP_CALL(RemoveRegistryIgnoreProcess(noName)),
+    ZOP_CALL(AddDllWhitelistFolder(noName, 1)),
+    ZOP_CALL(RemoveDllWhitelistFolder(noName)),
 };
 
-// Wrong arguments are told before anything else, so these hold with and without a channel.
-std::vector<Refusal> BadArguments() {
-    static std::uint32_t n[3];
-    static std::uint8_t bytes[2344];
-    static wchar_t text[65];
-    std::vector<Refusal> rows = {
-        {"GetVersion major", [] { return ZoProtector_GetVersion(nullptr, n, n); }, ZOP_E_INVALID_ARG},
-        {"GetVersion minor", [] { return ZoProtector_GetVersion(n, nullptr, n); }, ZOP_E_INVALID_ARG},
-        {"GetVersion patch", [] { return ZoProtector_GetVersion(n, n, nullptr); }, ZOP_E_INVALID_ARG},
-        {"GetStatus", [] { return ZoProtector_GetStatus(nullptr); }, ZOP_E_INVALID_ARG},
-        {"GetMasterEnabled", [] { return ZoProtector_GetMasterEnabled(nullptr); }, ZOP_E_STANDARD_INVALID_ARG},
-        {"SetSignaturePolicy", [] { return ZoProtector_SetSignaturePolicy(nullptr); }, ZOP_E_INVALID_ARG},
-        {"GetSignaturePolicy", [] { return ZoProtector_GetSignaturePolicy(nullptr); }, ZOP_E_INVALID_ARG},
-        {"Query first", [] { return ZoProtector_QueryPidSignature(4, nullptr, n); }, ZOP_E_INVALID_ARG},
-        {"Query second", [] { return ZoProtector_QueryPidSignature(4, n, nullptr); }, ZOP_E_INVALID_ARG},
-        {"Refresh first", [] { return ZoProtector_RefreshPidSignature(4, nullptr, n); }, ZOP_E_INVALID_ARG},
-        {"Refresh second", [] { return ZoProtector_RefreshPidSignature(4, n, nullptr); }, ZOP_E_INVALID_ARG},
-        {"GetStats", [] { return ZoProtector_GetStats(nullptr); }, ZOP_E_INVALID_ARG},
-        {"GetUnsignedBypassAttempts", [] { return ZoProtector_GetUnsignedBypassAttempts(nullptr); }, ZOP_E_INVALID_ARG},
-        {"GetHardwareId", [] { return ZoProtector_GetHardwareId(nullptr, 65); }, ZOP_E_INVALID_ARG},
-        {"GetHardwareId 64", [] { return ZoProtector_GetHardwareId(text, 64); }, ZOP_E_INVALID_ARG},
-        {"GetHardwareIdBytes", [] { return ZoProtector_GetHardwareIdBytes(nullptr, 32, n); }, ZOP_E_INVALID_ARG},
-        {"GetHardwareIdBytes 31", [] { return ZoProtector_GetHardwareIdBytes(bytes, 31, n); }, ZOP_E_INVALID_ARG},
-        {"GetHardwareIdBytes out", [] { return ZoProtector_GetHardwareIdBytes(bytes, 32, nullptr); },
-         ZOP_E_INVALID_ARG},
+// Wrong arguments are told before anything else; without a channel nothing is sent.
+TEST_F(Statuses, BadArgumentsAndAMissingChannelAreRefusedWithoutAWord) {
+    const auto refuseBadArguments = [] {
+        for (const wchar_t* name : {static_cast<const wchar_t*>(nullptr), L""}) {
+            noName = name;
+            for (const Call& call : kBadArguments)
+                EXPECT_EQ(call.make(), ZOP_E_INVALID_ARG)
+                    << call.text << (name == nullptr ? "" : " with an empty name");
+        }
+        EXPECT_EQ(ZoProtector_GetMasterEnabled(nullptr), ZOP_E_STANDARD_INVALID_ARG);
     };
-    using Drain = decltype(&ZoProtector_DrainEvents);
-    for (const Drain drain : {&ZoProtector_DrainEvents, &ZoProtector_DrainRegistryEvents}) {
-        rows.push_back({"drain events", [=] { return drain(0, nullptr, 1, n, n, n); }, ZOP_E_INVALID_ARG});
-        rows.push_back({"drain count", [=] { return drain(0, bytes, 1, nullptr, n, n); }, ZOP_E_INVALID_ARG});
-        rows.push_back({"drain capacity", [=] { return drain(0, bytes, 0, n, n, n); }, ZOP_E_INVALID_ARG});
-    }
-    using List = decltype(&ZoProtector_ListFileProtectRules);
-    for (const List list : {&ZoProtector_ListProcessProtectRules, &ZoProtector_ListFileProtectRules,
-                            &ZoProtector_ListRegistryProtectRules, &ZoProtector_ListDllWhitelistRules}) {
-        rows.push_back({"list count", [=] { return list(bytes, 1, nullptr, n); }, ZOP_E_INVALID_ARG});
-        rows.push_back({"list entries", [=] { return list(nullptr, 1, n, n); }, ZOP_E_INVALID_ARG});
-    }
-    for (const wchar_t* name : {static_cast<const wchar_t*>(nullptr), L""}) {
-        for (const auto& call : std::vector<std::function<int32_t()>>{
-                 [=] { return ZoProtector_AddProcessProtectByPath(name); },
-                 [=] { return ZoProtector_AddProcessProtectByFolder(name, 1); },
-                 [=] { return ZoProtector_RemoveProcessProtect(name); },
-                 [=] { return ZoProtector_AddFileProtectByPath(name); },
-                 [=] { return ZoProtector_AddFileProtectByFolder(name, 1, L"*"); },
-                 [=] { return ZoProtector_AddFileProtectScoped(name, 0, 0, L"*", L"C:\\s", 0, 0, 0); },
-                 [=] { return ZoProtector_AddFileProtectScoped(L"C:\\p", 0, 0, L"*", name, 0, 0, 0); },
-                 [=] { return ZoProtector_RemoveFileProtect(name); },
-                 [=] { return ZoProtector_AddFileIgnoreProcess(name, 0, 0); },
-                 [=] { return ZoProtector_RemoveFileIgnoreProcess(name); },
-                 [=] { return ZoProtector_AddRegistryProtectByKey(name, 1); },
-                 [=] { return ZoProtector_RemoveRegistryProtect(name); },
-                 [=] { return ZoProtector_AddRegistryIgnoreProcess(name, 0, 0); },
-                 [=] { return ZoProtector_RemoveRegistryIgnoreProcess(name); },
-                 [=] { return ZoProtector_AddDllWhitelistFolder(name, 1); },
-                 [=] { return ZoProtector_RemoveDllWhitelistFolder(name); },
-             }) {
-            rows.push_back({name == nullptr ? "null name" : "empty name", call, ZOP_E_INVALID_ARG});
-        }
-    }
-    return rows;
-}
-
-TEST_F(Statuses, BadArgumentsAreRefusedWithAndWithoutAChannelAndNothingIsSent) {
-    for (const bool open : {true, false}) {
-        if (!open) ZoProtector_Uninitialize();
-        static_cast<void>(Log());
-        int index = 0;
-        const auto requests = RequestsOf([&] {
-            for (const Refusal& row : BadArguments()) {
-                EXPECT_EQ(row.call(), row.status) << row.name << " " << index << " open " << open;
-                ++index;
-            }
-        });
-        EXPECT_TRUE(requests.empty());
-        EXPECT_EQ(Log(), Lines());
-    }
-}
-
-TEST_F(Statuses, EveryCommandNeedsAChannel) {
-    ZoProtector_Uninitialize();
-    static_cast<void>(Log());
     const auto requests = RequestsOf([&] {
-        for (const Request& row : AllRequests()) {
-            EXPECT_EQ(row.call(), ZOP_E_NOT_INITIALIZED) << row.code << " " << row.line;
-        }
+        refuseBadArguments();
+        EXPECT_EQ(Log(), Lines());
+        ZoProtector_Uninitialize();
+        static_cast<void>(Log());
+        refuseBadArguments();
+        for (const Request& row : AllRequests())
+            EXPECT_EQ(row.call.make(), ZOP_E_NOT_INITIALIZED) << row.call.text;
+        EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK);  // any number of times
+        EXPECT_EQ(Log(), Lines());
     });
     EXPECT_TRUE(requests.empty());
-    EXPECT_EQ(Log(), Lines());
-    EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK);  // any number of times
+}
+
+template <typename Record>
+bool AllBytesAre(const Record& record, std::uint8_t value) {
+    const auto* first = reinterpret_cast<const std::uint8_t*>(&record);
+    return std::all_of(first, first + sizeof record, [=](std::uint8_t byte) { return byte == value; });
 }
 
 TEST_F(Statuses, OutputsAreZeroedExactlyWhereTheyAreMeantToBe) {
     constexpr std::uint32_t kOld = 77;
-    const auto all = [](const void* bytes, std::size_t size, std::uint8_t value) {
-        const auto* first = static_cast<const std::uint8_t*>(bytes);
-        return std::all_of(first, first + size, [=](std::uint8_t byte) { return byte == value; });
+    std::uint32_t a, b, c;
+    const auto zeroes = [&](int32_t (*call)(std::uint32_t*, std::uint32_t*, std::uint32_t*)) {
+        a = b = c = kOld;
+        EXPECT_LT(call(&a, &b, &c), 0);
+        return kOld - a + (kOld - b) + (kOld - c);  // 77 for each output
     };
-    // Once without a channel, once with a driver that fails every command.
-    for (const bool open : {false, true}) {
+    using Word = std::uint32_t*;
+    // Once with a driver that fails every command, once without a channel.
+    for (const bool open : {true, false}) {
         SCOPED_TRACE(open);
-        if (open) {
-            ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-            Simulator().FailNext(ZOSIM_ANY_CODE, 0xC0000225, ZOSIM_FOR_EVER);
-        } else {
-            ZoProtector_Uninitialize();
-        }
-        std::uint32_t a = kOld, b = kOld, c = kOld;
-        std::uint8_t records[2344];
-        std::fill(std::begin(records), std::end(records), std::uint8_t{0xEE});
+        Simulator().FailNext(ZOSIM_ANY_CODE, 0xC0000225, ZOSIM_FOR_EVER);
+        if (!open) ZoProtector_Uninitialize();
         ZopStatus status;
-        std::memset(&status, 0xEE, sizeof status);
         ZopStats stats;
-        std::memset(&stats, 0xEE, sizeof stats);
         ZopSignaturePolicy policy;
-        std::memset(&policy, 0xEE, sizeof policy);
-
-        EXPECT_LT(ZoProtector_GetVersion(&a, &b, &c), 0);
-        EXPECT_EQ(a + b + c, 3 * kOld);
+        std::memset(&status, 0xEE, sizeof status);
+        std::memset(&stats, 0xEE, sizeof stats);
+        std::memset(bytes, 0xEE, sizeof bytes);
         EXPECT_LT(ZoProtector_GetStatus(&status), 0);
-        EXPECT_TRUE(all(&status, sizeof status, 0xEE));
-        EXPECT_LT(ZoProtector_GetMasterEnabled(&a), 0);
-        EXPECT_EQ(a, 0u);
-        EXPECT_LT(ZoProtector_GetSignaturePolicy(&policy), 0);
-        EXPECT_TRUE(all(&policy, sizeof policy, 0));
-        for (const auto ask : {&ZoProtector_QueryPidSignature, &ZoProtector_RefreshPidSignature}) {
-            a = b = kOld;
-            EXPECT_LT(ask(4, &a, &b), 0);
-            EXPECT_EQ(a + b, 0u);
-        }
+        EXPECT_TRUE(AllBytesAre(status, 0xEE));
         EXPECT_LT(ZoProtector_GetStats(&stats), 0);
-        EXPECT_TRUE(all(&stats, sizeof stats, open ? 0 : 0xEE));
-        a = kOld;
-        EXPECT_LT(ZoProtector_GetUnsignedBypassAttempts(&a), 0);
-        EXPECT_EQ(a, 0u);
-        for (const auto drain : {&ZoProtector_DrainEvents, &ZoProtector_DrainRegistryEvents}) {
-            a = b = c = kOld;
-            EXPECT_LT(drain(5, records, 1, &a, &b, &c), 0);
-            EXPECT_EQ(a + b + c, 0u);
-            a = kOld;
-            EXPECT_EQ(drain(5, records, 0, &a, &a, &a), ZOP_E_INVALID_ARG);
-            EXPECT_EQ(a, kOld);
-        }
-        for (const auto list : {&ZoProtector_ListProcessProtectRules, &ZoProtector_ListFileProtectRules,
-                                &ZoProtector_ListRegistryProtectRules, &ZoProtector_ListDllWhitelistRules}) {
-            a = b = kOld;
-            EXPECT_LT(list(records, 1, &a, &b), 0);
-            EXPECT_EQ(a + b, 0u);
-        }
-        EXPECT_TRUE(all(records, sizeof records, 0xEE));
+        EXPECT_TRUE(AllBytesAre(stats, open ? 0 : 0xEE));
+        std::memset(&policy, 0xEE, sizeof policy);
+        EXPECT_LT(ZoProtector_GetSignaturePolicy(&policy), 0);
+        EXPECT_TRUE(AllBytesAre(policy, 0));
+        EXPECT_EQ(zeroes([](Word x, Word y, Word z) { return ZoProtector_GetVersion(x, y, z); }), 0u);
+        EXPECT_EQ(zeroes([](Word x, Word, Word) { return ZoProtector_GetMasterEnabled(x); }), kOld);
+        EXPECT_EQ(zeroes([](Word x, Word, Word) { return ZoProtector_GetUnsignedBypassAttempts(x); }), kOld);
+        EXPECT_EQ(zeroes([](Word x, Word y, Word) { return ZoProtector_QueryPidSignature(4, x, y); }), 2 * kOld);
+        EXPECT_EQ(zeroes([](Word x, Word y, Word) { return ZoProtector_RefreshPidSignature(4, x, y); }), 2 * kOld);
+        EXPECT_EQ(zeroes([](Word x, Word y, Word z) { return ZoProtector_DrainEvents(5, bytes, 1, x, y, z); }),
+                  3 * kOld);
+        EXPECT_EQ(zeroes([](Word x, Word y, Word) { return ZoProtector_ListFileProtectRules(bytes, 1, x, y); }),
+                  2 * kOld);
+        EXPECT_TRUE(AllBytesAre(bytes, 0xEE));
     }
-    std::uint32_t written = kOld;
-    std::uint8_t id[32];
-    EXPECT_EQ(ZoProtector_GetHardwareIdBytes(id, 31, &written), ZOP_E_INVALID_ARG);
-    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(zeroes([](Word x, Word, Word) { return ZoProtector_GetHardwareIdBytes(bytes, 31, x); }), kOld);
 }
 
 TEST_F(Statuses, FollowTheDriversErrorOnEveryCommand) {
@@ -178,37 +140,68 @@ TEST_F(Statuses, FollowTheDriversErrorOnEveryCommand) {
         std::uint32_t ntStatus;
         std::uint32_t win32;
         int32_t status;
-        bool logged;
     } errors[] = {
-        {0xC0000034, 2, ZOP_E_DRIVER_NOT_FOUND, false},  {0xC00000C0, 55, ZOP_E_DRIVER_NOT_FOUND, false},
-        {0xC0000022, 5, ZOP_E_ACCESS_DENIED, false},     {0xC00000BD, 52, ZOP_E_ALREADY_EXISTS, false},
-        {0xC0000035, 183, ZOP_E_ALREADY_EXISTS, false},  {0xC000000D, 87, ZOP_E_INVALID_ARG, false},
-        {0xC0000023, 122, ZOP_E_FAILED, false},          {0xC0000225, 1168, ZOP_E_NOT_FOUND, false},
-        {0xC0000044, 1816, ZOP_E_QUOTA_EXCEEDED, false}, {0xC0000001, 31, ZOP_E_FAILED, true},
-        {0x80000005, 234, ZOP_E_FAILED, true},
+        {0xC0000034, 2, ZOP_E_DRIVER_NOT_FOUND},  {0xC00000C0, 55, ZOP_E_DRIVER_NOT_FOUND},
+        {0xC0000022, 5, ZOP_E_ACCESS_DENIED},     {0xC00000BD, 52, ZOP_E_ALREADY_EXISTS},
+        {0xC0000035, 183, ZOP_E_ALREADY_EXISTS},  {0xC000000D, 87, ZOP_E_INVALID_ARG},
+        {0xC0000023, 122, ZOP_E_FAILED},          {0xC0000225, 1168, ZOP_E_NOT_FOUND},
+        {0xC0000044, 1816, ZOP_E_QUOTA_EXCEEDED}, {0xC0000001, 31, ZOP_E_FAILED},
+        {0x80000005, 234, ZOP_E_FAILED},
     };
     for (const auto& error : errors) {
         for (const Request& row : AllRequests()) {
             // All errors with one command, one silent and one logged error with all commands.
             const bool oneOfAll = error.win32 == 31 || error.win32 == 1168;
-            if (!oneOfAll && row.code != ZOP_IOCTL_ADD_FILE_RULE) continue;
+            if (!oneOfAll && row.code != ZOP_IOCTL_ENABLE_FILE_PROTECT) continue;
             Simulator().FailNext(row.code, error.ntStatus);
-            EXPECT_EQ(row.call(), error.status) << row.line << " error " << error.win32;
+            EXPECT_EQ(row.call.make(), error.status) << row.call.text << " error " << error.win32;
+            const bool logged = error.status == ZOP_E_FAILED && error.win32 != 122;
             const std::string line =
                 zo::Format("[ERROR] ZopSendIoctl: DeviceIoControl(0x{:08X}) failed, error={}", row.code, error.win32);
-            EXPECT_EQ(Log(), error.logged ? Lines{line} : Lines()) << row.line << " error " << error.win32;
+            EXPECT_EQ(Log(), logged ? Lines{line} : Lines()) << row.call.text << " error " << error.win32;
         }
     }
 }
 
-TEST_F(Statuses, RealTablesAnswerDuplicatesUnknownEntriesAndFullTables) {
-    EXPECT_EQ(ZoProtector_AddProcessProtectByPath(L"C:\\a"), ZOP_OK);
-    EXPECT_EQ(ZoProtector_AddProcessProtectByPath(L"C:\\A"), ZOP_E_ALREADY_EXISTS);
-    EXPECT_EQ(ZoProtector_RemoveFileProtect(L"C:\\a"), ZOP_E_NOT_FOUND);
-    Simulator().SetCapacity(ZOSIM_TABLE_PROCESS, 1);
-    EXPECT_EQ(ZoProtector_AddProcessProtectByFolder(L"C:\\b", 1), ZOP_E_QUOTA_EXCEEDED);
-    EXPECT_EQ(Log(), Lines{"[INFO ] AddProcessProtectByPath: Added 'C:\\a'"});
-    EXPECT_EQ(Simulator().State().tableCount[ZOSIM_TABLE_PROCESS], 1u);
+BOOL WINAPI NoToken(HANDLE, DWORD, HANDLE*) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+// Names that cannot be converted are logged by the two exports that say so.
+TEST_F(Statuses, OfNamesThatCannotBeConverted) {
+    static const std::wstring tooLong = L"C:\\" + std::wstring(300, L'p');
+    const std::string noDrive = "[ERROR] ZopConvertWin32PathToNtPath: QueryDosDeviceW failed for 'q:', error=2";
+    const std::string process = "[ERROR] AddProcessProtectByPath: Path conversion failed for '";
+    const std::string key = "[ERROR] AddRegistryProtectByKey: Path conversion failed for '";
+    const zotest::ImportHook token("OpenProcessToken", &NoToken);
+    const struct {
+        Call call;
+        int32_t status;
+        Lines lines;
+    } cases[] = {
+        {ZOP_CALL(AddProcessProtectByPath(L"q:\\\u00E9")), ZOP_E_FAILED, {noDrive, process + "q:\\\xC3\xA9'"}},
+        {ZOP_CALL(AddProcessProtectByPath(tooLong.c_str())),
+         ZOP_E_INVALID_ARG,
+         {process + zo::Utf8FromWide(tooLong) + "'"}},
+        {ZOP_CALL(AddRegistryProtectByKey(L"Software\\x", 0)), ZOP_E_INVALID_ARG, {key + "Software\\x'"}},
+        {ZOP_CALL(AddRegistryProtectByKey(L"HKCU\\x", 0)), ZOP_E_FAILED, {key + "HKCU\\x'"}},
+        {ZOP_CALL(RemoveRegistryProtect(L"HKCU\\x")), ZOP_E_FAILED, {}},
+        {ZOP_CALL(AddProcessProtectByFolder(L"q:\\", 1)), ZOP_E_FAILED, {noDrive}},
+        {ZOP_CALL(RemoveProcessProtect(L"q:\\")), ZOP_E_FAILED, {noDrive}},
+        {ZOP_CALL(AddFileProtectScoped(L"C:\\a", 0, 0, nullptr, L"q:\\", 0, 0, 0)), ZOP_E_FAILED, {noDrive}},
+        {ZOP_CALL(AddFileProtectScoped(tooLong.c_str(), 0, 0, nullptr, L"q:\\", 0, 0, 0)), ZOP_E_INVALID_ARG, {}},
+        {ZOP_CALL(AddFileProtectByFolder(tooLong.c_str(), 0, nullptr)), ZOP_E_INVALID_ARG, {}},
+        {ZOP_CALL(AddFileIgnoreProcess(tooLong.c_str(), 0, 0)), ZOP_E_INVALID_ARG, {}},
+        {ZOP_CALL(AddDllWhitelistFolder(L"q:\\", 1)), ZOP_E_FAILED, {noDrive}},
+    };
+    const auto requests = RequestsOf([&] {
+        for (const auto& row : cases) {
+            EXPECT_EQ(row.call.make(), row.status) << row.call.text;
+            EXPECT_EQ(Log(), row.lines) << row.call.text;
+        }
+    });
+    EXPECT_TRUE(requests.empty());
 }
 
 }  // namespace

@@ -18,12 +18,6 @@ std::wstring NtPath(const fs::path& path) {
     return device + text.substr(2);
 }
 
-FILETIME WriteTime(const fs::path& path) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data);
-    return data.ftLastWriteTime;
-}
-
 class SimulatorFiles : public ChannelTest {
   protected:
     [[nodiscard]] IoResult Copy(const fs::path& from, const fs::path& to, bool subfolders, bool overwrite,
@@ -52,12 +46,8 @@ TEST_F(SimulatorFiles, CopyMovesTheWholeTreeWithTimes) {
     WriteFileBytes(folder_ / "from" / "empty", "");
     WriteFileBytes(folder_ / "from" / "sub" / "deep" / "b.txt", "b");
     WriteFileBytes(folder_ / "from" / L"gr\u00FC\u00DFe" / "c", "c");
-    FILETIME old{0x12345678, 0x01D00000};
-    {
-        const zo::OwnedFile file(CreateFileW((folder_ / "from" / "a.dmp").c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
-                                             OPEN_EXISTING, 0, nullptr));
-        ASSERT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &old));
-    }
+    const auto old = fs::last_write_time(folder_ / "from" / "a.dmp") - std::chrono::hours(1000);
+    fs::last_write_time(folder_ / "from" / "a.dmp", old);
     ZoProtectorCopyDirectoryResult result{};
     const IoResult io = Copy(folder_ / "from", folder_ / "to", true, true, result);
     EXPECT_EQ(io.error, 0u);
@@ -69,8 +59,7 @@ TEST_F(SimulatorFiles, CopyMovesTheWholeTreeWithTimes) {
     EXPECT_EQ(ReadFileBytes(folder_ / "to" / "sub" / "deep" / "b.txt"), "b");
     EXPECT_EQ(ReadFileBytes(folder_ / "to" / L"gr\u00FC\u00DFe" / "c"), "c");
     EXPECT_TRUE(fs::exists(folder_ / "to" / "empty"));
-    const FILETIME copied = WriteTime(folder_ / "to" / "a.dmp");
-    EXPECT_EQ(CompareFileTime(&copied, &old), 0);
+    EXPECT_EQ(fs::last_write_time(folder_ / "to" / "a.dmp"), old);
 }
 
 TEST_F(SimulatorFiles, TheOptionsDecideOnSubfoldersAndExistingFiles) {

@@ -1,9 +1,11 @@
 #include "child_process.h"
 
+#include <list>
 #include <stdexcept>
 #include <thread>
 
 #include "owned_handles.h"
+#include "temp_folder.h"
 
 namespace zotest {
 namespace {
@@ -43,28 +45,6 @@ void ReadAll(HANDLE handle, std::string& text) {
         text.append(block, size);
 }
 
-class ScopedVariables {
-  public:
-    explicit ScopedVariables(const std::vector<std::pair<std::wstring, std::wstring>>& variables) {
-        for (const auto& [name, value] : variables) {
-            wchar_t old[4096];
-            const DWORD units = GetEnvironmentVariableW(name.c_str(), old, 4096);
-            old_.emplace_back(name, std::wstring(old, units));
-            SetEnvironmentVariableW(name.c_str(), value.c_str());
-        }
-    }
-    ~ScopedVariables() {
-        for (const auto& [name, value] : old_) {
-            SetEnvironmentVariableW(name.c_str(), value.empty() ? nullptr : value.c_str());
-        }
-    }
-    ScopedVariables(const ScopedVariables&) = delete;
-    ScopedVariables& operator=(const ScopedVariables&) = delete;
-
-  private:
-    std::vector<std::pair<std::wstring, std::wstring>> old_;
-};
-
 }  // namespace
 
 ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring>& arguments,
@@ -85,7 +65,9 @@ ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring
     startup.hStdError = err.write.Get();
     PROCESS_INFORMATION information{};
     {
-        const ScopedVariables variables(options.environment);
+        std::list<ScopedEnvironment> variables;
+        for (const auto& [name, value] : options.environment)
+            variables.emplace_back(name, value);
         if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
                             options.folder.empty() ? nullptr : options.folder.c_str(), &startup, &information)) {
             throw std::runtime_error("CreateProcessW failed, error " + std::to_string(GetLastError()));

@@ -1,25 +1,27 @@
 #pragma once
 
-// What this process sends to the debugger (OutputDebugStringA and its wide sister), caught while an object of this type
-// lives. It reaches a vectored exception handler of the same process, so no debugger is needed. One at a time.
+// What the library sends to the debugger while an object of this type lives. One at a time; with a library that is
+// loaded by hand it must go before the library does.
 
 #include <string>
 #include <vector>
+
+#include "import_hook.h"
 
 namespace zotest {
 
 class DebugOutput {
   public:
-    DebugOutput();
-    ~DebugOutput();
-    DebugOutput(const DebugOutput&) = delete;
-    DebugOutput& operator=(const DebugOutput&) = delete;
+    DebugOutput() { strings_.clear(); }
 
-    // The strings so far, one for each call, as they were given (a wide one narrowed by the platform).
-    [[nodiscard]] std::vector<std::string> Strings() const;
+    // The strings so far, one for each call.
+    [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return strings_; }
 
   private:
-    void* handler_;
+    static void WINAPI Hear(const char* text) { strings_.emplace_back(text); }
+
+    static inline std::vector<std::string> strings_;
+    ImportHook hook_{"OutputDebugStringA", &Hear};
 };
 
 }  // namespace zotest

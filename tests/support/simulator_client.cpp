@@ -1,5 +1,6 @@
 #include "simulator_client.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "format.h"
@@ -66,34 +67,35 @@ void SimulatorClient::SetSettings(const ZoSimSettings& settings) const {
     Must(ZOSIM_IOCTL_SET_SETTINGS, &settings, sizeof(settings));
 }
 
-void SimulatorClient::SetVersion(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) const {
+template <typename Change>
+void SimulatorClient::ChangeSettings(const Change& change) const {
     ZoSimSettings settings = Settings();
-    settings.version[0] = major;
-    settings.version[1] = minor;
-    settings.version[2] = patch;
+    change(settings);
     SetSettings(settings);
+}
+
+void SimulatorClient::SetVersion(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) const {
+    ChangeSettings([&](ZoSimSettings& settings) {
+        settings.version[0] = major;
+        settings.version[1] = minor;
+        settings.version[2] = patch;
+    });
 }
 
 void SimulatorClient::SetStatsVersion(std::uint32_t version) const {
-    ZoSimSettings settings = Settings();
-    settings.statsVersion = version;
-    SetSettings(settings);
+    ChangeSettings([&](ZoSimSettings& settings) { settings.statsVersion = version; });
 }
 
 void SimulatorClient::SetCapacity(std::uint32_t table, std::uint32_t capacity) const {
-    ZoSimSettings settings = Settings();
-    settings.tableCapacity[table] = capacity;
-    SetSettings(settings);
+    ChangeSettings([&](ZoSimSettings& settings) { settings.tableCapacity[table] = capacity; });
 }
 
 void SimulatorClient::SetStatusReply(const std::uint8_t (&flags)[4], const std::uint32_t (&counts)[4]) const {
-    ZoSimSettings settings = Settings();
-    settings.useStatusReply = 1;
-    for (int i = 0; i < 4; ++i) {
-        settings.statusFlag[i] = flags[i];
-        settings.statusCount[i] = counts[i];
-    }
-    SetSettings(settings);
+    ChangeSettings([&](ZoSimSettings& settings) {
+        settings.useStatusReply = 1;
+        std::copy_n(flags, 4, settings.statusFlag);
+        std::copy_n(counts, 4, settings.statusCount);
+    });
 }
 
 std::vector<ZoSimRequest> SimulatorClient::Requests(std::uint64_t first) const {
@@ -135,30 +137,16 @@ void SimulatorClient::ClearFaults() const {
 }
 
 void SimulatorClient::FailNext(std::uint32_t code, std::uint32_t status, std::uint32_t times) const {
-    ZoSimFault fault{};
-    fault.code = code;
-    fault.times = times;
-    fault.flags = ZOSIM_FAULT_STATUS;
-    fault.status = status;
-    AddFault(fault);
+    AddFault({code, 0, times, ZOSIM_FAULT_STATUS, status, 0, 0, 0, {}});
 }
 
 void SimulatorClient::ReturnBytes(std::uint32_t code, std::uint32_t returned, std::uint32_t times) const {
-    ZoSimFault fault{};
-    fault.code = code;
-    fault.times = times;
-    fault.flags = ZOSIM_FAULT_RETURNED;
-    fault.returned = returned;
-    AddFault(fault);
+    AddFault({code, 0, times, ZOSIM_FAULT_RETURNED, 0, returned, 0, 0, {}});
 }
 
 void SimulatorClient::OverwriteWord(std::uint32_t code, std::uint32_t index, std::uint32_t value,
                                     std::uint32_t times) const {
-    ZoSimFault fault{};
-    fault.code = code;
-    fault.times = times;
-    fault.flags = ZOSIM_FAULT_WORDS;
-    fault.wordMask = 1u << index;
+    ZoSimFault fault{code, 0, times, ZOSIM_FAULT_WORDS, 0, 0, 0, 1u << index, {}};
     fault.words[index] = value;
     AddFault(fault);
 }

@@ -87,6 +87,8 @@ class SimulatorClient {
     void SetCounters(const ZoSimCounters& counters) const;
 
   private:
+    template <typename Change>
+    void ChangeSettings(const Change& change) const;
     [[nodiscard]] std::vector<std::uint8_t> TableBytes(std::uint32_t table, std::uint32_t& entrySize) const;
     void Must(std::uint32_t code, const void* in, std::uint32_t inLength, void* out = nullptr,
               std::uint32_t outLength = 0) const;

@@ -59,18 +59,18 @@ TempFolder::~TempFolder() {
     RemoveTree(path_.wstring());
 }
 
-ScopedTmp::ScopedTmp(const std::wstring& folder) {
-    const DWORD units = GetEnvironmentVariableW(L"TMP", nullptr, 0);
+ScopedEnvironment::ScopedEnvironment(const std::wstring& name, const std::wstring& value) : name_(name) {
+    const DWORD units = GetEnvironmentVariableW(name_.c_str(), nullptr, 0);
     if (units != 0) {
         wasSet_ = true;
         old_.resize(units);
-        old_.resize(GetEnvironmentVariableW(L"TMP", old_.data(), units));
+        old_.resize(GetEnvironmentVariableW(name_.c_str(), old_.data(), units));
     }
-    SetEnvironmentVariableW(L"TMP", folder.c_str());
+    SetEnvironmentVariableW(name_.c_str(), value.c_str());
 }
 
-ScopedTmp::~ScopedTmp() {
-    SetEnvironmentVariableW(L"TMP", wasSet_ ? old_.c_str() : nullptr);
+ScopedEnvironment::~ScopedEnvironment() {
+    SetEnvironmentVariableW(name_.c_str(), wasSet_ ? old_.c_str() : nullptr);
 }
 
 void WriteFileBytes(const std::filesystem::path& path, const std::string& bytes) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Temporary folders that go away, and the process's own choice of temporary folder (TMP).
+// Temporary folders that go away, and the variables of the process's environment, TMP above all.
 
 #include <filesystem>
 #include <string>
@@ -27,18 +27,23 @@ class TempFolder {
     std::filesystem::path path_;
 };
 
-// Makes GetTempPathW of this process answer another folder, until the end of its life. TMP alone is set: it comes
-// first.
-class ScopedTmp {
+// An environment variable of this process, until the end of its life.
+class ScopedEnvironment {
   public:
-    explicit ScopedTmp(const std::wstring& folder);
-    ~ScopedTmp();
-    ScopedTmp(const ScopedTmp&) = delete;
-    ScopedTmp& operator=(const ScopedTmp&) = delete;
+    ScopedEnvironment(const std::wstring& name, const std::wstring& value);
+    ~ScopedEnvironment();
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
   private:
+    std::wstring name_;
     std::wstring old_;
     bool wasSet_ = false;
+};
+
+// Makes GetTempPathW of this process answer another folder. TMP alone is set: it comes first.
+struct ScopedTmp : ScopedEnvironment {
+    explicit ScopedTmp(const std::wstring& folder) : ScopedEnvironment(L"TMP", folder) {}
 };
 
 // Whole files, bytes as they are. Writing makes missing parent folders; reading a file that cannot be read gives "".
