@@ -159,7 +159,7 @@ BOOL WINAPI WriteNothing(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
     return FALSE;
 }
 
-TEST(Sign, TellsOfListingsThatBreakOffAndOfAFullDisk) {
+TEST(Sign, TellsOfListingsThatBreakOffWhichEndAVerificationAndOfAFullDisk) {
     const SealedTree tree;
     tree.Change("+a=x;+d/f=x");
     ASSERT_EQ(tree.Sign().status, 0);
@@ -183,6 +183,14 @@ TEST(Sign, TellsOfListingsThatBreakOffAndOfAFullDisk) {
         EXPECT_GT(reason.size(), 3u);
         EXPECT_EQ(std::ranges::count(outcome.messages, "1 iter: " + reason), row.told) << row.working;
         EXPECT_EQ(outcome.messages.size(), row.working == 0 ? 2u : 3u + static_cast<std::size_t>(row.told));
+    }
+    for (const int working : {0, 1, 2, 3, 4}) {
+        listings = working;
+        if (working == 4) {
+            EXPECT_EQ(tree.Verify().status, 0);
+        } else {
+            EXPECT_THROW(static_cast<void>(tree.Verify()), std::filesystem::filesystem_error) << working;
+        }
     }
     const ImportHook write("WriteFile", WriteNothing);
     listings = 99;
