@@ -18,7 +18,10 @@ class DebugOutput {
     [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return strings_; }
 
   private:
-    static void WINAPI Hear(const char* text) { strings_.emplace_back(text); }
+    static void WINAPI Hear(const char* text) {
+        strings_.emplace_back(text);
+        OutputDebugStringA(text);
+    }
 
     static inline std::vector<std::string> strings_;
     ImportHook hook_{"OutputDebugStringA", &Hear};
