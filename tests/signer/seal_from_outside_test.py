@@ -119,7 +119,7 @@ class SealTest(unittest.TestCase):
         for path, target, expected in (
                 ("a.txt", "other/new", []), ("a.txt", "same/o.txt", ["bad a.txt"]), ("a.txt", "other", ["missing a.txt"]),
                 ("k.LNK", "other/new", []), ("k.LNK", "other", ["missing k.LNK"]),
-                ("open", "same", ["extra open/d"]), ("open", "other", ["extra open/new", "missing open/o.txt"])):
+                ("d", "aside", []), ("open", "same", ["extra open/d"]), ("open", "other", ["extra open/new", "missing open/o.txt"])):
             listed, aside = self.tree / path, self.folder / "aside"
             listed.rename(aside)
             listed.symlink_to(self.folder / target)
