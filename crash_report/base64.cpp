@@ -33,7 +33,7 @@ std::uint64_t LoadBigEndian(const std::uint8_t* bytes) noexcept {
 
 // Six bytes, the topmost of the value, to eight characters.
 void EncodeSix(std::uint64_t value, char* text) noexcept {
-    for (int i = 0; i < 4; ++i) {
+    for (std::size_t i = 0; i < 4; ++i) {
         std::memcpy(text + 2 * i, kPairs[value >> (52 - 12 * i) & 0xFFF].data(), 2);
     }
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 #include "dedupe_record.h"
 #include "dump_folder.h"
@@ -27,16 +28,24 @@ using zocrash::Reporter;
 namespace {
 
 // Copied dumps do not stay behind when a run ends by an exception of the standard library.
-struct StagedLeftover {
-    std::wstring path;
+class StagedLeftover {
+  public:
+    explicit StagedLeftover(std::wstring path) : path_(std::move(path)) {}
+    StagedLeftover(const StagedLeftover&) = delete;
+    StagedLeftover& operator=(const StagedLeftover&) = delete;
     ~StagedLeftover() {
-        if (path.empty()) return;
+        if (path_.empty()) return;
         try {
-            static_cast<void>(zocrash::RemoveFolder(path));
+            static_cast<void>(zocrash::RemoveFolder(path_));
         } catch (...) {
             // Out of memory on top of what ended the run; the next staging clears the folder.
         }
     }
+
+    void Release() { path_.clear(); }
+
+  private:
+    std::wstring path_;
 };
 
 }  // namespace
@@ -100,14 +109,14 @@ int32_t ZoCrashReport_Run(ZoCrashRunStats* stats) {
     reporter.Log(ZOCRASH_LOG_INFO, "Minidump dir: {}", zo::Utf8FromWide(folder.path));
     if (const int32_t status = zocrash::OpenDumpFolder(reporter, folder); status < 0) return status;
 
-    StagedLeftover leftover{folder.staged};
+    StagedLeftover leftover(folder.staged);
     const uint64_t stored = zocrash::ReadDedupeRecord(reporter.settings.compareFilePath);
     const zocrash::DumpList dumps = zocrash::FindNewDumps(folder.path, stored, reporter.settings.maxDumpBytes);
     reporter.Log(ZOCRASH_LOG_INFO, "Found {} new minidump(s)", dumps.entries.size());
     const int32_t status = dumps.entries.empty() ? zo::kOk : zocrash::ProcessDumps(reporter, dumps, stored, stats);
     if (!folder.staged.empty()) {
         zocrash::RemoveStagedFolder(reporter, folder.staged);
-        leftover.path = {};
+        leftover.Release();
     }
     return status;
 }

@@ -20,6 +20,9 @@ std::unique_ptr<CrashReporterContext> context;
 // again and no other thread waits for ever.
 class Initialisation {
   public:
+    Initialisation() = default;
+    Initialisation(const Initialisation&) = delete;
+    Initialisation& operator=(const Initialisation&) = delete;
     ~Initialisation() { InitOnceComplete(&contextOnce, done_ ? 0 : INIT_ONCE_INIT_FAILED, nullptr); }
     void Done() noexcept { done_ = true; }
 
