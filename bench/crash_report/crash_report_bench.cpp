@@ -181,8 +181,7 @@ void Configure(const std::filesystem::path& folder, const std::filesystem::path&
 // which it is scrambled, and which is posted.
 class BareExchange {
   public:
-    BareExchange(const zocrash::OwnedInternet& session, const std::string& url, bool scramble)
-        : session_(session), url_(url), scramble_(scramble) {
+    BareExchange(const std::string& url, bool scramble) : url_(url), scramble_(scramble) {
         std::array<std::uint8_t, 16> key{};
         static_cast<void>(zo::DecodeHexExactly(ZO_CRASH_SCRAMBLER_KEY, key));
         std::array<wchar_t, 16> mode{BCRYPT_CHAIN_MODE_ECB};
@@ -192,6 +191,9 @@ class BareExchange {
         BCryptGenerateSymmetricKey(provider_.Get(), key_.Out(), nullptr, 0, key.data(), static_cast<ULONG>(key.size()),
                                    0);
     }
+
+    // A session has its own connections, and the reporter's is new with each run.
+    [[nodiscard]] bool OpenSession() { return zocrash::OpenInternetSession("bench", session_) >= 0; }
 
     [[nodiscard]] bool Run(const std::filesystem::path& dump) {
         const std::string query(kQueryBytes, 'q');
@@ -205,7 +207,9 @@ class BareExchange {
         std::memcpy(Text(), query.data(), query.size());
         zocrash::EncodeBase64({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()},
                               Text() + query.size());
-        return Finish(length);
+        const bool kept = Finish(length);
+        session_.Reset();
+        return kept;
     }
 
   private:
@@ -251,7 +255,7 @@ class BareExchange {
         }
     }
 
-    const zocrash::OwnedInternet& session_;
+    zocrash::OwnedInternet session_;
     const std::string& url_;
     bool scramble_;
     zo::OwnedAlgorithm provider_;
@@ -265,11 +269,9 @@ void CompareExchange(const std::filesystem::path& folder, const std::string& url
     Configure(folder, folder / "record", url);
     Analysed analysed{};
     ZoCrashReport_SetLogger(Analysed::Log, &analysed);
-    zocrash::OwnedInternet session;
-    if (zocrash::OpenInternetSession("bench", session) < 0) return;
     for (const bool scramble : {true, false}) {
         if (!scramble) ZoCrashReport_SetBodyScrambler(nullptr, nullptr);
-        BareExchange bareExchange(session, url, scramble);
+        BareExchange bareExchange(url, scramble);
         std::vector<double> reporter;
         std::vector<double> bare;
         for (int round = 0; round <= kRounds; ++round) {
@@ -277,6 +279,7 @@ void CompareExchange(const std::filesystem::path& folder, const std::string& url
             ZoCrashReport_UploadSingleDump(dump.c_str(), &stats);
             const double own = Seconds(Clock::now() - analysed.at).count();
             if (stats.uploadsSucceeded != 1) return Print("the reporter's upload failed");
+            if (!bareExchange.OpenSession()) return Print("no session could be opened");
             const auto start = Clock::now();
             if (!bareExchange.Run(dump)) return Print("the bare upload failed");
             const double other = Seconds(Clock::now() - start).count();
