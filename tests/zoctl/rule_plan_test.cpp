@@ -79,9 +79,9 @@ zoctl::WantedRules Wanted(Table table, const std::vector<Rule>& rules) {
 
 // One letter a command, in the order of StepKind: R remove, C clear, A add; then the parts that cannot be read back
 // (clear and add of the file ignores, the registry ignores and the overrides, the two switches), policy and master.
-std::string Letters(const Plan& plan) {
+std::string Letters(const std::vector<Step>& steps) {
     std::string letters;
-    for (const Step& step : plan.steps)
+    for (const Step& step : steps)
         letters += "RCAifgjoOFDPM"[static_cast<int>(step.kind)];
     return letters;
 }
@@ -117,7 +117,7 @@ TEST(RulePlan, TakesTheFewestCommands) {
         }
         RuleFile file;
         file.tables[Index(Table::kFile)] = Wanted(Table::kFile, one.wanted);
-        EXPECT_EQ(Letters(MakePlan(file, state, kNames, false)), one.letters) << one.name;
+        EXPECT_EQ(Letters(MakePlan(file, state, kNames, false).steps), one.letters) << one.name;
     }
 }
 
@@ -181,57 +181,83 @@ TEST(RulePlan, AddsNeedTheirRemovalOnlyWhereTheDriverStillHasTheRule) {
     RuleFile file;
     file.tables[1] = Wanted(Table::kFile, {dll, txt});
     const Plan plan = MakePlan(file, state, kNames, false);
-    ASSERT_EQ(Letters(plan), "RAA");
+    ASSERT_EQ(Letters(plan.steps), "RAA");
     EXPECT_EQ(plan.steps[1].needs, 0);   // still there when the removal fails
     EXPECT_EQ(plan.steps[2].needs, -1);  // new in any case
 }
 
-TEST(RulePlan, SendsWhatCannotBeReadBackOnlyWhenThereIsReason) {
+// They go first, so that the tables still differ when one of them fails; but the DLL filter waits for its folders.
+TEST(RulePlan, SendsWhatCannotBeReadBackOnlyWhenThereIsReasonAndThenFirst) {
     const Rule a{"C:\\a"}, b{"C:\\b"};
     DriverState held;
     held.tables[0] = {ModelDriver::Nt(Table::kProcess, a)};
     const struct {
         const char* name;
-        std::vector<Rule> wanted;
+        std::vector<Rule> processes;
+        std::vector<Rule> folders;
+        bool dll;
         bool resend;
         const char* letters;
-        zoctl::UnreadableParts parts;
+        const char* heldBack;
     } cases[] = {
-        {"the rules are in force", {a}, false, "", zoctl::UnreadableParts::kHeldBack},
-        {"asked for", {a}, true, "ifoOF", zoctl::UnreadableParts::kSent},
-        {"something else is sent", {a, b}, false, "AifoOF", zoctl::UnreadableParts::kSent},
+        {"the rules are in force", {a}, {}, true, false, "", "ifgoOFD"},
+        {"asked for", {a}, {}, true, true, "ifgoOFD", ""},
+        {"something else is sent", {a, b}, {b}, true, false, "ifgoOFADAM", ""},
+        {"the DLL filter goes off before its folders", {a, b}, {b}, false, false, "ifgoOFDAAM", ""},
     };
     for (const auto& one : cases) {
         RuleFile file;
-        file.tables[0] = Wanted(Table::kProcess, one.wanted);
+        file.tables[Index(Table::kProcess)] = Wanted(Table::kProcess, one.processes);
+        file.tables[Index(Table::kDll)] = Wanted(Table::kDll, one.folders);
         file.fileIgnore = Wanted(Table::kProcess, {b});
+        file.registryIgnore = Wanted(Table::kProcess, {});
         file.overrides = {7};
         file.fileEnabled = true;
+        file.dllEnabled = one.dll;
+        file.masterEnabled = one.processes.size() > 1;
         const Plan plan = MakePlan(file, held, kNames, one.resend);
-        EXPECT_EQ(Letters(plan), one.letters) << one.name;
-        EXPECT_EQ(plan.unreadable, one.parts) << one.name;
+        EXPECT_EQ(Letters(plan.steps), one.letters) << one.name;
+        EXPECT_EQ(Letters(plan.heldBack), one.heldBack) << one.name;
     }
     RuleFile onlySwitch;
     onlySwitch.dllEnabled = true;
-    EXPECT_EQ(Letters(MakePlan(onlySwitch, held, kNames, false)), "D");
+    EXPECT_EQ(Letters(MakePlan(onlySwitch, held, kNames, false).steps), "D");
 }
 
 TEST(RemovalGuard, CallsMoreThanHalfMassRemoval) {
-    const std::vector<Rule> four = {{"C:\\a"}, {"C:\\b"}, {"C:\\c"}, {"C:\\d"}};
+    const Rule a{"C:\\a"}, b{"C:\\b"}, f{"C:\\f", 1, 1}, g{"C:\\g", 0, 0, "", "C:\\s", 1, 1, 1};
     DriverState state;
     state.masterEnabled = true;
-    for (const Rule& rule : four)
-        state.tables[0].push_back(ModelDriver::Nt(Table::kProcess, rule));
+    for (const Rule& rule : {a, b, f, g})
+        state.tables[1].push_back(ModelDriver::Nt(Table::kFile, rule));
+    const Rule flat{"C:\\f", 1, 0}, single{"C:\\f"}, shared{"C:\\g", 0, 0, "", "C:\\s", 1, 1, 0};
+    const Rule narrowScope{"C:\\g", 0, 0, "", "C:\\s", 0, 0, 1}, wide{"C:\\a", 1, 1};
     const struct {
-        std::size_t kept;
+        const char* name;
+        std::vector<Rule> wanted;
         std::optional<bool> master;
+        std::optional<bool> fileFilter;
+        std::size_t removed;
         bool mass;
-    } cases[] = {{4, {}, false}, {2, true, false}, {1, {}, true}, {0, {}, true}, {4, false, true}};
+    } cases[] = {
+        {"none", {a, b, f, g}, {}, {}, 0, false},
+        {"just half", {a, b}, true, true, 2, false},
+        {"more than half", {a}, {}, {}, 3, true},
+        {"rules that only cover more", {wide, b, f, g}, {}, {}, 0, false},
+        {"rules that cover less", {a, flat, shared}, {}, {}, 3, true},
+        {"a folder becomes a file, a scope shrinks", {a, single, narrowScope}, {}, {}, 3, true},
+        {"the file filter goes off", {a, b, f}, {}, false, 4, true},
+        {"all goes off", {a, b, f, g}, false, {}, 0, true},
+    };
     for (const auto& one : cases) {
         RuleFile file;
-        file.tables[0] = Wanted(Table::kProcess, {four.begin(), four.begin() + static_cast<std::ptrdiff_t>(one.kept)});
+        file.tables[1] = Wanted(Table::kFile, one.wanted);
         file.masterEnabled = one.master;
-        EXPECT_EQ(MeasureRemoval(file, state, Compare(file, state, kNames)).IsMass(), one.mass) << one.kept;
+        file.fileEnabled = one.fileFilter;
+        const Plan plan = MakePlan(file, state, kNames, false);
+        const auto removal = MeasureRemoval(plan, state, Compare(file, state, kNames));
+        EXPECT_EQ(removal.removed, one.removed) << one.name;
+        EXPECT_EQ(removal.IsMass(), one.mass) << one.name;
     }
 }
 

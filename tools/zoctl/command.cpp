@@ -61,12 +61,14 @@ void Tool::AllowJsonLines(CLI::App& command) {
 }
 
 int Tool::ReportUsage(const CLI::ParseError& error, const std::vector<std::string>& arguments) {
-    const CLI::App& reached = *Deepest(root_);
-    const bool machine = std::any_of(arguments.begin(), arguments.end(), [](const std::string& argument) {
-        return argument == "--json" || argument == "--jsonl";
-    });
-    Output out(PathOf(reached), machine ? OutputMode::kJson : OutputMode::kText);
-    const std::string path = PathOf(reached);
+    // The parser may have stopped before it came to the options that choose the form.
+    const auto given = [&arguments](const char* option) {
+        return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+    };
+    const std::string path = PathOf(*Deepest(root_));
+    Output out(path, given("--jsonl")  ? OutputMode::kJsonLines
+                     : given("--json") ? OutputMode::kJson
+                                       : OutputMode::kText);
     return out.Refuse(
         kExitUsage, EscapeControls(error.what()),
         path.empty() ? "\"zoctl --help\" shows the commands." : "\"zoctl " + path + " --help\" shows what it takes.");

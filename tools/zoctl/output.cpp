@@ -55,8 +55,17 @@ void Output::Line(const Json& object) {
 int Output::Finish(int exitCode, Json document, const Json& facts) {
     if (Machine()) {
         document.update(facts);
+        if (command_.empty()) document["command"] = nullptr;
         Put(Dump(document, Lines() ? -1 : 2) + "\n");
     }
+    return End(exitCode);
+}
+
+std::string Output::Name() const {
+    return command_.empty() ? "zoctl" : "zoctl " + command_;
+}
+
+int Output::End(int exitCode) {
     if (writable_) return exitCode;
     Hint("zoctl: the output could not be written.");
     return exitCode == kExitDone ? static_cast<int>(kExitFailed) : exitCode;
@@ -67,15 +76,22 @@ int Output::Done(std::string_view sentence, const Json& facts) {
     return Finish(kExitDone, {{"command", command_}, {"ok", true}, {"exitCode", 0}}, facts);
 }
 
-int Output::Found(int exitCode, std::string_view sentence, const Json& facts) {
+int Output::Found(int exitCode, std::string_view sentence, const Json& facts, std::string_view advice) {
+    const bool good = exitCode == kExitDone;
     if (!sentence.empty()) Text(zo::Format("{}\n", sentence));
-    return Finish(exitCode, {{"command", command_}, {"ok", exitCode == kExitDone}, {"exitCode", exitCode}}, facts);
+    Json document = {{"command", command_}, {"ok", good}, {"exitCode", exitCode}};
+    if (!good && !sentence.empty()) document["message"] = std::string(sentence);
+    if (!good && !advice.empty()) {
+        Hint(zo::Format("  Next: {}", advice));
+        document["advice"] = std::string(advice);
+    }
+    return Finish(exitCode, std::move(document), facts);
 }
 
 int Output::Fail(std::int32_t status, Subject subject, std::string_view what, const Json& facts) {
     const StatusText text = FullStatusText(status, subject);
     const std::string message = zo::Format("Could not {}: {}", what, text.meaning);
-    Hint(zo::Format("zoctl {}: {} [{} {}]\n  Next: {}", command_, message, text.name, text.value, text.advice));
+    Hint(zo::Format("{}: {} [{} {}]\n  Next: {}", Name(), message, text.name, text.value, text.advice));
     return Finish(text.exitCode,
                   {{"command", command_},
                    {"ok", false},
@@ -87,7 +103,7 @@ int Output::Fail(std::int32_t status, Subject subject, std::string_view what, co
 }
 
 int Output::Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts) {
-    Hint(zo::Format("zoctl {}: {}\n  Next: {}", command_, message, advice));
+    Hint(zo::Format("{}: {}\n  Next: {}", Name(), message, advice));
     return Finish(exitCode,
                   {{"command", command_},
                    {"ok", false},

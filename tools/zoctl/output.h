@@ -5,7 +5,8 @@
 // one object a line. Hints and failures always go to standard error as sentences too.
 //
 // The document of a command that worked: {"command", "ok": true, "exitCode": 0, ...facts}; of one that failed:
-// {"command", "ok": false, "exitCode", "status": {"name", "value"}, "message", "advice", ...facts}.
+// {"command", "ok": false, "exitCode", "status": {"name", "value"}, "message", "advice", ...facts}. "command" is null when
+// the command line did not get as far as naming one.
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -41,19 +42,26 @@ class Output {
 
     // The end of a command; each returns the exit code. Only the first call of a command writes a document.
     int Done(std::string_view sentence, const Json& facts = Json::object());
-    // It ran, and what it found is not good: the document says ok false, with the code and no status.
-    int Found(int exitCode, std::string_view sentence, const Json& facts = Json::object());
+    // It ran, and what it found is not good: the document says ok false, with the code and no status. advice is left out
+    // where the findings themselves say what to do.
+    int Found(int exitCode, std::string_view sentence, const Json& facts = Json::object(),
+              std::string_view advice = {});
     // what: the attempt, as in "protect 'C:\a.exe'".
     int Fail(std::int32_t status, Subject subject, std::string_view what, const Json& facts = Json::object());
     // A failure that has no status of the library.
     int Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts = Json::object());
 
+    // The end of a stream that is no document.
+    int End(int exitCode);
+
     // Whether everything could be written so far; a stream whose reader is gone may stop.
     [[nodiscard]] bool Writable() const { return writable_; }
+    // Writes to standard output as it is, in every mode.
+    void Put(std::string_view text);
 
   private:
     int Finish(int exitCode, Json document, const Json& facts);
-    void Put(std::string_view text);
+    [[nodiscard]] std::string Name() const;
 
     std::string command_;
     OutputMode mode_;

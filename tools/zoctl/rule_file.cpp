@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "driver_records.h"
 #include "format.h"
 
 namespace zoctl {
@@ -11,8 +12,6 @@ namespace zoctl {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr std::size_t kLongestFilter = 127;
 
 std::string Escaped(std::string_view name) {
     std::string pointer;
@@ -198,7 +197,9 @@ WantedRule Reader::FileRule(const Json& rule, const std::string& at) {
     wanted.given.exclusive = Flag(rule, "exclusive", at, true);
     if (rule.contains("filter")) {
         if (const auto filter = Text(rule["filter"], at + "/filter")) wanted.given.filter = *filter;
-        if (Utf16Units(wanted.given.filter) > kLongestFilter) Say(at + "/filter", "is longer than 127 characters");
+        if (Utf16Units(wanted.given.filter) >= ZOP_FILTER_UNITS) {
+            Say(at + "/filter", zo::Format("is longer than {} characters", ZOP_FILTER_UNITS - 1));
+        }
     }
     if (scoped) return wanted;
     // A rule of one file takes neither; only rules with a scope go the way that allows them.
@@ -349,17 +350,37 @@ class RepeatedMembers {
     explicit RepeatedMembers(std::vector<Mistake>& mistakes) : mistakes_(mistakes) {}
 
     bool operator()(int, Json::parse_event_t event, Json& value) {
-        if (event == Json::parse_event_t::object_start) open_.emplace_back();
-        if (event == Json::parse_event_t::object_end) open_.pop_back();
-        if (event == Json::parse_event_t::key && !open_.back().insert(value.get<std::string>()).second) {
-            mistakes_.push_back(
-                {"", zo::Format("the member \"{}\" stands twice in one object", value.get<std::string>())});
+        using Event = Json::parse_event_t;
+        if (event == Event::key) {
+            open_.back().at = value.get<std::string>();
+            if (!open_.back().names.insert(open_.back().at).second) {
+                mistakes_.push_back({Pointer(), "stands twice in one object"});
+            }
+        } else if (event == Event::object_start || event == Event::array_start) {
+            open_.push_back({event == Event::array_start, 0, {}, {}});
+        } else {
+            if (event != Event::value) open_.pop_back();
+            if (!open_.empty() && open_.back().isArray) ++open_.back().index;
         }
         return true;
     }
 
   private:
-    std::vector<std::set<std::string>> open_;
+    struct Container {
+        bool isArray;
+        std::size_t index;            // of the element that is being read, in an array
+        std::string at;               // the member that is being read, in an object
+        std::set<std::string> names;  // those that were there before
+    };
+
+    [[nodiscard]] std::string Pointer() const {
+        std::string pointer;
+        for (const Container& one : open_)
+            pointer += "/" + (one.isArray ? zo::Format("{}", one.index) : Escaped(one.at));
+        return pointer;
+    }
+
+    std::vector<Container> open_;
     std::vector<Mistake>& mistakes_;
 };
 
@@ -370,11 +391,11 @@ RuleFile ReadRuleFile(std::string_view text, const NameForms& names, std::vector
     Json file;
     try {
         file = Json::parse(text, RepeatedMembers(mistakes));
-    } catch (const Json::parse_error& error) {
-        // The parser's words carry line and column, behind its own prefix.
-        std::string words = error.what();
-        const std::size_t start = words.find("parse error at ");
-        mistakes.push_back({"", "is not JSON: " + (start == std::string::npos ? words : words.substr(start + 12))});
+    } catch (const Json::exception& error) {  // of its grammar, or of a number that no type holds
+        // The parser's words carry line and column, behind a prefix of its own.
+        const std::string words = error.what();
+        const std::size_t start = words.find("] ");
+        mistakes.push_back({"", "cannot be read as JSON: " + words.substr(start == std::string::npos ? 0 : start + 2)});
         return {};
     }
     return Reader(names, mistakes).ReadFile(file);

@@ -46,6 +46,11 @@ struct RuleFile {
     [[nodiscard]] bool HasUnreadable() const {
         return fileEnabled || dllEnabled || fileIgnore || registryIgnore || overrides;
     }
+    // How many rules the table is to hold; 0 when it is not managed.
+    [[nodiscard]] std::size_t Count(Table table) const {
+        const auto& rules = tables[Index(table)];
+        return rules ? rules->size() : 0;
+    }
 };
 
 struct Mistake {
@@ -62,7 +67,7 @@ struct DriverState {
     bool masterEnabled = false;
     Policy policy;
 };
-// leftOut gets a sentence for each rule that no Win32 name leads to and that a file therefore cannot ask for.
+// leftOut gets a sentence for each rule that a file cannot ask for, such as one that no Win32 name leads to.
 [[nodiscard]] nlohmann::ordered_json WriteRuleFile(const DriverState& state, const NameForms& names,
                                                    std::vector<std::string>& leftOut);
 // A rule as the file writes it.

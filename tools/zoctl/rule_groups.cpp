@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "channel.h"
+#include "driver_records.h"
 #include "format.h"
 #include "groups.h"
 #include "rule_commands.h"
@@ -12,8 +13,6 @@
 namespace zoctl {
 
 namespace {
-
-constexpr std::size_t kLongestFilter = 127;  // the library cuts longer ones, and the rule would mean something else
 
 struct FileRuleOptions {
     std::string path;
@@ -29,7 +28,10 @@ struct FileRuleOptions {
 CLI::Option* AddFilter(CLI::App& command, std::string& filter) {
     return command.add_option("--filter", filter, "File-name pattern, such as *.exe; all files if left out")
         ->check([](const std::string& text) {
-            return zo::WideFromUtf8(text).size() <= kLongestFilter ? std::string() : "longer than 127 characters";
+            // The library cuts longer ones, and the rule would mean something else.
+            return zo::WideFromUtf8(text).size() < ZOP_FILTER_UNITS
+                       ? std::string()
+                       : zo::Format("longer than {} characters", ZOP_FILTER_UNITS - 1);
         });
 }
 

@@ -18,11 +18,6 @@ Identity IdentityOf(const Rule& rule, const NameForms& names) {
     return {names.Fold(rule.name), names.Fold(rule.filter), names.Fold(rule.scope)};
 }
 
-bool SameFlags(const Rule& a, const Rule& b) {
-    return a.isFolder == b.isFolder && a.recursive == b.recursive && a.scopeIsFolder == b.scopeIsFolder &&
-           a.scopeRecursive == b.scopeRecursive && a.exclusive == b.exclusive;
-}
-
 // The names to remove rules by: the file's own spelling where it names the path too, else what leads back to it.
 class RemovalNames {
   public:
@@ -145,6 +140,14 @@ void PlanIgnoreList(const std::optional<WantedRules>& wanted, StepKind clear, St
         steps.push_back(RuleStep(add, Table::kProcess, rule.given, first));
 }
 
+void PlanSwitch(StepKind kind, const std::optional<bool>& on, std::vector<Step>& steps) {
+    if (!on) return;
+    Step step{kind};
+    step.on = *on;
+    steps.push_back(step);
+}
+
+// All but switching the DLL load filter on.
 void PlanUnreadable(const RuleFile& wanted, std::vector<Step>& steps) {
     PlanIgnoreList(wanted.fileIgnore, StepKind::kClearFileIgnore, StepKind::kAddFileIgnore, steps);
     PlanIgnoreList(wanted.registryIgnore, StepKind::kClearRegistryIgnore, StepKind::kAddRegistryIgnore, steps);
@@ -158,14 +161,16 @@ void PlanUnreadable(const RuleFile& wanted, std::vector<Step>& steps) {
             steps.push_back(step);
         }
     }
-    const auto addSwitch = [&steps](StepKind kind, const std::optional<bool>& on) {
-        if (!on) return;
-        Step step{kind};
-        step.on = *on;
-        steps.push_back(step);
-    };
-    addSwitch(StepKind::kSwitchFile, wanted.fileEnabled);
-    addSwitch(StepKind::kSwitchDll, wanted.dllEnabled);
+    PlanSwitch(StepKind::kSwitchFile, wanted.fileEnabled, steps);
+    if (wanted.dllEnabled == false) PlanSwitch(StepKind::kSwitchDll, wanted.dllEnabled, steps);
+}
+
+bool Narrows(const ChangedRule& rule) {
+    const Rule& from = rule.actual;
+    const Rule& to = rule.wanted.nt;
+    return (from.isFolder && !to.isFolder) || (from.recursive && !to.recursive) ||
+           (from.scopeIsFolder && !to.scopeIsFolder) || (from.scopeRecursive && !to.scopeRecursive) ||
+           (from.exclusive && !to.exclusive);
 }
 
 bool SomethingReadableIsInForce(const Difference& difference) {
@@ -194,38 +199,64 @@ Difference Compare(const RuleFile& wanted, const DriverState& actual, const Name
 Plan MakePlan(const RuleFile& wanted, const DriverState& actual, const NameForms& names, bool resend) {
     const Difference difference = Compare(wanted, actual, names);
     Plan plan;
-    for (const Table table : kAllTables) {
+    const bool send = resend || !difference.None() || !SomethingReadableIsInForce(difference);
+    std::vector<Step>& unreadable = send ? plan.steps : plan.heldBack;
+    const auto planTable = [&](Table table) {
         const auto& rules = wanted.tables[Index(table)];
         const TableDifference& one = difference.tables[Index(table)];
         if (rules && !one.None()) PlanTable(table, *rules, one, names, plan.steps);
-    }
-    if (wanted.HasUnreadable()) {
-        const bool send = resend || !difference.None() || !SomethingReadableIsInForce(difference);
-        plan.unreadable = send ? UnreadableParts::kSent : UnreadableParts::kHeldBack;
-        if (send) PlanUnreadable(wanted, plan.steps);
-    }
+    };
+    PlanUnreadable(wanted, unreadable);
+    planTable(Table::kDll);
+    if (wanted.dllEnabled == true) PlanSwitch(StepKind::kSwitchDll, wanted.dllEnabled, unreadable);
+    for (const Table table : {Table::kProcess, Table::kFile, Table::kRegistry})
+        planTable(table);
     if (difference.policyDiffers) {
         Step step{StepKind::kSetPolicy};
         step.policy = *wanted.policy;
         plan.steps.push_back(step);
     }
-    if (difference.masterDiffers) {
-        Step step{StepKind::kSwitchMaster};
-        step.on = *wanted.masterEnabled;
-        plan.steps.push_back(step);
-    }
+    if (difference.masterDiffers) PlanSwitch(StepKind::kSwitchMaster, wanted.masterEnabled, plan.steps);
     return plan;
 }
 
-Removal MeasureRemoval(const RuleFile& wanted, const DriverState& actual, const Difference& difference) {
+Removal MeasureRemoval(const Plan& plan, const DriverState& actual, const Difference& difference) {
+    const auto switchesOff = [&plan](StepKind kind) {
+        return std::any_of(plan.steps.begin(), plan.steps.end(),
+                           [kind](const Step& step) { return step.kind == kind && !step.on; });
+    };
     Removal removal;
     // The DLL folders are permissions: taking one away does not lessen the protection.
     for (const Table table : {Table::kProcess, Table::kFile, Table::kRegistry}) {
-        removal.of += actual.tables[Index(table)].size();
-        removal.removed += difference.tables[Index(table)].surplus.size();
+        const std::size_t held = actual.tables[Index(table)].size();
+        const TableDifference& one = difference.tables[Index(table)];
+        const auto narrowed = static_cast<std::size_t>(std::count_if(one.changed.begin(), one.changed.end(), Narrows));
+        removal.of += held;
+        removal.removed +=
+            table == Table::kFile && switchesOff(StepKind::kSwitchFile) ? held : one.surplus.size() + narrowed;
     }
-    removal.switchesOff = wanted.masterEnabled && !*wanted.masterEnabled && actual.masterEnabled;
+    removal.switchesOff = switchesOff(StepKind::kSwitchMaster);
     return removal;
+}
+
+const char* UnreadablePart(StepKind kind) {
+    switch (kind) {
+        case StepKind::kClearFileIgnore:
+        case StepKind::kAddFileIgnore:
+            return "file.ignore";
+        case StepKind::kClearRegistryIgnore:
+        case StepKind::kAddRegistryIgnore:
+            return "registry.ignore";
+        case StepKind::kClearOverrides:
+        case StepKind::kAddOverride:
+            return "signature.overrides";
+        case StepKind::kSwitchFile:
+            return "file.enabled";
+        case StepKind::kSwitchDll:
+            return "dll.enabled";
+        default:
+            return nullptr;
+    }
 }
 
 std::string DescribeStep(const Step& step) {

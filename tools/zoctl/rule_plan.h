@@ -71,28 +71,33 @@ struct Step {
 };
 
 [[nodiscard]] std::string DescribeStep(const Step& step);
+// The part of the file that the step belongs to when it cannot be read back ("file.ignore"), else null.
+[[nodiscard]] const char* UnreadablePart(StepKind kind);
 
 // What the driver cannot be asked for is sent whenever something else is, and when nothing that can be asked for shows
 // that the file was applied before; a second application of the same file thus sends nothing. resend sends it always.
-enum class UnreadableParts { kNone, kSent, kHeldBack };
-
+//
+// It goes before what can be read back. If it fails half-way, the rest is left and the tables still differ, which is
+// what makes the next application send it again. Only switching the DLL load filter on waits for the filter's folders:
+// without them modules would be refused.
 struct Plan {
     std::vector<Step> steps;
-    UnreadableParts unreadable = UnreadableParts::kNone;
+    std::vector<Step> heldBack;  // steps that cannot be read back and are not sent
 };
 
 [[nodiscard]] Plan MakePlan(const RuleFile& wanted, const DriverState& actual, const NameForms& names, bool resend);
 
-// Whether the file would take away more than half of the process, file and registry rules, or switch the whole
-// protection off: more likely a mistake than a wish.
+// Whether the plan would take away more than half of the process, file and registry rules, or switch the whole
+// protection off: more likely a mistake than a wish. A rule that loses a flag counts as taken away, for it then covers
+// less; and every file rule does when the file filter is switched off.
 struct Removal {
-    std::size_t removed = 0;  // rules that are protected now and no longer would be
+    std::size_t removed = 0;  // rules that protect now and no longer would, or less
     std::size_t of = 0;
     bool switchesOff = false;
 
     [[nodiscard]] bool IsMass() const { return switchesOff || removed * 2 > of; }
 };
 
-[[nodiscard]] Removal MeasureRemoval(const RuleFile& wanted, const DriverState& actual, const Difference& difference);
+[[nodiscard]] Removal MeasureRemoval(const Plan& plan, const DriverState& actual, const Difference& difference);
 
 }  // namespace zoctl

@@ -16,6 +16,13 @@ std::string FlagText(std::uint8_t flag) {
     return flag == 0 ? "no" : flag == 1 ? "yes" : zo::Format("yes ({})", flag);
 }
 
+// The scope's drive path, or what the driver calls it where none leads there.
+std::string ScopeText(const Rule& rule, const NameForms& names) {
+    if (!rule.HasScope()) return {};
+    const std::string win32 = names.FromNtPath(rule.scope);
+    return zo::Format("{} {}", rule.scopeIsFolder ? "folder" : "file", win32.empty() ? rule.scope : win32);
+}
+
 bool OnlyByClear(const TableDifference& table, const Rule& rule) {
     return std::find(table.onlyByClear.begin(), table.onlyByClear.end(), rule) != table.onlyByClear.end();
 }
@@ -43,10 +50,12 @@ Json TableDifferenceJson(Table table, const TableDifference& difference) {
 
 TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names) {
     if (table == Table::kFile) {
-        TextTable text({"KIND", "RECURSIVE", "FILTER", "SCOPE", "EXCLUSIVE", "DRIVE PATH", "NT PATH"});
+        TextTable text(
+            {"KIND", "RECURSIVE", "FILTER", "SCOPE", "SCOPE RECURSIVE", "EXCLUSIVE", "DRIVE PATH", "NT PATH"});
         for (const Rule& rule : rules) {
-            text.Add({rule.isFolder ? "folder" : "file", FlagText(rule.recursive), rule.filter, rule.scope,
-                      FlagText(rule.exclusive), Win32Name(table, rule.name, names), rule.name});
+            text.Add({rule.isFolder ? "folder" : "file", FlagText(rule.recursive), rule.filter, ScopeText(rule, names),
+                      rule.HasScope() ? FlagText(rule.scopeRecursive) : "", FlagText(rule.exclusive),
+                      Win32Name(table, rule.name, names), rule.name});
         }
         return text;
     }
@@ -63,8 +72,10 @@ TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms
 Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names) {
     Json list = Json::array();
     for (const Rule& rule : rules) {
-        const std::string win32 = Win32Name(table, rule.name, names);
-        list.push_back({{"nt", RuleJson(table, rule)}, {"win32", win32.empty() ? Json(nullptr) : Json(win32)}});
+        const auto nameOrNull = [](const std::string& name) { return name.empty() ? Json(nullptr) : Json(name); };
+        Json one = {{"nt", RuleJson(table, rule)}, {"win32", nameOrNull(Win32Name(table, rule.name, names))}};
+        if (rule.HasScope()) one["win32Scope"] = nameOrNull(names.FromNtPath(rule.scope));
+        list.push_back(std::move(one));
     }
     return {{"rules", list}};
 }

@@ -10,7 +10,7 @@
 namespace zoctl {
 
 [[nodiscard]] TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names);
-// {"rules": [{"nt": {...}, "win32": "..." or null}]}
+// {"rules": [{"nt": {...}, "win32": "..." or null}]}, and "win32Scope" with a scope.
 [[nodiscard]] Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names);
 
 // "+" what the driver lacks, "-" what it has too much, "~" what it has otherwise.

@@ -111,12 +111,17 @@ const char* TableName(Table table) {
     return "";
 }
 
+bool SameFlags(const Rule& a, const Rule& b) {
+    return a.isFolder == b.isFolder && a.recursive == b.recursive && a.scopeIsFolder == b.scopeIsFolder &&
+           a.scopeRecursive == b.scopeRecursive && a.exclusive == b.exclusive;
+}
+
 std::string DescribeRule(Table table, const Rule& rule) {
     const char* kind = table == Table::kRegistry ? "key" : rule.isFolder ? "folder" : "file";
     std::string text = zo::Format("{} '{}'", kind, EscapeControls(rule.name));
     AppendFlag(text, "recursive", rule.recursive);
     if (!rule.filter.empty()) text += zo::Format(", filter '{}'", EscapeControls(rule.filter));
-    if (!rule.scope.empty()) {
+    if (rule.HasScope()) {
         text += zo::Format(", scope {} '{}'", rule.scopeIsFolder ? "folder" : "file", EscapeControls(rule.scope));
         AppendFlag(text, "scope recursive", rule.scopeRecursive);
     }

@@ -33,7 +33,12 @@ struct Rule {
     std::uint8_t exclusive = 0;
 
     bool operator==(const Rule&) const = default;
+    // A driver may hold a scope's flags without a scope; nobody can have asked for that through the library.
+    [[nodiscard]] bool HasScope() const { return !scope.empty() || scopeIsFolder || scopeRecursive; }
 };
+
+// Whether all but the names is the same.
+[[nodiscard]] bool SameFlags(const Rule& a, const Rule& b);
 
 // "folder 'C:\Suite', recursive, filter '*.exe'"
 [[nodiscard]] std::string DescribeRule(Table table, const Rule& rule);

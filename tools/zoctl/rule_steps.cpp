@@ -1,5 +1,7 @@
 #include "rule_steps.h"
 
+#include <algorithm>
+
 #include "text.h"
 #include "zoprotector.h"
 
@@ -109,18 +111,63 @@ const char* OutcomeName(Outcome outcome) {
     return "";
 }
 
+// The list that the step works on; empty for a switch.
+std::string_view ListOf(const Step& step) {
+    switch (step.kind) {
+        case StepKind::kSwitchFile:
+        case StepKind::kSwitchDll:
+        case StepKind::kSetPolicy:
+        case StepKind::kSwitchMaster:
+            return {};
+        default:
+            const char* part = UnreadablePart(step.kind);
+            return part ? part : TableName(step.table);
+    }
+}
+
+bool TakesAway(StepKind kind) {
+    return kind == StepKind::kRemoveRule || kind == StepKind::kClearTable || kind == StepKind::kClearFileIgnore ||
+           kind == StepKind::kClearRegistryIgnore || kind == StepKind::kClearOverrides;
+}
+
+// Most commands to a driver that vanished under the open handle fail without saying so; then one that always works
+// tells.
+bool IsGone(std::int32_t status) {
+    if (status == ZOP_E_NOT_INITIALIZED || status == ZOP_E_DRIVER_NOT_FOUND) return true;
+    std::uint32_t enabled = 0;
+    return status == ZOP_E_FAILED && ZoProtector_GetMasterEnabled(&enabled) < 0;
+}
+
 }  // namespace
 
 std::vector<StepResult> CarryOut(const std::vector<Step>& steps, const std::function<bool()>& stop) {
     std::vector<StepResult> results(steps.size());
-    for (std::size_t i = 0; i < steps.size() && !stop(); ++i) {
+    std::string_view torn;  // the list of which something was taken away
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        const std::string_view list = ListOf(steps[i]);
+        if ((list.empty() || list != torn) && stop()) break;
         const int needs = steps[i].needs;
         if (needs >= 0 && results[static_cast<std::size_t>(needs)].outcome != Outcome::kDone) continue;
         results[i].status = Send(steps[i]);
         results[i].outcome = results[i].status < 0 ? Outcome::kFailed : Outcome::kDone;
-        if (results[i].status == ZOP_E_NOT_INITIALIZED || results[i].status == ZOP_E_DRIVER_NOT_FOUND) break;
+        if (results[i].status < 0 && (UnreadablePart(steps[i].kind) || IsGone(results[i].status))) break;
+        if (list != torn) torn = TakesAway(steps[i].kind) && results[i].status >= 0 ? list : std::string_view();
     }
     return results;
+}
+
+std::vector<std::string> PartsNotSent(const Plan& plan, const std::vector<StepResult>& results) {
+    std::vector<std::string> parts;
+    const auto add = [&parts](const Step& step) {
+        const char* part = UnreadablePart(step.kind);
+        if (part && std::find(parts.begin(), parts.end(), part) == parts.end()) parts.emplace_back(part);
+    };
+    for (const Step& step : plan.heldBack)
+        add(step);
+    for (std::size_t i = 0; i < plan.steps.size(); ++i) {
+        if (results[i].outcome != Outcome::kDone) add(plan.steps[i]);
+    }
+    return parts;
 }
 
 Json StepsJson(const std::vector<Step>& steps, const std::vector<StepResult>& results) {

@@ -1,17 +1,15 @@
 // "zoctl rules": the tables listed, and the whole wanted rule set in one file.
 
 #include <windows.h>
-#include <algorithm>
 
 #include "channel.h"
-#include "console.h"
 #include "driver_tables.h"
 #include "files.h"
 #include "format.h"
 #include "groups.h"
 #include "owned_handles.h"
+#include "rule_apply.h"
 #include "rule_report.h"
-#include "rule_steps.h"
 #include "system_names.h"
 #include "text.h"
 #include "zoprotector_status.h"
@@ -19,9 +17,6 @@
 namespace zoctl {
 
 namespace {
-
-constexpr const char* kUnreadableNote =
-    "Ignore lists, signature overrides and the switches of the file filter and the DLL filter cannot be read back.";
 
 // ---- list
 
@@ -62,22 +57,29 @@ void AddList(Tool& tool, CLI::App& group) {
 
 // ---- export
 
-// Beside the target first, then in its place, so that a failure leaves no half file. 0 or the Win32 error.
-DWORD WriteWholeFile(const std::string& path, std::string_view bytes, bool replace) {
-    const std::wstring target = zo::WideFromUtf8(path);
-    const std::wstring staging = target + L".new";
-    {
-        const zo::OwnedFile file(
-            CreateFileW(staging.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file) return GetLastError();
-        DWORD written = 0;
-        if (!WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) {
-            return GetLastError();
-        }
+// A new file of no other's name beside the target.
+zo::OwnedFile CreateBeside(const std::wstring& target, std::wstring& path) {
+    constexpr int kTries = 1000;
+    for (int i = 1;; ++i) {
+        path = target + L"." + std::to_wstring(i) + L".new";
+        zo::OwnedFile file(
+            CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file || GetLastError() != ERROR_FILE_EXISTS || i == kTries) return file;
     }
-    if (MoveFileExW(staging.c_str(), target.c_str(), replace ? MOVEFILE_REPLACE_EXISTING : 0)) return 0;
-    const DWORD error = GetLastError();
-    DeleteFileW(staging.c_str());  // left behind it would only confuse
+}
+
+// Beside the target first, then in its place, so that a failure leaves no half file. 0 or the Win32 error.
+DWORD ReplaceByText(const std::string& path, std::string_view bytes, bool replace) {
+    const std::wstring target = zo::WideFromUtf8(path);
+    std::wstring staging;
+    zo::OwnedFile file = CreateBeside(target, staging);
+    if (!file) return GetLastError();
+    DWORD error = zo::WriteWhole(file.Get(), bytes);
+    file.Reset();
+    if (!error && !MoveFileExW(staging.c_str(), target.c_str(), replace ? MOVEFILE_REPLACE_EXISTING : 0)) {
+        error = GetLastError();
+    }
+    if (error) DeleteFileW(staging.c_str());  // left behind it would only confuse
     return error;
 }
 
@@ -94,10 +96,10 @@ int Export(Output& out, const std::string& path, bool force) {
         out.Hint("Left out: " + sentence + ".");
     out.Hint(std::string(kUnreadableNote) + " The file leaves them out.");
     if (path.empty()) {
-        if (!Write(Stream::kOut, text)) return kExitFailed;
-        return leftOut.empty() ? kExitDone : kExitFailed;
+        out.Put(text);
+        return out.End(leftOut.empty() ? kExitDone : kExitFailed);
     }
-    const DWORD error = WriteWholeFile(path, text, force);
+    const DWORD error = ReplaceByText(path, text, force);
     if (error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS) {
         return out.Refuse(kExitExists, "The file " + Quote(path) + " exists already.", "Give --force to replace it.");
     }
@@ -105,7 +107,7 @@ int Export(Output& out, const std::string& path, bool force) {
     const Json facts = {{"file", path}, {"leftOut", leftOut}};
     if (leftOut.empty()) return out.Done("The rules are written to " + Quote(path) + ".", facts);
     return out.Refuse(kExitFailed, "The file was written, but it does not hold every rule.",
-                      "Look at the rules left out; they can only be cleared.", facts);
+                      "Look at the rules left out, on standard error: no file can ask for them.", facts);
 }
 
 void AddExport(Tool& tool, CLI::App& group) {
@@ -156,120 +158,8 @@ int Diff(Output& out, const RuleFile& file, const NameForms& names) {
     if (file.HasUnreadable()) out.Hint(kUnreadableNote);
     const Json facts = DifferenceJson(difference, file, state);
     if (difference.None()) return out.Done("The driver holds what the file wants.", facts);
-    return out.Found(kExitNotInForce, "The driver does not hold what the file wants.", facts);
-}
-
-struct ApplyOptions {
-    std::string file;
-    bool allowMassRemoval = false;
-    bool resend = false;
-    bool dryRun = false;
-};
-
-const char* UnreadableWord(UnreadableParts parts) {
-    switch (parts) {
-        case UnreadableParts::kNone:
-            return "none";
-        case UnreadableParts::kSent:
-            return "sent";
-        case UnreadableParts::kHeldBack:
-            return "held back";
-    }
-    return "";
-}
-
-void TellSteps(Output& out, const Plan& plan, const std::vector<StepResult>& results) {
-    for (std::size_t i = 0; i < plan.steps.size(); ++i) {
-        const std::string step = DescribeStep(plan.steps[i]);
-        switch (results[i].outcome) {
-            case Outcome::kDone:
-                out.Text(zo::Format("done       {}\n", step));
-                break;
-            case Outcome::kNotTried:
-                out.Text(zo::Format("not tried  {}\n", step));
-                break;
-            case Outcome::kFailed: {
-                const StatusText status = FullStatusText(results[i].status, Subject::kRule);
-                out.Text(zo::Format("FAILED     {}: {} {}\n", step, status.name, status.value));
-                out.Hint(zo::Format("zoctl {}: could not {}: {}\n  Next: {}", out.Command(), step, status.meaning,
-                                    status.advice));
-                break;
-            }
-        }
-    }
-    if (plan.unreadable == UnreadableParts::kHeldBack) {
-        out.Hint(std::string(kUnreadableNote) +
-                 " Those of the file were not sent, for all that can be read is as the file wants it; --resend sends "
-                 "them.");
-    }
-}
-
-// After the steps: what does the driver hold now?
-int ReadBack(Output& out, const RuleFile& file, const NameForms& names, const std::vector<StepResult>& results,
-             Json facts) {
-    DriverState state;
-    std::string what;
-    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
-        return out.Fail(status, Subject::kRule, what + " back", facts);
-    }
-    const Difference difference = Compare(file, state, names);
-    facts["difference"] = DifferenceJson(difference, file, state);
-    const auto count = [&results](Outcome outcome) {
-        return std::count_if(results.begin(), results.end(),
-                             [outcome](const StepResult& r) { return r.outcome == outcome; });
-    };
-    const auto done = count(Outcome::kDone);
-    const bool all = done == static_cast<std::ptrdiff_t>(results.size());
-    const std::size_t inForce = InForceCount(difference);
-    facts["inForce"] = inForce;
-    if (difference.None() && all) {
-        return out.Done(
-            zo::Format("{} commands sent. All {} rules of the file are in force, read back from the driver.",
-                       results.size(), inForce),
-            facts);
-    }
-    out.Text(DifferenceText(difference, file, state));
-    return out.Refuse(
-        kExitNotInForce,
-        zo::Format("Not all is as the file wants it: {} of {} steps were done, {} failed, {} were not tried.", done,
-                   results.size(), count(Outcome::kFailed), count(Outcome::kNotTried)),
-        "Mend what the failures name and apply the file again; only what is missing is sent then.", facts);
-}
-
-int Apply(Output& out, const RuleFile& file, const NameForms& names, const ApplyOptions& options) {
-    DriverState state;
-    std::string what;
-    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
-        return out.Fail(status, Subject::kRule, what);
-    }
-    const Difference before = Compare(file, state, names);
-    const Removal removal = MeasureRemoval(file, state, before);
-    const Plan plan = MakePlan(file, state, names, options.resend);
-    Json facts = {{"file", options.file}, {"unreadable", UnreadableWord(plan.unreadable)}};
-    std::vector<StepResult> results(plan.steps.size());
-    if (removal.IsMass() && !options.allowMassRemoval) {
-        facts["steps"] = StepsJson(plan.steps, results);
-        return out.Refuse(
-            kExitFailed,
-            removal.switchesOff
-                ? std::string("The file switches all protection off.")
-                : zo::Format("The file would remove {} of the {} rules that protect now.", removal.removed, removal.of),
-            "Nothing was sent. Look at \"zoctl rules diff\"; if it is wanted, give --allow-mass-removal.", facts);
-    }
-    if (options.dryRun) {
-        TellSteps(out, plan, results);
-        facts["steps"] = StepsJson(plan.steps, results);
-        return out.Done(zo::Format("{} commands would be sent.", plan.steps.size()), facts);
-    }
-    bool cancelled = false;
-    {
-        const Cancellation cancellation;
-        results = CarryOut(plan.steps, [&] { return cancelled = cancellation.Requested(); });
-    }
-    TellSteps(out, plan, results);
-    facts["steps"] = StepsJson(plan.steps, results);
-    if (cancelled) return out.Refuse(kExitCancelled, "Cancelled half-way.", "Apply the file again.", facts);
-    return ReadBack(out, file, names, results, std::move(facts));
+    return out.Found(kExitNotInForce, "The driver does not hold what the file wants.", facts,
+                     "\"zoctl rules apply\" brings it there.");
 }
 
 }  // namespace
@@ -312,7 +202,7 @@ void RegisterRules(CLI::App& root, Tool& tool) {
                         [options](Output& out) {
                             const SystemNames names;
                             return WithRuleFile(out, options->file, names, [&](const RuleFile& file) {
-                                return WithDriver(out, [&] { return Apply(out, file, names, *options); });
+                                return WithDriver(out, [&] { return ApplyRules(out, file, names, *options); });
                             });
                         });
     apply.add_option("file", options->file)->required();

@@ -1,0 +1,197 @@
+#include "rule_apply.h"
+
+#include <windows.h>
+#include <algorithm>
+
+#include "console.h"
+#include "driver_tables.h"
+#include "format.h"
+#include "rule_report.h"
+#include "rule_steps.h"
+
+namespace zoctl {
+
+namespace {
+
+// One application: what was planned, what came of it, and the document's facts.
+class Application {
+  public:
+    Application(Output& out, const RuleFile& file, const NameForms& names, const ApplyOptions& options)
+        : out_(out), file_(file), names_(names), options_(options) {}
+
+    int Run();
+
+  private:
+    int RefuseMassRemoval(const Removal& removal);
+    int ShowOnly(bool massRemoval);
+    int CarryOutAndReadBack();
+    int ReadBack();
+    int TellHeld(const Difference& difference, const DriverState& state);
+    void TellSteps(const char* notTried);
+    void AddSteps();
+    [[nodiscard]] std::string NextTime() const;
+    [[nodiscard]] std::ptrdiff_t Count(Outcome outcome) const;
+
+    Output& out_;
+    const RuleFile& file_;
+    const NameForms& names_;
+    const ApplyOptions& options_;
+    Plan plan_;
+    std::vector<StepResult> results_;
+    Json facts_;
+};
+
+std::string Joined(const std::vector<std::string>& parts) {
+    std::string text;
+    for (const std::string& part : parts)
+        text += (text.empty() ? "" : ", ") + part;
+    return text;
+}
+
+int Application::Run() {
+    DriverState state;
+    std::string what;
+    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
+        return out_.Fail(status, Subject::kRule, what);
+    }
+    const Difference before = Compare(file_, state, names_);
+    plan_ = MakePlan(file_, state, names_, options_.resend);
+    results_.resize(plan_.steps.size());
+    const Removal removal = MeasureRemoval(plan_, state, before);
+    facts_ = {{"file", options_.file},
+              {"unreadable", !plan_.heldBack.empty() ? "held back"
+                             : file_.HasUnreadable() ? "sent"
+                                                     : "none"},
+              {"massRemoval", removal.IsMass()}};
+    if (options_.dryRun) return ShowOnly(removal.IsMass());
+    if (removal.IsMass() && !options_.allowMassRemoval) return RefuseMassRemoval(removal);
+    return CarryOutAndReadBack();
+}
+
+int Application::RefuseMassRemoval(const Removal& removal) {
+    AddSteps();
+    return out_.Refuse(
+        kExitFailed,
+        removal.switchesOff
+            ? std::string("The file switches all protection off.")
+            : zo::Format("The file would remove, narrow or switch off {} of the {} rules that protect now.",
+                         removal.removed, removal.of),
+        "Nothing was sent. Look at \"zoctl rules diff\"; if it is wanted, give --allow-mass-removal.", facts_);
+}
+
+int Application::ShowOnly(bool massRemoval) {
+    TellSteps("would send ");
+    if (massRemoval && !options_.allowMassRemoval) {
+        out_.Hint("Without --allow-mass-removal none of them is sent: they take most of the protection away.");
+    }
+    AddSteps();
+    return out_.Done(zo::Format("{} commands would be sent.", plan_.steps.size()), facts_);
+}
+
+int Application::CarryOutAndReadBack() {
+    bool cancelled = false;
+    {
+        const Cancellation cancellation;
+        results_ = CarryOut(plan_.steps, [&] { return cancelled = cancellation.Requested(); });
+    }
+    TellSteps("not tried  ");
+    AddSteps();
+    if (cancelled) return out_.Refuse(kExitCancelled, "Cancelled half-way.", NextTime(), facts_);
+    return ReadBack();
+}
+
+void Application::TellSteps(const char* notTried) {
+    for (std::size_t i = 0; i < plan_.steps.size(); ++i) {
+        const std::string step = DescribeStep(plan_.steps[i]);
+        switch (results_[i].outcome) {
+            case Outcome::kDone:
+                out_.Text(zo::Format("done       {}\n", step));
+                break;
+            case Outcome::kNotTried:
+                out_.Text(zo::Format("{}{}\n", notTried, step));
+                break;
+            case Outcome::kFailed: {
+                const StatusText status = FullStatusText(results_[i].status, Subject::kRule);
+                out_.Text(zo::Format("FAILED     {}: {} {}\n", step, status.name, status.value));
+                out_.Hint(zo::Format("zoctl {}: could not {}: {}\n  Next: {}", out_.Command(), step, status.meaning,
+                                     status.advice));
+                break;
+            }
+        }
+    }
+    if (!plan_.heldBack.empty()) {
+        out_.Hint(zo::Format("{} Not sent, for all that can be read is as the file wants it: {}; --resend sends them.",
+                             kUnreadableNote, Joined(PartsNotSent(plan_, results_))));
+    }
+}
+
+void Application::AddSteps() {
+    facts_["steps"] = StepsJson(plan_.steps, results_);
+    facts_["notSent"] = PartsNotSent(plan_, results_);
+}
+
+// The tables need not differ any more when only what cannot be read back is missing, so it must be asked for.
+std::string Application::NextTime() const {
+    const std::vector<std::string> parts = PartsNotSent(plan_, results_);
+    if (parts.empty()) return "Apply the file again; only what is missing is sent then.";
+    return zo::Format("Apply the file again with --resend: {} cannot be read back, and not all of it was sent.",
+                      Joined(parts));
+}
+
+std::ptrdiff_t Application::Count(Outcome outcome) const {
+    return std::count_if(results_.begin(), results_.end(),
+                         [outcome](const StepResult& result) { return result.outcome == outcome; });
+}
+
+// After the steps: what does the driver hold now?
+int Application::ReadBack() {
+    DriverState state;
+    std::string what;
+    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
+        out_.Hint(NextTime());
+        return out_.Fail(status, Subject::kRule, what + " back", facts_);
+    }
+    const Difference difference = Compare(file_, state, names_);
+    facts_["difference"] = DifferenceJson(difference, file_, state);
+    const std::ptrdiff_t done = Count(Outcome::kDone);
+    const std::size_t idle = file_.fileEnabled == false ? difference.tables[Index(Table::kFile)].inForce : 0;
+    facts_["held"] = InForceCount(difference);
+    facts_["inForce"] = state.masterEnabled ? InForceCount(difference) - idle : 0;
+    facts_["protection"] = state.masterEnabled;
+    if (difference.None() && done == static_cast<std::ptrdiff_t>(results_.size())) return TellHeld(difference, state);
+    out_.Text(DifferenceText(difference, file_, state));
+    return out_.Refuse(
+        kExitNotInForce,
+        zo::Format("Not all is as the file wants it: {} of {} steps were done, {} failed, {} were not tried.", done,
+                   results_.size(), Count(Outcome::kFailed), Count(Outcome::kNotTried)),
+        "Mend what the failures name. " + NextTime(), facts_);
+}
+
+// Held is not yet in force: the switches have a say.
+int Application::TellHeld(const Difference& difference, const DriverState& state) {
+    const std::size_t held = InForceCount(difference);
+    const std::string sentence = zo::Format("{} commands sent. All {} rules of the file are ", results_.size(), held);
+    if (!state.masterEnabled && !file_.masterEnabled && held) {
+        return out_.Refuse(kExitNotInForce, sentence + "held, but protection is switched off: none is in force.",
+                           "Switch it on with \"zoctl enable\".", facts_);
+    }
+    if (!state.masterEnabled) return out_.Done(sentence + "held, with all protection switched off.", facts_);
+    if (file_.Count(Table::kFile) && !file_.fileEnabled) {
+        out_.Hint(
+            "The file does not say whether the file filter is on (\"enabled\" of \"file\"), and that cannot be read "
+            "back; "
+            "\"zoctl file enable\" switches it on.");
+    }
+    if (file_.Count(Table::kFile) && file_.fileEnabled == false) {
+        return out_.Done(sentence + "held, those for files with the file filter switched off.", facts_);
+    }
+    return out_.Done(sentence + "in force, read back from the driver.", facts_);
+}
+
+}  // namespace
+
+int ApplyRules(Output& out, const RuleFile& file, const NameForms& names, const ApplyOptions& options) {
+    return Application(out, file, names, options).Run();
+}
+
+}  // namespace zoctl
