@@ -76,11 +76,14 @@ ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring
     const zo::OwnedKernelObject process(information.hProcess);
     const zo::OwnedKernelObject thread(information.hThread);
     in.read.Reset();
+    if (options.deafReader) out.read.Reset();
     out.write.Reset();
     err.write.Reset();
 
     ChildResult result;
-    std::thread readOut([&] { ReadAll(out.read.Get(), result.out); });
+    std::thread readOut([&] {
+        if (out.read) ReadAll(out.read.Get(), result.out);
+    });
     std::thread readErr([&] { ReadAll(err.read.Get(), result.err); });
     DWORD written = 0;
     if (!options.input.empty()) {

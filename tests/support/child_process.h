@@ -19,6 +19,7 @@ struct ChildResult {
 struct ChildOptions {
     std::uint32_t timeoutMs = 60000;
     std::string input;                                               // given on standard input, which then ends
+    bool deafReader = false;                                         // nobody reads standard output
     std::wstring folder;                                             // current folder; empty for this process's own
     std::vector<std::pair<std::wstring, std::wstring>> environment;  // set for the child, beside what it inherits
 };

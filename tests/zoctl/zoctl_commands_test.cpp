@@ -125,36 +125,40 @@ TEST_F(ZoctlCommands, EachFailureHasItsExitCodeAndSaysWhatToDo) {
 }
 
 TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
-    const std::string longFilter(128, 'x');
-    const std::vector<std::vector<std::string>> lines = {
-        {},
-        {"nonsense"},
-        {"process"},
-        {"process", "add"},
-        {"process", "add", "C:\\a", "C:\\b"},
-        {"process", "add", "C:\\a", "--recursive"},
-        {"file", "add-folder", "C:\\f", "--filter", longFilter},
-        {"file", "add-scoped", "C:\\f"},
-        {"file", "ignore", "add", "C:\\f", "-r"},
-        {"driver", "set-start", "7"},
-        {"signature", "policy", "--mode", "256"},
-        {"signature", "query", "-1"},
-        {"rules", "list", "--table", "none"},
-        {"events", "--capacity", "0"},
-        {"events", "--follow"},
-        {"force-crash"},
-        {"process", "add", ""},
-        {"registry", "add", "Software\\X"},
-    };
-    for (std::vector<std::string> line : lines) {
-        const SentCodes sent(Simulator());
-        line.push_back("--json");
-        const ZoctlRun run = RunZoctl(line);
-        EXPECT_EQ(run.exitCode, 2) << run.out;
+    const std::string longFilter = "file add-folder C:\\f --filter " + std::string(128, 'x') + " ";
+    const SentCodes sent(Simulator());
+    for (const std::string line : {"",
+                                   "nonsense ",
+                                   "process ",
+                                   "process add ",
+                                   "process add C:\\a C:\\b ",
+                                   "process add C:\\a --recursive ",
+                                   longFilter.c_str(),
+                                   "file add-scoped C:\\f ",
+                                   "file ignore add C:\\f -r ",
+                                   "driver set-start 7 ",
+                                   "signature policy --mode 256 ",
+                                   "signature query -1 ",
+                                   "rules list --table none ",
+                                   "events --capacity 0 ",
+                                   "events --follow ",
+                                   "events --for 1 ",
+                                   "events --interval 5 ",
+                                   "events --registry --from 1 ",
+                                   "events --registry-from 1 ",
+                                   "force-crash ",
+                                   "process add  ",
+                                   "registry add Software\\X "}) {
+        const ZoctlRun run = RunZoctl(Words(line + "--json"));
+        EXPECT_EQ(run.exitCode, 2) << line << run.out;
         EXPECT_TRUE(run.json.is_object()) << run.out;
         EXPECT_NE(run.err.find("Next: "), std::string::npos) << run.err;
-        EXPECT_EQ(sent.Codes(), Codes{}) << run.err;
     }
+    EXPECT_EQ(sent.Codes(), Codes{});
+    const ZoctlRun nameless = RunZoctl({"nonsense", "--jsonl"});
+    EXPECT_EQ(std::count(nameless.out.begin(), nameless.out.end(), '\n'), 1) << nameless.out;
+    EXPECT_EQ(nameless.json["command"], nullptr);
+    EXPECT_TRUE(nameless.err.starts_with("zoctl: ")) << nameless.err;
 }
 
 TEST_F(ZoctlCommands, HelpTeachesEveryCommand) {
@@ -229,8 +233,10 @@ TEST_F(ZoctlCommands, EventsTellLossesWhereTheyAreAndAddUp) {
     EXPECT_EQ(lines[1]["strings"], Json({"\\Device\\HarddiskVolume1\\Simulated\\event_0000000C.exe"}));
     EXPECT_EQ(lines[1]["hex"].get<std::string>().substr(0, 16), "0c00000001000000");
     EXPECT_EQ(lines[1]["hex"].get<std::string>().size(), 2u * 562);
-    EXPECT_EQ(lines[1 + ZOP_EVENT_RING_SIZE]["strings"],
-              Json({"\\REGISTRY\\MACHINE\\SOFTWARE\\Simulated\\event_00000000"}));
+    const auto registry =
+        std::find_if(lines.begin(), lines.end(), [](const Json& l) { return l["ring"] == "registry"; });
+    EXPECT_EQ(registry - lines.begin(), 101);  // the rings are polled in turn
+    EXPECT_EQ((*registry)["strings"], Json({"\\REGISTRY\\MACHINE\\SOFTWARE\\Simulated\\event_00000000"}));
     const Json& total = lines[lines.size() - 2];
     EXPECT_EQ(total["received"], ZOP_EVENT_RING_SIZE);
     EXPECT_EQ(total["lost"], 12);
@@ -243,6 +249,29 @@ TEST_F(ZoctlCommands, EventsTellLossesWhereTheyAreAndAddUp) {
     const ZoctlRun more = RunZoctl({"events", "--from", position});
     EXPECT_NE(more.out.find("event_0000040D.exe"), std::string::npos) << more.out;
     EXPECT_NE(more.out.find("2 received + 0 lost = 2 produced"), std::string::npos) << more.out;
+}
+
+// Neither a driver that is always busy nor a reader that is gone nor Ctrl-C leaves the caller without an end and totals.
+TEST_F(ZoctlCommands, EventsEndWithoutAnEndOfEvents) {
+    Simulator().SetProducer(ZOSIM_RING_REGISTRY, 512);
+    const ZoctlRun busy = RunZoctl({"events", "--registry", "--capacity", "512"});
+    EXPECT_EQ(busy.exitCode, 0) << busy.err;
+    EXPECT_NE(busy.out.find("65536 received + 0 lost"), std::string::npos) << busy.out.substr(busy.out.size() - 100);
+    Simulator().SetProducer(ZOSIM_RING_REGISTRY, 0);
+
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 3);
+    zotest::ChildOptions options;
+    options.deafReader = true;
+    const ZoctlRun deaf = RunZoctl({"events", "--jsonl"}, options);
+    EXPECT_EQ(deaf.exitCode, 1);
+    EXPECT_NE(deaf.err.find("main: 0 received + 0 lost = 0 produced; go on with --from 0"), std::string::npos)
+        << deaf.err;
+
+    options = {};
+    options.breakAfterMs = 2000;
+    const ZoctlRun cancelled = RunZoctl({"events", "--follow", "--jsonl"}, options);
+    EXPECT_EQ(cancelled.exitCode, 130) << cancelled.err;
+    EXPECT_NE(cancelled.out.find("\"received\":3"), std::string::npos) << cancelled.out;
 }
 
 TEST_F(ZoctlCommands, FollowingEventsAccountsForEveryOneAtALoadThatLoses) {

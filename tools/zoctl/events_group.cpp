@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "channel.h"
 #include "console.h"
@@ -19,12 +20,17 @@ struct EventOptions {
     bool registry = false;
     bool both = false;
     bool bytes = false;
-    std::uint32_t from = 0;
-    std::uint32_t registryFrom = 0;
+    std::optional<std::uint32_t> from;
+    std::optional<std::uint32_t> registryFrom;
     std::uint32_t capacity = 256;
-    std::uint32_t interval = 500;
-    std::uint32_t seconds = 0;
+    std::optional<std::uint32_t> interval;
+    std::optional<std::uint32_t> seconds;
 };
+
+constexpr std::uint32_t kInterval = 500;
+// Without --follow the end is an empty ring, which a busy driver never shows. No more than this can have been waiting
+// when the reading began, unless a driver has an unusually large ring.
+constexpr std::uint64_t kMostAtOnce = 65536;
 
 using DrainExport = std::int32_t (*)(std::uint32_t, void*, std::uint32_t, std::uint32_t*, std::uint32_t*,
                                      std::uint32_t*);
@@ -58,11 +64,12 @@ class EventSink {
         Put({{"type", "lost"}, {"ring", ring.name}, {"count", count}});
     }
 
-    void Event(const Ring& ring, std::span<const std::uint8_t> record) {
+    // False when it could not be written.
+    bool Event(const Ring& ring, std::span<const std::uint8_t> record) {
         const std::vector<std::string> strings = FindStrings(record);
         if (out_.Machine()) {
             Put({{"type", "event"}, {"ring", ring.name}, {"strings", strings}, {"hex", zo::ToHex(record)}});
-            return;
+            return out_.Writable();
         }
         // The driver's fields are unknown; the first bytes are where most drivers keep theirs.
         constexpr std::size_t kShown = 40;
@@ -70,6 +77,7 @@ class EventSink {
         for (const std::string& text : strings)
             line += "  " + Quote(text);
         out_.Text(line + "\n");
+        return out_.Writable();
     }
 
     [[nodiscard]] Json TakeRecords() { return std::move(records_); }
@@ -88,60 +96,100 @@ class EventSink {
     Json records_ = Json::array();
 };
 
-// Reads the ring until it has nothing more.
-std::int32_t DrainRing(Ring& ring, std::uint32_t capacity, EventSink& sink, const std::function<bool()>& stop) {
+// One poll. An event counts as received once it could be written; the position stays before the first that could not.
+std::int32_t Poll(Ring& ring, std::uint32_t capacity, EventSink& sink, bool& mayHaveMore) {
     std::vector<std::uint8_t> records(ring.recordSize * capacity);
     std::uint32_t count = 0;
-    do {
-        std::uint32_t dropped = 0;
-        std::uint32_t position = 0;
-        const std::int32_t status = ring.drain(ring.position, records.data(), capacity, &count, &dropped, &position);
-        if (status < 0) return status;
-        // A reply without a header answers zeros; the position then stays where it was.
-        if (count || dropped || position) ring.position = position;
-        ring.received += count;
-        ring.lost += dropped;
-        if (dropped) sink.Lost(ring, dropped);
-        for (std::uint32_t i = 0; i < count; ++i) {
-            sink.Event(ring, {records.data() + ring.recordSize * i, ring.recordSize});
-        }
-    } while (count == capacity && !stop());
+    std::uint32_t dropped = 0;
+    std::uint32_t position = 0;
+    const std::int32_t status = ring.drain(ring.position, records.data(), capacity, &count, &dropped, &position);
+    if (status < 0) return status;
+    mayHaveMore = count == capacity;
+    // A reply without a header answers zeros; the position then stays where it was.
+    if (count || dropped || position) ring.position = position - count;
+    ring.lost += dropped;
+    if (dropped) sink.Lost(ring, dropped);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (!sink.Event(ring, {records.data() + ring.recordSize * i, ring.recordSize})) break;
+        ++ring.received;
+        ++ring.position;
+    }
     return ZOP_OK;
 }
 
-int Events(Output& out, const EventOptions& options) {
+// Polls the rings in turn, so that a busy one does not keep the other waiting, until none has more.
+std::int32_t Drain(std::vector<Ring>& rings, const EventOptions& options, EventSink& sink,
+                   const std::function<bool()>& stop) {
+    bool more = true;
+    while (more) {
+        more = false;
+        for (Ring& ring : rings) {
+            if (!options.follow && ring.received + ring.lost >= kMostAtOnce) continue;
+            bool mayHaveMore = false;
+            if (const std::int32_t status = Poll(ring, options.capacity, sink, mayHaveMore); status < 0) return status;
+            more = more || mayHaveMore;
+        }
+        more = more && !stop();
+    }
+    return ZOP_OK;
+}
+
+std::vector<Ring> RingsOf(const EventOptions& options) {
     std::vector<Ring> rings;
     if (!options.registry || options.both) {
-        rings.push_back({"main", ZoProtector_DrainEvents, sizeof(ZopEventRecord), options.from});
+        rings.push_back({"main", ZoProtector_DrainEvents, sizeof(ZopEventRecord), options.from.value_or(0)});
     }
     if (options.registry || options.both) {
-        rings.push_back(
-            {"registry", ZoProtector_DrainRegistryEvents, sizeof(ZopRegistryEventRecord), options.registryFrom});
+        rings.push_back({"registry", ZoProtector_DrainRegistryEvents, sizeof(ZopRegistryEventRecord),
+                         options.registryFrom.value_or(0)});
     }
-    EventSink sink(out, options.bytes);
-    const Cancellation cancellation;
-    const ULONGLONG end = options.seconds ? GetTickCount64() + options.seconds * 1000ull : ~0ull;
-    const auto stop = [&] { return cancellation.Requested() || GetTickCount64() >= end || !out.Writable(); };
-    std::int32_t status = ZOP_OK;
-    do {
-        for (Ring& ring : rings) {
-            if (status >= 0) status = DrainRing(ring, options.capacity, sink, stop);
-        }
-    } while (status >= 0 && options.follow && !stop() && !cancellation.Wait(options.interval));
+    return rings;
+}
 
+int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status, bool cancelled, Json records) {
     Json totals = Json::array();
     for (const Ring& ring : rings) {
-        out.Text(zo::Format("{}: {} received + {} lost = {} produced; go on with --{} {}\n", ring.name, ring.received,
-                            ring.lost, ring.received + ring.lost,
-                            ring.recordSize == sizeof(ZopEventRecord) ? "from" : "registry-from", ring.position));
+        const std::string text =
+            zo::Format("{}: {} received + {} lost = {} produced; go on with --{} {}", ring.name, ring.received,
+                       ring.lost, ring.received + ring.lost,
+                       ring.recordSize == sizeof(ZopEventRecord) ? "from" : "registry-from", ring.position);
+        out.Text(text + "\n");
+        if (!out.Writable()) out.Hint(text);  // the reader of the events is gone; whoever started this is not
         if (out.Lines()) out.Line(ring.Total());
         totals.push_back(ring.Total());
     }
     Json facts = {{"totals", totals}};
-    if (!out.Lines()) facts["records"] = sink.TakeRecords();
+    if (!out.Lines()) facts["records"] = std::move(records);
     if (status < 0) return out.Fail(status, Subject::kRule, "read the events", facts);
-    if (out.Lines()) return cancellation.Requested() ? kExitCancelled : kExitDone;
-    return cancellation.Requested() ? out.Found(kExitCancelled, "", facts) : out.Done("", facts);
+    if (out.Lines()) return out.End(cancelled ? kExitCancelled : kExitDone);
+    return cancelled ? out.Found(kExitCancelled, "Cancelled.", facts, "Go on from the positions of the totals.")
+                     : out.Done("", facts);
+}
+
+int Events(Output& out, const EventOptions& options) {
+    std::vector<Ring> rings = RingsOf(options);
+    EventSink sink(out, options.bytes);
+    const Cancellation cancellation;
+    const ULONGLONG end = options.seconds ? GetTickCount64() + *options.seconds * 1000ull : ~0ull;
+    const auto stop = [&] { return cancellation.Requested() || GetTickCount64() >= end || !out.Writable(); };
+    std::int32_t status = ZOP_OK;
+    do {
+        status = Drain(rings, options, sink, stop);
+    } while (status >= 0 && options.follow && !stop() && !cancellation.Wait(options.interval.value_or(kInterval)));
+    return TellTotals(out, rings, status, cancellation.Requested(), sink.TakeRecords());
+}
+
+// What does not go together; null when all does.
+const char* Contradiction(const Output& out, const EventOptions& options) {
+    if (options.follow && out.Machine() && !out.Lines()) {
+        return "--follow has no end, and --json is one document: use --jsonl, one object for each event.";
+    }
+    if (!options.follow && (options.interval || options.seconds)) return "--interval and --for need --follow.";
+    if (options.from && options.registry && !options.both) return "--from is of the main ring: give --both.";
+    if (options.registryFrom && !options.registry && !options.both) {
+        return "--registry-from needs --registry or --both.";
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -153,9 +201,8 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
         {"events", "Read what the driver saw: bytes and the text found in them, with what was lost and a total",
          "events\nevents --follow --both --jsonl\nevents --registry --registry-from 4711"},
         [options](Output& out) {
-            if (options->follow && out.Machine() && !out.Lines()) {
-                return out.Refuse(kExitUsage, "--follow has no end, and --json is one document.",
-                                  "Use --jsonl: one object for each event.");
+            if (const char* contradiction = Contradiction(out, *options)) {
+                return out.Refuse(kExitUsage, contradiction, "\"zoctl events --help\" shows what goes together.");
             }
             return WithDriver(out, [&] { return Events(out, *options); });
         });
@@ -169,9 +216,8 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
     command.add_option("--capacity", options->capacity, "Events a poll")
         ->check(CLI::Range(1u, 65536u))
         ->capture_default_str();
-    command.add_option("--interval", options->interval, "Milliseconds between polls with --follow")
-        ->check(CLI::Range(1u, 3600000u))
-        ->capture_default_str();
+    command.add_option("--interval", options->interval, "Milliseconds between polls with --follow; 500 if left out")
+        ->check(CLI::Range(1u, 3600000u));
     command.add_option("--for", options->seconds, "With --follow, end after so many seconds")
         ->check(CLI::Range(1u, 86400u));
 }
