@@ -37,6 +37,8 @@ TEST(StatusTable, GivesEachStatusItsNameAndExitCode) {
     } cases[] = {
         {0x80000001, Subject::kRule, "ZOP_E_NOT_INITIALIZED", 9},
         {0x80000002, Subject::kService, "ZOP_E_DRIVER_NOT_FOUND", 3},
+        {0x80000002, Subject::kInstall, "ZOP_E_DRIVER_NOT_FOUND", 3},
+        {0x80070715, Subject::kUpgrade, "ERROR_RESOURCE_TYPE_NOT_FOUND", 1},
         {0x80000003, Subject::kChannel, "ZOP_E_VERSION_MISMATCH", 4},
         {0x80000004, Subject::kRule, "ZOP_E_ACCESS_DENIED", 5},
         {0x80000005, Subject::kRule, "ZOP_E_QUOTA_EXCEEDED", 8},

@@ -1,6 +1,7 @@
 #include <memory>
 
 #include "channel.h"
+#include "console.h"
 #include "driver_status.h"
 #include "format.h"
 #include "groups.h"
@@ -18,13 +19,19 @@ struct InstallOptions {
     bool allowUnload = false;
 };
 
+// Half an installation or half a replacement is worse than either end, so the first Ctrl-C does not end it.
+Cancellation ToItsEnd(Output& out) {
+    return Cancellation([&out] { out.Hint("This goes on to its end; Ctrl-C once more breaks it off half-way."); });
+}
+
 int Install(Output& out, const InstallOptions& options) {
+    const Cancellation toItsEnd = ToItsEnd(out);
     const std::int32_t status =
         ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), StartTypes().at(options.startType),
                                   zo::WideFromUtf8(options.altitude).c_str(), options.allowUnload ? 1 : 0);
     const std::string what =
         options.source.empty() ? "install the driver file beside zoctl" : "install the driver " + Quote(options.source);
-    if (status < 0) return out.Fail(status, Subject::kService, what);
+    if (status < 0) return out.Fail(status, Subject::kInstall, what);
     out.Hint("Start it with \"zoctl driver start\".");
     return out.Done("The driver is installed.", {{"startType", options.startType}});
 }
@@ -39,6 +46,7 @@ int ShowService(Output& out) {
 }
 
 int Upgrade(Output& out, const std::string& path) {
+    const Cancellation toItsEnd = ToItsEnd(out);
     std::uint32_t upgraded = 0;
     std::uint32_t replacedByDriver = 0;
     const std::int32_t status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
@@ -58,6 +66,7 @@ int Upgrade(Output& out, const std::string& path) {
 void AddServiceCommand(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(), const char* what,
                        const char* done) {
     tool.AddCommand(group, text, [call, what, done](Output& out) {
+        const Cancellation toItsEnd = ToItsEnd(out);
         const std::int32_t status = call();
         return status < 0 ? out.Fail(status, Subject::kService, what) : out.Done(done);
     });

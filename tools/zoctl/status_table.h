@@ -17,7 +17,8 @@ enum class Subject {
     kChannel,  // opening the driver's device
     kRule,     // a command to the driver
     kService,  // the driver's service
-    kUpgrade,  // the driver's file
+    kInstall,  // its file, when it is put into the system
+    kUpgrade,  // the file that replaces it
     kCopy,     // a copy made by the driver
     kSigner,
     kCrash,
