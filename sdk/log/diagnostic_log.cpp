@@ -25,6 +25,8 @@ struct LogState {
 
 LogState logState;
 
+constexpr wchar_t kNoDirectory[] = L".";  // without a temporary folder: the current one, and no sweep
+
 LogTime LocalTime() {
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -48,10 +50,26 @@ void DeleteOldFiles(const std::wstring& directory) {
     } while (FindNextFileW(search.Get(), &entry));
 }
 
+std::wstring PathOf(const std::wstring& directory, const LogTime& time) {
+    const std::string name = LogFileName(time);
+    return directory + std::wstring(name.begin(), name.end());
+}
+
+std::wstring MakeDirectory() {
+    wchar_t temporary[MAX_PATH] = {};
+    const DWORD length = GetTempPathW(MAX_PATH, temporary);
+    if (length == 0 || length > MAX_PATH - 1) return kNoDirectory;
+    const std::filesystem::path root(temporary);
+    std::wstring directory = (root / L"ZoProtector\\Logs").wstring();
+    // Usually both exist; where they cannot be made, opening the file fails and the lines go to the debugger only.
+    CreateDirectoryW((root / L"ZoProtector").c_str(), nullptr);
+    CreateDirectoryW(directory.c_str(), nullptr);
+    return directory;
+}
+
 // Under the log lock. A failed open is tried again at the next line.
 void OpenFileOf(const LogTime& time) {
-    const std::string name = LogFileName(time);
-    const std::wstring path = logState.directory + std::wstring(name.begin(), name.end());
+    const std::wstring path = PathOf(logState.directory, time);
     // Without FILE_SHARE_WRITE: lines of two processes never mix, the second one writes to its debugger only.
     logState.file.Reset(zo::OwnedFile(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                                                   FILE_ATTRIBUTE_NORMAL, nullptr)));
@@ -62,21 +80,14 @@ void OpenFileOf(const LogTime& time) {
 
 void ZopLogInit() {
     if (logState.initialized) return;
-    wchar_t temporary[MAX_PATH] = {};
-    const DWORD length = GetTempPathW(MAX_PATH, temporary);
-    if (length == 0 || length > MAX_PATH - 1) {
-        logState.directory = L".";
-        logState.initialized = true;
-        return;
-    }
-    const std::filesystem::path root(temporary);
-    logState.directory = (root / L"ZoProtector\\Logs").wstring();
-    // Usually both exist; where they cannot be made, opening the file fails and the lines go to the debugger only.
-    CreateDirectoryW((root / L"ZoProtector").c_str(), nullptr);
-    CreateDirectoryW(logState.directory.c_str(), nullptr);
+    logState.directory = MakeDirectory();
     // From here on another thread may write a line, and reads the directory.
     logState.initialized = true;
-    DeleteOldFiles(logState.directory);
+    if (logState.directory != kNoDirectory) DeleteOldFiles(logState.directory);
+}
+
+std::wstring ZopLogPath() {
+    return PathOf(MakeDirectory(), LocalTime());
 }
 
 void ZopLogWrite(std::uint32_t level, std::string_view message) {

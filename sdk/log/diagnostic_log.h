@@ -7,6 +7,7 @@
 // The crash reporter and the signer do not write here; they report through their callers' callbacks.
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -21,6 +22,10 @@ inline constexpr std::uint32_t kLogInfo = 2;
 // Finds and makes the log directory and deletes files that were last written more than seven days ago. Only the first
 // call of a process does anything. Not for concurrent calls: ZoProtector_Initialize calls it under the SDK lock.
 void ZopLogInit();
+
+// The path of today's file, in the directory that ZopLogInit takes and makes. Opens nothing and needs no ZopLogInit: for
+// who examines whether there could be a log.
+[[nodiscard]] std::wstring ZopLogPath();
 
 // Writes one line, from any thread. message is UTF-8 and needs no line end.
 void ZopLogWrite(std::uint32_t level, std::string_view message);

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace {
 
 using zoctl::DoctorFacts;
@@ -39,7 +37,7 @@ TEST(Doctor, FindsNothingWrongWithAHealthySetUp) {
 TEST(Doctor, NamesWhatIsWrongAndOnlyThat) {
     const struct {
         const char* name;
-        std::function<void(DoctorFacts&)> spoil;
+        void (*spoil)(DoctorFacts&);
         const char* subject;
         Severity severity;
         const char* words;
@@ -66,13 +64,19 @@ TEST(Doctor, NamesWhatIsWrongAndOnlyThat) {
         {"odd altitude", [](auto& f) { f.altitude = "high"; }, "filter instance", Severity::kWrong, "no number"},
         {"deletion", [](auto& f) { f.markedForDeletion = true; }, "deletion", Severity::kWrong, "marked"},
         {"no device", [](auto& f) { f.deviceError = 2; }, "device", Severity::kWrong, "does not exist"},
-        {"device in use", [](auto& f) { f.deviceError = 32; }, "device", Severity::kWrong, "does not name"},
+        {"device in use", [](auto& f) { f.deviceError = 32; }, "device", Severity::kNote, "does not name; handshake"},
         {"device in use by a known one",
          [](auto& f) {
              f.deviceError = 5;
              f.holders = {"process 7 (a.exe)", "process 8"};
          },
-         "device", Severity::kWrong, "process 7 (a.exe), process 8"},
+         "device", Severity::kNote, "process 7 (a.exe), process 8; handshake"},
+        {"device denied to an administrator",
+         [](auto& f) {
+             f.deviceError = 5;
+             f.administrator = true;
+         },
+         "device", Severity::kNote, "held by another process"},
         {"device denied", [](auto& f) { f.deviceError = 5; }, "device", Severity::kWrong, "denied"},
         {"other version",
          [](auto& f) {
@@ -107,6 +111,12 @@ TEST(Doctor, NamesWhatIsWrongAndOnlyThat) {
             EXPECT_FALSE(finding.remedy.empty()) << one.name;
         }
         EXPECT_EQ(found, 1) << one.name;
+    }
+    DoctorFacts starting = Healthy();
+    starting.state = 2;
+    starting.deviceError = 2;
+    for (const Finding& finding : zoctl::Judge(starting)) {
+        EXPECT_EQ(finding.severity == Severity::kWrong, finding.subject == std::string("service")) << finding.subject;
     }
 }
 

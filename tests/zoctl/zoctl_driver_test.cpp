@@ -1,7 +1,5 @@
 #include <windows.h>
 
-#include <functional>
-
 #include "zoctl_process.h"
 
 // The driver's service as zoctl installs and removes it, and the doctor on broken set-ups of it.
@@ -27,7 +25,9 @@ class ZoctlDriver : public testing::Test {
 TEST_F(ZoctlDriver, InstallsStartsShowsStopsAndRemoves) {
     EXPECT_EQ(RunZoctl({"driver", "status", "--json"}).json["state"], "not installed");
     EXPECT_EQ(RunZoctl({"driver", "start"}).exitCode, 3);
-    EXPECT_EQ(RunZoctl({"driver", "install", "C:\\none.sys"}).exitCode, 3);
+    const Json none = RunZoctl({"driver", "install", "C:\\none.sys", "--json"}).json;
+    EXPECT_EQ(none["exitCode"], 3);
+    EXPECT_EQ(none["advice"], "Check the path of the driver's file.");
     ASSERT_EQ(RunZoctl({"driver", "install", DriverFile(), "--start", "auto", "--altitude", "4711.5"}).exitCode, 0);
     EXPECT_EQ(RunZoctl({"status"}).exitCode, 3);  // no device yet
     EXPECT_EQ(RunZoctl({"driver", "set-start", "demand"}).exitCode, 0);
@@ -39,6 +39,9 @@ TEST_F(ZoctlDriver, InstallsStartsShowsStopsAndRemoves) {
     EXPECT_NE(status["fileVersion"], "none");
     EXPECT_EQ(RunZoctl({"driver", "upgrade", DriverFile(), "--json"}).json["upgraded"], false);
     EXPECT_EQ(RunZoctl({"driver", "upgrade", "C:\\none.sys"}).exitCode, 3);
+    const ZoctlRun unversioned = RunZoctl({"driver", "upgrade", DriverFile("ZoProtectorDriver_noversion.sys")});
+    EXPECT_EQ(unversioned.exitCode, 1);
+    EXPECT_NE(unversioned.err.find("carries no version"), std::string::npos) << unversioned.err;
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(RunZoctl({"driver", "self-protect"}).exitCode, 0);
     const zotest::SimulatorClient simulator;
@@ -64,28 +67,17 @@ void MarkForDeletion() {
 // Each set-up is a healthy one with one thing broken; the options are for the doctor's process.
 struct BrokenSetUp {
     const char* name;
-    std::function<void(zotest::ChildOptions& options)> spoil;
+    const char* line;                              // one run of zoctl that breaks it
+    void (*spoil)(zotest::ChildOptions& options);  // or this
     const char* subject;
     const char* words;
 };
 
 const BrokenSetUp kBroken[] = {
-    {"not installed",
-     [](auto&) {
-         RunZoctl({"driver", "uninstall"});
-     },
-     "service", "not installed"},
-    {"stopped",
-     [](auto&) {
-         RunZoctl({"driver", "stop"});
-     },
-     "service", "stopped"},
-    {"disabled",
-     [](auto&) {
-         RunZoctl({"driver", "set-start", "disabled"});
-     },
-     "start type", "disabled"},
-    {"file gone",
+    {"not installed", "driver uninstall", nullptr, "service", "not installed"},
+    {"stopped", "driver stop", nullptr, "service", "stopped"},
+    {"disabled", "driver set-start disabled", nullptr, "start type", "disabled"},
+    {"file gone", "",
      [](auto&) {
          const std::wstring file = zotest::InstalledDriverPath();
          if (!DeleteFileW(file.c_str()))
@@ -93,25 +85,26 @@ const BrokenSetUp kBroken[] = {
          DeleteFileW((file + L".gone").c_str());
      },
      "driver file", "does not exist"},
-    {"file without a version",
+    {"file without a version", "",
      [](auto&) {
          const std::wstring file = zotest::InstalledDriverPath();
          MoveFileExW(file.c_str(), (file + L".old").c_str(), MOVEFILE_REPLACE_EXISTING);
          zotest::WriteFileBytes(file, "no driver");
      },
      "file version", "no version"},
-    {"altitude gone", [](auto&) { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey, L"Altitude"); },
+    {"altitude gone", "", [](auto&) { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey, L"Altitude"); },
      "filter instance", "not registered"},
-    {"altitude no number", [](auto&) { SetAltitude(L"high"); }, "filter instance", "no number"},
-    {"marked for deletion", [](auto&) { MarkForDeletion(); }, "deletion", "marked"},
-    {"other version runs", [](auto&) { zotest::SimulatorClient().SetVersion(1, 99, 0); }, "file version",
+    {"altitude no number", "", [](auto&) { SetAltitude(L"high"); }, "filter instance", "no number"},
+    {"marked for deletion", "", [](auto&) { MarkForDeletion(); }, "deletion", "marked"},
+    {"other version runs", "", [](auto&) { zotest::SimulatorClient().SetVersion(1, 99, 0); }, "file version",
      "1.99.0 is running"},
-    {"driver of another age", [](auto&) { zotest::SimulatorClient().SetVersion(2, 0, 0); }, "handshake",
+    {"driver of another age", "", [](auto&) { zotest::SimulatorClient().SetVersion(2, 0, 0); }, "handshake",
      "ZOP_E_VERSION_MISMATCH"},
-    {"protection off", [](auto&) { RunZoctl({"disable"}); }, "protection", "off"},
-    {"tables unreadable", [](auto&) { zotest::SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
-     "rules", "cannot be read"},
-    {"log not writable",
+    {"protection off", "disable", nullptr, "protection", "off"},
+    {"tables unreadable", "",
+     [](auto&) { zotest::SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); }, "rules",
+     "cannot be read"},
+    {"log not writable", "",
      [](auto& options) {
          options.environment = {{L"TMP", zotest::InstalledDriverPath()}};
      },
@@ -128,7 +121,8 @@ TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
             ASSERT_EQ(healthy.exitCode, 0) << healthy.out;
         }
         zotest::ChildOptions options;
-        one.spoil(options);
+        if (one.spoil) one.spoil(options);
+        if (*one.line) RunZoctl(zotest::Words(one.line));
         const ZoctlRun run = RunZoctl({"doctor", "--json"}, options);
         EXPECT_EQ(run.exitCode, 40) << one.name << "\n" << run.out << run.err;
         ASSERT_TRUE(run.json.is_object()) << one.name;
@@ -172,6 +166,10 @@ TEST_F(ZoctlDriver, DoctorFitsAScreenAndNotesLossesWithoutAlarm) {
     ASSERT_EQ(RunZoctl({"driver", "install", DriverFile()}).exitCode, 0);
     ASSERT_EQ(RunZoctl({"driver", "start"}).exitCode, 0);
     zotest::SimulatorClient().InjectEvents(ZOSIM_RING_REGISTRY, ZOP_REGISTRY_EVENT_RING_SIZE + 7);
+    const Json measured = RunZoctl({"doctor", "--json"}).json["measured"];
+    EXPECT_EQ(measured["lost"]["registry"], 7);
+    EXPECT_EQ(measured["driverVersion"], (Json{1, 0, 0}));
+    EXPECT_EQ(measured["rules"]["process"], 0);
     const ZoctlRun run = RunZoctl({"doctor"});
     EXPECT_EQ(run.exitCode, 0) << run.out;
     EXPECT_NE(run.out.find("7 of the registry ring"), std::string::npos) << run.out;

@@ -5,6 +5,7 @@
 #include <winternl.h>
 // clang-format on
 
+#include "diagnostic_log.h"
 #include "driver_tables.h"
 #include "format.h"
 #include "owned_handles.h"
@@ -24,8 +25,12 @@ std::wstring Win32Path(std::wstring path) {
     if (path.starts_with(L"\\??\\") || path.starts_with(L"\\\\?\\")) return path.substr(4);
     wchar_t root[MAX_PATH] = {};
     GetWindowsDirectoryW(root, MAX_PATH);
-    constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
-    if (path.starts_with(kSystemRoot)) return std::wstring(root) + L"\\" + path.substr(kSystemRoot.size());
+    constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";  // in any case of letters
+    constexpr auto kUnits = static_cast<int>(kSystemRoot.size());
+    if (path.size() > kSystemRoot.size() &&
+        CompareStringOrdinal(path.c_str(), kUnits, kSystemRoot.data(), kUnits, TRUE) == CSTR_EQUAL) {
+        return std::wstring(root) + L"\\" + path.substr(kSystemRoot.size());
+    }
     if (!path.empty() && path.find(L':') == std::wstring::npos) return std::wstring(root) + L"\\" + path;
     return path;
 }
@@ -97,12 +102,22 @@ std::vector<std::string> DeviceHolders() {
     return holders;
 }
 
+bool IsAdministrator() {
+    std::array<std::uint8_t, SECURITY_MAX_SID_SIZE> group{};
+    DWORD size = static_cast<DWORD>(group.size());
+    BOOL member = FALSE;
+    return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, group.data(), &size) &&
+           CheckTokenMembership(nullptr, group.data(), &member) && member;
+}
+
 // As the library opens it, but with the error told.
 void TryDevice(DoctorFacts& facts) {
     const zo::OwnedFile device(CreateFileW(kDevicePath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                            FILE_ATTRIBUTE_NORMAL, nullptr));
     facts.deviceError = device ? 0 : GetLastError();
-    if (!device) facts.holders = DeviceHolders();
+    if (device) return;
+    facts.holders = DeviceHolders();
+    facts.administrator = IsAdministrator();
 }
 
 // A poll from the beginning takes nothing away from other readers: each keeps a position of its own.
@@ -143,21 +158,10 @@ void AskDriver(DoctorFacts& facts) {
 
 // Before the library logs for the first time in this process, for it keeps its file open and to itself.
 void TryLog(DoctorFacts& facts) {
-    wchar_t temporary[MAX_PATH] = {};
-    const DWORD units = GetTempPathW(MAX_PATH, temporary);
-    std::wstring folder = L".";
-    if (units != 0 && units < MAX_PATH) {
-        folder = std::wstring(temporary) + L"ZoProtector";
-        CreateDirectoryW(folder.c_str(), nullptr);  // as the library does; the open below tells whether it is there
-        folder += L"\\Logs";
-        CreateDirectoryW(folder.c_str(), nullptr);
-    }
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
-    facts.logFile =
-        zo::Format("{}\\ZoProtector_{:04d}{:02d}{:02d}.log", zo::Utf8FromWide(folder), now.wYear, now.wMonth, now.wDay);
-    const zo::OwnedFile file(CreateFileW(zo::WideFromUtf8(facts.logFile).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ,
-                                         nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::wstring path = zop::ZopLogPath();
+    facts.logFile = zo::Utf8FromWide(path);
+    const zo::OwnedFile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
     facts.logError = file ? 0 : GetLastError();
 }
 

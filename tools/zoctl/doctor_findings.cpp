@@ -4,19 +4,11 @@
 
 #include "format.h"
 #include "status_table.h"
-#include "zoprotector_status.h"
+#include "zoprotector.h"
 
 namespace zoctl {
 
 namespace {
-
-// The public header's numbers; it cannot be included where there is no Windows.
-constexpr std::uint32_t kNotInstalled = 0;
-constexpr std::uint32_t kStopped = 1;
-constexpr std::uint32_t kStartPending = 2;
-constexpr std::uint32_t kStopPending = 3;
-constexpr std::uint32_t kRunning = 4;
-constexpr std::uint32_t kStartDisabled = 4;
 
 constexpr std::uint32_t kErrorFileNotFound = 2;
 constexpr std::uint32_t kErrorAccessDenied = 5;
@@ -39,13 +31,13 @@ Finding Wrong(const char* subject, std::string text, std::string remedy) {
 
 Finding JudgeState(const DoctorFacts& facts) {
     switch (facts.state) {
-        case kRunning:
+        case ZOP_DRIVER_RUNNING:
             return Good("service", "running");
-        case kStopped:
+        case ZOP_DRIVER_STOPPED:
             return Wrong("service", "stopped", "Start it with \"zoctl driver start\".");
-        case kStartPending:
-        case kStopPending:
-            return Wrong("service", facts.state == kStartPending ? "starting" : "stopping",
+        case ZOP_DRIVER_START_PENDING:
+        case ZOP_DRIVER_STOP_PENDING:
+            return Wrong("service", facts.state == ZOP_DRIVER_START_PENDING ? "starting" : "stopping",
                          "Wait and look again; if it stays so, restart the system.");
         default:
             return Wrong("service", "in a state that the system does not tell",
@@ -55,7 +47,7 @@ Finding JudgeState(const DoctorFacts& facts) {
 
 Finding JudgeStartType(const DoctorFacts& facts) {
     static constexpr const char* kNames[] = {"boot", "system", "auto", "demand"};
-    if (facts.startType == kStartDisabled) {
+    if (facts.startType == ZOP_START_DISABLED) {
         return Wrong("start type", "disabled", "Allow it with \"zoctl driver set-start auto\".");
     }
     return Good("start type", facts.startType < std::size(kNames) ? kNames[facts.startType] : "unknown");
@@ -111,7 +103,7 @@ void JudgeService(const DoctorFacts& facts, std::vector<Finding>& findings) {
             Wrong("service", "cannot be asked: " + StatusWords(facts.queryStatus), "Run zoctl as an administrator."));
         return;
     }
-    if (facts.state == kNotInstalled) {
+    if (facts.state == ZOP_DRIVER_NOT_INSTALLED) {
         findings.push_back(Wrong("service", "not installed", "Install it with \"zoctl driver install PATH\"."));
         return;
     }
@@ -132,18 +124,24 @@ Finding JudgeDevice(const DoctorFacts& facts) {
     std::string holders;
     for (const std::string& holder : facts.holders)
         holders += (holders.empty() ? "" : ", ") + holder;
+    const bool running = facts.state == ZOP_DRIVER_RUNNING;
     if (error == kErrorFileNotFound) {
-        return Wrong("device", "does not exist although the service runs", "Stop the driver and start it again.");
+        if (facts.state == ZOP_DRIVER_START_PENDING || facts.state == ZOP_DRIVER_STOP_PENDING) {
+            return Note("device", "does not exist while the service starts or stops", "Wait and look again.");
+        }
+        return Wrong("device", running ? "does not exist although the service runs" : "does not exist",
+                     "Stop the driver and start it again.");
     }
-    if (error == kErrorSharingViolation || !holders.empty()) {
-        return Wrong(
-            "device",
-            "is held by another process" + (holders.empty() ? ", which the system does not name" : ": " + holders),
-            "Only one process at a time can hold it: end that one, or do the work there.");
+    // Only one process can have it, and what an administrator is denied somebody else has.
+    const bool denied = error == kErrorAccessDenied;
+    if (error == kErrorSharingViolation || !holders.empty() || (denied && facts.administrator)) {
+        const std::string text =
+            "is held by another process" + (holders.empty() ? ", which the system does not name" : ": " + holders);
+        if (!running) return Wrong("device", text, "End that process, or do the work there.");
+        return Note("device", text + "; handshake, protection, rules, events and counters were not looked at",
+                    "Nothing, if that is the program that the driver works for; to look further, end it.");
     }
-    if (error == kErrorAccessDenied) {
-        return Wrong("device", "access is denied", "Run zoctl as an administrator; another process may also hold it.");
-    }
+    if (denied) return Wrong("device", "access is denied", "Run zoctl as an administrator.");
     return Wrong("device", zo::Format("cannot be opened, error {}", error), "Restart the driver.");
 }
 

@@ -24,6 +24,7 @@ struct DoctorFacts {
 
     std::optional<std::uint32_t> deviceError;  // Win32, 0 when it opened; nothing when it was not tried
     std::vector<std::string> holders;          // processes that use the device, where the system tells
+    bool administrator = false;                // this process, when the device did not open
 
     std::optional<std::int32_t> handshake;  // of ZoProtector_Initialize
     std::array<std::uint32_t, 3> driverVersion = {};

@@ -3,13 +3,31 @@
 #include "doctor_facts.h"
 #include "format.h"
 #include "groups.h"
+#include "rule_set.h"
 
 namespace zoctl {
 
 namespace {
 
+// What programs want as numbers; null where it could not be read.
+Json MeasuredJson(const DoctorFacts& facts) {
+    const bool asked = facts.handshake && *facts.handshake >= 0;
+    Json rules = Json::object();
+    for (const Table table : kAllTables)
+        rules[TableName(table)] = facts.rules[Index(table)];
+    const auto ifRead = [asked](std::int32_t status, Json value) {
+        return asked && status >= 0 ? std::move(value) : Json(nullptr);
+    };
+    return {{"fileVersion", facts.fileThere ? Json(facts.fileVersion) : Json(nullptr)},
+            {"driverVersion", ifRead(0, facts.driverVersion)},
+            {"rules", ifRead(facts.rulesStatus, rules)},
+            {"lost", ifRead(facts.ringStatus, {{"main", facts.lostMain}, {"registry", facts.lostRegistry}})},
+            {"unsignedBypassAttempts", ifRead(facts.statsStatus, facts.bypassAttempts)}};
+}
+
 int Doctor(Output& out) {
-    const std::vector<Finding> findings = Judge(GatherDoctorFacts());
+    const DoctorFacts facts = GatherDoctorFacts();
+    const std::vector<Finding> findings = Judge(facts);
     TextTable table({"", "SUBJECT", "FINDING"});
     std::string remedies;
     Json list = Json::array();
@@ -29,7 +47,7 @@ int Doctor(Output& out) {
     out.Text("\n");
     return out.Found(wrong ? kExitDoctor : kExitDone,
                      wrong ? zo::Format("{} thing{} wrong.", wrong, wrong == 1 ? " is" : "s are") : "Nothing is wrong.",
-                     {{"findings", list}});
+                     {{"findings", list}, {"measured", MeasuredJson(facts)}});
 }
 
 }  // namespace
