@@ -35,23 +35,15 @@ TEST(StatusTable, GivesEachStatusItsNameAndExitCode) {
         const char* name;
         int exitCode;
     } cases[] = {
-        {0x80000001, Subject::kRule, "ZOP_E_NOT_INITIALIZED", 9},
         {0x80000002, Subject::kService, "ZOP_E_DRIVER_NOT_FOUND", 3},
         {0x80000002, Subject::kInstall, "ZOP_E_DRIVER_NOT_FOUND", 3},
         {0x80070715, Subject::kUpgrade, "ERROR_RESOURCE_TYPE_NOT_FOUND", 1},
         {0x80000003, Subject::kChannel, "ZOP_E_VERSION_MISMATCH", 4},
-        {0x80000004, Subject::kRule, "ZOP_E_ACCESS_DENIED", 5},
-        {0x80000005, Subject::kRule, "ZOP_E_QUOTA_EXCEEDED", 8},
-        {0x80000006, Subject::kRule, "ZOP_E_ALREADY_EXISTS", 6},
-        {0x80000007, Subject::kRule, "ZOP_E_NOT_FOUND", 7},
-        {0x80000008, Subject::kRule, "ZOP_E_INVALID_ARG", 2},
-        {0x80000009, Subject::kRule, "ZOP_E_FAILED", 1},
         {0x80049101, Subject::kSigner, "ZOSIG_E_THUMBPRINT_MISMATCH", 33},
         {0x80049103, Subject::kSigner, "ZOSIG_E_BAD_MANIFEST", 32},
         {0x80049104, Subject::kSigner, "ZOSIG_E_NO_KEY", 33},
         {0x80049106, Subject::kSigner, "ZOSIG_E_TAMPERED", 32},
         {0x8007041D, Subject::kService, "ERROR_SERVICE_REQUEST_TIMEOUT", 1},
-        {0x80070057, Subject::kAny, "E_INVALIDARG", 2},
         {0x80004004, Subject::kCrash, "E_ABORT", 130},
         {0x80070ABC, Subject::kAny, "HRESULT_FROM_WIN32(2748)", 1},
         {0x8BADF00D, Subject::kAny, "unnamed status", 1},

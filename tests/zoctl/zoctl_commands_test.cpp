@@ -251,7 +251,7 @@ TEST_F(ZoctlCommands, EventsTellLossesWhereTheyAreAndAddUp) {
     EXPECT_NE(more.out.find("2 received + 0 lost = 2 produced"), std::string::npos) << more.out;
 }
 
-// Neither a driver that is always busy nor a reader that is gone nor Ctrl-C leaves the caller without an end and totals.
+// Neither a driver that is always busy nor a reader that is gone leaves the caller without an end and totals.
 TEST_F(ZoctlCommands, EventsEndWithoutAnEndOfEvents) {
     Simulator().SetProducer(ZOSIM_RING_REGISTRY, 512);
     const ZoctlRun busy = RunZoctl({"events", "--registry", "--capacity", "512"});
@@ -266,12 +266,6 @@ TEST_F(ZoctlCommands, EventsEndWithoutAnEndOfEvents) {
     EXPECT_EQ(deaf.exitCode, 1);
     EXPECT_NE(deaf.err.find("main: 0 received + 0 lost = 0 produced; go on with --from 0"), std::string::npos)
         << deaf.err;
-
-    options = {};
-    options.breakAfterMs = 2000;
-    const ZoctlRun cancelled = RunZoctl({"events", "--follow", "--jsonl"}, options);
-    EXPECT_EQ(cancelled.exitCode, 130) << cancelled.err;
-    EXPECT_NE(cancelled.out.find("\"received\":3"), std::string::npos) << cancelled.out;
 }
 
 TEST_F(ZoctlCommands, FollowingEventsAccountsForEveryOneAtALoadThatLoses) {
