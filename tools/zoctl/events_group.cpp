@@ -30,7 +30,7 @@ struct EventOptions {
 constexpr std::uint32_t kInterval = 500;
 // Without --follow the end is an empty ring, which a busy driver never shows. No more than this can have been waiting
 // when the reading began, unless a driver has an unusually large ring.
-constexpr std::uint64_t kMostAtOnce = 65536;
+constexpr std::uint64_t kMostAtOnce = 16384;
 
 using DrainExport = std::int32_t (*)(std::uint32_t, void*, std::uint32_t, std::uint32_t*, std::uint32_t*,
                                      std::uint32_t*);
