@@ -66,7 +66,12 @@ void EncodeBase64(std::span<const std::uint8_t> bytes, char* text) noexcept {
         left -= done;
         text += done / 3 * 4;
     }
+    EncodeBase64Portable({next, left}, text);
+}
 
+void EncodeBase64Portable(std::span<const std::uint8_t> bytes, char* text) noexcept {
+    const std::uint8_t* next = bytes.data();
+    std::size_t left = bytes.size();
     // Eight bytes are loaded and six used, hence the two that must remain.
     for (; left >= 26; left -= 24, next += 24, text += 32) {
         EncodeSix(LoadBigEndian(next), text);

@@ -82,6 +82,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string encoded;
     zocrash::EncodeBase64(value, encoded);
     Require(encoded.size() == zocrash::Base64Length(value.size()) && DecodeBase64(encoded) == value);
+    std::string portable(encoded.size(), ' ');
+    zocrash::EncodeBase64Portable({data + sizeof(random), value.size()}, portable.data());
+    Require(portable == encoded);
 
     zocrash::RequestBody body;
     const zocrash::DocumentFields fields{{"MinDump", encoded}, {"Any", value}};

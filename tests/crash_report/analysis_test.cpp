@@ -119,11 +119,13 @@ TEST_F(Analysis, NamesTheCrashByTheMd5OfItsTextAndTheExceptionByItsAddress) {
 TEST_F(Analysis, LeavesNoHandleBehind) {
     AddDump("1.dmp", kOurs, kBase + 1);
     AddDump("2.dmp", kNoDump, kBase + 2);
+    Configure();
     std::uint32_t warm = 0;
     for (int i = 0; i < 33; ++i) {
+        SetRecord(kBase);
         if (i == 3) warm = zotest::OpenHandleCount();
         Script(i % 3 == 0 ? "DebugCreate fail 0x80004001" : i % 3 == 1 ? "ReadBugCheckData fail 0x8000ffff" : "");
-        RunAnew();
+        Run();
     }
     EXPECT_EQ(zotest::OpenHandleCount(), warm);
 }
