@@ -340,8 +340,8 @@ ZO_API int32_t ZoProtector_ListDllWhitelistRules(void* entries, uint32_t capacit
  *   position  optional in form; without it the next poll does not know where to go on
  *
  * The outputs are zeroed first, so on failure position is 0: keep the old one. A driver's reply without a header counts
- * as a poll that found nothing, with all outputs 0: such an answer must not reset the position. The library needs a buffer of its own of the same size for the time of
- * the call (std::bad_alloc). How often to poll and with what capacity: docs/events.md.
+ * as a poll that found nothing, with all outputs 0: such an answer must not reset the position. The library needs a
+ * buffer of its own of the same size for the time of the call (std::bad_alloc). How often to poll and with what capacity: docs/events.md.
  *
  * ZOP_E_INVALID_ARG (outputs untouched), ZOP_E_NOT_INITIALIZED, the driver's answer.
  *
