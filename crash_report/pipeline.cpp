@@ -81,17 +81,16 @@ void Pipeline::Process(const DumpEntry& entry, DebugEngine& engine, CrashProtoco
                       zo::Bits(status));
         return;
     }
-    // The engine prints, and callers name their drivers, in the ANSI code page.
-    const std::wstring matched = zo::WideFromAnsi(reporter_.targets.Match(analysis.analysisText));
+    const std::string matched = reporter_.targets.Match(analysis.analysisText);
     const bool upload = reporter_.settings.uploadAll || !matched.empty();
-    reporter_.Log(ZOCRASH_LOG_INFO, "Dump {} matched=[{}] upload={}", zo::Utf8FromWide(entry.path),
-                  zo::Utf8FromWide(matched), upload);
+    reporter_.Log(ZOCRASH_LOG_INFO, "Dump {} matched=[{}] upload={}", zo::Utf8FromWide(entry.path), matched, upload);
     if (!upload) return;
 
     ++stats_.dumpsSelected;
     if (!matched.empty()) {
         if (!matchedOfRun_.empty()) matchedOfRun_ += L';';
-        matchedOfRun_ += matched;
+        // The engine prints, and callers name their drivers, in the ANSI code page.
+        matchedOfRun_ += zo::WideFromAnsi(matched);
     }
     Report(analysis, document);
 }
