@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <sstream>
 
 #include "console.h"
 #include "crash_session.h"
@@ -90,10 +89,7 @@ std::string Value(const std::string& document, const std::string& field) {
 Json DumpsJson(const CrashResult& result, CrashMode mode) {
     Json dumps = Json::array();
     for (const CrashDumpLine& dump : result.dumps) {
-        Json entry = {{"path", dump.path}, {"matched", Json::array()}};
-        std::istringstream names(dump.matched);
-        for (std::string name; std::getline(names, name, '|');)
-            entry["matched"].push_back(name);
+        Json entry = {{"path", dump.path}, {"matched", dump.matched}};
         if (!dump.failure.empty()) entry["failure"] = dump.failure;
         if (!dump.document.empty()) {
             entry["signature"] = Value(dump.document, "CrashSignature");
@@ -112,7 +108,10 @@ void ShowDumps(Output& out, const CrashResult& result, CrashMode mode) {
     TextTable table(show ? std::vector<std::string>{"DUMP", "MATCHED", "SIGNATURE", "ADDRESS"}
                          : std::vector<std::string>{"DUMP", "MATCHED", "OUTCOME"});
     for (const CrashDumpLine& dump : result.dumps) {
-        const std::string matched = dump.matched.empty() ? "-" : dump.matched;
+        std::string matched;
+        for (const std::string& name : dump.matched)
+            matched += (matched.empty() ? "" : "|") + name;
+        if (matched.empty()) matched = "-";
         if (!show) {
             table.Add({FileName(dump.path), matched, DumpOutcome(dump, result, mode)});
         } else if (!dump.failure.empty()) {

@@ -2,7 +2,9 @@
 
 #include <windows.h>
 
+#include <map>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 
 #include "channel.h"
@@ -63,11 +65,23 @@ class RecordCopy {
     std::filesystem::path path_;
 };
 
+// The targets as the reporter compares them, with what the engine prints: in the ANSI code page.
+std::vector<std::string> ComparedNames(const CrashOptions& options) {
+    std::vector<std::string> names;
+    for (const std::string& target : options.targets)
+        names.push_back(zo::AnsiFromWide(zo::WideFromUtf8(target)));
+    return names;
+}
+
 // Hears the reporter out for one call.
 class Listener {
   public:
-    Listener(CrashResult& result, const std::function<void(const CrashMessage&)>& progress)
-        : result_(result), progress_(progress) {}
+    Listener(CrashResult& result, const CrashOptions& options, const std::function<void(const CrashMessage&)>& progress)
+        : result_(result), progress_(progress) {
+        // A message passes narrow text on as if it were UTF-8, so that such a name does not arrive as it was given.
+        for (std::size_t i = 0; const std::string& name : ComparedNames(options))
+            given_.emplace(zo::Utf8FromWide(zo::WideFromUtf8(name)), options.targets[i++]);
+    }
 
     static void Log(void* context, std::int32_t level, const wchar_t* message) {
         static_cast<Listener*>(context)->Take({level, zo::Utf8FromWide(message)});
@@ -103,7 +117,11 @@ class Listener {
         if (middle == std::string::npos || end == std::string::npos) return;
         CrashDumpLine dump;
         dump.path = text.substr(before.size(), middle - before.size());
-        dump.matched = text.substr(middle + between.size(), end - middle - between.size());
+        std::istringstream names(text.substr(middle + between.size(), end - middle - between.size()));
+        for (std::string name; std::getline(names, name, '|');) {
+            const auto given = given_.find(name);
+            dump.matched.push_back(given == given_.end() ? name : given->second);
+        }
         dump.selected = text.ends_with("true");
         result_.dumps.push_back(dump);
     }
@@ -121,6 +139,7 @@ class Listener {
 
     CrashResult& result_;
     const std::function<void(const CrashMessage&)>& progress_;
+    std::map<std::string, std::string> given_;  // target as a message shows it, as the command line gave it
 };
 
 void Configure(const CrashOptions& options, CrashMode mode, const std::filesystem::path& record,
@@ -141,9 +160,7 @@ void Configure(const CrashOptions& options, CrashMode mode, const std::filesyste
     ZoCrashReport_Initialize(&config);
     if (cancellation.Requested()) ZoCrashReport_Cancel();  // Initialize took back a cancel that came before it
 
-    std::vector<std::string> names;  // as the reporter compares them
-    for (const std::string& target : options.targets)
-        names.push_back(zo::AnsiFromWide(zo::WideFromUtf8(target)));
+    const std::vector<std::string> names = ComparedNames(options);
     std::vector<const char*> targets;
     for (const std::string& name : names)
         targets.push_back(name.c_str());
@@ -166,7 +183,7 @@ std::string CrashServer(const CrashOptions& options) {
 CrashResult RunCrashReporter(const CrashOptions& options, CrashMode mode,
                              const std::function<void(const CrashMessage&)>& progress) {
     CrashResult result;
-    Listener listener(result, progress);
+    Listener listener(result, options, progress);
     ZoCrashReport_SetLogger(Listener::Log, &listener);
 
     // The driver copies a dump folder that denies access. Where there is no driver, such a folder stays closed.

@@ -31,7 +31,7 @@ struct CrashOptions {
 // One new dump as the reporter's messages tell of it.
 struct CrashDumpLine {
     std::string path;
-    std::string matched;  // names with "|" between
+    std::vector<std::string> matched;
     bool selected = false;
     std::string failure;   // the status of an analysis that failed, "0x..."
     std::string document;  // the query that was held back
