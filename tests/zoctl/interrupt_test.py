@@ -1,0 +1,80 @@
+"""Ctrl-C at a terminal: zoctl, run on a pseudo-terminal, ends what takes long and still says what came of it.
+
+Arguments: the emulator's command line and zoctl.exe, beside which the simulator's driver, engine and dumps lie."""
+
+import os
+import pathlib
+import pty
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+ZOCTL = sys.argv[1:]
+BUILT = pathlib.Path(ZOCTL[-1]).parent
+
+
+def dos(path):
+    return "Z:" + str(path).replace("/", "\\")
+
+
+def interrupted(is_time, *arguments, environment=None):
+    """Presses Ctrl-C as soon as it is time; gives the exit code and all that the terminal showed."""
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execvpe(ZOCTL[0], [*ZOCTL, *arguments], {**os.environ, **(environment or {})})
+    shown = b""
+    pressed = False
+    os.set_blocking(terminal, False)
+    while True:
+        try:
+            shown += os.read(terminal, 4096)
+        except BlockingIOError:
+            time.sleep(0.05)
+        except OSError:  # the other side is closed
+            break
+        if not pressed and is_time(shown.decode(errors="replace")):
+            os.write(terminal, b"\x03")
+            pressed = True
+    return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), shown.decode(errors="replace")
+
+
+class InterruptTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    @staticmethod
+    def zoctl(*arguments):
+        subprocess.run([*ZOCTL, *arguments], check=True, capture_output=True, stdin=subprocess.DEVNULL)
+
+    def test_events_end_with_their_totals(self):
+        self.zoctl("driver", "install", dos(BUILT / "ZoProtectorDriver.sys"))
+        self.addCleanup(self.zoctl, "driver", "uninstall")
+        self.zoctl("driver", "start")
+        begin = time.monotonic()
+        code, shown = interrupted(lambda _: time.monotonic() > begin + 3, "events", "--follow")
+        self.assertEqual(code, 130, shown)
+        self.assertIn("0 received + 0 lost = 0 produced", shown)
+
+    def test_a_crash_run_ends_at_the_next_check(self):
+        dumps = self.folder / "dumps"
+        dumps.mkdir()
+        for name in "a.dmp", "b.dmp":
+            shutil.copy(BUILT / "dumps/ours.dmp", dumps / name)
+        script, calls = self.folder / "script", self.folder / "calls"
+        script.write_text("WaitForEvent hang 3000\n")
+        code, shown = interrupted(lambda _: calls.exists() and "OpenDumpFile" in calls.read_text(), "crash", "run",
+                                  "--dumps", dos(dumps), "--record", dos(self.folder / "record"), "--server",
+                                  "https://localhost:1/", environment={"ZO_DEBUG_ENGINE_SCRIPT": dos(script),
+                                                                      "ZO_DEBUG_ENGINE_LOG": dos(calls)})
+        self.assertEqual(code, 130, shown)
+        self.assertIn("2 new, 1 selected", shown)
+        self.assertEqual(calls.read_text().count("OpenDumpFile"), 1)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
