@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 namespace zo {
 
 namespace {
@@ -18,11 +20,11 @@ std::string NarrowFromWide(UINT codePage, std::wstring_view wide) {
 
 std::wstring WideFromNarrow(UINT codePage, std::string_view narrow) {
     if (narrow.empty()) return {};
+    // No byte becomes more than one unit, so that one call is enough.
     const int bytes = static_cast<int>(narrow.size());
-    const int length = MultiByteToWideChar(codePage, 0, narrow.data(), bytes, nullptr, 0);
-    if (length <= 0) return {};
-    std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(codePage, 0, narrow.data(), bytes, wide.data(), length);
+    std::wstring wide(narrow.size(), L'\0');
+    const int length = MultiByteToWideChar(codePage, 0, narrow.data(), bytes, wide.data(), bytes);
+    wide.resize(static_cast<std::size_t>(std::max(length, 0)));
     return wide;
 }
 
