@@ -6,15 +6,22 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #define ZO_NO_IMPORT
+#include "child_process.h"
+#include "format.h"
 #include "loaded_library.h"
+#include "owned_handles.h"
 #include "temp_folder.h"
+#include "text.h"
 #include "zocrashreport.h"
 
 namespace zocrashtest {
@@ -22,15 +29,13 @@ namespace zocrashtest {
 using Strings = std::vector<std::string>;
 
 inline constexpr std::uint64_t kBase = 133500000000000000;  // a time of files
-inline constexpr auto kAborted = static_cast<std::int32_t>(0x80004004u);
-inline constexpr char kBugcheckLineOnly[] = "a83d38223dd8c1365da314f1f15dda87";  // MD5 of "Bugcheck code 1e\n"
 
 // The dumps of tests/crash_report/CMakeLists.txt.
 inline constexpr char kOurs[] = "ours.dmp";          // ZoProtector is on its stack, the last event an exception
 inline constexpr char kOurs2[] = "ours2.dmp";        // another crash with ZoProtector on its stack
 inline constexpr char kForeign[] = "foreign.dmp";    // without it
 inline constexpr char kNoException[] = "quiet.dmp";  // ZoProtector is on its stack, but no exception
-inline constexpr char kNoDump[] = "";                // a few bytes that no engine opens
+inline constexpr char kNoDump[] = "";                // an empty file
 
 struct Exports {
     const zotest::LoadedLibrary& library;
@@ -49,46 +54,111 @@ struct Exports {
 class ReporterTest : public testing::Test {
   protected:
     // holdBack: with the scrambler that refuses; otherwise the library's own stays.
-    explicit ReporterTest(bool holdBack = true);
-    ~ReporterTest() override;
+    explicit ReporterTest(bool holdBack = true) {
+        std::filesystem::create_directories(dumps_);
+        config_.minidumpDir = dumps_.c_str();
+        config_.compareFilePath = record_.c_str();
+        api_.setLogger(
+            [](void* context, std::int32_t level, const wchar_t* message) {
+                auto& self = *static_cast<ReporterTest*>(context);
+                self.log_.push_back(self.Shortened(zo::Format("{} {}", level, zo::Utf8FromWide(message))));
+                if (self.onEvent_) self.onEvent_(self.log_.back());
+            },
+            this);
+        if (holdBack) api_.setScrambler(Refuse, this);
+    }
 
-    // Hands config_ over, the paths of this test filled in where a test left them null.
-    void Configure();
+    void Configure() { ASSERT_EQ(api_.initialize(&config_), 0); }
 
-    std::filesystem::path AddDump(const std::string& name, const char* kind, std::uint64_t lastWrite);
-    void SetRecord(std::uint64_t value);
-    [[nodiscard]] std::uint64_t Record() const;  // 0 when there is none
+    std::filesystem::path AddFile(const std::string& name, const std::string& bytes, std::uint64_t lastWrite) {
+        const std::filesystem::path path = dumps_ / name;
+        zotest::WriteFileBytes(path, bytes);
+        const zo::OwnedFile file(
+            CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        const FILETIME time{static_cast<DWORD>(lastWrite), static_cast<DWORD>(lastWrite >> 32)};
+        EXPECT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &time));
+        return path;
+    }
+    std::filesystem::path AddDump(const std::string& name, const char* kind, std::uint64_t lastWrite) {
+        return AddFile(name, zotest::ReadFileBytes(zotest::ProgramFolder() / "dumps" / kind), lastWrite);
+    }
+
+    void SetRecord(std::uint64_t value) {
+        zotest::WriteFileBytes(record_, std::string(reinterpret_cast<const char*>(&value), sizeof(value)));
+    }
+    [[nodiscard]] std::uint64_t Record() const {  // 0 when there is none
+        const std::string bytes = zotest::ReadFileBytes(record_);
+        std::uint64_t value = 0;
+        if (bytes.size() == sizeof(value)) std::memcpy(&value, bytes.data(), sizeof(value));
+        return value;
+    }
     void RemoveRecord() { zotest::RemoveTree(record_.wstring()); }
 
     // The engine's script, and the calls it got since the last look.
     void Script(const std::string& script) { zotest::WriteFileBytes(folder_ / "script", script); }
-    Strings EngineCalls();
+    Strings EngineCalls() {
+        std::istringstream text(zotest::ReadFileBytes(folder_ / "engine.log"));
+        zotest::RemoveTree((folder_ / "engine.log").wstring());
+        Strings calls;
+        for (std::string line; std::getline(text, line);)
+            calls.push_back(Shortened(line.substr(0, line.find(" = "))));
+        return calls;
+    }
 
     // Lines "LEVEL text" since the last look; paths below the test's folder begin with "~".
     Strings TakeLog() { return std::exchange(log_, {}); }
 
-    // A run, or one dump, with counters that start from 0: the status in hexadecimal, ":", and the counters that it left.
-    std::string Run();
-    std::string Upload(const std::filesystem::path& dump);
+    // A run, or one dump, with counters that start from 0.
+    std::string Run() {
+        stats_ = {};
+        return Outcome(api_.run(&stats_));
+    }
+    std::string Upload(const std::filesystem::path& dump) {
+        stats_ = {};
+        return Outcome(api_.upload(dump.c_str(), &stats_));
+    }
     // A run over everything, as if it were the first.
-    std::string RunAnew();
+    std::string RunAnew() {
+        RemoveRecord();
+        Configure();
+        documents_.clear();
+        EngineCalls();
+        TakeLog();
+        return Run();
+    }
+    // The status in hexadecimal, ":", and the counters that the call left.
+    [[nodiscard]] std::string Outcome(std::int32_t status) const {
+        return zo::Format("{:x}: {} {} {} {} {} {} {}", static_cast<std::uint32_t>(status), stats_.dumpsFound,
+                          stats_.dumpsSelected, stats_.queriesAccepted, stats_.queriesAlreadyKnown,
+                          stats_.queriesFailed, stats_.uploadsSucceeded, stats_.uploadsFailed);
+    }
 
     zotest::TempFolder folder_;
     std::filesystem::path dumps_ = folder_ / "dumps";
     std::filesystem::path record_ = folder_ / "record" / "crash_compare.dat";
+    zotest::ScopedEnvironment script_{L"ZO_DEBUG_ENGINE_SCRIPT", (folder_ / "script").wstring()};
+    zotest::ScopedEnvironment engineLog_{L"ZO_DEBUG_ENGINE_LOG", (folder_ / "engine.log").wstring()};
     zotest::LoadedLibrary library_;
     Exports api_{library_};
     ZoCrashReportConfig config_{};
     ZoCrashRunStats stats_{};
     Strings documents_;
-    std::function<void(const std::string& line)> onLog_;
-    std::function<void()> onDocument_;
+    std::function<void(const std::string& event)> onEvent_;  // a line of the log, or "document"
 
   private:
-    static void Log(void* context, std::int32_t level, const wchar_t* message);
-    static std::int32_t Refuse(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t* out,
-                               std::uint32_t outCapacity, std::uint32_t* outLength);
-    [[nodiscard]] std::string Shortened(std::string line) const;
+    static std::int32_t Refuse(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t*,
+                               std::uint32_t, std::uint32_t*) {
+        auto& self = *static_cast<ReporterTest*>(context);
+        self.documents_.emplace_back(in, in + inLength);
+        if (self.onEvent_) self.onEvent_("document");
+        return E_FAIL;
+    }
+    [[nodiscard]] std::string Shortened(std::string line) const {
+        const std::string folder = zo::Utf8FromWide(folder_.Path().wstring());
+        for (std::size_t at; (at = line.find(folder)) != std::string::npos;)
+            line.replace(at, folder.size(), "~");
+        return line;
+    }
 
     Strings log_;
 };
@@ -105,28 +175,58 @@ struct Request {
 class ServerTest : public ReporterTest {
   protected:
     static void SetUpTestSuite() { EXPECT_EQ(Trust(L"add", "certificate.der"), 0u); }
-    static void TearDownTestSuite() { EXPECT_EQ(Trust(L"remove", "certificate.der"), 0u); }
+    static void TearDownTestSuite() {
+        EXPECT_EQ(Trust(L"remove", "certificate.der"), 0u);
+        EXPECT_EQ(Trust(L"check", "certificate.der"), 7u);
+    }
     using ReporterTest::ReporterTest;
 
-    static std::string Url();
-    static std::filesystem::path ServerFile(const std::string& name);
-    static std::uint32_t Trust(const wchar_t* verb, const char* certificate);
+    static std::string Url() { return std::getenv("ZO_CRASH_SERVER_URL"); }
+    static std::filesystem::path ServerFile(const std::string& name) {
+        return std::filesystem::path("Z:" + std::string(std::getenv("ZO_CRASH_SERVER_FOLDER"))) / name;
+    }
+    static std::uint32_t Trust(const wchar_t* verb, const char* certificate) {
+        const std::filesystem::path program = zotest::ProgramFolder() / "trust_certificate.exe";
+        return zotest::RunChild(program.wstring(), {verb, ServerFile(certificate).wstring()}).exitCode;
+    }
     static void Conditions(const std::string& lines) { zotest::WriteFileBytes(ServerFile("conditions.txt"), lines); }
 
-    // How many posts there were, and those since there were `before`.
-    static std::size_t Posts();
-    static std::vector<Request> Requests(std::size_t before);
+    static std::filesystem::path PartOfPost(std::size_t number, const char* part) {
+        return ServerFile(zo::Format("requests/{:04}.{}", number, part));
+    }
+    static std::size_t Posts() {
+        std::size_t count = 0;
+        while (std::filesystem::exists(PartOfPost(count + 1, "head")))
+            ++count;
+        return count;
+    }
+    // The posts of this test since the last look.
+    std::vector<Request> NewRequests() {
+        std::vector<Request> requests;
+        while (taken_ < Posts()) {
+            ++taken_;
+            const auto part = [this](const char* name) { return zotest::ReadFileBytes(PartOfPost(taken_, name)); };
+            requests.push_back({part("head"), part("body"), part("document"), part("reply")});
+        }
+        return requests;
+    }
 
     // From now on dumps are of a crash that the server has not seen.
-    void NewCrash();
+    void NewCrash() {
+        static int number = 0;
+        Script(zo::Format("OutputStackTrace say crash {}\\n\n", ++number));
+    }
+
+    std::size_t taken_ = Posts();
 };
 
-// Status and counters as Run() gives them.
-[[nodiscard]] std::string Outcome(std::int32_t status, const ZoCrashRunStats& stats);
-
 // The value between a field's tags; "?" when the document does not have it.
-[[nodiscard]] std::string Field(const std::string& document, const std::string& name);
-
-void SetLastWrite(const std::filesystem::path& file, std::uint64_t time);
+[[nodiscard]] inline std::string Field(const std::string& document, const std::string& name) {
+    const std::string open = "\r\n<" + name + ">";
+    const std::size_t start = document.find(open);
+    const std::size_t end = document.find("</" + name + ">\r\n", start);
+    if (start == std::string::npos || end == std::string::npos) return "?";
+    return document.substr(start + open.size(), end - start - open.size());
+}
 
 }  // namespace zocrashtest

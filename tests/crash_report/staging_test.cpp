@@ -3,7 +3,6 @@
 
 #include <optional>
 
-#include "child_process.h"
 #include "installed_driver.h"
 #include "reporter_fixture.h"
 #include "zoprotector.h"
@@ -12,94 +11,86 @@ namespace zocrashtest {
 namespace {
 
 const std::filesystem::path kWork = L"C:\\zo_staging_test";
+const std::string kDenied = "C:\\zo_staging_test\\denied";
 
 class Staging : public ReporterTest {
   protected:
     Staging() {
-        config_.minidumpDir = denied_.c_str();
+        config_.minidumpDir = L"C:\\zo_staging_test\\denied";
         Configure();
         api_.networkOk();
     }
-    // What the planted links lead to.
-    ~Staging() override { EXPECT_EQ(zotest::ReadFileBytes(kWork / "victim" / "precious"), "precious"); }
 
     // One of the temporary folders that the script has prepared, with a staging folder that an earlier run left.
     void UseTemporary(const std::string& name) {
         temporary_.emplace((kWork / name).wstring());
         staged_ = kWork / name / "ZoProtector" / "Minidump";
-        ASSERT_TRUE(std::filesystem::exists(staged_ / "old" / "deep" / "file"));
         where_ = staged_.string();
+        ASSERT_TRUE(std::filesystem::exists(staged_ / "old" / "deep" / "file"));
     }
     void OpenDriver() { ASSERT_EQ(ZOTEST_FUNCTION(library_, ZoProtector_Initialize)(), 0); }
 
-    std::wstring denied_ = (kWork / "denied").wstring();
     std::optional<zotest::ScopedTmp> temporary_;
     std::filesystem::path staged_;
     std::string where_;
 };
 
-TEST_F(Staging, FailsWithTheCopysStatusAndLeavesNothing) {
-    UseTemporary("tmp1");
+TEST_F(Staging, FailsWithTheCopysStatusAndNeverFollowsALinkThatWasPlanted) {
+    UseTemporary("linked");
+    ASSERT_EQ(GetFileAttributesW((staged_ / "link").c_str()), 0x410u);
     EXPECT_EQ(Run(), "80000001: 0 0 0 0 0 0 0");  // ZOP_E_NOT_INITIALIZED
-    EXPECT_EQ(TakeLog(), (Strings{"0 Minidump dir: C:\\zo_staging_test\\denied",
-                                  "1 Access denied to C:\\zo_staging_test\\denied; staging via driver to " + where_,
+    EXPECT_EQ(TakeLog(), (Strings{"0 Minidump dir: " + kDenied,
+                                  "1 Access denied to " + kDenied + "; staging via driver to " + where_,
                                   "2 Driver-side copy failed: 0x80000001 (files=0, dirs=0, skipped=0)"}));
-    // Wine cannot remove the planted link, but it was not followed, and what stood around it is gone.
     EXPECT_FALSE(std::filesystem::exists(staged_ / "old"));
 
     OpenDriver();
     zotest::SimulatorClient().FailNext(ZOP_IOCTL_COPY_DIRECTORY, 0xC0000022);
     EXPECT_EQ(Run(), "80000004: 0 0 0 0 0 0 0");
     EXPECT_EQ(TakeLog().back(), "2 Driver-side copy failed: 0x80000004 (files=0, dirs=0, skipped=0)");
+
+    // Under Wine the link itself cannot be removed; the driver's copy is gone all the same.
+    EXPECT_EQ(Run(), "0: 1 1 0 0 1 0 0");
+    EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 145");
+    EXPECT_FALSE(std::filesystem::exists(staged_ / "a.dmp"));
+    EXPECT_EQ(zotest::ReadFileBytes(kWork / "victim" / "precious"), "precious");
 }
 
 TEST_F(Staging, ReadsTheDriversCopyAndRemovesIt) {
-    UseTemporary("tmp2");
+    UseTemporary("tmp");
     OpenDriver();
     EXPECT_EQ(Run(), "0: 1 1 0 0 1 0 0");
-    Strings log = TakeLog();
-    log.erase(log.begin(), log.begin() + 2);
     // Removed are the dump, the folder in the folder with its file, and the staging folder.
-    EXPECT_EQ(log,
-              (Strings{"0 Staged minidumps: files=2, dirs=1, skipped=0; using " + where_ + " for the rest of this run",
-                       "0 Found 1 new minidump(s)", "0 Dump " + where_ + "\\a.dmp matched=[ZoProtector] upload=true",
-                       "0 Removed staged dir " + where_ + " (entries cleared: 4)"}));
+    EXPECT_EQ(
+        TakeLog(),
+        (Strings{"0 Minidump dir: " + kDenied, "1 Access denied to " + kDenied + "; staging via driver to " + where_,
+                 "0 Staged minidumps: files=2, dirs=1, skipped=0; using " + where_ + " for the rest of this run",
+                 "0 Found 1 new minidump(s)", "0 Dump " + where_ + "\\a.dmp matched=[ZoProtector] upload=true",
+                 "0 Removed staged dir " + where_ + " (entries cleared: 4)"}));
     EXPECT_FALSE(std::filesystem::exists(staged_));
 
     // What is in use at the end stays, and that is said.
     RemoveRecord();
     zo::OwnedFile held;
-    onLog_ = [&](const std::string& line) {
-        if (!line.starts_with("0 Found")) return;
+    onEvent_ = [&](const std::string& event) {
+        if (event != "document") return;
         const std::wstring dump = (staged_ / "a.dmp").wstring();
         held.Reset(CreateFileW(dump.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     };
     EXPECT_EQ(Run(), "0: 1 1 0 0 1 0 0");
     EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 32");
-}
 
-TEST_F(Staging, NeverFollowsALinkThatWasPlanted) {
-    UseTemporary("tmp3");
-    ASSERT_EQ(GetFileAttributesW((staged_ / "link").c_str()), 0x410u);
-    OpenDriver();
-    EXPECT_EQ(Run(), "0: 1 1 0 0 1 0 0");
-    // Under Wine the link itself cannot be removed; the driver's copy and what lay there before are gone all the same.
-    EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 145");
-    EXPECT_FALSE(std::filesystem::exists(staged_ / "old"));
-    EXPECT_FALSE(std::filesystem::exists(staged_ / "a.dmp"));
-}
-
-TEST_F(Staging, ByZoctlOpensTheChannelItself) {
-    UseTemporary("tmp4");
+    // A program that opens the channel by itself.
+    held.Reset();
+    RemoveRecord();
+    ZOTEST_FUNCTION(library_, ZoProtector_Uninitialize)();
     const auto list =
         zotest::RunChild((zotest::ProgramFolder() / "zoctl.exe").wstring(),
-                         {L"crash", L"list", L"--json", L"--dumps", denied_, L"--record", record_.wstring()});
+                         {L"crash", L"list", L"--dumps", config_.minidumpDir, L"--record", record_.wstring()});
     EXPECT_EQ(list.exitCode, 0u) << list.err;
     EXPECT_NE(list.out.find("a.dmp"), std::string::npos) << list.out;
-}
 
-TEST_F(Staging, NeedsATemporaryFolder) {
-    const zotest::ScopedTmp temporary(L"C:\\" + std::wstring(270, L'x'));
+    temporary_.emplace(L"C:\\" + std::wstring(270, L'x'));
     EXPECT_EQ(Run(), "80070005: 0 0 0 0 0 0 0");
     EXPECT_EQ(TakeLog().back(), "2 Access denied to minidump dir and %TEMP% is unavailable; aborting");
 }

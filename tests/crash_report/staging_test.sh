@@ -20,13 +20,11 @@ trap clean EXIT
 cp "$(dirname "$program")/dumps/ours.dmp" "$work/denied/a.dmp"
 echo inner >"$work/denied/folder/inner.dmp"
 printf precious >"$work/victim/precious"
-for temporary in tmp1 tmp2 tmp3 tmp4; do
-    staging=$work/$temporary/ZoProtector/Minidump
-    mkdir -p "$staging/old/deep"
-    echo old >"$staging/old/deep/file"
+for temporary in linked tmp; do
+    mkdir -p "$work/$temporary/ZoProtector/Minidump/old/deep"
+    echo old >"$work/$temporary/ZoProtector/Minidump/old/deep/file"
 done
-ln -s "$work/victim" "$work/tmp1/ZoProtector/Minidump/link"
-ln -s "$work/victim" "$work/tmp3/ZoProtector/Minidump/link"
+ln -s "$work/victim" "$work/linked/ZoProtector/Minidump/link"
 chmod 000 "$work/denied"
 without=-dac_override,-dac_read_search
 setpriv --bounding-set $without --inh-caps $without "$wine_run" "$prefix" "$program"
