@@ -8,143 +8,98 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t kNotFound = 2;
-
 // C:\x as the driver gets it: \Device\HarddiskVolume1\x.
-std::wstring NtPath(const fs::path& path) {
-    const std::wstring text = path.wstring();
+std::wstring NtPath(fs::path path) {
     wchar_t device[260];
-    EXPECT_NE(QueryDosDeviceW(text.substr(0, 2).c_str(), device, 260), 0u);
-    return device + text.substr(2);
+    EXPECT_NE(QueryDosDeviceW(path.root_name().c_str(), device, 260), 0u);
+    return device + path.make_preferred().wstring().substr(2);
 }
 
+// Files and folders are named by their paths below the test's folder.
 class SimulatorFiles : public ChannelTest {
   protected:
-    [[nodiscard]] IoResult Copy(const fs::path& from, const fs::path& to, bool subfolders, bool overwrite,
-                                ZoProtectorCopyDirectoryResult& result) const {
+    [[nodiscard]] std::uint32_t Copy(const fs::path& from, const fs::path& to, bool subfolders = true,
+                                     bool overwrite = true) {
         ZoProtectorCopyDirectoryRequest request{};
-        SetField(request.sourceDir, NtPath(from));
-        SetField(request.destinationDir, NtPath(to));
+        SetField(request.sourceDir, NtPath(folder_ / from));
+        SetField(request.destinationDir, NtPath(folder_ / to));
         request.option1 = subfolders;
         request.option2 = overwrite;
-        return Send(ZOP_IOCTL_COPY_DIRECTORY, &request, sizeof(request), &result, sizeof(result));
+        return Send(ZOP_IOCTL_COPY_DIRECTORY, &request, sizeof(request), &copied_, sizeof(copied_)).error;
     }
     [[nodiscard]] std::uint32_t Replace(const fs::path& target, const fs::path& source, const fs::path& staging) const {
         ZoProtectorReplaceFileRequest request{};
-        SetField(request.targetPath, NtPath(target));
-        SetField(request.sourcePath, NtPath(source));
-        SetField(request.stagingPath, NtPath(staging));
+        SetField(request.targetPath, NtPath(folder_ / target));
+        SetField(request.sourcePath, NtPath(folder_ / source));
+        SetField(request.stagingPath, NtPath(folder_ / staging));
         return Give(ZOP_IOCTL_REPLACE_FILE, request);
     }
+    void Write(const fs::path& path, const std::string& bytes) const { WriteFileBytes(folder_ / path, bytes); }
+    [[nodiscard]] std::string Read(const fs::path& path) const { return ReadFileBytes(folder_ / path); }
 
     TempFolder folder_;
+    ZoProtectorCopyDirectoryResult copied_{};
 };
 
-TEST_F(SimulatorFiles, CopyMovesTheWholeTreeWithTimes) {
+TEST_F(SimulatorFiles, ACopyIsOfWhatTheOptionsSayWithTimes) {
     const std::string big(200'000, '\xA5');  // more than one block
-    WriteFileBytes(folder_ / "from" / "a.dmp", big);
-    WriteFileBytes(folder_ / "from" / "empty", "");
-    WriteFileBytes(folder_ / "from" / "sub" / "deep" / "b.txt", "b");
-    WriteFileBytes(folder_ / "from" / L"gr\u00FC\u00DFe" / "c", "c");
-    const auto old = fs::last_write_time(folder_ / "from" / "a.dmp") - std::chrono::hours(1000);
-    fs::last_write_time(folder_ / "from" / "a.dmp", old);
-    ZoProtectorCopyDirectoryResult result{};
-    const IoResult io = Copy(folder_ / "from", folder_ / "to", true, true, result);
-    EXPECT_EQ(io.error, 0u);
-    EXPECT_EQ(io.returned, 16u);
-    EXPECT_EQ(result.filesCopied, 4u);
-    EXPECT_EQ(result.dirsCopied, 4u) << "the destination itself, sub, deep, and the one beyond ASCII";
-    EXPECT_EQ(result.skipped, 0u);
-    EXPECT_EQ(ReadFileBytes(folder_ / "to" / "a.dmp"), big);
-    EXPECT_EQ(ReadFileBytes(folder_ / "to" / "sub" / "deep" / "b.txt"), "b");
-    EXPECT_EQ(ReadFileBytes(folder_ / "to" / L"gr\u00FC\u00DFe" / "c"), "c");
-    EXPECT_TRUE(fs::exists(folder_ / "to" / "empty"));
-    EXPECT_EQ(fs::last_write_time(folder_ / "to" / "a.dmp"), old);
-}
-
-TEST_F(SimulatorFiles, TheOptionsDecideOnSubfoldersAndExistingFiles) {
-    WriteFileBytes(folder_ / "from" / "a", "new");
-    WriteFileBytes(folder_ / "from" / "b", "new");
-    WriteFileBytes(folder_ / "from" / "sub" / "c", "new");
-    struct {
+    Write(L"from/gr\u00FC\u00DFe", big);
+    Write("from/b", "new");
+    Write("from/sub/deep/c", "");
+    const auto old = fs::last_write_time(folder_ / "from/b") - std::chrono::hours(1000);
+    fs::last_write_time(folder_ / "from/b", old);
+    const struct {
         bool subfolders, overwrite;
         std::uint32_t files, dirs, skipped;
-        const char* a;
-    } const cases[] = {
-        {false, false, 1, 0, 2, "old"},
-        {false, true, 2, 0, 1, "new"},
-        {true, false, 2, 1, 1, "old"},
-        {true, true, 3, 1, 0, "new"},
-    };
+    } cases[] = {{false, false, 1, 0, 2}, {false, true, 2, 0, 1}, {true, false, 2, 2, 1}, {true, true, 3, 2, 0}};
     for (const auto& c : cases) {
         RemoveTree((folder_ / "to").wstring());
-        WriteFileBytes(folder_ / "to" / "a", "old");
-        ZoProtectorCopyDirectoryResult result{};
-        EXPECT_EQ(Copy(folder_ / "from", folder_ / "to", c.subfolders, c.overwrite, result).error, 0u);
-        EXPECT_EQ(result.filesCopied, c.files);
-        EXPECT_EQ(result.dirsCopied, c.dirs);
-        EXPECT_EQ(result.skipped, c.skipped);
-        EXPECT_EQ(ReadFileBytes(folder_ / "to" / "a"), c.a);
+        Write("to/b", "old");
+        EXPECT_EQ(Copy("from", "to", c.subfolders, c.overwrite), 0u);
+        EXPECT_EQ(copied_.filesCopied, c.files);
+        EXPECT_EQ(copied_.dirsCopied, c.dirs);
+        EXPECT_EQ(copied_.skipped, c.skipped);
+        EXPECT_EQ(Read(L"to/gr\u00FC\u00DFe"), big);
+        EXPECT_EQ(Read("to/b"), c.overwrite ? "new" : "old");
+        EXPECT_EQ(fs::last_write_time(folder_ / "to/b") == old, c.overwrite);
+        EXPECT_EQ(fs::exists(folder_ / "to/sub/deep/c"), c.subfolders);
     }
 }
 
-TEST_F(SimulatorFiles, CopyRefusesWhatItCannotBegin) {
-    WriteFileBytes(folder_ / "from" / "a", "a");
-    ZoProtectorCopyDirectoryResult result{};
-    EXPECT_EQ(Copy(folder_ / "missing", folder_ / "to", true, true, result).error, kNotFound);
+TEST_F(SimulatorFiles, ACopyIsRefusedThatCannotBegin) {
+    Write("from/a", "a");
+    EXPECT_EQ(Copy("missing", "to"), 2u);
     EXPECT_FALSE(fs::exists(folder_ / "to"));
-    EXPECT_EQ(Copy(folder_ / "from", folder_ / "no" / "parent", true, true, result).error, 3u);
-    for (const wchar_t* onto : {L"FROM\\inside", L"from", L"from\\", L"from\\\\"}) {
-        EXPECT_EQ(Copy(folder_ / "from", folder_ / onto, true, true, result).error, 87u) << fs::path(onto);
-        EXPECT_EQ(Copy(folder_ / "from\\", folder_ / onto, true, true, result).error, 87u) << fs::path(onto);
+    EXPECT_EQ(Copy("from", "no/parent"), 3u);
+    for (const wchar_t* onto : {L"FROM\\inside", L"from", L"from\\\\"}) {
+        EXPECT_EQ(Copy("from", onto), 87u) << fs::path(onto);
+        EXPECT_EQ(Copy("from\\", onto), 87u) << fs::path(onto);
     }
-    EXPECT_EQ(ReadFileBytes(folder_ / "from" / "a"), "a") << "copied onto itself";
-    EXPECT_EQ(Copy(folder_ / "from", folder_ / "from2", true, true, result).error, 0u) << "only begins like it";
+    EXPECT_EQ(Copy("from", "from2"), 0u) << "only begins like it";
     const ZoProtectorCopyDirectoryRequest empty{};
-    EXPECT_EQ(Send(ZOP_IOCTL_COPY_DIRECTORY, &empty, sizeof(empty), &result, sizeof(result)).error, 87u);
+    EXPECT_EQ(Send(ZOP_IOCTL_COPY_DIRECTORY, &empty, sizeof(empty), &copied_, sizeof(copied_)).error, 87u);
 }
 
-TEST_F(SimulatorFiles, ReplaceStagesTheOldFileAndPutsACopyInPlace) {
-    const fs::path target = folder_ / "driver.sys", source = folder_ / "new.sys", staging = folder_ / "old.tmp";
-    WriteFileBytes(target, "old");
-    WriteFileBytes(source, "new contents");
-    {
-        // A reader that shares deletion is what a loaded image is like: it can be renamed but not overwritten.
-        const zo::OwnedFile held(CreateFileW(target.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                             OPEN_EXISTING, 0, nullptr));
-        ASSERT_TRUE(held);
-        EXPECT_EQ(Replace(target, source, staging), 0u);
-    }
-    EXPECT_EQ(ReadFileBytes(target), "new contents");
-    EXPECT_EQ(ReadFileBytes(staging), "old");
-    EXPECT_EQ(ReadFileBytes(source), "new contents");
-}
-
+// That it replaces, also what is in use, is seen in the upgrade by the driver.
 TEST_F(SimulatorFiles, AFailedReplaceLeavesTheOldFileInPlace) {
-    const fs::path target = folder_ / "t", source = folder_ / "s", staging = folder_ / "old";
-    WriteFileBytes(target, "old");
-    WriteFileBytes(source, "new");
-    WriteFileBytes(folder_ / "taken", "x");
-    EXPECT_EQ(Replace(target, folder_ / "missing", staging), kNotFound);
-    EXPECT_EQ(Replace(folder_ / "missing", source, staging), kNotFound);
-    EXPECT_EQ(Replace(target, source, folder_ / "taken"), 183u);
-    EXPECT_EQ(Replace(target, source, folder_ / "no" / "such"), 3u);
-    EXPECT_EQ(Replace(target, target, staging), 0u) << "a file may replace itself";
-    EXPECT_EQ(ReadFileBytes(target), "old");
-    EXPECT_FALSE(fs::exists(folder_ / "missing"));
-    EXPECT_EQ(ReadFileBytes(folder_ / "taken"), "x");
-    DeleteFileW(staging.c_str());
-
+    Write("target", "old");
+    Write("source", "new");
+    Write("taken", "x");
+    EXPECT_EQ(Replace("target", "missing", "staging"), 2u);
+    EXPECT_EQ(Replace("missing", "source", "staging"), 2u);
+    EXPECT_EQ(Replace("target", "source", "taken"), 183u);
+    EXPECT_EQ(Replace("target", "source", "no/such"), 3u);
     // A source that opens but cannot be read, so that the copy breaks off after the target has been moved: a locked
     // file on Windows, where Wine does not hold readers up, but shows a Unix file that fails to be read.
-    const zo::OwnedFile lock(CreateFileW(source.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                         0, nullptr));
+    const zo::OwnedFile lock(
+        CreateFileW((folder_ / "source").c_str(), GENERIC_READ | GENERIC_WRITE, 7, nullptr, OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(LockFile(lock.Get(), 0, 0, 100, 0));
     const fs::path unreadable = L"Z:\\proc\\self\\mem";
-    EXPECT_NE(Replace(target, fs::exists(unreadable) ? unreadable : source, staging), 0u);
-    EXPECT_EQ(ReadFileBytes(target), "old");
-    EXPECT_FALSE(fs::exists(staging));
+    EXPECT_NE(Replace("target", fs::exists(unreadable) ? unreadable : "source", "staging"), 0u);
+    EXPECT_EQ(Read("target"), "old");
+    EXPECT_EQ(Read("taken"), "x");
+    EXPECT_FALSE(fs::exists(folder_ / "missing"));
+    EXPECT_FALSE(fs::exists(folder_ / "staging"));
 }
 
 }  // namespace
