@@ -1,9 +1,9 @@
 """What the crash server's tests share: a running server, a client that trusts it, documents as a client makes them."""
 
 import base64
+import contextlib
 import http.client
 import pathlib
-import shutil
 import signal
 import ssl
 import subprocess
@@ -12,8 +12,7 @@ import tempfile
 
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
 SERVER = SOURCES / "simulator" / "crash_server"
-sys.path.insert(0, str(SERVER))
-sys.path.insert(0, str(SOURCES / "simulator" / "debug_engine"))
+sys.path += [str(SERVER), str(SOURCES / "simulator" / "debug_engine")]
 
 SIGNATURE = "0123456789abcdef0123456789abcdef"
 STACK = b"\nOpening dump file\nBugCheck D1, {1, 2, 3, 4}\n"
@@ -24,8 +23,7 @@ def query_fields(**changes):
               "CrashSignature": SIGNATURE, "ErrAddr": "0xFFFFF80604001200",
               "GUID_TeskWarden": "ZoProtector_" + "0" * 32, "LCID": "2502", "ModuleName": "ntos",
               "OSBuildNo": "19045", "OSID": "2", "OSMajVer": "10", "OSMinVer": "0",
-              "TimeStamp": "2026-1-2 3:4:5", "ToolVer": "3.1", "UIN": "10000"}
-    fields.update(changes)
+              "TimeStamp": "2026-1-2 3:4:5", "ToolVer": "3.1", "UIN": "10000"} | changes
     return {name: value for name, value in fields.items() if value is not None}
 
 
@@ -37,61 +35,44 @@ def report_fields(dump=b"PAGEDU64", stack=STACK, **changes):
                            "MinDump": encoded_dump} | changes)
 
 
-def document(fields, order=sorted):
-    lines = "".join(f"<{name}>{fields[name]}</{name}>\r\n" for name in order(fields))
+def document(fields):
+    lines = "".join(f"<{name}>{fields[name]}</{name}>\r\n" for name in sorted(fields))
     return f"<Crash_protocol>\r\n{lines}</Crash_protocol>\r\n".encode("cp1252")
 
 
 def framed(payload):
-    return str(len(payload)).encode() + b"&" + payload
+    """The body of a request; the payload is given whole or by the fields of a document."""
+    payload = payload if isinstance(payload, bytes) else document(payload)
+    return b"%d&" % len(payload) + payload
 
 
-class Server:
-    """The server in a process of its own, with a folder that goes away with it."""
+class Server(contextlib.ExitStack):
+    """The server in a process of its own, in a folder that goes away with it unless one is given."""
 
     def __init__(self, *options, folder=None):
-        self.temporary = folder is None
-        self.folder = pathlib.Path(folder or tempfile.mkdtemp(prefix="crash_server_test"))
+        super().__init__()
+        self.folder = pathlib.Path(folder or self.enter_context(tempfile.TemporaryDirectory()))
         self.process = subprocess.Popen([SERVER / "serve", "--port", "0", "--folder", self.folder, *options],
                                         stdout=subprocess.PIPE, text=True)
-        line = self.process.stdout.readline()
-        if not line.startswith("listening on "):
-            raise RuntimeError(f"the server did not start: {line!r}")
-        self.port = int(line.split()[-1])
+        self.enter_context(self.process)
+        self.callback(self.process.kill)
+        self.callback(self.end)
+        self.port = int(self.process.stdout.readline().removeprefix("listening on "))
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.stop()
-
-    def stop(self):
+    def end(self):
         """Its exit status; also when it has stopped already."""
         self.process.send_signal(signal.SIGTERM)
-        try:
-            return self.process.wait(timeout=20)
-        finally:
-            self.process.kill()
-            self.process.stdout.close()
-            if self.temporary:
-                shutil.rmtree(self.folder, ignore_errors=True)
+        return self.process.wait(timeout=20)
 
     def connect(self, host="localhost"):
         trusted = ssl.create_default_context(cafile=self.folder / "certificate.pem")
         return http.client.HTTPSConnection(host, self.port, context=trusted, timeout=30)
 
     def request(self, method, path, body=None):
-        client = self.connect()
-        try:
+        with contextlib.closing(self.connect()) as client:
             client.request(method, path, body)
             response = client.getresponse()
-            return response.status, response.read(), response
-        finally:
-            client.close()
+            return response.status, response.read().decode("latin-1"), response
 
-    def post(self, body, path="/crash"):
-        status, text, _ = self.request("POST", path, body)
-        return status, text.decode("latin-1")
-
-    def condition(self, line):
-        (self.folder / "conditions.txt").write_text(line + "\n")
+    def post(self, payload, path="/crash"):
+        return self.request("POST", path, framed(payload))[:2]
