@@ -5,12 +5,10 @@ import pathlib
 import re
 import sys
 
+ROOT = pathlib.Path(sys.argv[1])
 SCALARS = {"uint8_t": 1, "uint16_t": 2, "uint32_t": 4}
-
-
-def constants(text):
-    """Plain numeric macros."""
-    return {name: int(value, 0) for name, value in re.findall(r"#define (\w+) (0[xX][0-9A-Fa-f]+|\d+)u?\s", text)}
+ENTRY_SIZES = {"PROCESS_RULES": 1044, "FILE_RULES": 2344, "REGISTRY_RULES": 1028, "DLL_WHITELIST": 1044,
+               "DRAIN_EVENTS": 562, "DRAIN_REGISTRY_EVENTS": 1076}
 
 
 def structs(text, numbers):
@@ -23,7 +21,7 @@ def structs(text, numbers):
             if kind not in SCALARS and kind not in result:
                 break  # wchar_t and so on: not a record of the driver
             one = SCALARS[kind] if kind in SCALARS else result[kind][0]
-            size = one * (1 if not count else int(count) if count.isdigit() else numbers[count])
+            size = one * int(numbers.get(count, count or 1))
             fields.append((offset, size, field))
             offset += size
         else:
@@ -31,89 +29,49 @@ def structs(text, numbers):
     return result
 
 
-def commands(text):
-    """{name: (code, input, output)} from the macros and the comments behind them."""
+def command_facts(text, records):
+    """{name: (code, input, output)} in the document's words, from the macros and the comments behind them."""
     result = {}
     for name, function, comment in re.findall(
             r"#define (ZOP_IOCTL_\w+) ZOP_IOCTL\((0x[0-9A-F]+)u\)(?:[ \t]*/\*(.*?)\*/)?", text):
         given = re.search(r"\bin (\w+)", comment)
         answered = re.search(r"\bout (list reply|drain reply|[.\w]+)", comment)
-        result[name] = (0x8000C000 + 4 * int(function, 16), given and given[1], answered and answered[1])
+        output = "—"
+        if answered and answered[1].endswith("reply"):
+            output = f"{answered[1]}, 16 + n × {ENTRY_SIZES[re.sub('ZOP_IOCTL_(LIST_)?', '', name)]}"
+        elif answered:
+            record = next(r for r in records if r.endswith(answered[1].lstrip(".")))
+            output = f"`{record}`, {records[record][0]}"
+        result[name] = (f"0x{0x8000C000 + 4 * int(function, 16):08X}",
+                        f"`{given[1]}`, {records[given[1]][0]}" if given else "—", output)
     return result
 
 
-class Checker:
-    def __init__(self):
-        self.checks = 0
-        self.failures = []
-
-    def same(self, what, document, header):
-        self.checks += 1
-        if document != header:
-            self.failures.append(f"{what}: the document says {document}, the header {header}")
-
-
-def check_commands(check, document, header, records):
-    documented = {}
-    for code, name, given, answered in re.findall(
-            r"^\| (0x[0-9A-F]{8}) \| `(ZOP_IOCTL_\w+)` \| (.+?) \| (.+?) \|$", document, flags=re.M):
-        documented[name] = (int(code, 16), given, answered)
-    check.same("commands", sorted(documented), sorted(header))
-    entry_sizes = {"PROCESS_RULES": 1044, "FILE_RULES": 2344, "REGISTRY_RULES": 1028, "DLL_WHITELIST": 1044,
-                   "DRAIN_EVENTS": 562, "DRAIN_REGISTRY_EVENTS": 1076}
-    for name, (code, given, answered) in header.items():
-        if name not in documented:
-            continue
-        doc_code, doc_given, doc_answered = documented[name]
-        check.same(f"code of {name}", hex(doc_code), hex(code))
-        check.same(f"input of {name}", doc_given, f"`{given}`, {records[given][0]}" if given else "—")
-        if answered and answered.endswith("reply"):
-            size = entry_sizes[re.sub("ZOP_IOCTL_(LIST_)?", "", name)]
-            expected = f"{answered}, 16 + n × {size}"
-        elif answered:
-            record = next(r for r in records if r.endswith(answered.lstrip(".")))
-            expected = f"`{record}`, {records[record][0]}"
-        else:
-            expected = "—"
-        check.same(f"output of {name}", doc_answered, expected)
-
-
-def check_records(check, document, records):
-    sections = re.findall(r"^### `(\w+)`, (\d+) bytes?\n(.*?)(?=^##|\Z)", document, flags=re.M | re.S)
-    check.same("records", sorted(name for name, _, _ in sections), sorted(records))
-    for name, size, body in sections:
-        if name not in records:
-            continue
-        rows = re.findall(r"^\| (\d+) \| (\d+) \| `(\w+)` \|", body, flags=re.M)
-        check.same(f"size of {name}", int(size), records[name][0])
-        check.same(f"fields of {name}", [(int(o), int(s), f) for o, s, f in rows], records[name][1])
-
-
-def main():
-    root = pathlib.Path(sys.argv[1])
-    document = (root / "docs/driver-interface.md").read_text(encoding="utf-8")
-    driver = (root / "sdk/include/driver_records.h").read_text(encoding="utf-8")
-    public = (root / "sdk/include/zoprotector.h").read_text(encoding="utf-8")
-    statuses = (root / "sdk/include/zoprotector_status.h").read_text(encoding="utf-8")
-
-    numbers = constants(driver)
-    records = structs(driver, numbers)
+def differences(document, driver, public, statuses):
+    numbers = {name: int(value, 0) for name, value in
+               re.findall(r"#define (\w+) (0[xX][0-9A-Fa-f]+|\d+)u?\s", driver)}
     shared = structs(public, numbers)  # two records of the interface are the caller's own
-    records.update({name: shared[name] for name in ("ZopStats", "ZopSignaturePolicy")})
+    records = structs(driver, numbers) | {name: shared[name] for name in ("ZopStats", "ZopSignaturePolicy")}
+    commands = {name: (code, given, answered) for code, name, given, answered in re.findall(
+        r"^\| (0x[0-9A-F]{8}) \| `(ZOP_IOCTL_\w+)` \| (.+?) \| (.+?) \|$", document, flags=re.M)}
+    described = {}
+    for name, size, body in re.findall(r"^### `(\w+)`, (\d+) bytes?\n(.*?)(?=^##|\Z)", document, flags=re.M | re.S):
+        rows = re.findall(r"^\| (\d+) \| (\d+) \| `(\w+)` \|", body, flags=re.M)
+        described[name] = (int(size), [(int(offset), int(length), field) for offset, length, field in rows])
+    sizes = {name: int(size) for name, size in re.findall(r"`(ZOP_\w+_SIZE)` (\d+)", document)}
+    names = re.findall(r"`(ZOP_(?:E_\w+|OK))`", document)
+    if not (len(records) > 9 and len(commands) > 30 and sizes and names):
+        yield "too little was found to compare"
+    for documented, coded in ((commands, command_facts(driver, records)), (described, records),
+                              (sizes, {name: numbers.get(name) for name in sizes}),
+                              (dict.fromkeys(names, True), {name: f"#define {name} " in statuses for name in names})):
+        for name in documented.keys() | coded.keys():
+            if documented.get(name) != coded.get(name):
+                yield f"{name}: the document says {documented.get(name)}, the header {coded.get(name)}"
 
-    check = Checker()
-    check_commands(check, document, commands(driver), records)
-    check_records(check, document, records)
-    for name, size in re.findall(r"`(ZOP_\w+_SIZE)` (\d+)", document):
-        check.same(name, int(size), numbers.get(name))
-    for name in re.findall(r"`(ZOP_(?:E_\w+|OK))`", document):
-        check.same(f"{name} is a status", True, f"#define {name} " in statuses)
 
-    for failure in check.failures:
-        print(failure)
-    print(f"{check.checks} comparisons, {len(check.failures)} differences")
-    return 1 if check.failures or check.checks < 150 else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+found = list(differences(*((ROOT / name).read_text(encoding="utf-8") for name in (
+    "docs/driver-interface.md", "sdk/include/driver_records.h", "sdk/include/zoprotector.h",
+    "sdk/include/zoprotector_status.h"))))
+print(*found, f"{len(found)} differences", sep="\n")
+sys.exit(bool(found))
