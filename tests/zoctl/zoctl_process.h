@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 
 namespace zotest {
 
+using Codes = std::vector<std::uint32_t>;
 using Json = nlohmann::json;
 
 struct ZoctlRun {
@@ -27,7 +29,6 @@ struct ZoctlRun {
     Json json;  // of standard output; discarded when that is not one JSON document
 };
 
-// "\" and blanks in the words are taken as they are: one word, one argument.
 inline ZoctlRun RunZoctl(const std::vector<std::string>& words, const ChildOptions& options = {}) {
     std::vector<std::wstring> arguments;
     for (const std::string& word : words)
@@ -37,38 +38,38 @@ inline ZoctlRun RunZoctl(const std::vector<std::string>& words, const ChildOptio
     return {static_cast<int>(result.exitCode), result.out, result.err, Json::parse(result.out, nullptr, false)};
 }
 
-[[nodiscard]] inline std::vector<std::string> Words(const std::string& line) {
-    std::vector<std::string> words(1);
-    for (const char c : line) {
-        if (c == ' ') {
-            words.emplace_back();
-        } else {
-            words.back() += c;
-        }
-    }
-    return words;
+// A blank ends a word, and nothing else does.
+inline ZoctlRun Zoctl(const std::string& line, const ChildOptions& options = {}) {
+    std::vector<std::string> words;
+    std::istringstream rest(line);
+    for (std::string word; std::getline(rest, word, ' ');)
+        words.push_back(word);
+    return RunZoctl(words, options);
 }
 
-// The codes that a run sent, without the handshake that opens each channel.
-class SentCodes {
-  public:
-    explicit SentCodes(const SimulatorClient& simulator) : simulator_(simulator), before_(simulator.RequestCount()) {}
+// Whether a run ended with this code and has these words in its text and these members in its document.
+[[nodiscard]] inline testing::AssertionResult Gave(const ZoctlRun& run, int exitCode, const std::string& words = "",
+                                                   const Json& members = {}) {
+    bool good = run.exitCode == exitCode && (run.out + run.err).find(words) != std::string::npos;
+    for (const auto& [name, value] : members.items())
+        good = good && run.json.contains(name) && run.json[name] == value;
+    return testing::AssertionResult(good) << "exit code " << run.exitCode << "\n" << run.out << run.err;
+}
 
-    [[nodiscard]] std::vector<ZoSimRequest> Requests() const {
-        std::vector<ZoSimRequest> requests = simulator_.Requests(before_ + 1);
-        std::erase_if(requests, [](const ZoSimRequest& request) { return request.code == ZOP_IOCTL_GET_VERSION; });
-        return requests;
-    }
-    [[nodiscard]] std::vector<std::uint32_t> Codes() const {
-        std::vector<std::uint32_t> codes;
-        for (const ZoSimRequest& request : Requests())
-            codes.push_back(request.code);
+class ZoctlTest : public DriverTest {
+  protected:
+    // The codes that reached the driver since the last look, without the handshake that opens each channel.
+    Codes Sent() {
+        Codes codes;
+        for (const ZoSimRequest& request : Simulator().Requests(seen_ + 1)) {
+            if (request.code != ZOP_IOCTL_GET_VERSION) codes.push_back(request.code);
+        }
+        seen_ = Simulator().RequestCount();
         return codes;
     }
 
   private:
-    const SimulatorClient& simulator_;
-    std::uint64_t before_;
+    std::uint64_t seen_ = 0;
 };
 
 }  // namespace zotest
