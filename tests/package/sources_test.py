@@ -1,0 +1,50 @@
+"""What callers compile: every public header by itself, for the GNU and for the MSVC target, and the examples of the
+README, whole programs that do what they say."""
+
+import re
+import tempfile
+import unittest
+from pathlib import Path
+
+from build_facts import BUILD, CC, CXX, EXPORTING_HEADERS, SOURCE, run, wine
+
+PUBLIC_HEADERS = EXPORTING_HEADERS + [SOURCE / part for part in (
+    "sdk/include/zoprotector_status.h", "sdk/include/driver_records.h", "simulator/include/zoprotector_simulator.h")]
+STRICT = ["-Wall", "-Wextra", "-pedantic-errors", "-Werror"]
+COMPILERS = {
+    "C99": [CC, "-std=c99", "-x", "c", "-Wstrict-prototypes"],
+    "C++11": [CXX, "-std=c++11", "-x", "c++"],
+    "C++20": [CXX, "-std=c++20", "-x", "c++"],
+    "C for MSVC": ["clang-19", "--target=x86_64-pc-windows-msvc", "-ffreestanding", "-std=c99", "-x", "c"],
+}
+
+
+class Sources(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.source, self.program = Path(folder.name) / "source", Path(folder.name) / "program.exe"
+
+    def test_each_header_stands_alone(self):
+        allowed = {"stddef.h", "stdint.h"} | {header.name for header in PUBLIC_HEADERS}
+        for header in PUBLIC_HEADERS:
+            included = set(re.findall(r'^#include [<"]([^>"]+)[>"]', header.read_text(), re.MULTILINE))
+            self.assertLessEqual(included, allowed, header.name)
+            self.source.write_text(f'#include "{header.name}"\n#include "{header.name}"\nint ZoNothing;\n')
+            for language, compiler in COMPILERS.items():
+                with self.subTest(header=header.name, language=language):
+                    run(*compiler, *STRICT, "-fsyntax-only", f"-I{header.parent}", self.source)
+
+    def test_examples_of_the_readme_build_and_run(self):
+        examples = re.findall(r"^```(c|cpp)\n(.*?)^```", (SOURCE / "README.md").read_text(), re.MULTILINE | re.DOTALL)
+        self.assertEqual(sorted(language for language, _ in examples), ["c", "cpp"])
+        for language, text in examples:
+            self.source.write_text(text)
+            compiler = COMPILERS["C99" if language == "c" else "C++20"]
+            run(*compiler, *STRICT, *(f"-I{header.parent}" for header in EXPORTING_HEADERS), self.source, "-o", self.program,
+                "-static", f"-L{BUILD}/lib", "-l:libZoProtectorLib.dll.a")
+            code, output = wine(self.program)
+            self.assertEqual(code, 0, output)
+            # What a reader is told to expect stands in the last comment of the example.
+            for line in re.findall(r"prints: (.+?)(?: \*/)?$", text, re.MULTILINE):
+                self.assertRegex(output, line)
