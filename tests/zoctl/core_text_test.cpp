@@ -21,18 +21,15 @@ TEST(ExitCodes, AreThoseOfTheManualPage) {
     EXPECT_TRUE((page.str() + "\n").find(table + "\n") != std::string::npos) << table;
 }
 
-TEST(StatusTable, DescribesAStatusForItsSubject) {
-    using zoctl::DescribeStatus;
-    using zoctl::Subject;
-    const auto noDriver = static_cast<std::int32_t>(0x80000002);
-    EXPECT_NE(DescribeStatus(noDriver, Subject::kInstall).advice, DescribeStatus(noDriver, Subject::kService).advice);
-    EXPECT_EQ(DescribeStatus(noDriver, Subject::kSigner).advice, DescribeStatus(noDriver, Subject::kAny).advice);
-    EXPECT_EQ(DescribeStatus(static_cast<std::int32_t>(0x80004004), Subject::kCrash).exitCode, 130);
-    EXPECT_EQ(DescribeStatus(static_cast<std::int32_t>(0x80070ABC), Subject::kAny).name, "HRESULT_FROM_WIN32(2748)");
-    const auto unknown = DescribeStatus(static_cast<std::int32_t>(0x8BADF00D), Subject::kAny);
-    EXPECT_EQ(unknown.name + " " + unknown.value, "unnamed status 0x8BADF00D");
-    EXPECT_EQ(unknown.exitCode, 1);
-    std::set<std::pair<std::uint32_t, Subject>> rows;
+TEST(StatusTable, NamesAStatusThatHasNoRow) {
+    const auto describe = [](std::uint32_t status) {
+        const auto text = zoctl::DescribeStatus(static_cast<std::int32_t>(status), zoctl::Subject::kCrash);
+        return text.name + " " + text.value + " " + std::to_string(text.exitCode);
+    };
+    EXPECT_EQ(describe(0x80004004), "E_ABORT 0x80004004 130");
+    EXPECT_EQ(describe(0x80070ABC), "HRESULT_FROM_WIN32(2748) 0x80070ABC 1");
+    EXPECT_EQ(describe(0x8BADF00D), "unnamed status 0x8BADF00D 1");
+    std::set<std::pair<std::uint32_t, zoctl::Subject>> rows;
     for (const auto& row : zoctl::StatusTable())
         EXPECT_TRUE(rows.emplace(row.value, row.subject).second) << row.name << " stands twice";
 }
@@ -53,28 +50,25 @@ TEST(Text, ShowsNoCharacterThatATerminalObeys) {
 }
 
 TEST(EventText, FindsTheStringsOfARecordOfUnknownLayout) {
-    const std::string zeros(4, '\0');
-    const struct {
-        std::string head;
-        std::u16string text;
-        std::vector<std::string> strings;
-        bool more = true;  // zeros follow
-    } cases[] = {
-        {std::string(3, '\0'), u"C:\\x.dll", {"C:\\x.dll"}},  // at an odd byte
-        {zeros, std::u16string(u"first\0second", 12), {"first", "second"}, false},
-        {zeros, u"\u0416\u0417\u0418\u0419", {"\xD0\x96\xD0\x97\xD0\x98\xD0\x99"}},
-        {zeros + "\x1C\x8B\x55\xA6\x6F\x7C\xDD\x01\xF4\x03" + zeros,  // numbers that happen to be printable
-         u"\\Device\\\u65E5\u672C",
-         {"\\Device\\\xE6\x97\xA5\xE6\x9C\xAC"}},
-        {zeros, u"abc", {}},  // too short
-        {"\x01", u"", {}, false},
+    using namespace std::string_literals;
+    const auto wide = [](const std::u16string& text) {
+        std::string bytes;
+        for (const char16_t unit : text)
+            bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+        return bytes;
     };
-    for (const auto& one : cases) {
-        std::vector<std::uint8_t> bytes(one.head.begin(), one.head.end());
-        for (const char16_t unit : one.text + std::u16string(one.more ? 2 : 0, u'\0'))
-            bytes.insert(bytes.end(), {static_cast<std::uint8_t>(unit & 0xFF), static_cast<std::uint8_t>(unit >> 8)});
-        EXPECT_EQ(zoctl::FindStrings(bytes), one.strings);
-    }
+    const std::string zeros(4, '\0');
+    const std::string numbers = "\x1C\x8B\x55\xA6\x6F\x7C\xDD\x01\xF4\x03";  // that happen to be printable
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {"\1\0\0"s + wide(u"C:\\x.dll\0\0"s), {"C:\\x.dll"}},  // at an odd byte
+        {zeros + wide(u"first\0second"s), {"first", "second"}},
+        {zeros + wide(u"\u0416\u0417\u0418\u0419") + zeros, {"\xD0\x96\xD0\x97\xD0\x98\xD0\x99"}},
+        {zeros + numbers + zeros + wide(u"\\Device\\\u65E5\u672C"), {"\\Device\\\xE6\x97\xA5\xE6\x9C\xAC"}},
+        {zeros + wide(u"abc") + zeros, {}},  // too short
+        {"\1", {}},
+    };
+    for (const auto& [bytes, strings] : cases)
+        EXPECT_EQ(zoctl::FindStrings(std::vector<std::uint8_t>(bytes.begin(), bytes.end())), strings);
 }
 
 }  // namespace

@@ -20,33 +20,23 @@ def dos(path):
     return "Z:" + str(path).replace("/", "\\")
 
 
-def interrupted(is_time, *arguments, environment=None):
-    """Presses Ctrl-C as soon as it is time; gives the exit code and all that the terminal showed."""
+def interrupted(wait, *arguments, **environment):
+    """Presses Ctrl-C after waiting; gives the exit code and all that the terminal showed."""
     child, terminal = pty.fork()
     if child == 0:
-        os.execvpe(ZOCTL[0], [*ZOCTL, *arguments], {**os.environ, **(environment or {})})
+        os.execvpe(ZOCTL[0], [*ZOCTL, *arguments], os.environ | environment)
+    wait()
+    os.write(terminal, b"\x03")
     shown = b""
-    pressed = False
-    os.set_blocking(terminal, False)
-    while True:
-        try:
-            shown += os.read(terminal, 4096)
-        except BlockingIOError:
-            time.sleep(0.05)
-        except OSError:  # the other side is closed
-            break
-        if not pressed and is_time(shown.decode(errors="replace")):
-            os.write(terminal, b"\x03")
-            pressed = True
+    try:
+        while block := os.read(terminal, 4096):
+            shown += block
+    except OSError:  # the other side is closed
+        pass
     return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), shown.decode(errors="replace")
 
 
 class InterruptTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
     @staticmethod
     def zoctl(*arguments):
         subprocess.run([*ZOCTL, *arguments], check=True, capture_output=True, stdin=subprocess.DEVNULL)
@@ -55,25 +45,28 @@ class InterruptTest(unittest.TestCase):
         self.zoctl("driver", "install", dos(BUILT / "ZoProtectorDriver.sys"))
         self.addCleanup(self.zoctl, "driver", "uninstall")
         self.zoctl("driver", "start")
-        begin = time.monotonic()
-        code, shown = interrupted(lambda _: time.monotonic() > begin + 3, "events", "--follow")
+        code, shown = interrupted(lambda: time.sleep(3), "events", "--follow")
         self.assertEqual(code, 130, shown)
         self.assertIn("0 received + 0 lost = 0 produced", shown)
 
     def test_a_crash_run_ends_at_the_next_check(self):
-        dumps = self.folder / "dumps"
-        dumps.mkdir()
-        for name in "a.dmp", "b.dmp":
-            shutil.copy(BUILT / "dumps/ours.dmp", dumps / name)
-        script, calls = self.folder / "script", self.folder / "calls"
-        script.write_text("WaitForEvent hang 3000\n")
-        code, shown = interrupted(lambda _: calls.exists() and "OpenDumpFile" in calls.read_text(), "crash", "run",
-                                  "--dumps", dos(dumps), "--record", dos(self.folder / "record"), "--server",
-                                  "https://localhost:1/", environment={"ZO_DEBUG_ENGINE_SCRIPT": dos(script),
-                                                                      "ZO_DEBUG_ENGINE_LOG": dos(calls)})
-        self.assertEqual(code, 130, shown)
-        self.assertIn("2 new, 1 selected", shown)
-        self.assertEqual(calls.read_text().count("OpenDumpFile"), 1)
+        with tempfile.TemporaryDirectory() as name:
+            dumps, record, script, calls = (pathlib.Path(name) / part for part in ("dumps", "record", "script", "calls"))
+            dumps.mkdir()
+            for dump in "a.dmp", "b.dmp":
+                shutil.copy(BUILT / "dumps/ours.dmp", dumps / dump)
+            script.write_text("WaitForEvent hang 3000\n")
+
+            def wait():
+                while not calls.exists() or "OpenDumpFile" not in calls.read_text():
+                    time.sleep(0.05)
+
+            code, shown = interrupted(
+                wait, "crash", "run", "--dumps", dos(dumps), "--record", dos(record), "--server", "https://localhost:1/",
+                ZO_DEBUG_ENGINE_SCRIPT=dos(script), ZO_DEBUG_ENGINE_LOG=dos(calls))
+            self.assertEqual(code, 130, shown)
+            self.assertIn("2 new, 1 selected", shown)
+            self.assertEqual(calls.read_text().count("OpenDumpFile"), 1)
 
 
 if __name__ == "__main__":

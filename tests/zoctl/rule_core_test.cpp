@@ -108,9 +108,7 @@ TEST(RuleFileWrite, ReadsBackAsWhatTheDriverHeldAndLeavesOutWhatNoFileCanAskFor)
     const Tables leftOut = {{{{"\\Device\\Mup\\x"}, {volume + "r", 0, 1}, {volume + "i", 2}},
                              {{volume + "c", 0, 0, "", "\\Device\\HarddiskVolume9\\s"},
                               {volume + "d", 0, 0, "*.x"},
-                              {volume + "e", 1, 0, "", "", 0, 0, 1},
                               {volume + "g", 1, 0, "", "", 1, 1},
-                              {volume + "h", 1, 2, "", scope},
                               {volume + "i", 1, 0, "a\nb"}},
                              {},
                              {}}};

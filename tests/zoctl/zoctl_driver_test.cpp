@@ -69,15 +69,12 @@ TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
     const auto expectWrong = [&](const char* subject, const char* words) {
         const ZoctlRun run = Zoctl("doctor --json", options);
         EXPECT_TRUE(Gave(run, 40, words));
-        int wrong = 0;
+        std::string wrong;
         for (const Json& finding : run.json["findings"]) {
-            if (finding["severity"] != "wrong") continue;
-            ++wrong;
-            EXPECT_EQ(finding["subject"], subject) << words << "\n" << run.out;
-            EXPECT_NE(finding["finding"].get<std::string>().find(words), std::string::npos) << finding;
-            EXPECT_GT(finding["remedy"].get<std::string>().size(), 10u);
+            if (finding["severity"] == "wrong") wrong += finding["subject"].get<std::string>();
+            EXPECT_EQ(finding["severity"] == "ok", finding["remedy"].empty()) << finding;
         }
-        EXPECT_EQ(wrong, 1) << words;
+        EXPECT_EQ(wrong, subject) << run.out;
         InstallAndStart();
     };
 
