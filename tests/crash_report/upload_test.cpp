@@ -77,6 +77,13 @@ TEST_F(Uploads, AskFirstSendTheDumpOnceAndNeverAKnownCrashAgain) {
     EXPECT_TRUE(Field(requests[1].document, "CrashStack").starts_with("d2FpdGVk"));  // "waited"
 }
 
+bool readFails = true;
+
+BOOL WINAPI FailAfterThreeBytes(HINTERNET request, void* buffer, DWORD, DWORD* read) {
+    readFails = !readFails;
+    return readFails ? FALSE : InternetReadFile(request, buffer, 3, read);
+}
+
 // What an exchange comes to when the server answers the query, and then the full document, in these ways. A "*" keeps
 // the condition for what the platform may send again by itself.
 TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
@@ -113,6 +120,10 @@ TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
         EXPECT_EQ(!c.full.empty(), std::any_of(requests.begin(), requests.end(),
                                                [](const Request& request) { return request.body.size() > 10000; }));
     }
+    // A read that fails ends the reply likewise.
+    NewCrash();
+    const zotest::ImportHook hook("InternetReadFile", FailAfterThreeBytes);
+    EXPECT_EQ(Upload(dump), kSent);
 }
 
 TEST_F(Uploads, GoNowhereWithoutAServerOrAProperAddress) {
