@@ -2,6 +2,7 @@
 // and what becomes of a dump where it fails.
 
 #include <optional>
+#include <sstream>
 
 #include "reporter_fixture.h"
 
@@ -71,7 +72,7 @@ TEST_F(Dumps, TakesWhatIsNewerThanTheRecordAndNoLargerThanTheLimitOldestFirst) {
                        "0 Found 0 new minidump(s)"}));
 }
 
-TEST_F(Dumps, ReadsEightBytesOfTheRecordOrTakesEverything) {
+TEST_F(Dumps, AreAllNewWithoutEightBytesOfARecord) {
     const std::string bytes("\x01\x40\x12\x6C\xF6\x48\xDA\x01", 8);
     AddDump("a.dmp", kNoDump, 0x01DA48F66C124001);
     Configure();
@@ -83,22 +84,19 @@ TEST_F(Dumps, ReadsEightBytesOfTheRecordOrTakesEverything) {
     zotest::RemoveTree(record_.parent_path().wstring());
     EXPECT_EQ(Taken(), "a.dmp ");
     EXPECT_EQ(zotest::ReadFileBytes(record_), bytes);
-}
 
-// It is no trouble; the dumps are merely new again.
-TEST_F(Dumps, IgnoresThatTheRecordCannotBeWritten) {
-    AddDump("a.dmp", kNoDump, kBase + 1);
-    Configure();
+    // That it cannot be written is no trouble; the dumps are merely new again.
+    zotest::RemoveTree(record_.parent_path().wstring());
     zotest::WriteFileBytes(record_.parent_path(), "a file where the folder should be");
     EXPECT_EQ(Taken() + Taken(), "a.dmp a.dmp ");
     zotest::RemoveTree(record_.parent_path().wstring());
-    SetRecord(kBase);
+    SetRecord(1);
     SetFileAttributesW(record_.c_str(), FILE_ATTRIBUTE_READONLY);
     // Root under Wine writes all the same.
     const bool writable = static_cast<bool>(
         zo::OwnedFile(CreateFileW(record_.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr)));
     EXPECT_EQ(Taken() + Taken(), writable ? "a.dmp " : "a.dmp a.dmp ");
-    EXPECT_EQ(Record(), writable ? kBase + 1 : kBase);
+    EXPECT_EQ(Record() != 1, writable);
 }
 
 TEST_F(Dumps, LooksWhereTheRegistrySaysAndElseInTheWindowsFolder) {
@@ -147,53 +145,46 @@ TEST_F(Dumps, OpensTheEngineOnceAndEachDumpInTurn) {
                          "GetLastEventInformation(2000 bytes)", "EndSession(1)"});
     }
     expected.insert(expected.end(), {"SetOutputCallbacks(none)", "EndSession(1)", "last Release"});
-    EXPECT_EQ(EngineCalls(), expected);
+    std::istringstream text(zotest::ReadFileBytes(folder_ / "engine.log"));
+    Strings calls;
+    for (std::string line; std::getline(text, line);)
+        calls.push_back(Shortened(line.substr(0, line.find(" = "))));
+    EXPECT_EQ(calls, expected);
 }
 
-TEST_F(Dumps, FailsTheRunWhenTheEngineCannotBeMade) {
-    AddDump("1.dmp", kOurs, kBase + 1);
-    for (const auto& [script, status] :
-         {std::pair("DebugCreate fail 0x80004001", "80004001"), std::pair("DebugCreate null", "80004005"),
-          std::pair("QueryInterface fail 0x80004002", "80004002"), std::pair("QueryInterface null", "80004005"),
-          std::pair("Load fail 0x80004005", "8007045a")}) {
-        Script(script);
-        EXPECT_EQ(RunAnew(), status + std::string(": 1 0 0 0 0 0 0")) << script;
-        EXPECT_EQ(TakeLog().back(), zo::Format("2 DbgEng load failed: 0x{}", status));
-        EXPECT_EQ(Record(), 0u);
-    }
-    // The failures above left nothing that stands in the way.
-    Script("");
-    EXPECT_EQ(RunAnew(), "0: 1 1 0 0 1 0 0");
-}
-
-TEST_F(Dumps, GoesOnWithTheNextDumpWhenOneCannotBeAnalysed) {
+TEST_F(Dumps, FailTheRunWithoutAnEngineAndElseOnlyThemselves) {
+    const std::string first = "1 Analyze failed: ~\\dumps\\1.dmp (0x", engine = "2 DbgEng load failed: 0x";
+    const std::string one = "0 Dump ~\\dumps\\1.dmp matched=[ZoProtector] upload=true";
+    const std::string two = "0 Dump ~\\dumps\\2.dmp matched=[ZoProtector] upload=true";
     const struct {
-        const char* script;  // for the first dump
-        const char* first;   // how its analysis failed
-        const char* second;
+        const char* script;
+        const char* outcome;
+        Strings lines;
     } cases[] = {
-        {"OpenDumpFile fail 0x80070005", "80070005", nullptr},
-        {"OpenDumpFile delete", "80070002", nullptr},  // gone since it was listed
-        {"ReadBugCheckData fail 0x8000ffff", "8000ffff", nullptr},
-        {"WaitForEvent fail 0x80004005", "8000ffff", nullptr},  // ignored, but then the dump is not there
-        {"GetLastEventInformation fail 0x80004005", nullptr, nullptr},
-        {"EndSession fail 0x80004005", nullptr, "8000ffff"},  // ignored, but then the next one cannot be opened
+        {"DebugCreate fail 0x80004001", "80004001: 2 0 0 0 0 0 0", {engine + "80004001"}},
+        {"DebugCreate null", "80004005: 2 0 0 0 0 0 0", {engine + "80004005"}},
+        {"QueryInterface fail 0x80004002", "80004002: 2 0 0 0 0 0 0", {engine + "80004002"}},
+        {"QueryInterface null", "80004005: 2 0 0 0 0 0 0", {engine + "80004005"}},
+        {"Load fail 0x80004005", "8007045a: 2 0 0 0 0 0 0", {engine + "8007045a"}},
+        {"[1.dmp]\nReadBugCheckData fail 0x8000ffff", "0: 2 1 0 0 1 0 0", {first + "8000ffff)", two}},
+        // Gone since it was listed.
+        {"[1.dmp]\nOpenDumpFile delete", "0: 2 1 0 0 1 0 0", {first + "80070002)", two}},
+        // Ignored, but then the dump is not there, or the next one cannot be opened.
+        {"[1.dmp]\nWaitForEvent fail 0x80004005", "0: 2 1 0 0 1 0 0", {first + "8000ffff)", two}},
+        {"[1.dmp]\nEndSession fail 0x80004005",
+         "0: 2 1 0 0 1 0 0",
+         {one, "1 Analyze failed: ~\\dumps\\2.dmp (0x8000ffff)"}},
     };
-    const auto line = [](int number, const char* failure) {
-        return failure != nullptr ? zo::Format("1 Analyze failed: ~\\dumps\\{}.dmp (0x{})", number, failure)
-                                  : zo::Format("0 Dump ~\\dumps\\{}.dmp matched=[ZoProtector] upload=true", number);
-    };
-    for (const auto& [script, first, second] : cases) {
+    for (const auto& [script, outcome, lines] : cases) {
         AddDump("1.dmp", kOurs, kBase + 1);
         AddDump("2.dmp", kOurs2, kBase + 2);
-        Script("[1.dmp]\n" + std::string(script) + "\n");
-        const int analysed = (first == nullptr) + (second == nullptr);
-        EXPECT_EQ(RunAnew(), zo::Format("0: 2 {} 0 0 {} 0 0", analysed, analysed)) << script;
-        EXPECT_EQ(TakeLog(),
-                  (Strings{"0 Minidump dir: ~\\dumps", "0 Found 2 new minidump(s)", line(1, first), line(2, second)}));
+        Script(script);
+        EXPECT_EQ(RunAnew(), outcome) << script;
+        Strings expected{"0 Minidump dir: ~\\dumps", "0 Found 2 new minidump(s)"};
+        expected.insert(expected.end(), lines.begin(), lines.end());
+        EXPECT_EQ(TakeLog(), expected);
         // A dump that failed is dealt with for good.
-        EXPECT_EQ(Record(), kBase + 2);
-        EXPECT_EQ(Run(), "0: 0 0 0 0 0 0 0");
+        EXPECT_EQ(Record(), lines.size() == 2 ? kBase + 2 : 0);
     }
 }
 

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,18 +93,17 @@ class ReporterTest : public testing::Test {
     }
     void RemoveRecord() { zotest::RemoveTree(record_.wstring()); }
 
-    // The engine's script, and the calls it got since the last look.
+    // What the engine is to do amiss, as simulator/debug_engine/README.md describes it.
     void Script(const std::string& script) { zotest::WriteFileBytes(folder_ / "script", script); }
-    Strings EngineCalls() {
-        std::istringstream text(zotest::ReadFileBytes(folder_ / "engine.log"));
-        zotest::RemoveTree((folder_ / "engine.log").wstring());
-        Strings calls;
-        for (std::string line; std::getline(text, line);)
-            calls.push_back(Shortened(line.substr(0, line.find(" = "))));
-        return calls;
-    }
 
-    // Lines "LEVEL text" since the last look; paths below the test's folder begin with "~".
+    // Paths below the test's folder begin with "~".
+    [[nodiscard]] std::string Shortened(std::string line) const {
+        const std::string folder = zo::Utf8FromWide(folder_.Path().wstring());
+        for (std::size_t at; (at = line.find(folder)) != std::string::npos;)
+            line.replace(at, folder.size(), "~");
+        return line;
+    }
+    // Lines "LEVEL text" since the last look.
     Strings TakeLog() { return std::exchange(log_, {}); }
 
     // A run, or one dump, with counters that start from 0.
@@ -122,7 +120,6 @@ class ReporterTest : public testing::Test {
         RemoveRecord();
         Configure();
         documents_.clear();
-        EngineCalls();
         TakeLog();
         return Run();
     }
@@ -152,12 +149,6 @@ class ReporterTest : public testing::Test {
         self.documents_.emplace_back(in, in + inLength);
         if (self.onEvent_) self.onEvent_("document");
         return E_FAIL;
-    }
-    [[nodiscard]] std::string Shortened(std::string line) const {
-        const std::string folder = zo::Utf8FromWide(folder_.Path().wstring());
-        for (std::size_t at; (at = line.find(folder)) != std::string::npos;)
-            line.replace(at, folder.size(), "~");
-        return line;
     }
 
     Strings log_;

@@ -131,10 +131,6 @@ TEST_F(SimulatorCommands, TheStatusShowsSwitchesAsTheirBytesAndTheSizesOfTables)
 }
 
 TEST_F(SimulatorCommands, ProcessesAreKnownByTheWholeOfTheirNumber) {
-    Simulator().SetPidSignature({4711, 1, 0, 0, 5, 0});
-    Simulator().SetPidSignature({4711, 0, 0, 0, 0, 1});
-    std::uint8_t reply[8];
-    EXPECT_EQ(Send(ZOP_IOCTL_QUERY_PID_SIGNATURE, "\x67\x12\0\0\0\0\0", 8, reply, 8).error, 1168u) << "forgotten";
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{0, 0}), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{0x01000000, 0}), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{0, 0}), 183u);

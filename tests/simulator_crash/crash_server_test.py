@@ -65,6 +65,7 @@ class Protocol(unittest.TestCase):
             (400, framed(good.replace(b"\r\n", b"\n")), "not enclosed"),
             (400, framed(good.replace(b"</UIN>", b"</Uin>")), "line 17"),
             (400, framed(good.replace(b"<UIN>1", b"<UIN>1</UIN>\r\n<UIN>1")), "does not follow"),
+            (400, framed(good.replace(b"ToolVer", b"AoolVer")), "does not follow"),
             (422, framed(query_fields(Zone="x")), "Zone is unknown"),
             (422, framed(query_fields(LCID=None)), "LCID is missing"),
             (422, framed(query_fields(Cmd="2")), "without stack and dump"),
@@ -82,9 +83,10 @@ class Protocol(unittest.TestCase):
                             ("TimeStamp", "2026-01-02 3:4:5"), ("ToolVer", "3"), ("AppName", "")]:
             cases.append((422, framed(query_fields(**{name: value})), f"{name} has a value"))
         for status, body, text in cases:
-            with self.subTest(body=body), self.assertRaisesRegex(protocol.ProtocolError, text) as caught:
-                self.check(body)
-            self.assertEqual(caught.exception.status, status)
+            with self.subTest(body=body):
+                with self.assertRaisesRegex(protocol.ProtocolError, text) as caught:
+                    self.check(body)
+                self.assertEqual(caught.exception.status, status)
 
 
 class Running(unittest.TestCase):
