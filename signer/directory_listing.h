@@ -51,6 +51,7 @@ class FileIdentity {
     // Of a file that need not exist; then no item is it. Nothing is looked at before the first item, and the path must
     // stay until then.
     explicit FileIdentity(const wchar_t* path) : given_(path) {}
+    ~FileIdentity() = default;
     FileIdentity(const FileIdentity&) = delete;
     FileIdentity& operator=(const FileIdentity&) = delete;
 

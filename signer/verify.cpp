@@ -211,7 +211,8 @@ extern "C" int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyO
     if (!zosigner::HasRequiredPaths(options)) return zo::kInvalidArgument;
     ZoSignerVerifyOptions embedded = *options;
     embedded.keystore = nullptr;
-    embedded.keyBlob = zosigner::kEmbeddedPublicKey.data();
-    embedded.keyBlobSize = static_cast<std::uint32_t>(zosigner::kEmbeddedPublicKey.size());
+    const auto key = zosigner::EmbeddedPublicKey();
+    embedded.keyBlob = key.data();
+    embedded.keyBlobSize = static_cast<std::uint32_t>(key.size());
     return zosigner::Verify(embedded, result);
 }
