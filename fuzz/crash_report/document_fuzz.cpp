@@ -1,13 +1,10 @@
 // What is put on the wire, and taken off it again: the document's rendering, base64 and the built-in scrambler's frame.
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "base64.h"
 #include "document.h"
@@ -32,34 +29,31 @@ class Mixer : public zocrash::BlockCipher {
 std::string DecodeBase64(std::string_view text) {
     constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string bytes;
-    std::uint32_t bits = 0;
+    std::size_t bits = 0;
     int count = 0;
-    for (const char c : text) {
-        if (c == '=') break;
-        const std::size_t value = kAlphabet.find(c);
-        Require(value != std::string_view::npos);
-        bits = bits << 6 | static_cast<std::uint32_t>(value);
+    for (const char c : text.substr(0, text.find('='))) {
+        bits = bits << 6 | kAlphabet.find(c);
         count += 6;
         if (count >= 8) bytes += static_cast<char>(bits >> (count -= 8) & 0xFF);
     }
     return bytes;
 }
 
-std::vector<std::uint8_t> Unscramble(std::span<const std::uint8_t> scrambled) {
+std::string Unscramble(const std::string& scrambled) {
     Require(scrambled.size() >= 16 && scrambled.size() % 8 == 0);
-    std::vector<std::uint8_t> plain(scrambled.begin() + 8, scrambled.end());
-    for (std::size_t at = 0; at < plain.size(); at += 16) {
-        std::uint8_t block[16] = {};
-        std::copy_n(scrambled.begin(), 8, block);
-        for (std::size_t i = 0; i < 8; ++i)
-            block[8 + i] = static_cast<std::uint8_t>(std::uint64_t{at / 16} >> (56 - 8 * i));
-        Require(Mixer().Encrypt(block) == 0);
-        for (std::size_t i = 0; i < 16 && at + i < plain.size(); ++i)
-            plain[at + i] ^= block[i];
+    std::string plain = scrambled.substr(8);
+    std::uint8_t block[16];
+    for (std::size_t at = 0; at < plain.size(); ++at) {
+        if (at % 16 == 0) {
+            std::memcpy(block, scrambled.data(), 8);
+            for (int i = 0; i < 8; ++i)
+                block[15 - i] = static_cast<std::uint8_t>(std::uint64_t{at / 16} >> 8 * i);
+            Require(Mixer().Encrypt(block) == 0);
+        }
+        plain[at] = static_cast<char>(plain[at] ^ block[at % 16]);
     }
-    Require(plain.back() >= 2 && plain.back() <= 9 && plain.back() < plain.size());
-    plain.resize(plain.size() - plain.back());
-    return plain;
+    Require(plain.back() >= 2 && plain.back() <= 9);
+    return plain.substr(0, plain.size() - static_cast<std::size_t>(plain.back()));
 }
 
 std::int32_t Scramble(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t* out,
@@ -89,15 +83,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     zocrash::RequestBody body;
     const zocrash::DocumentFields fields{{"MinDump", encoded}, {"Any", value}};
     Require(zocrash::ScrambleDocument(zocrash::RenderDocument(fields), Scramble, &random, body) == 0);
-    const std::span<const std::uint8_t> framed = body.Frame();
-    const auto amp = std::find(framed.begin(), framed.end(), '&');
-    Require(amp != framed.end());
-    const std::span<const std::uint8_t> payload(amp + 1, framed.end());
-    Require(std::string(framed.begin(), amp) == std::to_string(payload.size()));
-
-    const std::vector<std::uint8_t> plain = Unscramble(payload);
-    const std::string expected =
-        "<Crash_protocol>\r\n<Any>" + value + "</Any>\r\n<MinDump>" + encoded + "</MinDump>\r\n</Crash_protocol>\r\n";
-    Require(std::string(plain.begin(), plain.end()) == expected);
+    const std::string framed(body.Frame().begin(), body.Frame().end());
+    const std::string payload = framed.substr(framed.find('&') + 1);
+    Require(framed == std::to_string(payload.size()) + "&" + payload);
+    Require(Unscramble(payload) == "<Crash_protocol>\r\n<Any>" + value + "</Any>\r\n<MinDump>" + encoded +
+                                       "</MinDump>\r\n</Crash_protocol>\r\n");
     return 0;
 }

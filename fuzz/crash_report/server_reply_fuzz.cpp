@@ -1,7 +1,5 @@
 // The server's reply and the server's URL, from bytes that nobody vouches for. The first byte says which.
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <string_view>
 

@@ -3,13 +3,10 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "identifier_text.h"
 #include "ring_reply.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 4) return 0;
@@ -21,16 +18,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // Buffers of exactly the sizes that an export allocates, so that the sanitizer sees one byte too many.
     std::vector<std::uint8_t> reply(zop::ReplySize(recordSize, capacity));
-    if (size > 0) std::memcpy(reply.data(), data, std::min(size, reply.size()));
+    std::copy_n(data, std::min(size, reply.size()), reply.begin());
     std::vector<std::uint8_t> records(std::size_t{recordSize} * capacity);
 
     ZopDrainReplyHeader header{};
     if (zop::ReadHeader(reply.data(), returned, header)) {
         const std::uint32_t copied = zop::CopyRecords(reply.data(), header.count, recordSize, records.data(), capacity);
         if (copied > capacity || copied > header.count) std::abort();
-        if (copied > 0 && std::memcmp(records.data(), reply.data() + 16, std::size_t{recordSize} * copied) != 0) {
-            std::abort();
-        }
+        if (!std::equal(records.data(), records.data() + recordSize * copied, reply.data() + 16)) std::abort();
     }
     const std::string_view serial = zop::SerialOfDescriptor({data, size}, returned);
     if (serial.size() > size || serial.find('\0') != std::string_view::npos) std::abort();

@@ -1,10 +1,7 @@
 // The manifest reader on any bytes: it never fails but by its messages, gives only views into what it was given, and
 // what it accepts holds what its users rely on.
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 
 #include "hex.h"

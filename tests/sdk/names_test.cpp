@@ -23,16 +23,9 @@ constexpr const wchar_t* kInvalid = L"status 80000008";
 constexpr const wchar_t* kFailed = L"status 80000009";
 
 TEST_F(Names, OfPaths) {
-    const std::wstring c = DeviceOfC();
-    wchar_t windows[MAX_PATH] = {};
-    GetWindowsDirectoryW(windows, MAX_PATH);
-    wchar_t before[MAX_PATH] = {};
-    GetCurrentDirectoryW(MAX_PATH, before);
-    ASSERT_TRUE(SetCurrentDirectoryW(windows));
-    const std::pair<const wchar_t*, const wchar_t*> drives[] = {{L"R:", L"\\??\\C:\\windows"},
-                                                                {L"S:", L"\\Device\\HarddiskVolume77"}};
-    for (const auto& [drive, target] : drives)
-        EXPECT_TRUE(DefineDosDeviceW(DDD_RAW_TARGET_PATH, drive, target)) << GetLastError();
+    const std::wstring c = DeviceOf(L"C:");
+    const std::wstring here = std::filesystem::current_path().wstring();
+    const std::wstring drive = DeviceOf(here.substr(0, 2));
     const std::wstring longest = L"C:\\" + std::wstring(256, L'p');  // 259 characters
 
     const struct {
@@ -42,10 +35,8 @@ TEST_F(Names, OfPaths) {
         {L"c:\\data\\..\\temp\\a.exe", c + L"\\temp\\a.exe"},
         {L"C:\\", c + L"\\"},
         {L"C:\\folder\\", c + L"\\folder\\"},
-        {L"R:\\x", L"\\??\\C:\\windows\\x"},
-        {L"S:\\x", L"\\Device\\HarddiskVolume77\\x"},
-        {L"tool.exe", c + std::wstring(windows + 2) + L"\\tool.exe"},
-        {L"\\root.exe", c + L"\\root.exe"},
+        {L"tool.exe", drive + here.substr(2) + L"\\tool.exe"},
+        {L"\\root.exe", drive + L"\\root.exe"},
         {L"\\\\server\\share\\x.exe", L"\\\\server\\share\\x.exe"},
         {L"\\\\?\\C:\\x.exe", L"\\\\?\\C:\\x.exe"},
         {longest, c + longest.substr(2)},
@@ -53,30 +44,22 @@ TEST_F(Names, OfPaths) {
         {std::wstring(40000, L'p'), kInvalid},
         {L"Q:\\x", kFailed},
     };
-    for (const auto& row : cases) {
+    for (const auto& row : cases)
         EXPECT_EQ(Sent(&ZoProtector_AddFileProtectByPath, row.path), zo::Utf8FromWide(row.sent));
-    }
-    for (const auto& [drive, target] : drives) {
-        constexpr DWORD kRemove = DDD_RAW_TARGET_PATH | DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE;
-        DefineDosDeviceW(kRemove, drive, target);
-    }
-    SetCurrentDirectoryW(before);
 }
 
 TEST_F(Names, OfKeys) {
-    // What the kernel itself calls the key of this process's user.
-    HKEY user = nullptr;
-    ASSERT_EQ(RegOpenCurrentUser(KEY_READ, &user), ERROR_SUCCESS);
-    const zo::OwnedRegistryKey owner(user);
-    using QueryKey = LONG(WINAPI*)(HANDLE, int, void*, ULONG, ULONG*);
-    const auto queryKey = reinterpret_cast<QueryKey>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryKey")));
-    alignas(8) std::uint8_t block[1024] = {};
-    ULONG size = 0;
-    ASSERT_EQ(queryKey(user, 3, block, sizeof block - 2, &size), 0);  // KeyNameInformation: a length, then the name
-    const std::wstring ownKey = reinterpret_cast<const wchar_t*>(block + 4);
-    const std::wstring userKey = L"\\REGISTRY\\USER\\" + ownKey.substr(ownKey.rfind(L'\\') + 1);
-
+    // The user's key is the one below HKEY_USERS in which a key of our own appears.
+    HKEY marker = nullptr;
+    ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, L"zotest", &marker), ERROR_SUCCESS);
+    const zo::OwnedRegistryKey owner(marker);
+    const std::wstring sent =
+        zo::WideFromUtf8(Sent(&ZoProtector_AddRegistryProtectByKey, L"HKEY_CURRENT_USER\\zotest", 0u));
+    const std::wstring userKey = sent.substr(0, sent.rfind(L'\\'));
+    HKEY found = nullptr;
+    EXPECT_EQ(RegOpenKeyW(HKEY_USERS, sent.c_str() + 15, &found), ERROR_SUCCESS) << "behind \\REGISTRY\\USER\\";
+    zo::OwnedRegistryKey(found).Reset();
+    RegDeleteKeyW(HKEY_CURRENT_USER, L"zotest");
     const std::wstring machine = L"\\REGISTRY\\MACHINE\\";
     const struct {
         std::wstring key, sent;
@@ -86,7 +69,6 @@ TEST_F(Names, OfKeys) {
         {L"HKLM\\", machine},
         {L"HKLM\\\\x", machine + L"\\x"},
         {L"HKEY_CLASSES_ROOT\\.x", machine + L"SOFTWARE\\Classes\\.x"},
-        {L"HKEY_CURRENT_USER\\Software\\x", userKey + L"\\Software\\x"},
         {L"hKcu\\", userKey + L"\\"},
         {L"HKU\\.DEFAULT", L"\\REGISTRY\\USER\\.DEFAULT"},
         {L"\\registry\\machine\\x", L"\\registry\\machine\\x"},
@@ -103,10 +85,8 @@ TEST_F(Names, OfKeys) {
         {L"H\u212ALM\\x", kInvalid},
         {L"HKEY_U\u017FERS\\x", kInvalid},
     };
-    for (const auto& row : cases) {
-        EXPECT_EQ(Sent(&ZoProtector_AddRegistryProtectByKey, row.key, 0u), zo::Utf8FromWide(row.sent))
-            << zo::Utf8FromWide(row.key);
-    }
+    for (const auto& row : cases)
+        EXPECT_EQ(Sent(&ZoProtector_AddRegistryProtectByKey, row.key, 0u), zo::Utf8FromWide(row.sent));
 }
 
 }  // namespace

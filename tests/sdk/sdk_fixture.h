@@ -2,12 +2,6 @@
 
 // The library with the simulator driver behind it, and a diagnostic log that belongs to the test program alone.
 
-#include <gtest/gtest.h>
-#include <windows.h>
-
-#include <string>
-#include <vector>
-
 #include "driver_records.h"
 #include "format.h"
 #include "installed_driver.h"
@@ -20,6 +14,12 @@ namespace sdktest {
 
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
+
+// A temporary folder, and so a log, that goes away.
+struct OwnTemporaryFolder {
+    zotest::TempFolder folder;
+    zotest::ScopedTmp tmp{folder.Path().wstring()};
+};
 
 // The lines since the last look, without their time: "[INFO ] message".
 [[nodiscard]] inline Lines NewLines(zotest::LogTail& log) {
@@ -53,10 +53,10 @@ class SdkTest : public zotest::DriverTest {
     zotest::LogTail log_;
 };
 
-// The driver's name of C:, asked from the platform.
-[[nodiscard]] inline std::wstring DeviceOfC() {
+// The driver's name of a drive, asked from the platform.
+[[nodiscard]] inline std::wstring DeviceOf(const std::wstring& drive) {
     wchar_t target[260] = {};
-    EXPECT_NE(QueryDosDeviceW(L"C:", target, 260), 0u);
+    EXPECT_NE(QueryDosDeviceW(drive.c_str(), target, 260), 0u);
     return target;
 }
 

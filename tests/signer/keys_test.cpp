@@ -1,13 +1,10 @@
 // Keystores: what is made, loaded, replaced and refused.
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <array>
 
-#include "hex.h"
 #include "sealed_tree.h"
-#include "text.h"
 
 namespace zotest {
 namespace {
@@ -18,100 +15,70 @@ constexpr std::int32_t kWriteFault = static_cast<std::int32_t>(0x8007001D);
 const std::string kNotSupported = " -> NTSTATUS 0xC00000BB";
 const std::string kJunk(300, 'j');
 
-std::int32_t ThumbprintOf(const std::filesystem::path& keystore, Print& print) {
-    return ZoSigner_GetPublicKeyThumbprint(keystore.c_str(), print.data());
+// The thumbprint's digits, or none.
+std::string PrintOf(const std::filesystem::path& keystore) {
+    Print print;
+    print.fill(0xEE);
+    const std::int32_t status = ZoSigner_GetPublicKeyThumbprint(keystore.c_str(), print.data());
+    if (status == 0) return zo::ToHex(print);
+    EXPECT_EQ(status, ZOSIG_E_NO_KEY);
+    EXPECT_EQ(std::ranges::count(print, 0xEE), 32) << "untouched";
+    return {};
 }
 
 TEST(Keys, GenerateMakesTheKeystoreAndItsFoldersAndAlwaysReplaces) {
     const TempFolder folder;
     const std::filesystem::path keystore = folder / "new" / "keys";
-    Print prints[2] = {};
-    for (Print& print : prints) {
-        ASSERT_EQ(ZoSigner_GenerateKeyPair(keystore.c_str()), 0);
-        EXPECT_EQ(ThumbprintOf(keystore, print), 0);
-    }
-    EXPECT_NE(prints[0], prints[1]);
+    ASSERT_EQ(ZoSigner_GenerateKeyPair(keystore.c_str()), 0);
+    const std::string first = PrintOf(keystore);
+    ASSERT_EQ(ZoSigner_GenerateKeyPair(keystore.c_str()), 0);
+    EXPECT_NE(PrintOf(keystore), first);
     const std::string privateBlob = ReadFileBytes(keystore / "private.rsakey");
     const std::string publicBlob = ReadFileBytes(keystore / "public.rsakey");
     EXPECT_EQ(privateBlob.size(), 1179u);
     EXPECT_EQ(privateBlob.substr(0, 4), "RSA3");
-    EXPECT_EQ(publicBlob.size(), 283u);
     EXPECT_EQ(publicBlob.substr(0, 24), std::string("RSA1\0\x08\0\0\x03\0\0\0\0\x01\0\0\0\0\0\0\0\0\0\0", 24));
-    EXPECT_EQ(publicBlob, Text(PublicHalf({privateBlob.begin(), privateBlob.end()})));
-}
+    EXPECT_EQ(publicBlob, PublicHalf(privateBlob));
 
-TEST(Keys, GenerateTellsWhatItCannotDo) {
-    const TempFolder folder;
     EXPECT_EQ(ZoSigner_GenerateKeyPair(nullptr), kInvalidArgument);
     EXPECT_EQ(ZoSigner_GenerateKeyPair(L""), kInvalidArgument);
-    std::filesystem::create_directories(folder / "keys" / "private.rsakey");  // a folder where the file should be
-    EXPECT_EQ(ZoSigner_GenerateKeyPair((folder / "keys").c_str()), kWriteFault);
-    std::filesystem::create_directories(folder / "other" / "public.rsakey");
-    EXPECT_EQ(ZoSigner_GenerateKeyPair((folder / "other").c_str()), kWriteFault);
+    for (const char* name : {"one/private.rsakey", "other/public.rsakey"}) {  // a folder where the file should be
+        std::filesystem::create_directories(folder / name);
+        EXPECT_EQ(ZoSigner_GenerateKeyPair((folder / name).parent_path().c_str()), kWriteFault);
+    }
     EXPECT_EQ(ReadFileBytes(folder / "other" / "private.rsakey").size(), 1179u);
-    WriteFileBytes(folder / "file", "x");
-    EXPECT_THROW(ZoSigner_GenerateKeyPair((folder / "file" / "keys").c_str()), std::filesystem::filesystem_error);
-}
-
-TEST(Keys, ThumbprintIsTheDigestOfThePublicBlobFromEitherHalf) {
-    const SealedTree tree;
-    Print print{};
-    for (int half = 0; half < 2; ++half) {
-        ASSERT_EQ(ThumbprintOf(tree.Keystore(), print), 0);
-        EXPECT_EQ(zo::ToHex(print), Sha256Hex(Text(DevelopmentPublicKey())));
-        std::filesystem::remove(tree.Keystore() / "public.rsakey");
-    }
-    Print untouched{};
-    untouched.fill(0xEE);
-    const Print before = untouched;
-    for (const char* publicBytes : {"", "junk"}) {  // there, but no key: no falling back to the private one
-        WriteFileBytes(tree.Keystore() / "public.rsakey", publicBytes);
-        EXPECT_EQ(ThumbprintOf(tree.Keystore(), untouched), ZOSIG_E_NO_KEY);
-    }
-    EXPECT_EQ(ThumbprintOf(tree.Beside("absent"), untouched), ZOSIG_E_NO_KEY);
-    EXPECT_EQ(untouched, before);
-    EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(nullptr, untouched.data()), kInvalidArgument);
-    EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(L"x", nullptr), kInvalidArgument);
+    EXPECT_THROW(ZoSigner_GenerateKeyPair((keystore / "public.rsakey" / "keys").c_str()),
+                 std::filesystem::filesystem_error);
 }
 
 TEST(Keys, SigningMakesAPairWhereThereIsNoneThatImports) {
-    for (const bool isJunk : {false, true}) {
-        const SealedTree tree;
-        std::filesystem::remove(tree.Keystore() / "private.rsakey");
-        if (isJunk) WriteFileBytes(tree.Keystore() / "private.rsakey", kJunk);
+    const SealedTree tree;
+    const std::filesystem::path file = tree.keystore / "private.rsakey";
+    const std::string making =
+        "0 No private key at '" + zo::Utf8FromWide(tree.keystore.wstring()) + "', generating fresh pair...";
+    for (const Lines& told : {Lines{making}, Lines{"2 ImportPrivateKey" + kNotSupported, making}}) {
+        std::filesystem::remove(file);
+        if (told.size() == 2) WriteFileBytes(file, kJunk);
         const auto outcome = tree.Sign();
         ASSERT_EQ(outcome.status, 0);
-        Lines expected = isJunk ? Lines{"2 ImportPrivateKey" + kNotSupported} : Lines{};
-        expected.push_back("0 No private key at '" + zo::Utf8FromWide(tree.Keystore().wstring()) +
-                           "', generating fresh pair...");
-        expected.insert(expected.end(), outcome.messages.end() - 3, outcome.messages.end());
-        EXPECT_EQ(outcome.messages, expected);
-        EXPECT_NE(ReadFileBytes(tree.Keystore() / "private.rsakey"), Text(DevelopmentKey()));
+        EXPECT_EQ(Lines(outcome.messages.begin(), outcome.messages.end() - 3), told);
         EXPECT_EQ(tree.Verify().status, 0) << "the public file is replaced with it";
-        Print print{};
-        ASSERT_EQ(ThumbprintOf(tree.Keystore(), print), 0);
-        EXPECT_TRUE(std::equal(print.begin(), print.end(), outcome.result.thumbprint));
+        EXPECT_EQ(PrintOf(tree.keystore), zo::ToHex(outcome.result.thumbprint));
     }
-    const SealedTree tree;
-    std::filesystem::remove(tree.Keystore() / "private.rsakey");
-    std::filesystem::create_directories(tree.Keystore() / "private.rsakey");
+    std::filesystem::remove(file);
+    std::filesystem::create_directories(file);
     const auto outcome = tree.Sign();
     EXPECT_EQ(outcome.status, kWriteFault);
     EXPECT_EQ(outcome.messages.back(), "2 Write private key -> Win32 5");
 }
 
-TEST(Keys, VerificationLoadsThePublicFileOrElseThePrivateOne) {
+TEST(Keys, VerificationAndThumbprintTakeThePublicFileOrElseThePrivateOne) {
     const SealedTree tree;
     ASSERT_EQ(tree.Sign().status, 0);
-    const std::string none = "2 cannot load public key from '" + zo::Utf8FromWide(tree.Keystore().wstring()) + "'";
+    const std::string none = "2 cannot load public key from '" + zo::Utf8FromWide(tree.keystore.wstring()) + "'";
     const std::string summary = "0 Verify summary: ok=0, bad=0, missing=0, extra=0, dirs=1";
-    const std::string publicKey = Text(DevelopmentPublicKey());
-    const std::string privateKey = Text(DevelopmentKey());
-    const std::string other = Text([] {
-        Bytes key = DevelopmentPublicKey();
-        key.back() ^= 2;
-        return key;
-    }());
+    const std::string publicKey = PublicHalf(PrivateKey());
+    const std::string other = publicKey.substr(0, 282) + static_cast<char>(publicKey[282] ^ 2);
     const struct {
         std::string publicBytes;  // empty: no file
         std::string privateBytes;
@@ -119,47 +86,48 @@ TEST(Keys, VerificationLoadsThePublicFileOrElseThePrivateOne) {
         Lines messages;
     } rows[] = {
         {publicKey, "", 0, {summary}},
-        {"", privateKey, 0, {summary}},
+        {"", PrivateKey(), 0, {summary}},
         {"", "", ZOSIG_E_NO_KEY, {none}},
-        {kJunk, privateKey, ZOSIG_E_NO_KEY, {"2 ImportPublicKey" + kNotSupported, none}},
+        {kJunk, PrivateKey(), ZOSIG_E_NO_KEY, {"2 ImportPublicKey" + kNotSupported, none}},
         {"", kJunk, ZOSIG_E_NO_KEY, {"2 ImportPrivateKey(forVerify)" + kNotSupported, none}},
-        {other, privateKey, ZOSIG_E_TAMPERED, {"2 manifest body has been tampered with (MSIG verify -> 0xC000A000)"}},
+        {other, PrivateKey(), ZOSIG_E_TAMPERED, {"2 manifest body has been tampered with (MSIG verify -> 0xC000A000)"}},
     };
     for (const auto& row : rows) {
-        RemoveTree(tree.Keystore().wstring());
-        if (!row.publicBytes.empty()) WriteFileBytes(tree.Keystore() / "public.rsakey", row.publicBytes);
-        if (!row.privateBytes.empty()) WriteFileBytes(tree.Keystore() / "private.rsakey", row.privateBytes);
+        RemoveTree(tree.keystore.wstring());
+        if (!row.publicBytes.empty()) WriteFileBytes(tree.keystore / "public.rsakey", row.publicBytes);
+        if (!row.privateBytes.empty()) WriteFileBytes(tree.keystore / "private.rsakey", row.privateBytes);
         const auto outcome = tree.Verify();
         EXPECT_EQ(outcome.status, row.status) << &row - rows;
         EXPECT_EQ(outcome.messages, row.messages) << &row - rows;
+        const std::string print = Sha256Hex(row.publicBytes == other ? other : publicKey);
+        EXPECT_EQ(PrintOf(tree.keystore), row.status == ZOSIG_E_NO_KEY ? "" : print) << &row - rows;
     }
+    Print print;
+    EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(nullptr, print.data()), kInvalidArgument);
+    EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(L"x", nullptr), kInvalidArgument);
 }
 
 TEST(Keys, BlobsStandInForTheKeystore) {
     const SealedTree tree;
     constexpr std::int32_t kRefused = static_cast<std::int32_t>(0xD00000BB);
     const struct {
-        Bytes blob;
+        std::string blob;
         std::int32_t signing;
         std::int32_t verifying;
-    } rows[] = {
-        {DevelopmentKey(), 0, 0},
-        {DevelopmentPublicKey(), kRefused, 0},
-        {Bytes(300, 7), kRefused, kRefused},
-    };
+    } rows[] = {{PrivateKey(), 0, 0}, {PublicHalf(PrivateKey()), kRefused, 0}, {kJunk, kRefused, kRefused}};
     for (const auto& row : rows) {
-        const auto use = [&](auto& options) {
-            options.keystore = L"not looked at";
-            options.keyBlob = row.blob.data();
+        const auto use = [&row](auto& options) {
+            options.keystore = row.signing == 0 ? nullptr : L"not looked at";
+            options.keyBlob = reinterpret_cast<const std::uint8_t*>(row.blob.data());
             options.keyBlobSize = static_cast<std::uint32_t>(row.blob.size());
         };
-        const auto signing = tree.Sign(use);
-        const auto verifying = tree.Verify(use);
-        EXPECT_EQ(signing.status, row.signing) << &row - rows;
-        EXPECT_EQ(verifying.status, row.verifying) << &row - rows;
-        const Lines refused{"2 ImportKeyBlob" + kNotSupported};
-        EXPECT_EQ(signing.messages == refused, row.signing < 0) << &row - rows;
-        EXPECT_EQ(verifying.messages == refused, row.verifying < 0) << &row - rows;
+        const auto check = [](std::int32_t expected, const auto& outcome) {
+            EXPECT_EQ(outcome.status, expected);
+            const Lines refused{"2 ImportKeyBlob" + kNotSupported};
+            EXPECT_TRUE(expected == 0 || outcome.messages == refused);
+        };
+        check(row.signing, tree.Sign(use));
+        check(row.verifying, tree.Verify(use));
     }
 }
 

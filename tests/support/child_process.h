@@ -18,13 +18,12 @@ struct ChildResult {
 
 struct ChildOptions {
     std::uint32_t timeoutMs = 60000;
-    std::string input;                                               // given on standard input, which then ends
     bool deafReader = false;                                         // nobody reads standard output
-    std::wstring folder;                                             // current folder; empty for this process's own
     std::vector<std::pair<std::wstring, std::wstring>> environment;  // set for the child, beside what it inherits
 };
 
-// Arguments are quoted as the C runtime reads them. Raises std::runtime_error when the program cannot be started.
+// Standard input is empty. Arguments are quoted as the C runtime reads them. Raises std::runtime_error when the program
+// cannot be started.
 [[nodiscard]] ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring>& arguments,
                                    const ChildOptions& options = {});
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the library sends to the debugger while an object of this type lives. One at a time; with a library that is
-// loaded by hand it must go before the library does.
+// What the library sends to the debugger while an object of this type lives, one string for each call. One at a time;
+// with a library that is loaded by hand it must go before the library does.
 
 #include <string>
 #include <vector>
@@ -14,10 +14,10 @@ class DebugOutput {
   public:
     DebugOutput() { strings_.clear(); }
 
-    // The strings so far, one for each call.
     [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return strings_; }
 
   private:
+    // Passed on: whoever handles the platform's own exception learns the moment of a message by it.
     static void WINAPI Hear(const char* text) {
         strings_.emplace_back(text);
         OutputDebugStringA(text);

@@ -8,31 +8,34 @@
 namespace zotest {
 namespace {
 
-[[noreturn]] void Fail(const char* step) {
+void Require(bool done, const char* step) {
     const DWORD error = GetLastError();
-    throw std::runtime_error(zo::Format("driver fixture: {} failed, error {}", step, error));
+    if (!done) throw std::runtime_error(zo::Format("driver fixture: {} failed, error {}", step, error));
 }
 
 zo::OwnedService OpenManager() {
     zo::OwnedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    if (!manager) Fail("OpenSCManagerW");
+    Require(static_cast<bool>(manager), "OpenSCManagerW");
     return manager;
 }
 
+// Empty when there is none.
 zo::OwnedService OpenDriverService() {
-    zo::OwnedService service(OpenServiceW(OpenManager().Get(), kServiceName, SERVICE_ALL_ACCESS));
-    if (!service) Fail("OpenServiceW");
-    return service;
+    return zo::OwnedService(OpenServiceW(OpenManager().Get(), kServiceName, SERVICE_ALL_ACCESS));
 }
 
-bool WaitForState(SC_HANDLE service, DWORD state) {
+bool WaitForState(const zo::OwnedService& service, DWORD state) {
     SERVICE_STATUS status{};
-    for (int i = 0; i < 200; ++i) {
-        if (!QueryServiceStatus(service, &status)) return false;
+    for (int i = 0; i < 200 && QueryServiceStatus(service.Get(), &status); ++i) {
         if (status.dwCurrentState == state) return true;
         Sleep(25);
     }
     return false;
+}
+
+bool StopService(const zo::OwnedService& service) {
+    SERVICE_STATUS status{};
+    return ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) && WaitForState(service, SERVICE_STOPPED);
 }
 
 std::unique_ptr<InstalledDriver> suiteDriver;
@@ -46,16 +49,9 @@ std::wstring InstalledDriverPath() {
 }
 
 void RemoveDriverService() {
-    {
-        const zo::OwnedService manager = OpenManager();
-        const zo::OwnedService service(OpenServiceW(manager.Get(), kServiceName, SERVICE_ALL_ACCESS));
-        if (service) {
-            SERVICE_STATUS status{};
-            if (ControlService(service.Get(), SERVICE_CONTROL_STOP, &status)) {
-                WaitForState(service.Get(), SERVICE_STOPPED);
-            }
-            DeleteService(service.Get());
-        }
+    if (const zo::OwnedService service = OpenDriverService()) {
+        StopService(service);
+        DeleteService(service.Get());
     }
     DeleteFileW(InstalledDriverPath().c_str());
 }
@@ -63,37 +59,23 @@ void RemoveDriverService() {
 InstalledDriver::InstalledDriver(const std::wstring& fileName) {
     RemoveDriverService();
     const std::wstring target = InstalledDriverPath();
-    const std::wstring source = (ProgramFolder() / fileName).wstring();
-    if (!CopyFileW(source.c_str(), target.c_str(), FALSE)) Fail("CopyFileW");
+    Require(CopyFileW((ProgramFolder() / fileName).c_str(), target.c_str(), FALSE), "CopyFileW");
     {
         const zo::OwnedService service(CreateServiceW(
             OpenManager().Get(), kServiceName, kServiceName, SERVICE_ALL_ACCESS, SERVICE_FILE_SYSTEM_DRIVER,
             SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, target.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-        if (!service) Fail("CreateServiceW");
+        Require(static_cast<bool>(service), "CreateServiceW");
     }
-    try {
-        Start();
-    } catch (...) {
-        RemoveDriverService();
-        throw;
-    }
-}
-
-InstalledDriver::~InstalledDriver() {
-    RemoveDriverService();
+    Start();
 }
 
 void InstalledDriver::Start() {
     const zo::OwnedService service = OpenDriverService();
-    if (!StartServiceW(service.Get(), 0, nullptr)) Fail("StartServiceW");
-    if (!WaitForState(service.Get(), SERVICE_RUNNING)) Fail("waiting for the driver to run");
+    Require(StartServiceW(service.Get(), 0, nullptr) && WaitForState(service, SERVICE_RUNNING), "starting the driver");
 }
 
 void InstalledDriver::Stop() {
-    const zo::OwnedService service = OpenDriverService();
-    SERVICE_STATUS status{};
-    if (!ControlService(service.Get(), SERVICE_CONTROL_STOP, &status)) Fail("ControlService");
-    if (!WaitForState(service.Get(), SERVICE_STOPPED)) Fail("waiting for the driver to stop");
+    Require(StopService(OpenDriverService()), "stopping the driver");
 }
 
 void DriverTest::SetUpTestSuite() {

@@ -1,7 +1,8 @@
 #pragma once
 
 // The simulator driver as a running service called "ZoProtector", made with the service manager's own functions and
-// without the library, so that tests of the SDK do not stand on the driver service code.
+// without the library, so that tests of the SDK do not stand on the driver service code. Steps that fail raise
+// std::runtime_error with the step and the Win32 error.
 
 #include <gtest/gtest.h>
 
@@ -21,12 +22,11 @@ inline constexpr wchar_t kServiceName[] = L"ZoProtector";
 void RemoveDriverService();
 
 // Copies a driver file from beside the program to system32\drivers, registers it as a file system driver started on
-// demand, and starts it; takes all of it away at the end of its life. Raises std::runtime_error with the step and the
-// Win32 error. What an earlier test left behind is removed first.
+// demand, and starts it; takes all of it away at the end of its life. What an earlier test left is removed first.
 class InstalledDriver {
   public:
     explicit InstalledDriver(const std::wstring& fileName = L"ZoProtectorDriver.sys");
-    ~InstalledDriver();
+    ~InstalledDriver() { RemoveDriverService(); }
     InstalledDriver(const InstalledDriver&) = delete;
     InstalledDriver& operator=(const InstalledDriver&) = delete;
 
@@ -35,10 +35,7 @@ class InstalledDriver {
     void Start();
 };
 
-// A suite of tests that need the driver: it is started once for the suite and reset before each test.
-//
-//   class RuleExports : public zotest::DriverTest {};
-//   TEST_F(RuleExports, ...) { ... Simulator().LastRequest() ... }
+// A suite of tests that need the driver (TEST_F): it is started once for the suite and reset before each test.
 class DriverTest : public testing::Test {
   protected:
     static void SetUpTestSuite();

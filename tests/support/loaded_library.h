@@ -1,12 +1,7 @@
 #pragma once
 
 // The DLL loaded by path, for tests that load and unload it or count what that leaves behind. Include the public
-// headers with ZO_NO_IMPORT defined, so that the program does not link the DLL:
-//
-//   #define ZO_NO_IMPORT
-//   #include "zoprotector.h"
-//   const zotest::LoadedLibrary library;
-//   auto* initialize = ZOTEST_FUNCTION(library, ZoProtector_Initialize);
+// headers with ZO_NO_IMPORT defined, so that the program does not link the DLL.
 
 #include <windows.h>
 
@@ -41,8 +36,6 @@ class LoadedLibrary {
         if (address == nullptr) throw std::runtime_error(std::string("no export ") + name);
         return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
     }
-
-    [[nodiscard]] HMODULE Get() const noexcept { return module_.Get(); }
 
   private:
     zo::OwnedModule module_;

@@ -2,13 +2,10 @@
 
 // The simulator's control device as a C++ object. zoprotector_simulator.h tells what each command does; this only
 // carries it. A call that the device refuses fails the running test at once with the Win32 error (an exception that
-// GoogleTest reports), so tests need not check every step; where a refusal is what is tested, use Send().
-//
-//   zotest::SimulatorClient simulator;            // the driver must be running: see installed_driver.h
-//   simulator.FailNext(ZOP_IOCTL_ADD_FILE_RULE, 0xC0000044);
-//   ... call the library ...
-//   const ZoSimRequest request = simulator.LastRequest();
+// GoogleTest reports), so tests need not check every step; where a refusal is what is tested, use Send(). The driver must
+// be running: see installed_driver.h.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -37,18 +34,33 @@ class SimulatorClient {
     SimulatorClient();
 
     [[nodiscard]] IoResult Send(std::uint32_t code, const void* in = nullptr, std::uint32_t inLength = 0,
-                                void* out = nullptr, std::uint32_t outLength = 0) const;
+                                void* out = nullptr, std::uint32_t outLength = 0) const {
+        return SendControl(device_.Get(), code, in, inLength, out, outLength);
+    }
 
     // Everything as right after loading.
-    void Reset() const;
+    void Reset() const { Must(ZOSIM_IOCTL_RESET, nullptr, 0); }
 
-    [[nodiscard]] ZoSimState State() const;
-    [[nodiscard]] ZoSimSettings Settings() const;
-    void SetSettings(const ZoSimSettings& settings) const;
-    void SetVersion(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) const;
-    void SetStatsVersion(std::uint32_t version) const;
-    void SetCapacity(std::uint32_t table, std::uint32_t capacity) const;
-    void SetStatusReply(const std::uint8_t (&flags)[4], const std::uint32_t (&counts)[4]) const;
+    [[nodiscard]] ZoSimState State() const { return Get<ZoSimState>(ZOSIM_IOCTL_GET_STATE); }
+    [[nodiscard]] ZoSimSettings Settings() const { return Get<ZoSimSettings>(ZOSIM_IOCTL_GET_SETTINGS); }
+    void SetSettings(const ZoSimSettings& settings) const { Set(ZOSIM_IOCTL_SET_SETTINGS, settings); }
+    void SetVersion(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) const {
+        const std::uint32_t version[] = {major, minor, patch};
+        Change([&](ZoSimSettings& settings) { std::copy_n(version, 3, settings.version); });
+    }
+    void SetStatsVersion(std::uint32_t version) const {
+        Change([&](ZoSimSettings& settings) { settings.statsVersion = version; });
+    }
+    void SetCapacity(std::uint32_t table, std::uint32_t capacity) const {
+        Change([&](ZoSimSettings& settings) { settings.tableCapacity[table] = capacity; });
+    }
+    void SetStatusReply(const std::uint8_t (&flags)[4], const std::uint32_t (&counts)[4]) const {
+        Change([&](ZoSimSettings& settings) {
+            settings.useStatusReply = 1;
+            std::copy_n(flags, 4, settings.statusFlag);
+            std::copy_n(counts, 4, settings.statusCount);
+        });
+    }
 
     // The requests that the driver still remembers, oldest first, from the given sequence number on.
     [[nodiscard]] std::vector<ZoSimRequest> Requests(std::uint64_t first = 0) const;
@@ -63,50 +75,74 @@ class SimulatorClient {
         std::uint32_t entrySize = 0;
         const std::vector<std::uint8_t> bytes = TableBytes(table, entrySize);
         std::vector<Record> records(entrySize == 0 ? 0 : bytes.size() / entrySize);
-        for (std::size_t i = 0; i < records.size(); ++i) {
+        for (std::size_t i = 0; i < records.size(); ++i)
             memcpy(&records[i], bytes.data() + i * entrySize, sizeof(Record));
-        }
         return records;
     }
 
-    void AddFault(const ZoSimFault& fault) const;
-    void ClearFaults() const;
+    void AddFault(const ZoSimFault& fault) const { Set(ZOSIM_IOCTL_ADD_FAULT, fault); }
+    void ClearFaults() const { Must(ZOSIM_IOCTL_CLEAR_FAULTS, nullptr, 0); }
     // The next commands of this code (ZOSIM_ANY_CODE for any) answer this NTSTATUS and are not carried out.
-    void FailNext(std::uint32_t code, std::uint32_t status, std::uint32_t times = 1) const;
-    // The next command of this code is carried out and answers this byte count instead of its own.
-    void ReturnBytes(std::uint32_t code, std::uint32_t returned, std::uint32_t times = 1) const;
-    // The next command of this code is carried out; then word index (0 to 3) of its reply is overwritten.
-    void OverwriteWord(std::uint32_t code, std::uint32_t index, std::uint32_t value, std::uint32_t times = 1) const;
+    void FailNext(std::uint32_t code, std::uint32_t status, std::uint32_t times = 1) const {
+        AddFault({code, 0, times, ZOSIM_FAULT_STATUS, status, 0, 0, 0, {}});
+    }
+    // The next commands of this code are carried out and answer this byte count instead of their own.
+    void ReturnBytes(std::uint32_t code, std::uint32_t returned, std::uint32_t times = 1) const {
+        AddFault({code, 0, times, ZOSIM_FAULT_RETURNED, 0, returned, 0, 0, {}});
+    }
 
     // ring: ZOSIM_RING_EVENTS or ZOSIM_RING_REGISTRY.
-    void InjectEvents(std::uint32_t ring, std::uint32_t count) const;
-    void SetSequence(std::uint32_t ring, std::uint32_t nextSequence) const;
-    void SetProducer(std::uint32_t ring, std::uint32_t perDrain, std::uint32_t perSecond = 0) const;
+    void InjectEvents(std::uint32_t ring, std::uint32_t count) const {
+        Set(ZOSIM_IOCTL_INJECT_EVENTS, ZoSimInjection{ring, count, 0, 0});
+    }
+    void SetSequence(std::uint32_t ring, std::uint32_t nextSequence) const {
+        Set(ZOSIM_IOCTL_INJECT_EVENTS, ZoSimInjection{ring, 0, 1, nextSequence});
+    }
+    void SetProducer(std::uint32_t ring, std::uint32_t perDrain, std::uint32_t perSecond = 0) const {
+        Set(ZOSIM_IOCTL_SET_PRODUCER, ZoSimProducer{ring, perSecond, perDrain, 0});
+    }
 
-    void SetPidSignature(const ZoSimPidSignature& signature) const;
-    void SetCounters(const ZoSimCounters& counters) const;
+    void SetPidSignature(const ZoSimPidSignature& signature) const { Set(ZOSIM_IOCTL_SET_PID_SIGNATURE, signature); }
+    void SetCounters(const ZoSimCounters& counters) const { Set(ZOSIM_IOCTL_SET_COUNTERS, counters); }
 
   private:
-    template <typename Change>
-    void ChangeSettings(const Change& change) const;
-    [[nodiscard]] std::vector<std::uint8_t> TableBytes(std::uint32_t table, std::uint32_t& entrySize) const;
     void Must(std::uint32_t code, const void* in, std::uint32_t inLength, void* out = nullptr,
               std::uint32_t outLength = 0) const;
+    [[nodiscard]] std::vector<std::uint8_t> TableBytes(std::uint32_t table, std::uint32_t& entrySize) const;
+
+    template <typename Record>
+    [[nodiscard]] Record Get(std::uint32_t code) const {
+        Record record{};
+        Must(code, nullptr, 0, &record, sizeof(record));
+        return record;
+    }
+    template <typename Record>
+    void Set(std::uint32_t code, const Record& record) const {
+        Must(code, &record, sizeof(record));
+    }
+    template <typename Step>
+    void Change(const Step& step) const {
+        ZoSimSettings settings = Settings();
+        step(settings);
+        SetSettings(settings);
+    }
 
     zo::OwnedFile device_;
 };
 
 // The text of a record's UTF-16 field, up to its terminator.
-[[nodiscard]] std::wstring FieldText(const std::uint16_t* field, std::size_t units);
+[[nodiscard]] inline std::wstring FieldText(const std::uint16_t* field, std::size_t units) {
+    return {field, std::find(field, field + units, 0)};
+}
 template <std::size_t N>
 [[nodiscard]] std::wstring FieldText(const std::uint16_t (&field)[N]) {
     return FieldText(field, N);
 }
 // Writes text into a record's field; the rest of the field becomes zero. The text must fit.
-void SetField(std::uint16_t* field, std::size_t units, const std::wstring& text);
 template <std::size_t N>
 void SetField(std::uint16_t (&field)[N], const std::wstring& text) {
-    SetField(field, N, text);
+    if (text.size() >= N) throw std::runtime_error("text does not fit its field");
+    std::fill(std::copy(text.begin(), text.end(), field), field + N, std::uint16_t{0});
 }
 // The record that a request carried.
 template <typename Record>
