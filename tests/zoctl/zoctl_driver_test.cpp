@@ -13,17 +13,13 @@ class ZoctlDriver : public testing::Test {
     void SetUp() override { RemoveDriverService(); }
     void TearDown() override { RemoveDriverService(); }
 
+    // Of those beside the programs.
     static std::string File(const char* name = "ZoProtectorDriver.sys") {
         return zo::Utf8FromWide((ProgramFolder() / name).wstring());
     }
-    static void InstallAndStart() {
-        RemoveDriverService();
-        EXPECT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
-        EXPECT_EQ(Zoctl("driver start").exitCode, 0);
-    }
 };
 
-TEST_F(ZoctlDriver, InstallsStartsShowsStopsAndRemoves) {
+TEST_F(ZoctlDriver, InstallsStartsUpgradesStopsAndRemoves) {
     EXPECT_EQ(Zoctl("driver start").exitCode, 3);
     EXPECT_TRUE(Gave(Zoctl("driver install C:\\none.sys"), 3, "Check the path of the driver's file."));
     ASSERT_EQ(RunZoctl({"driver", "install", File(), "--start", "auto", "--altitude", "4711.5"}).exitCode, 0);
@@ -33,9 +29,6 @@ TEST_F(ZoctlDriver, InstallsStartsShowsStopsAndRemoves) {
     EXPECT_EQ(Zoctl("driver start").exitCode, 0);
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "",
                      {{"state", "running"}, {"startType", "demand"}, {"altitude", "4711.5"}}));
-    EXPECT_EQ(Zoctl("driver upgrade C:\\none.sys").exitCode, 3);
-    EXPECT_TRUE(
-        Gave(RunZoctl({"driver", "upgrade", File("ZoProtectorDriver_noversion.sys")}), 1, "carries no version"));
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(Zoctl("driver self-protect").exitCode, 0);
     const SimulatorClient simulator;
@@ -52,6 +45,19 @@ TEST_F(ZoctlDriver, InstallsStartsShowsStopsAndRemoves) {
     EXPECT_TRUE(Gave(doctor, 0, "7 of the registry ring"));
     EXPECT_LT(std::count(doctor.out.begin(), doctor.out.end(), '\n'), 25) << doctor.out;
 
+    const TempFolder folder;  // where the old file is moved to
+    ChildOptions options;
+    options.environment = {{L"TMP", folder.Path().wstring()}};
+    EXPECT_EQ(Zoctl("driver upgrade C:\\none.sys").exitCode, 3);
+    EXPECT_TRUE(
+        Gave(RunZoctl({"driver", "upgrade", File("ZoProtectorDriver_noversion.sys")}), 1, "carries no version"));
+    for (const auto& [file, newer] :
+         {std::pair{"ZoProtectorDriver.sys", false}, {"ZoProtectorDriver_1_0_1.sys", true}}) {
+        EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File(file), "--json"}, options), 0, "", {{"upgraded", newer}}));
+    }
+    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
+
     EXPECT_EQ(Zoctl("driver stop").exitCode, 0);
     EXPECT_EQ(Zoctl("driver uninstall").exitCode, 0);
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "not installed"}}));
@@ -66,6 +72,11 @@ TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
     const auto moveFileAway = [&] {
         EXPECT_TRUE(MoveFileExW(InstalledDriverPath().c_str(), (folder / "old").c_str(), MOVEFILE_REPLACE_EXISTING));
     };
+    const auto installAndStart = [] {
+        RemoveDriverService();
+        EXPECT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
+        EXPECT_EQ(Zoctl("driver start").exitCode, 0);
+    };
     const auto expectWrong = [&](const char* subject, const char* words) {
         const ZoctlRun run = Zoctl("doctor --json", options);
         EXPECT_TRUE(Gave(run, 40, words));
@@ -75,10 +86,10 @@ TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
             EXPECT_EQ(finding["severity"] == "ok", finding["remedy"].empty()) << finding;
         }
         EXPECT_EQ(wrong, subject) << run.out;
-        InstallAndStart();
+        installAndStart();
     };
 
-    InstallAndStart();
+    installAndStart();
     Zoctl("driver uninstall");
     expectWrong("service", "not installed");
     Zoctl("driver stop");
@@ -104,26 +115,6 @@ TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
     expectWrong("rules", "cannot be read");
     options.environment = {{L"TMP", InstalledDriverPath()}};
     expectWrong("diagnostic log", "cannot be written");
-}
-
-TEST_F(ZoctlDriver, UpgradesTheRunningDriverAndTheDoctorSaysThatTheOldOneStillRuns) {
-    const TempFolder folder;  // where the old file is moved to
-    ChildOptions options;
-    options.environment = {{L"TMP", folder.Path().wstring()}};
-    InstallAndStart();
-    const auto upgrade = [&](const char* file, bool expected) {
-        EXPECT_TRUE(
-            Gave(RunZoctl({"driver", "upgrade", File(file), "--json"}, options), 0, "", {{"upgraded", expected}}));
-    };
-    upgrade("ZoProtectorDriver.sys", false);
-    upgrade("ZoProtectorDriver_0_9_9.sys", false);
-    upgrade("ZoProtectorDriver_1_0_1.sys", true);
-    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
-    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
-    EXPECT_EQ(Zoctl("driver stop").exitCode, 0);
-    EXPECT_EQ(Zoctl("driver start").exitCode, 0);
-    EXPECT_EQ(Zoctl("doctor").exitCode, 0);
-    RemoveDriverService();
 }
 
 }  // namespace
