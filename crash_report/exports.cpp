@@ -11,6 +11,7 @@
 #include "folder_removal.h"
 #include "pipeline.h"
 #include "reporter_context.h"
+#include "reporter_messages.h"
 #include "text.h"
 #include "zocrashreport.h"
 
@@ -106,13 +107,13 @@ int32_t ZoCrashReport_Run(ZoCrashRunStats* stats) {
 
     zocrash::DumpFolder folder{zocrash::ResolveDumpFolder(reporter.settings), {}};
     if (folder.path.empty()) return zo::HresultFromWin32(ERROR_PATH_NOT_FOUND);
-    reporter.Log(ZOCRASH_LOG_INFO, "Minidump dir: {}", zo::Utf8FromWide(folder.path));
+    reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpFolderMessage, zo::Utf8FromWide(folder.path));
     if (const int32_t status = zocrash::OpenDumpFolder(reporter, folder); status < 0) return status;
 
     StagedLeftover leftover(folder.staged);
     const uint64_t stored = zocrash::ReadDedupeRecord(reporter.settings.compareFilePath);
     const zocrash::DumpList dumps = zocrash::FindNewDumps(folder.path, stored, reporter.settings.maxDumpBytes);
-    reporter.Log(ZOCRASH_LOG_INFO, "Found {} new minidump(s)", dumps.entries.size());
+    reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpsFoundMessage, dumps.entries.size());
     const int32_t status = dumps.entries.empty() ? zo::kOk : zocrash::ProcessDumps(reporter, dumps, stored, stats);
     if (!folder.staged.empty()) {
         zocrash::RemoveStagedFolder(reporter, folder.staged);

@@ -8,6 +8,7 @@
 #include "debug_engine.h"
 #include "dedupe_record.h"
 #include "errors.h"
+#include "reporter_messages.h"
 #include "text.h"
 
 namespace zocrash {
@@ -77,13 +78,12 @@ void Pipeline::Process(const DumpEntry& entry, DebugEngine& engine, CrashProtoco
     DumpAnalysisResult analysis;
     const std::int32_t status = engine.Analyse(zo::AnsiFromWide(entry.path), entry.lastWrite, analysis);
     if (status < 0) {
-        reporter_.Log(ZOCRASH_LOG_WARNING, "Analyze failed: {} (0x{:08x})", zo::Utf8FromWide(entry.path),
-                      zo::Bits(status));
+        reporter_.Log(ZOCRASH_LOG_WARNING, kDumpFailedMessage, zo::Utf8FromWide(entry.path), zo::Bits(status));
         return;
     }
     const std::string matched = reporter_.targets.Match(analysis.analysisText);
     const bool upload = reporter_.settings.uploadAll || !matched.empty();
-    reporter_.Log(ZOCRASH_LOG_INFO, "Dump {} matched=[{}] upload={}", zo::Utf8FromWide(entry.path), matched, upload);
+    reporter_.Log(ZOCRASH_LOG_INFO, kDumpAnalysedMessage, zo::Utf8FromWide(entry.path), matched, upload);
     if (!upload) return;
 
     ++stats_.dumpsSelected;

@@ -55,8 +55,28 @@ extern "C" {
 #define ZOCRASH_LOG_WARNING ((int32_t)1)
 #define ZOCRASH_LOG_ERROR ((int32_t)2)
 
-/* Gets each message of the reporter, on the thread that runs it. The message is valid during the call only. It may call
- * ZoCrashReport_Cancel. The reporter writes nowhere else. */
+/* Receives each message of the reporter, on the thread that runs it. The message is valid during the call only. The
+ * logger may call ZoCrashReport_Cancel. The reporter writes nowhere else.
+ *
+ * These messages are the only way to learn what became of a single dump, and their form is kept:
+ *
+ *   0  "Minidump dir: PATH"                              where the run looks for dumps
+ *   0  "Found N new minidump(s)"
+ *   0  "Dump PATH matched=[NAMES] upload=true"           analysed; NAMES of the targets, "|" between them; "false": it
+ *                                                        concerns no target and is not reported
+ *   1  "Analyze failed: PATH (0xSTATUS)"                 the debugger engine failed on this dump
+ *   1  "Probe of PATH failed (Win32=N); proceeding anyway"
+ *   1  "Access denied to PATH; staging via driver to PATH"
+ *   0  "Staged minidumps: files=N, dirs=N, skipped=N; using PATH for the rest of this run"
+ *   2  "Driver-side copy failed: 0xSTATUS (files=N, dirs=N, skipped=N)"
+ *   2  "Access denied to minidump dir and %TEMP% is unavailable; aborting"
+ *   1  "Network never reported up; aborting"
+ *   2  "DbgEng load failed: 0xSTATUS"                    the debugger engine could not be set up
+ *   2  "Protocol init failed: 0xSTATUS"                  the Internet session could not be opened
+ *   0  "Removed staged dir PATH (entries cleared: N)"
+ *   1  "Failed to remove staged dir PATH: N"             the Win32 error
+ *
+ * Statuses have eight lower-case hexadecimal digits, other numbers are decimal. */
 typedef void (*ZoCrashLogger)(void* context, int32_t level, const wchar_t* message);
 
 /* Turns a document into the payload that is sent; what it does is agreed with the server.

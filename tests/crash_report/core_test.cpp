@@ -8,6 +8,7 @@
 #include <string>
 
 #include "document.h"
+#include "reporter_messages.h"
 #include "request_body.h"
 #include "server_reply.h"
 #include "server_url.h"
@@ -62,6 +63,28 @@ TEST(ServerUrl, TakesHttpsHostsWithPortAndPathAndRefusesAllElse) {
         const bool taken = ParseServerUrl(text, url);
         EXPECT_EQ(taken ? url.host + " " + std::to_string(url.port) + " " + url.path : "refused", expected) << text;
     }
+}
+
+TEST(MessageParts, AreWhatStandsInThePlaceholders) {
+    using Parts = std::vector<std::string_view>;
+    const struct {
+        const char* name;
+        const char* format;
+        const char* message;
+        Parts parts;
+    } cases[] = {
+        {"one part at the end", kDumpFolderMessage, "Minidump dir: C:\\D", {"C:\\D"}},
+        {"text after the part", kDumpsFoundMessage, "Found 2 new minidump(s)", {"2"}},
+        {"three parts", kDumpAnalysedMessage, "Dump a matched=[x|y] upload=true", {"a", "x|y", "true"}},
+        {"an empty part", kDumpAnalysedMessage, "Dump a matched=[] upload=false", {"a", "", "false"}},
+        {"format text in the path", kDumpFailedMessage, "Analyze failed: a (0x1).b (0x2)", {"a (0x1).b", "2"}},
+        {"another beginning", kDumpFolderMessage, "2 Minidump dir: C:", {}},
+        {"another end", kDumpsFoundMessage, "Found 2 new minidump(s)!", {}},
+        {"a text missing in between", kDumpAnalysedMessage, "Dump a upload=true", {}},
+        {"no part at all", "Aborting", "Aborting", {}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(MessageParts(c.format, c.message), c.parts) << c.name;
 }
 
 TEST(Document, RendersFieldsInByteOrderUnescapedAndUnindented) {
