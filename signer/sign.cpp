@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "cng.h"
 #include "directory_listing.h"
@@ -13,6 +14,7 @@
 #include "file_hash.h"
 #include "key_store.h"
 #include "manifest_file.h"
+#include "message_beginnings.h"
 #include "report.h"
 #include "tree_path.h"
 #include "walk.h"
@@ -43,6 +45,10 @@ std::uint64_t Now() {
     return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
 }
 
+void WarnSkipped(const Report& report, std::string_view beginning, const std::string& shown, std::int32_t status) {
+    report.Warning("{}{}{}{:08X} (skipped)", beginning, shown, kBeforeStatus, zo::Bits(status));
+}
+
 // Signs what can be read and drops the rest from the list. Gives the number of files signed.
 std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Report& report, FileHasher hasher,
                           std::vector<ManifestEntry>& entries) {
@@ -50,9 +56,9 @@ std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Rep
     for (ManifestEntry& entry : entries) {
         if (entry.anchor) continue;
         if (const std::int32_t status = hasher.Hash(root.Long(entry.path).c_str(), entry.digest); status < 0) {
-            report.Warning("hash '{}' -> 0x{:08X} (skipped)", root.Shown(entry.path), zo::Bits(status));
+            WarnSkipped(report, kHashFailed, root.Shown(entry.path), status);
         } else if (const std::int32_t failure = zo::SignDigest(key.Get(), entry.digest, entry.signature); failure < 0) {
-            report.Warning("sign '{}' -> 0x{:08X} (skipped)", root.Shown(entry.path), zo::Bits(failure));
+            WarnSkipped(report, kSignFailed, root.Shown(entry.path), failure);
         } else {
             ++signedFiles;
         }
@@ -96,7 +102,7 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
     }
     const std::uint32_t sealed =
         Count(manifest.directories, [](const ManifestDirectory& directory) { return directory.sealed; });
-    report.Info("Found {} files, {} directories ({} sealed). Signing...", manifest.entries.size(),
+    report.Info("{}{} files, {} directories ({} sealed). Signing...", kFilesFound, manifest.entries.size(),
                 manifest.directories.size(), sealed);
 
     const std::uint32_t signedFiles = SignEntries(root, key, report, FileHasher(sha256, buffer), manifest.entries);

@@ -19,6 +19,7 @@
 #include "hex.h"
 #include "key_store.h"
 #include "manifest_file.h"
+#include "message_beginnings.h"
 #include "report.h"
 #include "tree_path.h"
 #include "zosigner.h"
@@ -68,26 +69,27 @@ class Verifier {
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
             return &ZoSignerVerifyResult::ok;
         }
-        report_.Warning("[MISS] shortcut anchor: {}", root_.Shown(entry.path));
+        report_.Warning("{}{}", kMissingShortcut, root_.Shown(entry.path));
         return &ZoSignerVerifyResult::missing;
     }
 
     [[nodiscard]] Counter CheckFile(const ListedEntry& entry) {
         zo::Sha256Digest digest{};
         if (hasher_.Hash(root_.Long(entry.path).c_str(), digest) < 0) {
-            report_.Warning("[MISS] {}", root_.Shown(entry.path));
+            report_.Warning("{}{}", kMissingFile, root_.Shown(entry.path));
             return &ZoSignerVerifyResult::missing;
         }
         // An entry without a digest has that of zeros, which no file has.
         zo::Sha256Digest listed{};
         if (!zo::DecodeHexExactly(entry.digest, listed) || digest != listed) {
-            report_.Error("[BAD ] hash mismatch: {}", root_.Shown(entry.path));
+            report_.Error("{}{}", kHashMismatch, root_.Shown(entry.path));
             return &ZoSignerVerifyResult::bad;
         }
         // The reader has checked the digits; an empty signature stays empty and does not verify.
         static_cast<void>(zo::DecodeHex(entry.signature, signature_));
         if (const std::int32_t status = zo::VerifyDigest(key_.Get(), digest, signature_); status < 0) {
-            report_.Error("[BAD ] signature invalid: {} (0x{:08X})", root_.Shown(entry.path), zo::Bits(status));
+            report_.Error("{}{}{}{:08X})", kInvalidSignature, root_.Shown(entry.path), kBeforeSignatureStatus,
+                          zo::Bits(status));
             return &ZoSignerVerifyResult::bad;
         }
         return &ZoSignerVerifyResult::ok;
@@ -132,11 +134,10 @@ class Verifier {
     }
 
     void ReportExtra(const DirectoryItem& item, const std::string& shown) const {
-        if (item.IsReparsePoint()) {
-            report_.Error("[XTRA] new mklink (reparse point) created in sealed dir: {}", shown);
-        } else {
-            report_.Error("[XTRA] unexpected {} in sealed dir: {}", item.IsDirectory() ? "dir " : "file", shown);
-        }
+        const std::string_view beginning = item.IsReparsePoint() ? kExtraLink
+                                           : item.IsDirectory()  ? kExtraFolder
+                                                                 : kExtraFile;
+        report_.Error("{}{}", beginning, shown);
     }
 
     const TreeRoot& root_;

@@ -7,6 +7,7 @@
 
 #include "error_text.h"
 #include "errors.h"
+#include "message_beginnings.h"
 #include "text.h"
 
 namespace zosigner {
@@ -91,7 +92,7 @@ class Walker {
             Visit(level, level.items[level.next++]);
             return;
         }
-        if (level.error != ERROR_SUCCESS) report_.Warning("iter: {}", zo::ErrorText(level.error));
+        if (level.error != ERROR_SUCCESS) report_.Warning("{}{}", kListingFailed, zo::ErrorText(level.error));
         levels_.pop_back();
     }
 
@@ -102,12 +103,12 @@ class Walker {
         if (HasControlCharacter(item.name)) {
             report_.Warning("name with control characters: {}", root_.Shown(relative));
         } else if (item.listed.IsReparsePoint()) {
-            report_.Info("skipping reparse point: {}", root_.Shown(relative));
+            report_.Info("{}{}", kSkippedLink, root_.Shown(relative));
         } else if (item.listed.IsDirectory()) {
             std::wstring path = JoinPath(level.path, item.name);
             directories_.push_back({relative});
             if (const std::uint32_t error = Enter(std::move(relative), std::move(path)); error != ERROR_SUCCESS) {
-                report_.Warning("iter: {}", zo::ErrorText(error));
+                report_.Warning("{}{}", kListingFailed, zo::ErrorText(error));
             }
         } else if ((item.listed.attributes & FILE_ATTRIBUTE_DEVICE) == 0) {
             ManifestEntry& entry = entries_.emplace_back();

@@ -1,0 +1,31 @@
+#pragma once
+
+// How the messages begin that report a single finding. Callers have no other channel for findings, so zoctl recognises
+// them by these texts, and zosigner.h lists them; they never change. What follows a beginning is the full path, or what
+// the header says there. Pure.
+
+#include <string_view>
+
+namespace zosigner {
+
+// Verifying.
+inline constexpr std::string_view kMissingShortcut = "[MISS] shortcut anchor: ";
+inline constexpr std::string_view kMissingFile = "[MISS] ";  // also begins kMissingShortcut: compare that one first
+inline constexpr std::string_view kHashMismatch = "[BAD ] hash mismatch: ";
+inline constexpr std::string_view kInvalidSignature = "[BAD ] signature invalid: ";
+inline constexpr std::string_view kExtraLink = "[XTRA] new mklink (reparse point) created in sealed dir: ";
+inline constexpr std::string_view kExtraFolder = "[XTRA] unexpected dir  in sealed dir: ";
+inline constexpr std::string_view kExtraFile = "[XTRA] unexpected file in sealed dir: ";
+
+// Signing.
+inline constexpr std::string_view kSkippedLink = "skipping reparse point: ";
+inline constexpr std::string_view kHashFailed = "hash '";
+inline constexpr std::string_view kSignFailed = "sign '";
+inline constexpr std::string_view kListingFailed = "iter: ";  // the error's text follows, no path
+inline constexpr std::string_view kFilesFound = "Found ";     // the number of files follows
+
+// What follows the path of kInvalidSignature, and that of kHashFailed and kSignFailed.
+inline constexpr std::string_view kBeforeSignatureStatus = " (0x";
+inline constexpr std::string_view kBeforeStatus = "' -> 0x";
+
+}  // namespace zosigner
