@@ -1,5 +1,6 @@
 #include "driver_paths.h"
 
+#include "image_path.h"
 #include "service_access.h"
 #include "service_errors.h"
 #include "service_names.h"
@@ -28,15 +29,10 @@ std::int32_t ZopConfiguredImagePath(PathBuffer& path) {
         const zo::HeapBlock block = ReadServiceConfig(driver.service.Get());
         const auto* config = block.As<QUERY_SERVICE_CONFIGW>();
         if (config != nullptr && config->lpBinaryPathName != nullptr) {
-            path.AssignCut(WithoutNtPrefix(config->lpBinaryPathName));
+            path.AssignCut(ZopResolveImagePath(config->lpBinaryPathName));
         }
     }
     return path.Empty() ? ZopDefaultSourcePath(path) : ZOP_OK;
-}
-
-std::wstring_view WithoutNtPrefix(std::wstring_view path) noexcept {
-    if (path.starts_with(L"\\??\\") || path.starts_with(L"\\\\?\\")) path.remove_prefix(4);
-    return path;
 }
 
 }  // namespace zop

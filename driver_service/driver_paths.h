@@ -3,7 +3,6 @@
 // Where the driver's file comes from, where it is installed, and where the service manager says that it is.
 
 #include <cstdint>
-#include <string_view>
 
 #include "path_buffer.h"
 
@@ -18,8 +17,5 @@ namespace zop {
 // The file that the service is configured with, as a Win32 path; the default source path when there is no service or
 // it has no binary path.
 [[nodiscard]] std::int32_t ZopConfiguredImagePath(PathBuffer& path);
-
-// Drops a leading "\??\" or "\\?\". The result ends where the given text ends, so it stays zero-terminated.
-[[nodiscard]] std::wstring_view WithoutNtPrefix(std::wstring_view path) noexcept;
 
 }  // namespace zop

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "driver_paths.h"
+#include "image_path.h"
 #include "service_names.h"
 #include "zoprotector.h"
 
@@ -12,7 +13,7 @@ namespace {
 // The path as the service manager holds it, or the place where the driver file is looked for before it is installed.
 std::int32_t FindDriverFile(std::wstring& file) {
     ZoProtectorDriverStatus status;
-    if (ZoProtector_QueryDriverStatus(&status) >= 0) file = WithoutNtPrefix(status.imagePath);
+    if (ZoProtector_QueryDriverStatus(&status) >= 0) file = ZopResolveImagePath(status.imagePath);
     if (!file.empty()) return ZOP_OK;
 
     PathBuffer path;

@@ -1,3 +1,4 @@
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,10 @@ std::wstring NtPath(const std::wstring& path) {
     wchar_t device[MAX_PATH] = {};
     QueryDosDeviceW(path.substr(0, 2).c_str(), device, MAX_PATH);
     return device + path.substr(2);
+}
+
+bool IsSamePath(const std::wstring& first, const std::wstring& second) {
+    return CompareStringOrdinal(first.c_str(), -1, second.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
 class CopyDirectoryTest : public zotest::DriverTest {
@@ -120,40 +125,61 @@ class SelfProtectTest : public zotest::BareSystemTest {
         BareSystemTest::SetUp();
         ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
         ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
+        ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
+        simulator_.emplace();
+        simulator_->Reset();
     }
+    void TearDown() override {
+        simulator_.reset();
+        BareSystemTest::TearDown();
+    }
+
+    std::wstring ProtectedFile() const {
+        const auto files = simulator_->Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
+        return files.size() == 1 ? FieldText(files[0].path) : std::to_wstring(files.size()) + L" file rules";
+    }
+
+    std::optional<zotest::SimulatorClient> simulator_;
 };
 
-TEST_F(SelfProtectTest, ProtectsFileAndKeyOnce) {
+TEST_F(SelfProtectTest, NeedsAnInitialisedLibrary) {
+    ZoProtector_Uninitialize();
     EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_E_NOT_INITIALIZED);
-    ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-    const zotest::SimulatorClient simulator;
-    // With a prefix in the image path or without one it is the same rule.
-    for (const wchar_t* prefix : {L"\\??\\", L"\\\\?\\", L""}) {
-        zotest::SetImagePath(prefix + zotest::InstalledDriverPath());
+}
+
+TEST_F(SelfProtectTest, ProtectsTheConfiguredFileOnceInWhateverFormItsPathIsStored) {
+    for (const auto& stored : zotest::StoredImagePaths()) {
+        SCOPED_TRACE(stored.name);
+        zotest::SetImagePath(stored.text);
         EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
+        EXPECT_TRUE(IsSamePath(ProtectedFile(), NtPath(zotest::InstalledDriverPath())));
     }
-    const auto files = simulator.Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
-    ASSERT_EQ(files.size(), 1u);
-    EXPECT_EQ(FieldText(files[0].path), NtPath(zotest::InstalledDriverPath()));
-    const auto keys = simulator.Table<ZopRegistryRuleRecord>(ZOSIM_TABLE_REGISTRY);
+    EXPECT_EQ(simulator_->State().fileProtectEnabled, 1u);
+}
+
+TEST_F(SelfProtectTest, ProtectsTheServiceKeyWithItsSubkeys) {
+    for (int i = 0; i < 2; ++i)
+        ASSERT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK) << "a rule that exists is a success";
+    const auto keys = simulator_->Table<ZopRegistryRuleRecord>(ZOSIM_TABLE_REGISTRY);
     ASSERT_EQ(keys.size(), 1u);
     EXPECT_EQ(FieldText(keys[0].key), L"\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZoProtector");
     EXPECT_EQ(keys[0].recursive, 1);
-    EXPECT_EQ(simulator.State().fileProtectEnabled, 1u);
+}
 
-    // The first failure is returned, and nothing is sent after it.
-    uint64_t sent = 0;
-    for (const uint32_t code : {ZOP_IOCTL_ADD_FILE_RULE, ZOP_IOCTL_ENABLE_FILE_PROTECT, ZOP_IOCTL_ADD_REGISTRY_RULE}) {
-        simulator.Reset();
-        simulator.FailNext(code, 0xC0000044);
-        EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_E_QUOTA_EXCEEDED);
-        EXPECT_EQ(simulator.RequestCount(), ++sent);
-    }
-    // A path of which nothing is left says nothing; the file beside the executable is meant then.
-    simulator.Reset();
+TEST_F(SelfProtectTest, ProtectsTheFileBesideTheExecutableWhenTheImagePathIsEmpty) {
     zotest::SetImagePath(L"\\??\\");
     ASSERT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
-    EXPECT_EQ(FieldText(simulator.Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE)[0].path), NtPath(zotest::SimulatorFile()));
+    EXPECT_EQ(ProtectedFile(), NtPath(zotest::SimulatorFile()));
+}
+
+TEST_F(SelfProtectTest, StopsAtTheFirstFailure) {
+    uint64_t sent = 0;
+    for (const uint32_t code : {ZOP_IOCTL_ADD_FILE_RULE, ZOP_IOCTL_ENABLE_FILE_PROTECT, ZOP_IOCTL_ADD_REGISTRY_RULE}) {
+        simulator_->Reset();
+        simulator_->FailNext(code, 0xC0000044);
+        EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_E_QUOTA_EXCEEDED);
+        EXPECT_EQ(simulator_->RequestCount(), ++sent);
+    }
 }
 
 }  // namespace

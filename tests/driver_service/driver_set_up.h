@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "installed_driver.h"
 #include "loaded_library.h"
@@ -53,6 +54,21 @@ inline zo::OwnedService OpenService() {
 inline void SetImagePath(const std::wstring& path) {
     ASSERT_TRUE(ChangeServiceConfigW(OpenService().Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
                                      path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+}
+
+// The installed driver file as installers and the system store it.
+struct StoredImagePath {
+    const char* name;
+    std::wstring text;
+};
+inline std::vector<StoredImagePath> StoredImagePaths() {
+    const std::wstring installed = InstalledDriverPath();
+    return {{"Win32 path", installed},
+            {"kernel prefix", L"\\??\\" + installed},
+            {"long-path prefix", L"\\\\?\\" + installed},
+            {"SystemRoot", L"\\SystemRoot\\System32\\drivers\\ZoProtectorDriver.sys"},
+            {"SystemRoot in other case", L"\\systemROOT\\System32\\drivers\\ZoProtectorDriver.sys"},
+            {"relative to the Windows folder", L"System32\\drivers\\ZoProtectorDriver.sys"}};
 }
 
 // A file held open against whatever the share mode forbids.

@@ -138,6 +138,16 @@ TEST_F(UpgradeTest, OnlyAHigherVersionReplacesTheFile) {
     EXPECT_TRUE(ReadFileBytes(installed_) == ReadFileBytes(newFile_));
 }
 
+TEST_F(UpgradeTest, FindsTheInstalledFileInWhateverFormItsPathIsStored) {
+    for (const auto& stored : zotest::StoredImagePaths()) {
+        SCOPED_TRACE(stored.name);
+        WriteFileBytes(zotest::InstalledDriverPath(), old_);
+        zotest::SetImagePath(stored.text);
+        EXPECT_EQ(Upgrade(), ZOP_OK);
+        EXPECT_TRUE(ReadFileBytes(zotest::InstalledDriverPath()) == new_);
+    }
+}
+
 TEST_F(UpgradeTest, WhatIsMissingOrUnreadableChangesNothing) {
     WriteFileBytes(newFile_, new_ = "unversioned");
     EXPECT_TRUE(Upgrade() < 0);
