@@ -2,6 +2,7 @@
 
 #include <cwchar>
 
+#include "copy_driver_file.h"
 #include "driver_paths.h"
 #include "owned_handles.h"
 #include "service_access.h"
@@ -31,8 +32,7 @@ bool HaveSameSize(const PathBuffer& first, const PathBuffer& second) {
 
 std::int32_t PlaceDriverFile(const PathBuffer& source, const PathBuffer& installed) {
     if (HaveSameSize(source, installed)) return ZOP_OK;
-    if (CopyFileW(source.Text(), installed.Text(), FALSE)) return ZOP_OK;
-    return ZopMapServiceError(GetLastError());
+    return ZopMapServiceError(ZopCopyDriverFile(source.Text(), installed.Text()));
 }
 
 std::int32_t ReconfigureService(SC_HANDLE manager, DWORD startType, const PathBuffer& installed,

@@ -1,6 +1,7 @@
 // ZoProtector_UpgradeDriver: a newer driver file in the place of the installed one. The running driver is left alone;
 // the new file is loaded when the service is next started. docs/upgrade.md tells what lies on disk after each failure.
 
+#include "copy_driver_file.h"
 #include "driver_paths.h"
 #include "file_version.h"
 #include "replace_file.h"
@@ -34,16 +35,12 @@ std::int32_t ChooseStagingPath(const PathBuffer& installed, PathBuffer& staging)
     return AppendStagingName(staging, number, L".old") ? ZOP_OK : kPathDoesNotFit;
 }
 
-DWORD CopyOver(const wchar_t* source, const PathBuffer& target) {
-    return CopyFileW(source, target.Text(), FALSE) ? ERROR_SUCCESS : GetLastError();
-}
-
 DWORD MoveOver(const PathBuffer& source, const PathBuffer& target) {
     return MoveFileExW(source.Text(), target.Text(), MOVEFILE_REPLACE_EXISTING) ? ERROR_SUCCESS : GetLastError();
 }
 
 std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& installed, const PathBuffer& staging) {
-    DWORD error = CopyOver(newFile, installed);
+    DWORD error = ZopCopyDriverFile(newFile, installed.Text());
     if (error == ERROR_SUCCESS) return ZOP_OK;
     if (!IsLocked(error)) return ZopMapServiceError(error);
 
@@ -52,7 +49,7 @@ std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& i
     if (error != ERROR_SUCCESS) return MapFileError(error);
     DeleteAtRestart(staging);
 
-    error = CopyOver(newFile, installed);
+    error = ZopCopyDriverFile(newFile, installed.Text());
     if (error == ERROR_SUCCESS) return ZOP_OK;
     // The copy's error is what the caller has to know, whether or not the old file could be put back.
     static_cast<void>(MoveOver(staging, installed));

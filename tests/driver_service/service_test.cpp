@@ -122,6 +122,17 @@ TEST_F(BareService, InstallDriver_TakesAFileOfTheSameSizeForTheSameDriverAndRefu
     EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
 }
 
+// A driver file from read-only media.
+TEST_F(BareService, InstallDriver_ClearsTheReadOnlyAttributeOfTheCopy) {
+    const zotest::TempFolder folder;
+    const std::wstring source = (folder / L"driver.sys").wstring();
+    WriteFileBytes(source, "read only");
+    SetFileAttributesW(source.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(Install(source.c_str()), ZOP_OK);
+    EXPECT_EQ(GetFileAttributesW(InstalledDriverPath().c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+    EXPECT_NE(GetFileAttributesW(source.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+}
+
 TEST_F(BareService, WithoutAService_EachFunctionSaysSo) {
     const ZoProtectorDriverStatus status = DriverStatus();
     ZoProtectorDriverStatus expected{};

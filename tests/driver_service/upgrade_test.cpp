@@ -148,6 +148,18 @@ TEST_F(UpgradeTest, FindsTheInstalledFileInWhateverFormItsPathIsStored) {
     }
 }
 
+TEST_F(UpgradeTest, ClearsTheReadOnlyAttributeOfTheCopy) {
+    SetFileAttributesW(newFile_.c_str(), FILE_ATTRIBUTE_READONLY);
+    for (const bool isInUse : {false, true}) {
+        WriteFileBytes(installed_, old_);
+        const zo::OwnedFile inUse =
+            isInUse ? zotest::Hold(installed_, FILE_SHARE_READ | FILE_SHARE_DELETE) : zo::OwnedFile();
+        EXPECT_EQ(Upgrade(), ZOP_OK);
+        ExpectUpgraded(1, 0);
+        EXPECT_EQ(GetFileAttributesW(installed_.c_str()) & FILE_ATTRIBUTE_READONLY, 0u) << isInUse;
+    }
+}
+
 TEST_F(UpgradeTest, WhatIsMissingOrUnreadableChangesNothing) {
     WriteFileBytes(newFile_, new_ = "unversioned");
     EXPECT_TRUE(Upgrade() < 0);
