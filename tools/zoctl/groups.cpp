@@ -1,5 +1,11 @@
 #include "groups.h"
 
+#include "crash_group.h"
+#include "driver_commands.h"
+#include "events_group.h"
+#include "rules_commands.h"
+#include "seal_commands.h"
+
 namespace zoctl {
 
 std::span<const RegisterGroup> CommandGroups() {

@@ -7,10 +7,10 @@
 #include "error_text.h"
 #include "files.h"
 #include "format.h"
-#include "groups.h"
 #include "hex.h"
 #include "manifest_reader.h"
 #include "output.h"
+#include "seal_commands.h"
 #include "text.h"
 
 namespace zoctl {

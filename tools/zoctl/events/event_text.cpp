@@ -1,6 +1,6 @@
 #include "event_text.h"
 
-#include "rule_set.h"
+#include "utf16_text.h"
 
 namespace zoctl {
 

@@ -6,10 +6,10 @@
 
 #include "console.h"
 #include "format.h"
-#include "groups.h"
 #include "manifest_reader.h"
 #include "open_folders.h"
 #include "progress.h"
+#include "seal_commands.h"
 #include "signer_session.h"
 #include "text.h"
 #include "tree_bytes.h"

@@ -1,6 +1,6 @@
 #include <memory>
 
-#include "rule_commands.h"
+#include "command_shapes.h"
 
 #include "channel.h"
 #include "format.h"

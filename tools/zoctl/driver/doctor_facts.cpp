@@ -6,9 +6,10 @@
 // clang-format on
 
 #include "diagnostic_log.h"
-#include "driver_tables.h"
 #include "format.h"
 #include "owned_handles.h"
+#include "service_names.h"
+#include "table_entries.h"
 #include "text.h"
 #include "zoprotector.h"
 
@@ -16,8 +17,6 @@ namespace zoctl {
 
 namespace {
 
-constexpr wchar_t kServiceName[] = L"ZoProtector";
-constexpr wchar_t kServiceKey[] = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
 constexpr wchar_t kDevicePath[] = L"\\\\.\\ZoProtector";
 
 // The service manager keeps paths in kernel forms too.
@@ -40,13 +39,13 @@ std::wstring Win32Path(std::wstring path) {
 bool MarkedForDeletion() {
     DWORD flag = 0;
     DWORD size = sizeof(flag);
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, kServiceKey, L"DeleteFlag", RRF_RT_REG_DWORD, nullptr, &flag, &size) ==
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, zop::kServiceKey, L"DeleteFlag", RRF_RT_REG_DWORD, nullptr, &flag, &size) ==
             ERROR_SUCCESS &&
         flag != 0) {
         return true;
     }
     const zo::OwnedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    const zo::OwnedService service(manager ? OpenServiceW(manager.Get(), kServiceName, SERVICE_CHANGE_CONFIG)
+    const zo::OwnedService service(manager ? OpenServiceW(manager.Get(), zop::kServiceName, SERVICE_CHANGE_CONFIG)
                                            : nullptr);
     return service &&
            !ChangeServiceConfigW(service.Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, nullptr,
@@ -140,10 +139,10 @@ void AskDriver(DoctorFacts& facts) {
     facts.masterStatus = ZoProtector_GetMasterEnabled(&enabled);
     facts.masterEnabled = enabled != 0;
     for (const Table table : kAllTables) {
-        TableContents contents;
-        const std::int32_t status = ReadTable(table, contents);
+        TableEntries entries;
+        const std::int32_t status = ReadEntries(table, entries);
         if (status < 0) facts.rulesStatus = status;
-        facts.rules[Index(table)] = contents.total;
+        facts.rules[Index(table)] = entries.total;
     }
     ZopStats stats{};
     facts.statsStatus = ZoProtector_GetStats(&stats);

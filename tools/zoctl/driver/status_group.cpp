@@ -1,7 +1,7 @@
 #include "channel.h"
+#include "driver_commands.h"
 #include "driver_status.h"
 #include "format.h"
-#include "groups.h"
 #include "zoprotector.h"
 
 namespace zoctl {

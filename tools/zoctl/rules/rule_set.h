@@ -10,16 +10,9 @@
 #include <string>
 #include <vector>
 
-namespace zoctl {
+#include "rule_tables.h"
 
-enum class Table { kProcess, kFile, kRegistry, kDll };
-inline constexpr std::size_t kTables = 4;
-inline constexpr std::array<Table, kTables> kAllTables = {Table::kProcess, Table::kFile, Table::kRegistry, Table::kDll};
-[[nodiscard]] constexpr std::size_t Index(Table table) {
-    return static_cast<std::size_t>(table);
-}
-// "process", "file", "registry", "dll"
-[[nodiscard]] const char* TableName(Table table);
+namespace zoctl {
 
 // The flags are bytes because the driver keeps the byte that it was given: 2 is not 1.
 struct Rule {
@@ -66,8 +59,5 @@ class NameForms {
 // One entry of a list reply: the add record, then zero bytes. Nothing when a string has no end or the entry is not long
 // enough, that is, when the driver is not one whose entries are add records.
 [[nodiscard]] std::optional<Rule> DecodeEntry(Table table, std::span<const std::uint8_t> entry);
-
-// UTF-16 to UTF-8; a lone surrogate becomes U+FFFD.
-[[nodiscard]] std::string Utf8FromUnits(std::span<const std::uint16_t> units);
 
 }  // namespace zoctl

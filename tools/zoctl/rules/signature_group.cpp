@@ -2,9 +2,9 @@
 #include <optional>
 
 #include "channel.h"
+#include "command_shapes.h"
 #include "format.h"
-#include "groups.h"
-#include "rule_commands.h"
+#include "rules_commands.h"
 #include "zoprotector.h"
 
 namespace zoctl {

@@ -2,9 +2,9 @@
 
 #include "channel.h"
 #include "console.h"
+#include "driver_commands.h"
 #include "driver_status.h"
 #include "format.h"
-#include "groups.h"
 #include "text.h"
 #include "zoprotector.h"
 

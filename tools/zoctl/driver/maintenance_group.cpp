@@ -4,8 +4,8 @@
 
 #include "channel.h"
 #include "console.h"
+#include "driver_commands.h"
 #include "format.h"
-#include "groups.h"
 #include "text.h"
 #include "zoprotector.h"
 

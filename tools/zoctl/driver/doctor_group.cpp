@@ -1,9 +1,9 @@
 #include <algorithm>
 
 #include "doctor_facts.h"
+#include "driver_commands.h"
 #include "format.h"
-#include "groups.h"
-#include "rule_set.h"
+#include "rule_tables.h"
 
 namespace zoctl {
 

@@ -69,7 +69,7 @@ void ExpectOneMistake(const std::string& text, const std::string& pointer, const
 // The same files as the schema is tried on: each is the one with everything and one change, [where, what], and where the
 // mistake is when it is elsewhere.
 TEST(RuleFileCheck, FindsTheMistakeAndItsPlace) {
-    std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/tests/zoctl/rule_files.json", std::ios::binary);
+    std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/tests/zoctl/rules/rule_files.json", std::ios::binary);
     const auto files = nlohmann::json::parse(stream);
     for (const auto& [kind, changes] : files.at("changes").items()) {
         for (const auto& change : changes) {

@@ -6,8 +6,8 @@
 #include "channel.h"
 #include "console.h"
 #include "event_text.h"
+#include "events_group.h"
 #include "format.h"
-#include "groups.h"
 #include "hex.h"
 #include "zoprotector.h"
 

@@ -2,8 +2,8 @@
 
 #include "console.h"
 #include "format.h"
-#include "groups.h"
 #include "hex.h"
+#include "seal_commands.h"
 #include "signer_session.h"
 #include "text.h"
 #include "zosigner.h"

@@ -3,10 +3,10 @@
 #include <memory>
 
 #include "channel.h"
+#include "command_shapes.h"
 #include "driver_records.h"
 #include "format.h"
-#include "groups.h"
-#include "rule_commands.h"
+#include "rules_commands.h"
 #include "text.h"
 #include "zoprotector.h"
 

@@ -1,10 +1,10 @@
 #include <algorithm>
 
 #include "console.h"
+#include "crash_group.h"
 #include "crash_session.h"
 #include "errors.h"
 #include "format.h"
-#include "groups.h"
 #include "text.h"
 
 namespace zoctl {

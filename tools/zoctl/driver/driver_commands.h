@@ -1,0 +1,14 @@
+#pragma once
+
+// The commands of the driver room: service, status, single commands, doctor.
+
+#include "command.h"
+
+namespace zoctl {
+
+void RegisterDoctor(CLI::App& root, Tool& tool);
+void RegisterDriver(CLI::App& root, Tool& tool);
+void RegisterStatus(CLI::App& root, Tool& tool);
+void RegisterMaintenance(CLI::App& root, Tool& tool);
+
+}  // namespace zoctl

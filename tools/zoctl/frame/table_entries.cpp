@@ -1,0 +1,50 @@
+#include "table_entries.h"
+
+#include "driver_records.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+namespace {
+
+struct ListExport {
+    std::int32_t (*list)(void*, std::uint32_t, std::uint32_t*, std::uint32_t*);
+    std::uint32_t entrySize;
+};
+
+ListExport ExportOf(Table table) {
+    switch (table) {
+        case Table::kProcess:
+            return {ZoProtector_ListProcessProtectRules, ZOP_PROCESS_ENTRY_SIZE};
+        case Table::kFile:
+            return {ZoProtector_ListFileProtectRules, ZOP_FILE_ENTRY_SIZE};
+        case Table::kRegistry:
+            return {ZoProtector_ListRegistryProtectRules, ZOP_REGISTRY_ENTRY_SIZE};
+        case Table::kDll:
+            return {ZoProtector_ListDllWhitelistRules, ZOP_DLL_ENTRY_SIZE};
+    }
+    return {};
+}
+
+}  // namespace
+
+std::int32_t ReadEntries(Table table, TableEntries& entries) {
+    const ListExport from = ExportOf(table);
+    entries.entrySize = from.entrySize;
+    constexpr std::uint32_t kFirstCapacity = 64;
+    constexpr int kTries = 8;
+    std::uint32_t capacity = kFirstCapacity;
+    for (int i = 0; i < kTries; ++i) {
+        entries.bytes.assign(std::size_t{capacity} * from.entrySize, 0);
+        const std::int32_t status = from.list(entries.bytes.data(), capacity, &entries.count, &entries.total);
+        if (status < 0) return status;
+        if (entries.total <= capacity) break;
+        // Some room to spare, for a table that is being filled. A total beyond all reason is not believed.
+        constexpr std::uint32_t kMost = 1u << 20;
+        if (entries.total > kMost) return ZOP_E_FAILED;
+        capacity = entries.total + kFirstCapacity;
+    }
+    return entries.count < entries.total ? ZOP_E_FAILED : ZOP_OK;
+}
+
+}  // namespace zoctl
