@@ -181,6 +181,19 @@ ZO_API int32_t ZoCrashReport_Run(ZoCrashRunStats* stats);
  *   and the statuses of ZoCrashReport_Run from the gate on */
 ZO_API int32_t ZoCrashReport_UploadSingleDump(const wchar_t* dumpPath, ZoCrashRunStats* stats);
 
+/* For programs that load the library at run time: one pointer type for each function, called like it with "Fn" at the
+ * end. zoprotector.h says more, also about which of them may be called under the loader lock. */
+typedef int32_t (*ZoCrashReport_InitializeFn)(const ZoCrashReportConfig* config);
+typedef int32_t (*ZoCrashReport_UninitializeFn)(void);
+typedef int32_t (*ZoCrashReport_SetLoggerFn)(ZoCrashLogger logger, void* context);
+typedef int32_t (*ZoCrashReport_SetBodyScramblerFn)(ZoCrashBodyScrambler scrambler, void* context);
+typedef int32_t (*ZoCrashReport_SetTargetDriversFn)(const char* const* names, uint32_t count);
+typedef int32_t (*ZoCrashReport_NotifyNetworkOkFn)(void);
+typedef int32_t (*ZoCrashReport_CancelFn)(void);
+typedef int32_t (*ZoCrashReport_ResetCancelFn)(void);
+typedef int32_t (*ZoCrashReport_RunFn)(ZoCrashRunStats* stats);
+typedef int32_t (*ZoCrashReport_UploadSingleDumpFn)(const wchar_t* dumpPath, ZoCrashRunStats* stats);
+
 #ifdef __cplusplus
 }
 #endif

@@ -496,6 +496,97 @@ ZO_API int32_t ZoProtector_GetHardwareId(wchar_t* text, uint32_t capacity);
  */
 ZO_API int32_t ZoProtector_GetHardwareIdBytes(uint8_t* buffer, uint32_t bufferSize, uint32_t* bytesWritten);
 
+/* ---- For programs that load the library at run time ---- */
+
+/* One pointer type for each function, called like it with "Fn" at the end: the type for the address that GetProcAddress
+ * gives for that name. Define ZO_NO_IMPORT before this header is included, and no import library is needed. These
+ * declarations use no macro, so that generators of bindings can read them.
+ *
+ *     HMODULE library = LoadLibraryExW(L"C:\\Suite\\ZoProtectorLib.dll", NULL, LOAD_LIBRARY_SEARCH_SYSTEM32);
+ *     ZoProtector_InitializeFn initialize =
+ *         (ZoProtector_InitializeFn)(void*)GetProcAddress(library, "ZoProtector_Initialize");
+ *
+ * The library has no threads of its own. Free it when no call is inside it, and never from one of its callbacks.
+ * Freeing it closes what is open, so ZoProtector_Uninitialize need not be called first.
+ *
+ * Under the loader lock (in DllMain, in a TLS callback, in constructors and destructors of a DLL's static objects) call
+ * no function of the library, with these exceptions, none of which waits for the loader lock:
+ *   - ZoProtector_Uninitialize, while no other thread is inside ZoProtector_Initialize
+ *   - ZoCrashReport_Cancel, ZoCrashReport_ResetCancel and ZoCrashReport_NotifyNetworkOk, once an earlier call of any
+ *     ZoCrashReport_ function has returned: the first one sets the reporter up, and that may load system libraries */
+typedef int32_t (*ZoProtector_InitializeFn)(void);
+typedef int32_t (*ZoProtector_UninitializeFn)(void);
+typedef int32_t (*ZoProtector_GetVersionFn)(uint32_t* major, uint32_t* minor, uint32_t* patch);
+typedef int32_t (*ZoProtector_GetStatusFn)(ZopStatus* status);
+typedef int32_t (*ZoProtector_SetMasterEnabledFn)(int32_t enable);
+typedef int32_t (*ZoProtector_GetMasterEnabledFn)(uint32_t* enabled);
+typedef int32_t (*ZoProtector_ForceCrashFn)(void);
+typedef int32_t (*ZoProtector_AddProcessProtectByPathFn)(const wchar_t* path);
+typedef int32_t (*ZoProtector_AddProcessProtectByFolderFn)(const wchar_t* folder, uint32_t recursive);
+typedef int32_t (*ZoProtector_RemoveProcessProtectFn)(const wchar_t* path);
+typedef int32_t (*ZoProtector_ClearAllProcessProtectFn)(void);
+typedef int32_t (*ZoProtector_AddFileProtectByPathFn)(const wchar_t* path);
+typedef int32_t (*ZoProtector_AddFileProtectByFolderFn)(const wchar_t* folder, uint8_t recursive,
+                                                        const wchar_t* filter);
+typedef int32_t (*ZoProtector_AddFileProtectScopedFn)(const wchar_t* path, int32_t isFolder, int32_t recursive,
+                                                      const wchar_t* filter, const wchar_t* scope,
+                                                      uint32_t scopeIsFolder, uint32_t scopeRecursive,
+                                                      uint32_t exclusive);
+typedef int32_t (*ZoProtector_RemoveFileProtectFn)(const wchar_t* path);
+typedef int32_t (*ZoProtector_ClearAllFileProtectFn)(void);
+typedef int32_t (*ZoProtector_EnableFileProtectFn)(int32_t enable);
+typedef int32_t (*ZoProtector_AddFileIgnoreProcessFn)(const wchar_t* path, int32_t isFolder, int32_t recursive);
+typedef int32_t (*ZoProtector_RemoveFileIgnoreProcessFn)(const wchar_t* path);
+typedef int32_t (*ZoProtector_ClearAllFileIgnoreProcessesFn)(void);
+typedef int32_t (*ZoProtector_AddRegistryProtectByKeyFn)(const wchar_t* key, uint32_t recursive);
+typedef int32_t (*ZoProtector_RemoveRegistryProtectFn)(const wchar_t* key);
+typedef int32_t (*ZoProtector_ClearAllRegistryProtectFn)(void);
+typedef int32_t (*ZoProtector_AddRegistryIgnoreProcessFn)(const wchar_t* path, int32_t isFolder, int32_t recursive);
+typedef int32_t (*ZoProtector_RemoveRegistryIgnoreProcessFn)(const wchar_t* path);
+typedef int32_t (*ZoProtector_ClearAllRegistryIgnoreProcessesFn)(void);
+typedef int32_t (*ZoProtector_SetSignaturePolicyFn)(const ZopSignaturePolicy* policy);
+typedef int32_t (*ZoProtector_GetSignaturePolicyFn)(ZopSignaturePolicy* policy);
+typedef int32_t (*ZoProtector_QueryPidSignatureFn)(uint32_t pid, uint32_t* first, uint32_t* second);
+typedef int32_t (*ZoProtector_RefreshPidSignatureFn)(uint32_t pid, uint32_t* first, uint32_t* second);
+typedef int32_t (*ZoProtector_AddSignatureOverrideFn)(uint32_t pid);
+typedef int32_t (*ZoProtector_RemoveSignatureOverrideFn)(uint32_t pid);
+typedef int32_t (*ZoProtector_ClearAllSignatureOverridesFn)(void);
+typedef int32_t (*ZoProtector_EnableDllLoadFilterFn)(int32_t enable);
+typedef int32_t (*ZoProtector_AddDllWhitelistFolderFn)(const wchar_t* folder, uint32_t recursive);
+typedef int32_t (*ZoProtector_RemoveDllWhitelistFolderFn)(const wchar_t* folder);
+typedef int32_t (*ZoProtector_ClearAllDllWhitelistFn)(void);
+typedef int32_t (*ZoProtector_ListProcessProtectRulesFn)(void* entries, uint32_t capacity, uint32_t* count,
+                                                         uint32_t* total);
+typedef int32_t (*ZoProtector_ListFileProtectRulesFn)(void* entries, uint32_t capacity, uint32_t* count,
+                                                      uint32_t* total);
+typedef int32_t (*ZoProtector_ListRegistryProtectRulesFn)(void* entries, uint32_t capacity, uint32_t* count,
+                                                          uint32_t* total);
+typedef int32_t (*ZoProtector_ListDllWhitelistRulesFn)(void* entries, uint32_t capacity, uint32_t* count,
+                                                       uint32_t* total);
+typedef int32_t (*ZoProtector_DrainEventsFn)(uint32_t lastRead, void* events, uint32_t capacity, uint32_t* count,
+                                             uint32_t* dropped, uint32_t* position);
+typedef int32_t (*ZoProtector_DrainRegistryEventsFn)(uint32_t lastRead, void* events, uint32_t capacity,
+                                                     uint32_t* count, uint32_t* dropped, uint32_t* position);
+typedef int32_t (*ZoProtector_GetStatsFn)(ZopStats* stats);
+typedef int32_t (*ZoProtector_GetUnsignedBypassAttemptsFn)(uint32_t* attempts);
+typedef int32_t (*ZoProtector_InstallDriverFn)(const wchar_t* sourcePath, uint32_t startType, const wchar_t* altitude,
+                                               uint32_t allowUnload);
+typedef int32_t (*ZoProtector_StartDriverFn)(void);
+typedef int32_t (*ZoProtector_StopDriverFn)(void);
+typedef int32_t (*ZoProtector_UninstallDriverFn)(void);
+typedef int32_t (*ZoProtector_ChangeDriverStartTypeFn)(uint32_t startType);
+typedef int32_t (*ZoProtector_QueryDriverStatusFn)(ZoProtectorDriverStatus* status);
+typedef int32_t (*ZoProtector_GetDriverFileVersionFn)(uint32_t* major, uint32_t* minor, uint32_t* build,
+                                                      uint32_t* revision);
+typedef int32_t (*ZoProtector_UpgradeDriverFn)(const wchar_t* newDriverPath, uint32_t* upgraded,
+                                               uint32_t* replacedByDriver);
+typedef int32_t (*ZoProtector_CopyDirectoryFn)(const wchar_t* sourceDir, const wchar_t* destinationDir, int32_t option1,
+                                               uint32_t option2, uint32_t* filesCopied, uint32_t* dirsCopied,
+                                               uint32_t* skipped);
+typedef int32_t (*ZoProtector_AddDriverSelfProtectFn)(void);
+typedef int32_t (*ZoProtector_GetHardwareIdFn)(wchar_t* text, uint32_t capacity);
+typedef int32_t (*ZoProtector_GetHardwareIdBytesFn)(uint8_t* buffer, uint32_t bufferSize, uint32_t* bytesWritten);
+
 #ifdef __cplusplus
 }
 #endif

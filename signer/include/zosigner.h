@@ -177,6 +177,15 @@ ZO_API int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, Zo
 ZO_API int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyOptions* options,
                                                        ZoSignerVerifyResult* result);
 
+/* For programs that load the library at run time: one pointer type for each function, called like it with "Fn" at the
+ * end. zoprotector.h says more. None of the signer's functions may be called under the loader lock. */
+typedef int32_t (*ZoSigner_GenerateKeyPairFn)(const wchar_t* keystore);
+typedef int32_t (*ZoSigner_GetPublicKeyThumbprintFn)(const wchar_t* keystore, uint8_t thumbprint[32]);
+typedef int32_t (*ZoSigner_SignDirectoryFn)(const ZoSignerSignOptions* options, ZoSignerSignResult* result);
+typedef int32_t (*ZoSigner_VerifyDirectoryFn)(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result);
+typedef int32_t (*ZoSigner_VerifyDirectoryWithEmbeddedKeyFn)(const ZoSignerVerifyOptions* options,
+                                                             ZoSignerVerifyResult* result);
+
 #ifdef __cplusplus
 }
 #endif

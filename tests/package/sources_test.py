@@ -35,6 +35,16 @@ class Sources(unittest.TestCase):
                 with self.subTest(header=header.name, language=language):
                     run(*compiler, *STRICT, "-fsyntax-only", f"-I{header.parent}", self.source)
 
+    def test_each_function_has_its_pointer_type(self):
+        """And no header has one that belongs to no function."""
+        for header in EXPORTING_HEADERS:
+            text = header.read_text()
+            functions = re.findall(r"^ZO_API\s[^;(]*?\b(Zo\w+)\(", text, re.MULTILINE)
+            self.assertEqual(re.findall(r"^typedef \w+ \(\*(Zo\w+_\w+)Fn\)", text, re.MULTILINE), functions)
+            checks = "".join(f"static_assert(std::is_same_v<{name}Fn, decltype(&{name})>);\n" for name in functions)
+            self.source.write_text(f'#include <type_traits>\n#include "{header.name}"\n{checks}')
+            run(*COMPILERS["C++20"], *STRICT, "-DZO_NO_IMPORT", "-fsyntax-only", f"-I{header.parent}", self.source)
+
     def test_examples_of_the_readme_build_and_run(self):
         examples = re.findall(r"^```(c|cpp)\n(.*?)^```", (SOURCE / "README.md").read_text(), re.MULTILINE | re.DOTALL)
         self.assertEqual(sorted(language for language, _ in examples), ["c", "cpp"])

@@ -8,6 +8,7 @@
 #include "import_hook.h"
 #include "loaded_library.h"
 #include "sdk_fixture.h"
+#include "zocrashreport.h"
 
 namespace sdktest {
 namespace {
@@ -124,6 +125,46 @@ TEST_F(Life, UnloadingLeavesNoDeviceNoLogFileAndNoHandleOpen) {
         if (load == 2) handles = zotest::OpenHandleCount();
     }
     EXPECT_EQ(zotest::OpenHandleCount(), handles);
+}
+
+// What may be called under the loader lock must not wait for it: another thread has it here.
+TEST_F(Life, CallsAllowedUnderTheLoaderLockDoNotWaitForIt) {
+    struct Holder {
+        zo::OwnedKernelObject holds{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+        zo::OwnedKernelObject called{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+
+        static DWORD WINAPI HoldUntilCalled(void* self) {
+            const Holder& holder = *static_cast<const Holder*>(self);
+            using Lock = LONG(WINAPI*)(ULONG, ULONG*, ULONG_PTR*);
+            using Unlock = LONG(WINAPI*)(ULONG, ULONG_PTR);
+            const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+            const auto lock =
+                reinterpret_cast<Lock>(reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrLockLoaderLock")));
+            const auto unlock =
+                reinterpret_cast<Unlock>(reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrUnlockLoaderLock")));
+            ULONG_PTR cookie = 0;
+            lock(0, nullptr, &cookie);
+            SetEvent(holder.holds.Get());
+            const DWORD waited = WaitForSingleObject(holder.called.Get(), 5000);
+            unlock(0, cookie);
+            return waited;
+        }
+    } holder;
+    const LoadedSdk sdk;
+    ASSERT_EQ(sdk.Initialize(), ZOP_OK);
+    const auto reset = ZOTEST_FUNCTION(sdk.library, ZoCrashReport_ResetCancel);
+    const auto cancel = ZOTEST_FUNCTION(sdk.library, ZoCrashReport_Cancel);
+    const auto notify = ZOTEST_FUNCTION(sdk.library, ZoCrashReport_NotifyNetworkOk);
+    reset();
+    const zo::OwnedKernelObject thread(CreateThread(nullptr, 0, &Holder::HoldUntilCalled, &holder, 0, nullptr));
+    WaitForSingleObject(holder.holds.Get(), INFINITE);
+    for (const auto call : {sdk.Uninitialize, cancel, reset, notify})
+        EXPECT_EQ(call(), ZOP_OK);
+    SetEvent(holder.called.Get());
+    WaitForSingleObject(thread.Get(), INFINITE);
+    DWORD waited = 0;
+    GetExitCodeThread(thread.Get(), &waited);
+    EXPECT_EQ(waited, static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
 // The child of the test below.
