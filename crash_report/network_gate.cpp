@@ -30,7 +30,9 @@ void NetworkGate::Open() noexcept {
 
 void NetworkGate::Wake() noexcept {
     // A waiter that read the flag just before it was set is asleep once the lock is free, and is not missed.
-    { const std::lock_guard guard(lock_); }
+    {
+        const std::lock_guard guard(lock_);
+    }
     changed_.NotifyAll();
 }
 

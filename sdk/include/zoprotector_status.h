@@ -33,6 +33,6 @@
 /* The standard code, which ZoProtector_GetMasterEnabled alone returns for a null pointer. */
 #define ZOP_E_STANDARD_INVALID_ARG ((int32_t)0x80070057)
 
-#define ZOP_STATUS_FROM_WIN32(error) ((int32_t)(0x80070000u | ((uint32_t)(error)&0xFFFFu)))
+#define ZOP_STATUS_FROM_WIN32(error) ((int32_t)(0x80070000u | ((uint32_t)(error) & 0xFFFFu)))
 
 #endif

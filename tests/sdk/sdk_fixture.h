@@ -67,7 +67,7 @@ struct Call {
 };
 #define ZOP_CALL(...)                                          \
     sdktest::Call {                                            \
-#__VA_ARGS__, [] { return ZoProtector_##__VA_ARGS__; } \
+        #__VA_ARGS__, [] { return ZoProtector_##__VA_ARGS__; } \
     }
 
 // A call and all that it must lead to. One row after the other succeeds against a fresh driver that knows the process
