@@ -99,7 +99,27 @@ TEST_F(Dumps, AreAllNewWithoutEightBytesOfARecord) {
     EXPECT_EQ(Record() != 1, writable);
 }
 
+// A key of the test's own in the place of HKEY_LOCAL_MACHINE, so that the machine's settings stay untouched.
+class OwnMachineKey {
+  public:
+    OwnMachineKey() {
+        RegCreateKeyW(HKEY_CURRENT_USER, kName, key_.Out());
+        EXPECT_EQ(RegOverridePredefKey(HKEY_LOCAL_MACHINE, key_.Get()), ERROR_SUCCESS);
+    }
+    ~OwnMachineKey() {
+        RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+        RegDeleteTreeW(HKEY_CURRENT_USER, kName);
+    }
+    OwnMachineKey(const OwnMachineKey&) = delete;
+    OwnMachineKey& operator=(const OwnMachineKey&) = delete;
+
+  private:
+    static constexpr wchar_t kName[] = L"zotest_machine";
+    zo::OwnedRegistryKey key_;
+};
+
 TEST_F(Dumps, LooksWhereTheRegistrySaysAndElseInTheWindowsFolder) {
+    const OwnMachineKey machine;
     std::filesystem::create_directories(folder_ / "named");
     const std::wstring known = (folder_ / "named").wstring();
     const zotest::ScopedEnvironment dumps(L"ZO_TEST_DUMPS", known);

@@ -1,8 +1,13 @@
 // Settings, target names, cancellation and the network gate, seen from outside: what stands in the documents, what is
 // logged, what comes back.
 
+#include <windows.h>
+
+#include <objbase.h>
+
 #include <thread>
 
+#include "import_hook.h"
 #include "reporter_fixture.h"
 
 namespace zocrashtest {
@@ -22,10 +27,18 @@ std::string MachineGuid() {
     return "ZoProtector_" + text;
 }
 
-std::string Now() {
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
-    return zo::Format("{}-{}-{} {}:{}:{}", now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond);
+void WINAPI FixedLocalTime(SYSTEMTIME* now) {
+    *now = {2026, 1, 0, 2, 3, 4, 5, 0};  // the third is the day of the week
+}
+
+// The user's own dedupe record stays untouched.
+std::wstring localData;
+
+HRESULT WINAPI OwnLocalData(const GUID& folder, DWORD, HANDLE, wchar_t** path) {
+    EXPECT_EQ(folder.Data1, 0xF1B32785u) << "FOLDERID_LocalAppData";
+    *path = static_cast<wchar_t*>(CoTaskMemAlloc((localData.size() + 1) * sizeof(wchar_t)));
+    wcscpy(*path, localData.c_str());
+    return S_OK;
 }
 
 TEST_F(Interface, SendsWhatIsConfiguredAndDefaultsForWhatIsNot) {
@@ -52,27 +65,27 @@ TEST_F(Interface, SendsWhatIsConfiguredAndDefaultsForWhatIsNot) {
     OSVERSIONINFOW os{};
     os.dwOSVersionInfoSize = sizeof(os);
     GetVersionExW(&os);
+    localData = (folder_ / "local data").wstring();
+    const zotest::ImportHook time("GetLocalTime", FixedLocalTime);
+    const zotest::ImportHook local("SHGetKnownFolderPath", OwnLocalData);
     for (const auto& c : cases) {
         const ZoCrashReportConfig config{L"", c.appName, c.appVersion, c.lcid, nullptr, L"", 0, 0, 0};
         api_.initialize(c.nullRecord ? nullptr : &config);
-        const std::string before = Now();
         EXPECT_EQ(Upload(dump), "0: 1 1 0 0 1 0 0");
-        const std::string timestamp = Field(documents_.back(), "TimeStamp");
-        EXPECT_TRUE(timestamp == before || timestamp == Now()) << timestamp;
         const std::string expected = zo::Format(
             "<Crash_protocol>\r\n<AppName>{}</AppName>\r\n<AppVer>{}</AppVer>\r\n<Cmd>1</Cmd>\r\n"
             "<Contact>{}</Contact>\r\n<CrashSignature>{}</CrashSignature>\r\n<ErrAddr>{}</ErrAddr>\r\n"
             "<GUID_TeskWarden>{}</GUID_TeskWarden>\r\n<LCID>{}</LCID>\r\n<ModuleName>ntos</ModuleName>\r\n"
             "<OSBuildNo>{}</OSBuildNo>\r\n<OSID>{}</OSID>\r\n<OSMajVer>{}</OSMajVer>\r\n<OSMinVer>{}</OSMinVer>\r\n"
-            "<TimeStamp>{}</TimeStamp>\r\n<ToolVer>3.1</ToolVer>\r\n<UIN>10000</UIN>\r\n</Crash_protocol>\r\n",
+            "<TimeStamp>2026-1-2 "
+            "3:4:5</TimeStamp>\r\n<ToolVer>3.1</ToolVer>\r\n<UIN>10000</UIN>\r\n</Crash_protocol>\r\n",
             c.sentName, c.sentVersion, ZO_CRASH_CONTACT, kSignature, "0xFFFFF80604001A2B", MachineGuid(), c.sentLcid,
-            os.dwBuildNumber, os.dwPlatformId, os.dwMajorVersion, os.dwMinorVersion, timestamp);
+            os.dwBuildNumber, os.dwPlatformId, os.dwMajorVersion, os.dwMinorVersion);
         EXPECT_EQ(documents_.back(), expected);
     }
     // Without a path of its own the record is kept in the user's local data, and the call above has written it.
-    record_ = std::filesystem::path(std::getenv("LOCALAPPDATA")) / "ZoProtector" / "crash_compare.dat";
+    record_ = std::filesystem::path(localData) / "ZoProtector" / "crash_compare.dat";
     EXPECT_EQ(Record(), kBase);
-    RemoveRecord();
 }
 
 TEST_F(Interface, MatchesTargetNamesInListOrderRegardlessOfCase) {
@@ -165,31 +178,43 @@ TEST_F(Interface, StopsAtTheNextCheckAfterACancel) {
     EXPECT_EQ(api_.run(nullptr), 0);
 }
 
+// The gate's wait: how long it was to be at most, whether something ended it, and what another thread does meanwhile.
+DWORD waitMs;
+bool woken;
+std::int32_t (*meanwhile)();
+std::thread otherThread;
+
+BOOL WINAPI WatchedWait(PCONDITION_VARIABLE variable, PCRITICAL_SECTION section, DWORD milliseconds) {
+    if (!otherThread.joinable()) {
+        waitMs = milliseconds;
+        otherThread = std::thread(meanwhile);  // which gets the lock once this thread is asleep
+    }
+    return woken = SleepConditionVariableCS(variable, section, milliseconds);
+}
+
 TEST_F(Interface, WaitsAtTheGateForTheTimeACancelOrTheNetwork) {
     constexpr char kNoNetwork[] = "80070102: 1 0 0 0 0 0 0";
     const struct {
         std::uint32_t seconds;  // 0: the default of 300
-        std::int32_t (*after200Ms)();
+        DWORD longestMs;
+        std::int32_t (*meanwhile)();
+        bool woken;
         const char* outcome;
-        ULONGLONG atLeastMs;
     } cases[] = {
-        {1, api_.resetCancel, kNoNetwork, 980},
-        {0, api_.cancel, kNoNetwork, 180},
-        {0, api_.networkOk, "0: 1 1 0 0 1 0 0", 180},
+        {1, 1000, api_.resetCancel, false, kNoNetwork},
+        {0, 300000, api_.cancel, true, kNoNetwork},
+        {0, 300000, api_.networkOk, true, "0: 1 1 0 0 1 0 0"},
     };
+    const zotest::ImportHook wait("SleepConditionVariableCS", WatchedWait);
     const std::filesystem::path dump = AddDump("1.dmp", kOurs, kBase + 1);
     for (const auto& c : cases) {
         config_.networkWaitSeconds = c.seconds;
         Configure();
-        const ULONGLONG start = GetTickCount64();
-        std::thread other([&] {
-            Sleep(200);
-            c.after200Ms();
-        });
+        meanwhile = c.meanwhile;
         EXPECT_EQ(Upload(dump), c.outcome);
-        const ULONGLONG waited = GetTickCount64() - start;
-        other.join();
-        EXPECT_TRUE(waited >= c.atLeastMs && waited < 5000) << waited;
+        std::exchange(otherThread, {}).join();
+        EXPECT_TRUE(waitMs > c.longestMs - 1000 && waitMs <= c.longestMs) << waitMs;
+        EXPECT_EQ(woken, c.woken);
         if (c.outcome != kNoNetwork) continue;
         EXPECT_EQ(TakeLog(), Strings{"1 Network never reported up; aborting"});
         EXPECT_FALSE(std::filesystem::exists(folder_ / "engine.log"));
