@@ -5,11 +5,11 @@ Arguments: the emulator's command line and zoctl.exe, beside which the simulator
 import os
 import pathlib
 import pty
+import select
 import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 ZOCTL = sys.argv[1:]
@@ -20,17 +20,18 @@ def dos(path):
     return "Z:" + str(path).replace("/", "\\")
 
 
-def interrupted(wait, *arguments, **environment):
-    """Presses Ctrl-C after waiting; gives the exit code and all that the terminal showed."""
+def interrupted(is_time, *arguments, **environment):
+    """Presses Ctrl-C as soon as is_time says so of what the terminal showed; gives the exit code and all that was shown."""
     child, terminal = pty.fork()
     if child == 0:
         os.execvpe(ZOCTL[0], [*ZOCTL, *arguments], os.environ | environment)
-    wait()
-    os.write(terminal, b"\x03")
-    shown = b""
+    pressed, shown = False, b""
     try:
-        while block := os.read(terminal, 4096):
-            shown += block
+        while True:
+            if not pressed and is_time(shown):
+                pressed = bool(os.write(terminal, b"\x03"))
+            if pressed or select.select([terminal], [], [], 0.05)[0]:
+                shown += os.read(terminal, 4096)
     except OSError:  # the other side is closed
         pass
     return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), shown.decode(errors="replace")
@@ -38,16 +39,18 @@ def interrupted(wait, *arguments, **environment):
 
 class InterruptTest(unittest.TestCase):
     @staticmethod
-    def zoctl(*arguments):
-        subprocess.run([*ZOCTL, *arguments], check=True, capture_output=True, stdin=subprocess.DEVNULL)
+    def zoctl(*arguments, program="zoctl.exe"):
+        subprocess.run([*ZOCTL[:-1], BUILT / program, *arguments], check=True, capture_output=True,
+                       stdin=subprocess.DEVNULL)
 
     def test_events_end_with_their_totals(self):
         self.zoctl("driver", "install", dos(BUILT / "ZoProtectorDriver.sys"))
         self.addCleanup(self.zoctl, "driver", "uninstall")
         self.zoctl("driver", "start")
-        code, shown = interrupted(lambda: time.sleep(3), "events", "--follow")
+        self.zoctl("inject", "1", program="simctl.exe")
+        code, shown = interrupted(lambda shown: b"\n" in shown, "events", "--follow")  # a line for the event
         self.assertEqual(code, 130, shown)
-        self.assertIn("0 received + 0 lost = 0 produced", shown)
+        self.assertIn("1 received + 0 lost = 1 produced", shown)
 
     def test_a_crash_run_ends_at_the_next_check(self):
         with tempfile.TemporaryDirectory() as name:
@@ -57,12 +60,8 @@ class InterruptTest(unittest.TestCase):
                 shutil.copy(BUILT / "dumps/ours.dmp", dumps / dump)
             script.write_text("WaitForEvent hang 3000\n")
 
-            def wait():
-                while not calls.exists() or "OpenDumpFile" not in calls.read_text():
-                    time.sleep(0.05)
-
             code, shown = interrupted(
-                wait, "crash", "run", "--dumps", dos(dumps), "--record", dos(record), "--server", "https://localhost:1/",
+                lambda _: calls.exists() and "OpenDumpFile" in calls.read_text(), "crash", "run", "--dumps", dos(dumps), "--record", dos(record), "--server", "https://localhost:1/",
                 ZO_DEBUG_ENGINE_SCRIPT=dos(script), ZO_DEBUG_ENGINE_LOG=dos(calls))
             self.assertEqual(code, 130, shown)
             self.assertIn("2 new, 1 selected", shown)
