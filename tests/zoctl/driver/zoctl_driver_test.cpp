@@ -65,56 +65,62 @@ TEST_F(ZoctlDriver, InstallsStartsUpgradesStopsAndRemoves) {
 }
 
 TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
-    const std::wstring key = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
-    const DWORD marked = 1;
-    const TempFolder folder;
-    ChildOptions options;
-    const auto moveFileAway = [&] {
-        EXPECT_TRUE(MoveFileExW(InstalledDriverPath().c_str(), (folder / "old").c_str(), MOVEFILE_REPLACE_EXISTING));
+    static const std::wstring key = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
+    static const std::wstring file = InstalledDriverPath();
+    static const std::wstring away = file + L".away";
+    static ChildOptions options;
+    static const auto move = [](const std::wstring& from, const std::wstring& to) {
+        EXPECT_TRUE(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
     };
-    const auto installAndStart = [] {
-        RemoveDriverService();
-        EXPECT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
-        EXPECT_EQ(Zoctl("driver start").exitCode, 0);
+    const auto moveAway = [] { move(file, away); };
+    const auto moveBack = [] { move(away, file); };
+    const auto reset = [] { SimulatorClient().Reset(); };
+    const struct {
+        const char* subject;
+        const char* words;
+        void (*spoil)();
+        void (*repair)();  // the last two need none
+    } rows[] = {
+        {"service", "stopped", [] { Zoctl("driver stop"); }, [] { Zoctl("driver start"); }},
+        {"start type", "disabled", [] { Zoctl("driver set-start disabled"); },
+         [] { Zoctl("driver set-start demand"); }},
+        {"protection", "off", [] { Zoctl("disable"); }, reset},
+        {"driver file", "does not exist", moveAway, moveBack},
+        {"file version", "no version", [] { move(file, away), WriteFileBytes(file, "no driver"); }, moveBack},
+        {"deletion", "marked",
+         [] {
+             const DWORD marked = 1;
+             RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"DeleteFlag", REG_DWORD, &marked, sizeof(marked));
+         },
+         [] { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"DeleteFlag"); }},
+        {"file version", "1.99.0 is running", [] { SimulatorClient().SetVersion(1, 99, 0); }, reset},
+        {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, reset},
+        {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
+         reset},
+        {"diagnostic log", "cannot be written", [] { options.environment = {{L"TMP", file}}; },
+         [] { options.environment.clear(); }},
+        {"filter instance", "not registered",
+         [] {
+             const std::wstring instance = key + L"\\Instances\\ZoProtector Instance";
+             RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, instance.c_str(), L"Altitude");
+         },
+         [] {}},
+        {"service", "not installed", [] { Zoctl("driver uninstall"); }, [] {}},
     };
-    const auto expectWrong = [&](const char* subject, const char* words) {
+    EXPECT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
+    EXPECT_EQ(Zoctl("driver start").exitCode, 0);
+    for (const auto& row : rows) {
+        row.spoil();
         const ZoctlRun run = Zoctl("doctor --json", options);
-        EXPECT_TRUE(Gave(run, 40, words));
+        EXPECT_TRUE(Gave(run, 40, row.words));
         std::string wrong;
         for (const Json& finding : run.json["findings"]) {
             if (finding["severity"] == "wrong") wrong += finding["subject"].get<std::string>();
             EXPECT_EQ(finding["severity"] == "ok", finding["remedy"].empty()) << finding;
         }
-        EXPECT_EQ(wrong, subject) << run.out;
-        installAndStart();
-    };
-
-    installAndStart();
-    Zoctl("driver uninstall");
-    expectWrong("service", "not installed");
-    Zoctl("driver stop");
-    expectWrong("service", "stopped");
-    Zoctl("driver set-start disabled");
-    expectWrong("start type", "disabled");
-    Zoctl("disable");
-    expectWrong("protection", "off");
-    moveFileAway();
-    expectWrong("driver file", "does not exist");
-    moveFileAway();
-    WriteFileBytes(InstalledDriverPath(), "no driver");
-    expectWrong("file version", "no version");
-    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, (key + L"\\Instances\\ZoProtector Instance").c_str(), L"Altitude");
-    expectWrong("filter instance", "not registered");
-    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"DeleteFlag", REG_DWORD, &marked, sizeof(marked));
-    expectWrong("deletion", "marked");
-    SimulatorClient().SetVersion(1, 99, 0);
-    expectWrong("file version", "1.99.0 is running");
-    SimulatorClient().SetVersion(2, 0, 0);
-    expectWrong("handshake", "ZOP_E_VERSION_MISMATCH");
-    SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9);
-    expectWrong("rules", "cannot be read");
-    options.environment = {{L"TMP", InstalledDriverPath()}};
-    expectWrong("diagnostic log", "cannot be written");
+        EXPECT_EQ(wrong, row.subject) << row.words << "\n" << run.out;
+        row.repair();
+    }
 }
 
 }  // namespace
