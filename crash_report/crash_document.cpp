@@ -17,10 +17,15 @@ OSVERSIONINFOW SystemVersion() {
     OSVERSIONINFOW version{};
     version.dwOSVersionInfoSize = sizeof(version);
     static_assert(sizeof(version) == 276);
+    // Deprecated, but the protocol wants the version that this process is shown, which depends on its manifest.
 #ifdef _MSC_VER
-#pragma warning(suppress : 4996)  // the protocol wants the version that the process is told, manifest and all
+#pragma warning(push)
+#pragma warning(disable : 4996)
 #endif
     GetVersionExW(&version);
+#ifdef _MSC_VER
+#pragma warning(pop)
+#endif
     return version;
 }
 

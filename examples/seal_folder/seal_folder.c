@@ -3,6 +3,7 @@
  * changed, be it the manifest. */
 
 #include <stdio.h>
+#include <wchar.h>
 #include <zosigner.h>
 
 static void Report(void* context, uint32_t level, const wchar_t* message) {
@@ -55,14 +56,10 @@ static int Verify(const wchar_t* folder, const wchar_t* manifest, const wchar_t*
 }
 
 int wmain(int argc, wchar_t** argv) {
-    FILE* existing;
-
     if (argc != 4) {
         printf("usage: seal_folder FOLDER MANIFEST KEYSTORE\n");
         return 1;
     }
-    existing = _wfopen(argv[2], L"rb");
-    if (existing == NULL) return Seal(argv[1], argv[2], argv[3]);
-    fclose(existing);
+    if (_waccess(argv[2], 0) != 0) return Seal(argv[1], argv[2], argv[3]); /* no manifest yet */
     return Verify(argv[1], argv[2], argv[3]);
 }

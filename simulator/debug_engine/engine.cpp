@@ -295,8 +295,8 @@ HRESULT Engine::IsPointer64Bit() {
 HRESULT Engine::GetDebuggeeType(PULONG debuggeeClass, PULONG qualifier) {
     if (!dump_) return kNoSession;
     Store(debuggeeClass, DEBUG_CLASS_KERNEL);
-    const bool small = dump_->kind == static_cast<std::uint32_t>(DumpKind::kTriage);
-    Store(qualifier, small ? DEBUG_KERNEL_SMALL_DUMP : DEBUG_KERNEL_DUMP);
+    const bool isTriage = dump_->kind == static_cast<std::uint32_t>(DumpKind::kTriage);
+    Store(qualifier, isTriage ? DEBUG_KERNEL_SMALL_DUMP : DEBUG_KERNEL_DUMP);
     return S_OK;
 }
 

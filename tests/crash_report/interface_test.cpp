@@ -64,7 +64,9 @@ TEST_F(Interface, SendsWhatIsConfiguredAndDefaultsForWhatIsNot) {
     api_.setTargets(names, 1);
     OSVERSIONINFOW os{};
     os.dwOSVersionInfoSize = sizeof(os);
-    GetVersionExW(&os);
+    // By name, because the platform's header declares it deprecated.
+    const FARPROC getVersion = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetVersionExW");
+    ASSERT_TRUE(reinterpret_cast<BOOL(WINAPI*)(OSVERSIONINFOW*)>(reinterpret_cast<void*>(getVersion))(&os));
     localData = (folder_ / "local data").wstring();
     const zotest::ImportHook time("GetLocalTime", FixedLocalTime);
     const zotest::ImportHook local("SHGetKnownFolderPath", OwnLocalData);
