@@ -8,7 +8,7 @@
 #include <cstring>
 #include <cwchar>
 
-namespace sdkbench {
+namespace zobench {
 
 namespace {
 
@@ -101,4 +101,4 @@ void BareChannel::ConvertUserKey(const wchar_t* key, std::uint16_t* out) {
     Append(out, key + 5);
 }
 
-}  // namespace sdkbench
+}  // namespace zobench

@@ -12,7 +12,7 @@
 #include "driver_records.h"
 #include "owned_handles.h"
 
-namespace sdkbench {
+namespace zobench {
 
 class BareChannel {
   public:
@@ -38,4 +38,4 @@ class BareChannel {
     zo::OwnedFile log_;
 };
 
-}  // namespace sdkbench
+}  // namespace zobench

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <vector>
 
-namespace sdkbench {
+namespace zobench {
 
 inline int pairsOfARun = 41;
 
@@ -62,4 +62,4 @@ inline const char* Verdict(bool reached) {
     return reached ? "" : "  MISSED";
 }
 
-}  // namespace sdkbench
+}  // namespace zobench

@@ -7,7 +7,7 @@
 #include "paired_run.h"
 #include "zoprotector.h"
 
-namespace sdkbench {
+namespace zobench {
 
 namespace {
 
@@ -308,4 +308,4 @@ void CompareRuleExports(const BareChannel& bare) {
     }
 }
 
-}  // namespace sdkbench
+}  // namespace zobench

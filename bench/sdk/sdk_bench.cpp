@@ -16,7 +16,7 @@
 
 namespace {
 
-using namespace sdkbench;
+using namespace zobench;
 
 constexpr double kFetchTarget = 0.97;
 constexpr std::uint32_t kCapacities[] = {1, 64, 1024, 16384};

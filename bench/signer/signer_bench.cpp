@@ -1,4 +1,4 @@
-// bench_signer [--files N] [--big MEGABYTES] [--scale N] [--rounds R] [--verify ROOT MANIFEST KEYSTORE]
+// signer_bench [--files N] [--big MEGABYTES] [--scale N] [--rounds R] [--verify ROOT MANIFEST KEYSTORE]
 //
 // Signing and verifying against the bare platform calls, alternately in one run, at 1, 100 and N files and for one big
 // file; the cost of a file in a tree of --scale files against one of 1,000; and the platform's cryptography's share.
