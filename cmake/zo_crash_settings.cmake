@@ -26,12 +26,6 @@ add_library(zo_crash_settings INTERFACE)
 foreach(setting SERVER_URL CONTACT SCRAMBLER_KEY)
     target_compile_definitions(zo_crash_settings INTERFACE "ZO_CRASH_${setting}=\"${ZO_CRASH_${setting}}\"")
     if(ZO_CRASH_${setting} STREQUAL zo_crash_default_${setting})
-        list(APPEND zo_crash_left_at_default "ZO_CRASH_${setting}")
+        set_property(GLOBAL APPEND PROPERTY zo_development_settings "ZO_CRASH_${setting}")
     endif()
 endforeach()
-if(zo_crash_left_at_default)
-    list(JOIN zo_crash_left_at_default ", " zo_crash_left_at_default)
-    message(WARNING "DEVELOPMENT DEFAULTS in use: ${zo_crash_left_at_default}. Crash reports of this build go to "
-                    "${ZO_CRASH_SERVER_URL}, and its scrambler key is known to everybody who has the sources. Set them "
-                    "with -D before anything is shipped.")
-endif()

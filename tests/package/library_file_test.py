@@ -40,7 +40,18 @@ class LibraryFile(unittest.TestCase):
 
     def test_carries_the_version_of_the_header(self):
         parts = re.findall(r"#define ZOP_SDK_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", EXPORTING_HEADERS[0].read_text())
-        # VS_FIXEDFILEINFO: signature, structure version, then the file version, each half of it high word first.
-        at = self.content.index(bytes.fromhex("bd04effe00000100")) + 8
-        words = [int.from_bytes(self.content[at + i:at + i + 2], "little") for i in (2, 0, 6, 4)]
+        # The file version stands in two numbers, each with its high word first.
+        words = [int.from_bytes(self.fixed_version()[i:i + 2], "little") for i in (10, 8, 14, 12)]
         self.assertEqual(words, [*map(int, parts), 0])
+
+    def test_says_that_it_was_built_with_development_settings(self):
+        flags = int.from_bytes(self.fixed_version()[28:32], "little")
+        self.assertEqual(flags & 0x20, 0x20, "VS_FF_SPECIALBUILD")
+        words = ("SpecialBuild", "development settings: ", "ZO_EMBEDDED_PUBLIC_KEY", "ZO_CRASH_SCRAMBLER_KEY")
+        for text in words:
+            self.assertIn(text.encode("utf-16-le"), self.content)
+
+    def fixed_version(self):
+        """VS_FIXEDFILEINFO, which begins with its signature and structure version."""
+        at = self.content.index(bytes.fromhex("bd04effe00000100"))
+        return self.content[at:at + 52]
