@@ -5,7 +5,7 @@
 #
 # CORE  sources without any Windows header: built on every platform, as the object library NAME_core
 # SHELL sources that call the platform: built for Windows only, as the object library NAME
-# SEES  rooms below whose headers this room may include, or include folders of theirs
+# SEES  rooms below whose headers this room may include, or their include folders; and its own include folder
 
 function(zo_room name)
     cmake_parse_arguments(room "" "" "CORE;SHELL;SEES" ${ARGN})
@@ -22,9 +22,6 @@ function(zo_room name)
         target_link_libraries(${part} PRIVATE zo_settings)
         target_compile_definitions(${part} PRIVATE ZO_BUILDING_LIBRARY)
         target_include_directories(${part} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
-        if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/include")
-            target_include_directories(${part} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/include")
-        endif()
         foreach(seen ${room_SEES})
             target_include_directories(${part} PRIVATE "${CMAKE_SOURCE_DIR}/${seen}")
         endforeach()
