@@ -1,6 +1,6 @@
 # To be sourced by bash scripts. One Wine session for many programs: its server stays up from ZoBeginWine to ZoEndWine,
 # which saves each program the start of it, and it is taken down at the end of the script however that comes about.
-# Temporary files of everything that runs meanwhile go beside the prefix and leave with it.
+# Temporary files of everything that runs meanwhile, Wine itself left out, go beside the prefix and leave with it.
 
 zoScripts=$(realpath "$(dirname "${BASH_SOURCE[0]}")")
 zoWinePrefix=
@@ -8,7 +8,7 @@ zoWinePrefix=
 ZoWineServer() {
     local wineserver
     wineserver=$(command -v wineserver || echo /usr/lib/wine/wineserver64)
-    WINEPREFIX=$zoWinePrefix WINEARCH=win64 "$wineserver" "$@" >/dev/null 2>&1
+    env -u TMPDIR WINEPREFIX="$zoWinePrefix" WINEARCH=win64 "$wineserver" "$@" >/dev/null 2>&1
 }
 
 # ZoBeginWine PREFIX
