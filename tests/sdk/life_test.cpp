@@ -1,34 +1,14 @@
 // What loading, opening, closing, unloading and the end of the process do to the channel and to the diagnostic log. Each
 // load of the library begins with a state of its own.
 
-#define ZO_NO_IMPORT
 #include "child_process.h"
-#include "debug_output.h"
 #include "handle_count.h"
 #include "import_hook.h"
-#include "loaded_library.h"
-#include "sdk_fixture.h"
+#include "loaded_sdk.h"
 #include "zocrashreport.h"
 
 namespace sdktest {
 namespace {
-
-using std::filesystem::exists;
-
-struct LoadedSdk {
-    zotest::LoadedLibrary library;
-    decltype(&ZoProtector_Initialize) Initialize = ZOTEST_FUNCTION(library, ZoProtector_Initialize);
-    decltype(&ZoProtector_Uninitialize) Uninitialize = ZOTEST_FUNCTION(library, ZoProtector_Uninitialize);
-    decltype(&ZoProtector_GetVersion) GetVersion = ZOTEST_FUNCTION(library, ZoProtector_GetVersion);
-    decltype(&ZoProtector_SetMasterEnabled) SetMasterEnabled = ZOTEST_FUNCTION(library, ZoProtector_SetMasterEnabled);
-    decltype(&ZoProtector_GetHardwareId) GetHardwareId = ZOTEST_FUNCTION(library, ZoProtector_GetHardwareId);
-
-    // Writes two lines without needing a channel.
-    void WriteLines() const {
-        wchar_t text[65];
-        GetHardwareId(text, 65);
-    }
-};
 
 class Life : public zotest::DriverTest, OwnTemporaryFolder {
   protected:
@@ -213,97 +193,6 @@ TEST(LifeWithoutDriver, TheOpenFailsAndADriverThatVanishesFailsItsCommands) {
     driver.Start();
     EXPECT_EQ(sdk.Initialize(), ZOP_OK);
     EXPECT_EQ(sdk.SetMasterEnabled(1), ZOP_OK);
-}
-
-// The log needs no driver: an initialisation that fails sets it up all the same.
-class Log : public testing::Test, protected OwnTemporaryFolder {
-  protected:
-    [[nodiscard]] std::filesystem::path File(const char* date) const {
-        return zotest::TodaysLog().parent_path() / (std::string("ZoProtector_") + date + ".log");
-    }
-
-    LoadedSdk sdk_;
-};
-
-SYSTEMTIME localTime;
-
-void WINAPI FakeLocalTime(SYSTEMTIME* time) {
-    *time = localTime;
-}
-
-TEST_F(Log, ChangesItsFileWithTheDayOfTheMonthAlone) {
-    const zotest::ImportHook clock("GetLocalTime", &FakeLocalTime);
-    localTime = {2024, 3, 0, 5, 9, 7, 3, 42};
-    sdk_.Initialize();
-    localTime.wMonth = 4;  // the same day of another month: still the March file
-    sdk_.WriteLines();
-    localTime.wDay = 6;
-    sdk_.WriteLines();
-    localTime.wDay = 5;
-    sdk_.WriteLines();
-    const auto march = zotest::ReadLogLines(File("20240305"));
-    ASSERT_EQ(march.size(), 4u);
-    EXPECT_EQ(march[0], "[2024-03-05 09:07:03.042][INFO ] ZoProtector_Initialize: Starting SDK initialization");
-    EXPECT_TRUE(march[2].starts_with("[2024-04-05 09:07:03.042][INFO ] ComputeHardwareIdDigest: mixed "));
-    EXPECT_EQ(zotest::ReadLogLines(File("20240406")).size(), 2u);
-    EXPECT_EQ(zotest::ReadLogLines(File("20240405")).size(), 2u);
-}
-
-TEST_F(Log, BeginsWithTheInitialisationAndTriesAFileThatAnotherProcessHoldsAtEveryLine) {
-    const zotest::DebugOutput debugger;
-    sdk_.WriteLines();
-    EXPECT_TRUE(debugger.Strings().empty());
-    EXPECT_FALSE(exists(zotest::TodaysLog().parent_path()));
-    create_directories(zotest::TodaysLog().parent_path());
-    zo::OwnedFile held(CreateFileW(zotest::TodaysLog().c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                   FILE_ATTRIBUTE_NORMAL, nullptr));
-    sdk_.Initialize();
-    held.Reset();
-    EXPECT_EQ(zotest::ReadLogLines(), Lines());
-    sdk_.WriteLines();
-    ASSERT_EQ(debugger.Strings().size(), 4u) << "the debugger is told all";
-    const Lines lines = zotest::ReadLogLines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[1] + "\r\n", debugger.Strings()[3]);
-}
-
-TEST_F(Log, SweepsFilesOfMoreThanSevenDaysOnceAProcess) {
-    constexpr int kWeek = 7 * 24;  // ages are in hours
-    const struct {
-        std::filesystem::path file;
-        int age;
-        bool kept;
-    } files[] = {
-        {File("20240102"), kWeek + 1, false},
-        {File("20240103"), kWeek - 1, true},
-        {File("20240104"), -kWeek - 1, true},
-        {File(""), kWeek + 1, false},
-        {File("x").parent_path() / "Other.log", kWeek + 1, true},
-    };
-    for (const bool isFirst : {true, false}) {
-        for (const auto& [file, age, kept] : files) {
-            zotest::WriteFileBytes(file, "old");
-            last_write_time(file, std::filesystem::file_time_type::clock::now() - std::chrono::hours(age));
-        }
-        sdk_.Initialize();
-        for (const auto& [file, age, kept] : files)
-            EXPECT_EQ(exists(file), kept || !isFirst) << file;
-    }
-}
-
-TEST_F(Log, FallsBackToTheCurrentFolderWithoutSweepingIt) {
-    const auto before = std::filesystem::current_path();
-    current_path(folder.Path());
-    const auto old = folder / "ZoProtector_20200101.log";
-    zotest::WriteFileBytes(old, "kept");
-    last_write_time(old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1000));
-    {
-        const zotest::ScopedTmp tooLong(L"C:\\" + std::wstring(300, L't'));
-        sdk_.Initialize();
-    }
-    EXPECT_EQ(zotest::ReadLogLines(folder / zotest::TodaysLog().filename()).size(), 2u);
-    EXPECT_TRUE(exists(old));
-    current_path(before);
 }
 
 }  // namespace
