@@ -18,6 +18,9 @@ class CriticalSection {
     CriticalSection& operator=(const CriticalSection&) = delete;
 
     void lock() noexcept { EnterCriticalSection(&section_); }
+    // Does not wait. At the end of the process the owner may be a thread that was ended: Windows ends a process at once
+    // that waits for such a lock, and its exit code is lost.
+    [[nodiscard]] bool try_lock() noexcept { return TryEnterCriticalSection(&section_) != FALSE; }
     void unlock() noexcept { LeaveCriticalSection(&section_); }
 
     [[nodiscard]] CRITICAL_SECTION* Get() noexcept { return &section_; }

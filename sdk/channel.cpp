@@ -17,6 +17,7 @@ namespace zop {
 namespace {
 
 constexpr const wchar_t* kDevicePath = L"\\\\.\\ZoProtector";
+constexpr std::string_view kUninitialized = "ZoProtector_Uninitialize: SDK uninitialized";
 
 struct ChannelState {
     zo::AtomicOwned<zo::FileKind> device;
@@ -94,6 +95,19 @@ std::int32_t ShakeHands() {
 
 }  // namespace
 
+void ZopCloseAtDetach() noexcept {
+    const CloseLog closing;  // a failed initialisation, or a line written since, may have left the file open
+    if (!channel.initialized) return;
+    const std::unique_lock guard(channel.lock, std::try_to_lock);
+    channel.device.Reset();
+    channel.initialized = false;
+    try {
+        ZopLogWriteUnlessLocked(kLogInfo, kUninitialized);
+    } catch (...) {
+        // No memory for the line. An exception must not leave the library's entry.
+    }
+}
+
 bool ZopIsInitialized() noexcept {
     return channel.initialized;
 }
@@ -139,7 +153,7 @@ int32_t ZoProtector_Uninitialize() {
     channel.device.Reset();
     channel.initialized = false;
     const CloseLog closing;
-    ZopLogWrite(kLogInfo, "ZoProtector_Uninitialize: SDK uninitialized");
+    ZopLogWrite(kLogInfo, kUninitialized);
     return ZOP_OK;
 }
 

@@ -15,6 +15,10 @@ namespace zop {
 // Set from a successful handshake until ZoProtector_Uninitialize.
 [[nodiscard]] bool ZopIsInitialized() noexcept;
 
+// ZoProtector_Uninitialize for the moment at which the library is unloaded or the process ends. It waits for no lock, and
+// no failure of the log leaves it; the device and the log file are closed in any case.
+void ZopCloseAtDetach() noexcept;
+
 // Sends one command and waits for it. bytesReturned, which may be null, receives the length of the reply, also when the
 // command fails; it stays as it is while the device is closed (ZOP_E_NOT_INITIALIZED). Win32 errors that have no status
 // of their own become ZOP_E_FAILED and a line in the log.

@@ -69,6 +69,13 @@ void ZopLogWrite(std::uint32_t level, std::string_view message) {
     WriteLine(time, level, message);
 }
 
+void ZopLogWriteUnlessLocked(std::uint32_t level, std::string_view message) {
+    if (!logState.initialized) return;
+    const LogTime time = LocalTime();
+    const std::unique_lock guard(logState.lock, std::try_to_lock);
+    if (guard) WriteLine(time, level, message);
+}
+
 void ZopLogClose() noexcept {
     logState.file.Reset();
 }

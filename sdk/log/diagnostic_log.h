@@ -30,6 +30,10 @@ void ZopLogInit();
 // Writes one line, from any thread. message is UTF-8 and needs no line end.
 void ZopLogWrite(std::uint32_t level, std::string_view message);
 
+// The same for the end of the process: drops the line when another thread holds the log lock, which may have been ended
+// while it did.
+void ZopLogWriteUnlessLocked(std::uint32_t level, std::string_view message);
+
 // Closes the file; the next line opens it again. Takes no lock, so that it also works at process exit, when a thread
 // that was ended may have held the log lock. A line that is being written at that moment may fail, or land in whatever
 // file has just got the handle's number.

@@ -1,6 +1,10 @@
 // What loading, opening, closing, unloading and the end of the process do to the channel and to the diagnostic log. Each
 // load of the library begins with a state of its own.
 
+#include <cstdlib>
+#include <optional>
+#include <utility>
+
 #include "child_process.h"
 #include "handle_count.h"
 #include "import_hook.h"
@@ -147,34 +151,86 @@ TEST_F(Life, CallsAllowedUnderTheLoaderLockDoNotWaitForIt) {
     EXPECT_EQ(waited, static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
-// The child of the test below.
-TEST(LifeChild, DISABLED_EndsWhileFiveThreadsAreInsideTheLibrary) {
-    static const LoadedSdk sdk;  // unloaded by the end of the process only
-    sdk.Initialize();
-    const auto run = [](LPTHREAD_START_ROUTINE routine) {
-        zo::OwnedKernelObject(CreateThread(nullptr, 0, routine, nullptr, 0, nullptr)).Reset();
-    };
-    for (int i = 0; i < 4; ++i)
-        run([](void*) -> DWORD {
-            for (;; sdk.SetMasterEnabled(1))
-                sdk.WriteLines();
-        });
-    run([](void*) -> DWORD {
-        for (;; sdk.Initialize())
-            sdk.Uninitialize();
-    });
-    Sleep(300);
-    ExitProcess(7);
+// The children of the tests below, which end with code 7 when all is well.
+constexpr UINT kGoodEnd = 7;
+constexpr UINT kEndedForALock = 13;
+
+bool isEnding;
+bool allocationFailed;
+std::string lineToStopAt;
+HANDLE stopped;
+
+// While a process shuts down, Windows ends it at once when it waits for a lock whose owner is gone. Wine lets it through.
+void WINAPI EnterAsWindowsDoes(CRITICAL_SECTION* section) {
+    if (!isEnding) return EnterCriticalSection(section);
+    if (!TryEnterCriticalSection(section)) TerminateProcess(GetCurrentProcess(), kEndedForALock);
 }
 
-TEST_F(Life, TheProcessEndsAtOnceWhileOtherThreadsLog) {
-    const std::wstring program = (zotest::ProgramFolder() / "sdk_life_test.exe").wstring();
-    for (int i = 0; i < 4; ++i) {
-        const zotest::ChildResult result =
-            zotest::RunChild(program, {L"--gtest_also_run_disabled_tests", L"--gtest_filter=LifeChild.*"});
-        EXPECT_FALSE(result.timedOut);
-        EXPECT_EQ(result.exitCode, 7u);
+// Stops the thread that writes the line, inside the locks.
+BOOL WINAPI WriteOrStop(HANDLE file, const void* bytes, DWORD size, DWORD* written, OVERLAPPED* overlapped) {
+    if (std::string(static_cast<const char*>(bytes), size).find(lineToStopAt) != std::string::npos) {
+        SetEvent(stopped);
+        Sleep(INFINITE);
     }
+    return WriteFile(file, bytes, size, written, overlapped);
+}
+
+void EndWhileAThreadWrites(const char* line) {
+    static const LoadedSdk sdk;  // unloaded by the end of the process only
+    static const zotest::ImportHook enter("EnterCriticalSection", &EnterAsWindowsDoes);
+    static const zotest::ImportHook write("WriteFile", &WriteOrStop);
+    lineToStopAt = line;
+    stopped = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const auto run = [](void*) -> DWORD {
+        sdk.Initialize();
+        sdk.WriteLines();
+        return 0;
+    };
+    const zo::OwnedKernelObject thread(CreateThread(nullptr, 0, run, nullptr, 0, nullptr));
+    WaitForSingleObject(stopped, INFINITE);
+    isEnding = true;
+    ExitProcess(kGoodEnd);
+}
+
+TEST(LifeChild, DISABLED_EndsWhileAThreadHoldsTheLogLock) {
+    EndWhileAThreadWrites("produced HID");
+}
+
+TEST(LifeChild, DISABLED_EndsWhileAThreadHoldsBothLocks) {
+    EndWhileAThreadWrites("SDK initialized");
+}
+
+void* FailOnceWhileEnding(std::size_t size) {
+    if (isEnding && !std::exchange(allocationFailed, true)) return nullptr;
+    return std::malloc(size);
+}
+
+TEST(LifeChild, DISABLED_UnloadsWithoutMemoryForTheLogLine) {
+    std::optional<LoadedSdk> sdk(std::in_place);
+    sdk->Initialize();
+    static const zotest::ImportHook hook("malloc", &FailOnceWhileEnding);
+    isEnding = true;
+    sdk.reset();
+    ExitProcess(allocationFailed && DeleteFileW(zotest::TodaysLog().c_str()) ? kGoodEnd : 0);
+}
+
+void ExpectGoodEndOf(const std::string& child) {
+    SCOPED_TRACE(child);
+    const std::wstring program = (zotest::ProgramFolder() / "sdk_life_test.exe").wstring();
+    const std::wstring filter = L"--gtest_filter=LifeChild.DISABLED_" + zo::WideFromUtf8(child);
+    const zotest::ChildResult result = zotest::RunChild(program, {L"--gtest_also_run_disabled_tests", filter});
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.exitCode, kGoodEnd) << result.out;
+}
+
+TEST_F(Life, TheEndOfTheProcessWaitsForNoLock) {
+    ExpectGoodEndOf("EndsWhileAThreadHoldsTheLogLock");
+    ExpectGoodEndOf("EndsWhileAThreadHoldsBothLocks");
+    EXPECT_EQ(DevicesOpen(), 0u);
+}
+
+TEST_F(Life, UnloadingWithoutMemoryForTheLogLineClosesEverything) {
+    ExpectGoodEndOf("UnloadsWithoutMemoryForTheLogLine");
     EXPECT_EQ(DevicesOpen(), 0u);
 }
 
