@@ -1,6 +1,6 @@
 # The DLL out of its rooms.
 
-add_library(ZoProtectorLib SHARED "${CMAKE_BINARY_DIR}/zoprotector_version.rc")
+add_library(ZoProtectorLib SHARED)
 add_library(ZoProtectorLib::ZoProtectorLib ALIAS ZoProtectorLib)
 target_link_libraries(ZoProtectorLib PRIVATE base_core base sdk_log_core sdk_log sdk_core sdk driver_service signer_core
                                              signer crash_report_core crash_report)
@@ -19,12 +19,10 @@ target_include_directories(ZoProtectorLib INTERFACE $<INSTALL_INTERFACE:include>
 # scrambler key of the crash reporter are known to everyone who has the sources: no such DLL is to be shipped.
 get_property(zo_development_settings GLOBAL PROPERTY zo_development_settings)
 list(JOIN zo_development_settings ", " zo_development_settings)
+set(zo_special_build "")
 if(zo_development_settings)
     message(NOTICE "Development settings, not to be shipped (README.md, Building): ${zo_development_settings}")
-    set(zo_file_flags "VS_FF_SPECIALBUILD")
-    set(zo_special_build "VALUE \"SpecialBuild\", \"development settings: ${zo_development_settings}\"")
-else()
-    set(zo_file_flags "0")
-    set(zo_special_build "")
+    set(zo_special_build "development settings: ${zo_development_settings}")
 endif()
-configure_file("${CMAKE_SOURCE_DIR}/cmake/zoprotector_version.rc.in" "${CMAKE_BINARY_DIR}/zoprotector_version.rc" @ONLY)
+zo_version_resource(ZoProtectorLib TYPE VFT_DLL SPECIAL_BUILD "${zo_special_build}"
+                    DESCRIPTION "ZoProtector driver SDK, directory signer and crash reporter")

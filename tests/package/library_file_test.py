@@ -51,6 +51,12 @@ class LibraryFile(unittest.TestCase):
         for text in words:
             self.assertIn(text.encode("utf-16-le"), self.content)
 
+    def test_goes_with_a_zoctl_that_has_its_version_and_a_manifest(self):
+        zoctl = LIBRARY.with_name("zoctl.exe").read_bytes()
+        self.assertIn(self.fixed_version()[:24], zoctl)
+        for text in (b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}", b">true</longPathAware>", b'level="asInvoker"'):
+            self.assertIn(text, zoctl)
+
     def fixed_version(self):
         """VS_FIXEDFILEINFO, which begins with its signature and structure version."""
         at = self.content.index(bytes.fromhex("bd04effe00000100"))

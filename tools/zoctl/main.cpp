@@ -6,6 +6,7 @@
 #include "exit_codes.h"
 #include "format.h"
 #include "groups.h"
+#include "library_settings.h"
 #include "zoprotector.h"
 
 namespace {
@@ -18,14 +19,19 @@ std::string ExitCodesFooter() {
     return footer + "\n\n\"zoctl GROUP --help\" shows a group's commands.";
 }
 
+std::string Version() {
+    const std::string settings = zoctl::DevelopmentSettings();
+    return zo::Format("zoctl {}.{}.{}{}", ZOP_SDK_VERSION_MAJOR, ZOP_SDK_VERSION_MINOR, ZOP_SDK_VERSION_PATCH,
+                      settings.empty() ? "" : "\nThe library has " + settings);
+}
+
 }  // namespace
 
 int main() {
     zoctl::InstallCtrlC();
     CLI::App app("Installs, controls and watches the protection driver, signs folders and reports crashes.", "zoctl");
     zoctl::Tool tool(app);
-    app.set_version_flag(
-        "--version", zo::Format("zoctl {}.{}.{}", ZOP_SDK_VERSION_MAJOR, ZOP_SDK_VERSION_MINOR, ZOP_SDK_VERSION_PATCH));
+    app.set_version_flag("--version", Version);
     app.footer(ExitCodesFooter());
     for (const zoctl::RegisterGroup registerGroup : zoctl::CommandGroups())
         registerGroup(app, tool);

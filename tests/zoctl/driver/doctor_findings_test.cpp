@@ -46,6 +46,7 @@ TEST(Doctor, NamesWhatIsWrongAndOnlyThat) {
         {0, [](auto& f) { f.statsVersion = 2; }, "note counters: layout 2.*"},
         {0, [](auto& f) { f.bypassAttempts = 3; }, "note counters: 3 unsigned.*"},
         {0, [](auto& f) { f.logError = 32; }, "note diagnostic log: .*another process"},
+        {0, [](auto& f) { f.developmentSettings = "development settings: A"; }, "note library: development.* A"},
     };
     for (const auto& one : cases) {
         DoctorFacts facts = Healthy();

@@ -113,6 +113,7 @@ TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
     EXPECT_TRUE(Gave(Zoctl("--help"), 0, "Exit codes:"));
     EXPECT_TRUE(Gave(Zoctl("file ignore add --help"), 0, "zoctl file ignore add C:\\"));
     EXPECT_TRUE(Gave(Zoctl("--version"), 0, "zoctl 1."));
+    EXPECT_TRUE(Gave(Zoctl("--version"), 0, "development settings: ZO_"));
 }
 
 TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {

@@ -7,6 +7,7 @@
 
 #include "diagnostic_log.h"
 #include "format.h"
+#include "library_settings.h"
 #include "owned_handles.h"
 #include "service_names.h"
 #include "table_entries.h"
@@ -169,6 +170,7 @@ void TryLog(DoctorFacts& facts) {
 DoctorFacts GatherDoctorFacts() {
     DoctorFacts facts;
     TryLog(facts);
+    facts.developmentSettings = DevelopmentSettings();
     AskService(facts);
     // The device also answers when the service manager has lost sight of the driver (one marked for deletion runs on).
     if (facts.state != ZOP_DRIVER_NOT_INSTALLED && facts.state != ZOP_DRIVER_STOPPED) {

@@ -233,6 +233,10 @@ std::vector<Finding> Judge(const DoctorFacts& facts) {
     JudgeService(facts, findings);
     JudgeDriver(facts, findings);
     findings.push_back(JudgeLog(facts));
+    if (!facts.developmentSettings.empty()) {
+        findings.push_back(Note("library", facts.developmentSettings,
+                                "For development only; ship a library that was built with your own."));
+    }
     return findings;
 }
 

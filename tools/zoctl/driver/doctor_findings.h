@@ -41,6 +41,8 @@ struct DoctorFacts {
 
     std::string logFile;
     std::uint32_t logError = 0;  // Win32
+
+    std::string developmentSettings;  // as DevelopmentSettings gives them
 };
 
 enum class Severity { kGood, kNote, kWrong };

@@ -1,0 +1,13 @@
+#pragma once
+
+// What the library's file says about how it was built.
+
+#include <string>
+
+namespace zoctl {
+
+// "development settings: NAMES" when the loaded library was built with keys or settings that must not be shipped; empty
+// when it was not, or when its file cannot be read.
+[[nodiscard]] std::string DevelopmentSettings();
+
+}  // namespace zoctl
