@@ -1,9 +1,13 @@
 // ZoProtector_UpgradeDriver: a newer driver file in the place of the installed one. The running driver is left alone;
-// the new file is loaded when the service is next started. docs/upgrade.md tells what lies on disk after each failure.
+// the new file is loaded when the service is next started. docs/upgrade.md says what is on disk after each failure.
+
+#include <mutex>
 
 #include "copy_driver_file.h"
 #include "driver_paths.h"
 #include "file_version.h"
+#include "locks.h"
+#include "owned_handles.h"
 #include "replace_file.h"
 #include "service_errors.h"
 #include "staging_file.h"
@@ -39,6 +43,13 @@ DWORD MoveOver(const PathBuffer& source, const PathBuffer& target) {
     return MoveFileExW(source.Text(), target.Text(), MOVEFILE_REPLACE_EXISTING) ? ERROR_SUCCESS : GetLastError();
 }
 
+// While this is open, nobody can write to the file, delete it or put another in its place. Empty when somebody else has
+// it open for that already.
+zo::OwnedFile HoldInPlace(const PathBuffer& file) {
+    return zo::OwnedFile(CreateFileW(file.Text(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
 std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& installed, const PathBuffer& staging) {
     DWORD error = ZopCopyDriverFile(newFile, installed.Text());
     if (error == ERROR_SUCCESS) return ZOP_OK;
@@ -47,10 +58,13 @@ std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& i
     // A running image cannot be written, but it can be renamed.
     error = MoveOver(installed, staging);
     if (error != ERROR_SUCCESS) return MapFileError(error);
+    // The temporary folder may be open to others, and what lies there may become the driver again.
+    zo::OwnedFile held = HoldInPlace(staging);
     DeleteAtRestart(staging);
 
     error = ZopCopyDriverFile(newFile, installed.Text());
     if (error == ERROR_SUCCESS) return ZOP_OK;
+    held.Reset();  // a held file cannot be renamed
     // The copy's error is what the caller has to know, whether or not the old file could be put back.
     static_cast<void>(MoveOver(staging, installed));
     return MapFileError(error);
@@ -85,7 +99,12 @@ class ProtectionPause {
     std::int32_t status_ = ZOP_OK;
 };
 
+// One replacement at a time: the second of two at once would read the switch as the first has set it, and leave
+// protection off.
+zo::CriticalSection replacementLock;
+
 std::int32_t ReplaceThroughDriver(const wchar_t* newFile, const PathBuffer& installed) {
+    const std::lock_guard guard(replacementLock);
     if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
     ProtectionPause pause;
     if (const std::int32_t status = pause.Begin(); status < 0) return status;

@@ -22,7 +22,11 @@ std::vector<DWORD> copyErrors;
 std::vector<DWORD> moveErrors;
 std::wstring deletedAtRestart;
 
+bool areAllDenied;
+
 bool IsScripted(std::vector<DWORD>& errors) {
+    if (areAllDenied) SetLastError(ERROR_ACCESS_DENIED);
+    if (areAllDenied) return true;
     if (errors.empty()) return false;
     const DWORD error = errors.front();
     errors.erase(errors.begin());
@@ -30,7 +34,17 @@ bool IsScripted(std::vector<DWORD>& errors) {
     return error != 0;
 }
 
+// A folder in which somebody tries to delete every file while the library copies.
+std::filesystem::path attackedFolder;
+std::vector<DWORD> attackErrors;
+
+void DeleteFilesOf(const std::filesystem::path& folder) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        attackErrors.push_back(DeleteFileW(entry.path().c_str()) ? ERROR_SUCCESS : GetLastError());
+}
+
 BOOL WINAPI ScriptedCopy(const wchar_t* from, const wchar_t* to, BOOL failIfThere) {
+    if (!attackedFolder.empty()) DeleteFilesOf(attackedFolder);
     return IsScripted(copyErrors) ? FALSE : CopyFileW(from, to, failIfThere);
 }
 
@@ -200,6 +214,16 @@ TEST_F(UpgradeTest, AFileInUseIsRenamedAndDeletedAtRestart) {
         ExpectUpgraded(1, 0);
         ExpectOldFileStaged(row.stagingFolder, row.extension);
     }
+}
+
+TEST_F(UpgradeTest, TheRenamedFileCannotBeReplacedUntilTheNewOneIsInPlace) {
+    attackedFolder = tmp_;
+    attackErrors.clear();
+    copyErrors = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
+    EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL));
+    attackedFolder.clear();
+    EXPECT_EQ(attackErrors, std::vector<DWORD>{ERROR_SHARING_VIOLATION});
+    ExpectUpgraded(0, 0);
 }
 
 TEST_F(UpgradeTest, ARunningDriverKeepsRunning) {
@@ -375,6 +399,48 @@ TEST_F(UpgradeByDriverTest, EachStepThatFailsLeavesTheOldFileAndTheMasterSwitch)
         EXPECT_EQ(zotest::AnyLineEndsWith(output.Strings(), line), row.code == ZOP_IOCTL_REPLACE_FILE);
         simulator_->ClearFaults();
     }
+}
+
+// Two upgrades of one process. The first one stops before the driver replaces the file, until the second has asked for
+// the master switch or has waited for a while, as it does when it must not begin yet.
+struct TwoUpgrades {
+    zo::OwnedKernelObject secondHasAsked{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    zo::OwnedKernelObject firstIsDone{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    zo::OwnedKernelObject second;
+    std::wstring newFile;
+};
+TwoUpgrades* twoUpgrades;
+thread_local bool isSecond;
+
+DWORD WINAPI UpgradeAsSecond(void*) {
+    isSecond = true;
+    return static_cast<DWORD>(ZoProtector_UpgradeDriver(twoUpgrades->newFile.c_str(), nullptr, nullptr));
+}
+
+BOOL WINAPI MeetInTheMiddle(HANDLE device, DWORD code, void* in, DWORD inSize, void* out, DWORD outSize,
+                            DWORD* returned, OVERLAPPED* overlapped) {
+    if (isSecond && code == ZOP_IOCTL_REPLACE_FILE) WaitForSingleObject(twoUpgrades->firstIsDone.Get(), INFINITE);
+    if (!isSecond && code == ZOP_IOCTL_REPLACE_FILE) {
+        twoUpgrades->second.Reset(CreateThread(nullptr, 0, UpgradeAsSecond, nullptr, 0, nullptr));
+        WaitForSingleObject(twoUpgrades->secondHasAsked.Get(), 500);
+    }
+    const BOOL done = DeviceIoControl(device, code, in, inSize, out, outSize, returned, overlapped);
+    if (isSecond && code == ZOP_IOCTL_GET_MASTER_ENABLED) SetEvent(twoUpgrades->secondHasAsked.Get());
+    return done;
+}
+
+TEST_F(UpgradeByDriverTest, TwoAtOnceLeaveProtectionOn) {
+    SetMaster(true);
+    TwoUpgrades both;
+    both.newFile = newFile_;
+    twoUpgrades = &both;
+    const zotest::ImportHook hook("DeviceIoControl", MeetInTheMiddle);
+    areAllDenied = true;
+    EXPECT_EQ(Upgrade(), ZOP_OK);
+    SetEvent(both.firstIsDone.Get());
+    WaitForSingleObject(both.second.Get(), INFINITE);
+    areAllDenied = false;
+    EXPECT_EQ(simulator_->State().masterEnabled, 1u);
 }
 
 TEST_F(UpgradeByDriverTest, AStagingNameThatDoesNotFitPutsTheMasterSwitchBack) {
