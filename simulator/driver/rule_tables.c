@@ -67,68 +67,60 @@ static uint8_t* EntryAt(const SimTable* table, uint32_t entry) {
     return table->entries + (size_t)entry * table->entrySize;
 }
 
-/* The first entry whose first fields are those of the record. */
-static uint32_t FindIn(const SimTable* table, const SimIndex* index, const uint8_t* record, uint32_t fields) {
+/* The newest entry whose first fields equal the record's: 1 for the key alone, or all of the identity. Entries that share
+ * a key are in one bucket, so its chain serves both; the hash in each link keeps different records from being compared. */
+static uint32_t FindEntry(const SimTable* table, const uint8_t* record, uint32_t fields) {
     if (table->allocated == 0) return SIM_NONE;
-    const uint32_t hash = HashFields(table->kind, record, fields);
-    uint32_t entry = index->buckets[hash & (table->allocated - 1)];
-    while (entry != SIM_NONE &&
-           (index->links[entry].hash != hash || !SameFields(table->kind, EntryAt(table, entry), record, fields))) {
-        entry = index->links[entry].next;
+    const uint32_t keyHash = HashFields(table->kind, record, 1);
+    const uint32_t hash = fields == 1 ? keyHash : HashFields(table->kind, record, fields);
+    uint32_t entry = table->buckets[keyHash & (table->allocated - 1)];
+    while (entry != SIM_NONE) {
+        const SimLink* const link = &table->links[entry];
+        if ((fields == 1 ? link->keyHash : link->identityHash) == hash &&
+            SameFields(table->kind, EntryAt(table, entry), record, fields)) {
+            break;
+        }
+        entry = link->next;
     }
     return entry;
 }
 
-static void LinkEntry(const SimTable* table, SimIndex* index, uint32_t entry, uint32_t hash) {
-    uint32_t* const bucket = &index->buckets[hash & (table->allocated - 1)];
-    SimLink* const link = &index->links[entry];
-    link->hash = hash;
+static void LinkEntry(SimTable* table, uint32_t entry) {
+    const uint8_t* const record = EntryAt(table, entry);
+    SimLink* const link = &table->links[entry];
+    link->keyHash = HashFields(table->kind, record, 1);
+    link->identityHash = HashFields(table->kind, record, table->kind->identityCount);
+    uint32_t* const bucket = &table->buckets[link->keyHash & (table->allocated - 1)];
     link->previous = SIM_NONE;
     link->next = *bucket;
-    if (*bucket != SIM_NONE) index->links[*bucket].previous = entry;
+    if (*bucket != SIM_NONE) table->links[*bucket].previous = entry;
     *bucket = entry;
 }
 
-/* What points at the entry (its neighbours, or its bucket) points at another one afterwards. */
-static void PointAt(const SimTable* table, SimIndex* index, uint32_t entry, uint32_t before, uint32_t after) {
-    const SimLink* const link = &index->links[entry];
+/* Changes what points at the entry: its neighbours, or its bucket when it is the first. */
+static void PointAt(SimTable* table, uint32_t entry, uint32_t nextOfPrevious, uint32_t previousOfNext) {
+    const SimLink* const link = &table->links[entry];
     if (link->previous != SIM_NONE) {
-        index->links[link->previous].next = before;
+        table->links[link->previous].next = nextOfPrevious;
     } else {
-        index->buckets[link->hash & (table->allocated - 1)] = before;
+        table->buckets[link->keyHash & (table->allocated - 1)] = nextOfPrevious;
     }
-    if (link->next != SIM_NONE) index->links[link->next].previous = after;
+    if (link->next != SIM_NONE) table->links[link->next].previous = previousOfNext;
 }
 
-static void UnlinkEntry(const SimTable* table, SimIndex* index, uint32_t entry) {
-    PointAt(table, index, entry, index->links[entry].next, index->links[entry].previous);
+static void UnlinkEntry(SimTable* table, uint32_t entry) {
+    PointAt(table, entry, table->links[entry].next, table->links[entry].previous);
 }
 
-static void MoveLink(const SimTable* table, SimIndex* index, uint32_t from, uint32_t to) {
-    PointAt(table, index, from, to, to);
-    index->links[to] = index->links[from];
-}
-
-static void LinkInBoth(SimTable* table, uint32_t entry) {
-    const uint8_t* const record = EntryAt(table, entry);
-    LinkEntry(table, &table->byKey, entry, HashFields(table->kind, record, 1));
-    LinkEntry(table, &table->byIdentity, entry, HashFields(table->kind, record, table->kind->identityCount));
-}
-
-static BOOLEAN AllocateIndex(SimIndex* index, uint32_t entries) {
-    index->buckets = SimAllocate((size_t)entries * sizeof(uint32_t));
-    index->links = SimAllocate((size_t)entries * sizeof(SimLink));
-    if (index->buckets == NULL || index->links == NULL) return FALSE;
-    memset(index->buckets, 0xFF, (size_t)entries * sizeof(uint32_t)); /* SIM_NONE in each */
-    return TRUE;
+static void MoveLink(SimTable* table, uint32_t from, uint32_t to) {
+    PointAt(table, from, to, to);
+    table->links[to] = table->links[from];
 }
 
 static void FreeStorage(SimTable* table) {
     SimFree(table->entries);
-    SimFree(table->byKey.buckets);
-    SimFree(table->byKey.links);
-    SimFree(table->byIdentity.buckets);
-    SimFree(table->byIdentity.links);
+    SimFree(table->buckets);
+    SimFree(table->links);
 }
 
 static BOOLEAN Grow(SimTable* table) {
@@ -137,27 +129,27 @@ static BOOLEAN Grow(SimTable* table) {
     bigger.capacity = table->capacity;
     bigger.allocated = table->allocated == 0 ? SIM_FIRST_ALLOCATION : 2 * table->allocated;
     bigger.entries = SimAllocate((size_t)bigger.allocated * bigger.entrySize);
-    if (!AllocateIndex(&bigger.byKey, bigger.allocated) || !AllocateIndex(&bigger.byIdentity, bigger.allocated) ||
-        bigger.entries == NULL) {
+    bigger.buckets = SimAllocate((size_t)bigger.allocated * sizeof(uint32_t));
+    bigger.links = SimAllocate((size_t)bigger.allocated * sizeof(SimLink));
+    if (bigger.entries == NULL || bigger.buckets == NULL || bigger.links == NULL) {
         FreeStorage(&bigger);
         return FALSE;
     }
+    memset(bigger.buckets, 0xFF, (size_t)bigger.allocated * sizeof(uint32_t)); /* SIM_NONE in each */
     bigger.count = SimTableCopy(table, 0, table->count, bigger.entries);
     for (uint32_t entry = 0; entry < bigger.count; ++entry)
-        LinkInBoth(&bigger, entry);
+        LinkEntry(&bigger, entry);
     FreeStorage(table);
     *table = bigger;
     return TRUE;
 }
 
-/* The last entry takes the place of the one removed. */
+/* The last entry moves to the place of the removed one. */
 static void RemoveEntry(SimTable* table, uint32_t entry) {
-    UnlinkEntry(table, &table->byKey, entry);
-    UnlinkEntry(table, &table->byIdentity, entry);
+    UnlinkEntry(table, entry);
     const uint32_t last = table->count - 1;
     if (entry != last) {
-        MoveLink(table, &table->byKey, last, entry);
-        MoveLink(table, &table->byIdentity, last, entry);
+        MoveLink(table, last, entry);
         memcpy(EntryAt(table, entry), EntryAt(table, last), table->entrySize);
     }
     table->count = last;
@@ -178,22 +170,20 @@ void SimTableClear(SimTable* table) {
 }
 
 NTSTATUS SimTableAdd(SimTable* table, const void* record) {
-    if (FindIn(table, &table->byIdentity, record, table->kind->identityCount) != SIM_NONE) {
-        return STATUS_OBJECT_NAME_COLLISION;
-    }
+    if (FindEntry(table, record, table->kind->identityCount) != SIM_NONE) return STATUS_OBJECT_NAME_COLLISION;
     if (table->count >= table->capacity) return STATUS_QUOTA_EXCEEDED;
     if (table->count == table->allocated && !Grow(table)) return STATUS_INSUFFICIENT_RESOURCES;
     uint8_t* const place = EntryAt(table, table->count);
     memset(place, 0, table->entrySize);
     memcpy(place, record, table->kind->recordSize);
-    LinkInBoth(table, table->count++);
+    LinkEntry(table, table->count++);
     return STATUS_SUCCESS;
 }
 
 uint32_t SimTableRemoveKey(SimTable* table, const void* key) {
     uint32_t removed = 0;
     uint32_t entry;
-    while ((entry = FindIn(table, &table->byKey, key, 1)) != SIM_NONE) {
+    while ((entry = FindEntry(table, key, 1)) != SIM_NONE) {
         RemoveEntry(table, entry);
         ++removed;
     }
@@ -201,7 +191,7 @@ uint32_t SimTableRemoveKey(SimTable* table, const void* key) {
 }
 
 void* SimTableFind(SimTable* table, const void* key) {
-    const uint32_t entry = FindIn(table, &table->byKey, key, 1);
+    const uint32_t entry = FindEntry(table, key, 1);
     return entry == SIM_NONE ? NULL : EntryAt(table, entry);
 }
 
