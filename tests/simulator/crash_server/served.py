@@ -10,7 +10,7 @@ import subprocess
 import sys
 import tempfile
 
-SOURCES = pathlib.Path(__file__).resolve().parents[2]
+SOURCES = pathlib.Path(__file__).resolve().parents[3]
 SERVER = SOURCES / "simulator" / "crash_server"
 sys.path += [str(SERVER), str(SOURCES / "simulator" / "debug_engine")]
 
