@@ -1,0 +1,296 @@
+// simctl as a script has it: exit codes, text, JSON, and what each command does to the simulator.
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "child_process.h"
+#include "driver_channel.h"
+#include "loaded_library.h"
+
+namespace zotest {
+namespace {
+
+using Json = nlohmann::json;
+
+struct Outcome {
+    int exitCode = -1;
+    std::string out, err;
+};
+
+Outcome Simctl(const std::string& line) {
+    std::vector<std::wstring> words;
+    std::istringstream rest(line);
+    for (std::string word; rest >> word;)
+        words.emplace_back(word.begin(), word.end());
+    const ChildResult result = RunChild((ProgramFolder() / "simctl.exe").wstring(), words);
+    return {static_cast<int>(result.exitCode), result.out, result.err};
+}
+
+class SimctlTest : public ChannelTest {
+  protected:
+    // The document of a command that must work.
+    static Json Shown(const std::string& line) {
+        const Outcome run = Simctl(line + " --json");
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        return Json::parse(run.out, nullptr, false);
+    }
+    [[nodiscard]] std::uint32_t ListFileRules() const {
+        std::uint8_t reply[16] = {};
+        return Send(ZOP_IOCTL_LIST_FILE_RULES, nullptr, 0, reply, sizeof(reply)).error;
+    }
+};
+
+TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
+    using Change = std::function<void(ZoSimSettings&)>;
+    const struct {
+        const char* command;
+        Change expected;
+    } rows[] = {
+        {"version 1 4 2", [](ZoSimSettings& s) { s.version[1] = 4, s.version[2] = 2; }},
+        {"capacity file 2", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_FILE] = 2; }},
+        {"capacity known-process 0x10", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_PID] = 16; }},
+        {"slots registry 16", [](ZoSimSettings& s) { s.ringSlots[ZOSIM_RING_REGISTRY] = 16; }},
+        {"resume newest", [](ZoSimSettings& s) { s.resumeAfterOverrun = ZOSIM_RESUME_NEWEST; }},
+        {"layout 2", [](ZoSimSettings& s) { s.statsVersion = 2; }},
+        {"status-reply 1 10 2 20 3 30 4 40",
+         [](ZoSimSettings& s) {
+             s.useStatusReply = 1;
+             for (std::uint32_t i = 0; i < 4; ++i)
+                 s.statusFlag[i] = i + 1, s.statusCount[i] = 10 * (i + 1);
+         }},
+    };
+    const ZoSimSettings before = Simulator().Settings();
+    for (const auto& row : rows) {
+        EXPECT_EQ(Simctl(row.command).exitCode, 0) << row.command;
+        ZoSimSettings expected = before;
+        row.expected(expected);
+        const ZoSimSettings now = Simulator().Settings();
+        EXPECT_EQ(memcmp(&now, &expected, sizeof(now)), 0) << row.command;
+        EXPECT_EQ(Simctl("reset").exitCode, 0);
+    }
+}
+
+TEST_F(SimctlTest, Faults_ReachTheDriverAsTheOptionsSay) {
+    const struct {
+        const char* command;
+        std::vector<std::uint32_t> errors;  // of list-file-rules, one after the other
+    } rows[] = {
+        {"fail list-file-rules access-denied", {5, 0}},
+        {"fail any 0xC0000001 2", {31, 31, 0}},
+        {"fail 0x80000000 unsuccessful", {0}},
+        {"fault list-file-rules --skip 1 --status quota-exceeded --always", {0, 1816, 1816}},
+        {"fault list-file-rules --status buffer-overflow --perform --times 2", {234, 234, 0}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Simctl(row.command).exitCode, 0) << row.command;
+        for (const std::uint32_t error : row.errors)
+            EXPECT_EQ(ListFileRules(), error) << row.command;
+        EXPECT_EQ(Simctl("clear-faults").exitCode, 0);
+        EXPECT_EQ(Simulator().State().faultsPending, 0u) << row.command;
+    }
+}
+
+TEST_F(SimctlTest, Fault_ChangesLengthAndWordsOfTheReply) {
+    EXPECT_EQ(Simctl("fault list-file-rules --word 0=7 --word 2=0x10 --returned 12").exitCode, 0);
+    std::uint32_t reply[4] = {};
+    EXPECT_EQ(Send(ZOP_IOCTL_LIST_FILE_RULES, nullptr, 0, reply, sizeof(reply)).returned, 12u);
+    EXPECT_EQ(reply[0], 7u);
+    EXPECT_EQ(reply[1], 0u);
+    EXPECT_EQ(reply[2], 16u);
+}
+
+TEST_F(SimctlTest, Fault_DelaysTheReply) {
+    EXPECT_EQ(Simctl("fault list-file-rules --delay 120").exitCode, 0);
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_EQ(ListFileRules(), 0u);
+    EXPECT_GE(GetTickCount64() - begin, 100u);  // a lower bound: the fault is a sleep
+}
+
+TEST_F(SimctlTest, Rings_GetTheEventsThatAreAskedFor) {
+    const auto ring = [](const char* name) {
+        const Json state = Shown("state");
+        for (const Json& row : state["rings"])
+            if (row["ring"] == name) return row;
+        return Json();
+    };
+    EXPECT_EQ(Simctl("inject 1500").exitCode, 0);
+    EXPECT_EQ(ring("events")["produced"], 1500);
+    EXPECT_EQ(ring("events")["kept"], 1024);
+    EXPECT_EQ(Simctl("inject 3 registry --sequence 100").exitCode, 0);
+    EXPECT_EQ(ring("registry")["nextSequence"], 103);
+    EXPECT_EQ(Simctl("produce registry --per-drain 5").exitCode, 0);
+    std::uint8_t reply[16];
+    EXPECT_EQ(Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "\0\0\0\0\0\0\0\0", 8, reply, sizeof(reply)).error, 0u);
+    EXPECT_EQ(ring("registry")["nextSequence"], 108);
+    EXPECT_EQ(Simctl("produce registry --stop").exitCode, 0);
+    EXPECT_EQ(Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "\0\0\0\0\0\0\0\0", 8, reply, sizeof(reply)).error, 0u);
+    EXPECT_EQ(ring("registry")["nextSequence"], 108);
+}
+
+TEST_F(SimctlTest, Signature_MakesAProcessKnownRefreshedAndUnknownAgain) {
+    EXPECT_EQ(Simctl("signature 4242 1 3 --refreshed 9 8").exitCode, 0);
+    const Json known = {{"pid", 4242}, {"first", 1}, {"second", 3}, {"refreshedFirst", 9}, {"refreshedSecond", 8}};
+    EXPECT_EQ(Shown("table known-process")["entries"], Json::array({known}));
+    EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 0);
+    EXPECT_EQ(Shown("table known-process")["total"], 0);
+    EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 1) << "it is not known";
+}
+
+TEST_F(SimctlTest, Counters_GoOnFromTheValuesGiven) {
+    EXPECT_EQ(Simctl("counters rules-added=100 events-dropped=7 17=5").exitCode, 0);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, Named<ZopDllFolderRecord>(L"\\a")), 0u);
+    std::uint32_t block[19] = {};
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATS, nullptr, 0, block, sizeof(block)).returned, 76u);
+    EXPECT_EQ(block[1 + ZOSIM_COUNTER_RULES_ADDED], 101u);
+    EXPECT_EQ(block[1 + ZOSIM_COUNTER_EVENTS_DROPPED], 7u);
+    EXPECT_EQ(block[1 + 17], 5u);
+}
+
+TEST_F(SimctlTest, Table_ShowsEachKindOfEntry) {
+    auto file = Named<ZopFileRuleRecord>(L"\\f");
+    file.isFolder = 1;
+    SetField(file.filter, L"*.exe");
+    SetField(file.scopePath, L"\\s");
+    file.exclusive = 200;
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_FILE_RULE, file), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_PROCESS_RULE, Named<ZopRuleRecord>(L"\\gr\u00FC\u00DFe")), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_RULE, Named<ZopRegistryRuleRecord>(L"\\REGISTRY\\x")), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, Named<ZopDllFolderRecord>(L"\\d")), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_IGNORE_PROCESS, Named<ZopRuleRecord>(L"\\i")), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{77, 0}), 0u);
+    const struct {
+        const char* table;
+        Json entry;
+    } rows[] = {
+        {"file",
+         {{"path", "\\f"},
+          {"folder", 1},
+          {"recursive", 0},
+          {"filter", "*.exe"},
+          {"scope", "\\s"},
+          {"scopeFolder", 0},
+          {"scopeRecursive", 0},
+          {"exclusive", 200}}},
+        {"process", {{"path", "\\gr\u00FC\u00DFe"}, {"folder", 0}, {"recursive", 0}}},
+        {"registry", {{"key", "\\REGISTRY\\x"}, {"recursive", 0}}},
+        {"dll", {{"path", "\\d"}, {"recursive", 0}}},
+        {"registry-ignore", {{"path", "\\i"}, {"folder", 0}, {"recursive", 0}}},
+        {"override", {{"pid", 77}}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Shown(std::string("table ") + row.table)["entries"], Json::array({row.entry})) << row.table;
+    EXPECT_EQ(Shown("table file-ignore")["entries"], Json::array());
+}
+
+TEST_F(SimctlTest, Requests_ShowsTheNewestByNameWithTheirInput) {
+    EXPECT_EQ(Give(ZOP_IOCTL_FORCE_CRASH), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_SET_MASTER_ENABLED, ZopToggleRecord{0xAB}), 0u);
+    EXPECT_EQ(Give(0x8000C400), 1u);
+    const Json all = Shown("requests --bytes")["requests"];
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_EQ(all[0]["command"], "force-crash");
+    EXPECT_EQ(all[1]["input"], "ab");
+    EXPECT_EQ(all[2]["command"], "0x8000C400");
+    EXPECT_EQ(all[2]["status"], "0xC0000010");
+    EXPECT_EQ(Shown("requests --last 1")["requests"][0]["sequence"], 3);
+    EXPECT_EQ(Shown("requests --from 2")["requests"].size(), 2u);
+}
+
+TEST_F(SimctlTest, WrongUsage_IsRefusedWithTheReasonAndSendsNothing) {
+    const struct {
+        const char* command;
+        const char* reason;
+    } rows[] = {
+        {"", "simctl --help"},
+        {"instal", "unknown command 'instal'"},
+        {"capacity fle 2", "'fle' is not a table"},
+        {"capacity file -1", "-1"},
+        {"capacity file 4294967296", "4294967296"},
+        {"inject", "COUNT"},
+        {"inject 3 4", "'4' is not a ring"},
+        {"fail list-file-rule access-denied", "'list-file-rule' is not a driver command"},
+        {"fail any access-denied 0", "never apply"},
+        {"fault any", "--status"},
+        {"fault any --perform", "--status"},
+        {"fault any --word 4=1", "'4=1'"},
+        {"fault any --word 1", "'1'"},
+        {"fault any --delay 1 --times 2 --always", "--always"},
+        {"status-reply 1 2 3", "8"},
+        {"status-reply --own 1 2 3 4 5 6 7 8", "--own"},
+        {"produce events", "--stop"},
+        {"produce events --rate 3 --stop", "--stop"},
+        {"signature 1", "--forget"},
+        {"counters events", "'events'"},
+        {"counters 18=1", "'18=1'"},
+    };
+    const ZoSimSettings before = Simulator().Settings();
+    for (const auto& row : rows) {
+        const Outcome run = Simctl(row.command);
+        EXPECT_EQ(run.exitCode, 2) << row.command;
+        EXPECT_NE(run.err.find(row.reason), std::string::npos) << row.command << ": " << run.err;
+        EXPECT_EQ(run.out, "") << row.command;
+    }
+    const ZoSimSettings now = Simulator().Settings();
+    EXPECT_EQ(memcmp(&now, &before, sizeof(now)), 0);
+    EXPECT_EQ(Simulator().State().faultsPending, 0u);
+}
+
+TEST_F(SimctlTest, Failures_AreADocumentToo) {
+    const struct {
+        const char* command;
+        Json name;
+        int exitCode;
+    } rows[] = {{"instal", nullptr, 2}, {"inject", "inject", 2}, {"layout 4", "layout", 1}};
+    for (const auto& row : rows) {
+        const Json document = Json::parse(Simctl(row.command + std::string(" --json")).out, nullptr, false);
+        ASSERT_TRUE(document.is_object()) << row.command;
+        EXPECT_EQ(document["command"], row.name) << row.command;
+        EXPECT_EQ(document["exitCode"], row.exitCode) << row.command;
+    }
+}
+
+TEST_F(SimctlTest, RefusedByTheDriver_EndsWithOneAndTheReason) {
+    for (const char* command : {"capacity file 65537", "slots events 0", "layout 4"}) {
+        const Outcome run = Simctl(command);
+        EXPECT_EQ(run.exitCode, 1) << command;
+        EXPECT_NE(run.err.find("error 87"), std::string::npos) << run.err;
+    }
+}
+
+TEST_F(SimctlTest, Help_ShowsAnExampleThatWorksForEveryCommand) {
+    const std::string help = Simctl("--help").out;
+    const char* const commands[] = {"state",     "settings", "requests", "table",  "names",        "reset",  "version",
+                                    "capacity",  "slots",    "resume",   "layout", "status-reply", "inject", "produce",
+                                    "signature", "counters", "fail",     "fault",  "clear-faults"};
+    for (const std::string command : commands) {
+        EXPECT_NE(help.find("\n  " + command + " "), std::string::npos) << command;
+        std::istringstream lines(Simctl(command + " --help").out);
+        int examples = 0;
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.starts_with("  simctl ")) continue;
+            ++examples;
+            EXPECT_EQ(Simctl(line.substr(9)).exitCode, 0) << line;
+        }
+        EXPECT_GT(examples, 0) << command;
+    }
+}
+
+TEST_F(SimctlTest, Text_ShowsTheSameFactsAsTheJson) {
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 3);
+    const std::string text = Simctl("state").out;
+    EXPECT_NE(text.find("faults pending        0\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\nevents    3     1024   3 "), std::string::npos) << text;
+}
+
+// Not of the suite, whose driver its TearDownTestSuite has stopped by then.
+TEST(SimctlWithoutDriver, SaysThatNoSimulatorIsRunning) {
+    RemoveDriverService();
+    const Outcome run = Simctl("state --json");
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_NE(run.err.find("no simulator is running"), std::string::npos);
+    EXPECT_EQ(Json::parse(run.out, nullptr, false).value("exitCode", 0), 3);
+}
+
+}  // namespace
+}  // namespace zotest
