@@ -41,16 +41,19 @@ install(FILES "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" DESTINATION lib/pkgconfig)
 
 install(TARGETS zoctl RUNTIME DESTINATION bin)
 
-# The simulator keeps a folder of its own, so that nobody takes its driver for the real one; its first document says what
-# it does not do.
+# The simulator keeps a folder of its own, so that nobody takes its driver for the real one. Its zoctl is the same program
+# as bin/zoctl.exe, but the crash reporter takes the debugger engine from beside the executable: here the stand-in, there
+# the system's own. A stand-in in bin/ would displace the real one.
 if(NOT MSVC)
-    install(TARGETS ZoProtectorDriver LIBRARY DESTINATION simulator)
+    install(TARGETS ZoProtectorDriver ZoProtectorDriver_1_0_1 ZoProtectorDriver_0_9_9 ZoProtectorDriver_noversion
+            LIBRARY DESTINATION simulator)
 endif()
-install(TARGETS simctl simulator_dbgeng simulator_dbghelp trust_certificate RUNTIME DESTINATION simulator)
+install(TARGETS zoctl simctl simulator_dbgeng simulator_dbghelp trust_certificate RUNTIME DESTINATION simulator)
+install(FILES $<TARGET_FILE:ZoProtectorLib> DESTINATION simulator)
 install(DIRECTORY simulator/crash_server DESTINATION simulator USE_SOURCE_PERMISSIONS
         PATTERN CMakeLists.txt EXCLUDE PATTERN "*.cpp" EXCLUDE PATTERN __pycache__ EXCLUDE)
 install(FILES cmake/zo_crash_settings.cmake DESTINATION simulator/crash_server)  # where the server finds its default key
-install(FILES simulator/README.md DESTINATION simulator)
+install(FILES simulator/installed/README.md DESTINATION simulator)
 install(FILES simulator/debug_engine/README.md DESTINATION simulator/debug_engine)
 install(PROGRAMS simulator/debug_engine/make_dump.py DESTINATION simulator/debug_engine)
 install(FILES simulator/include/zoprotector_simulator.h DESTINATION include)

@@ -60,12 +60,33 @@ class Installed(unittest.TestCase):
     def test_crash_server_serves(self):
         run(self.prefix / "simulator/crash_server/serve", "--folder", self.work / "server", "--port", "0", "--", "true")
 
+    def test_simulators_zoctl_takes_the_engine_beside_it(self):
+        """And the one in bin does not, which is to use the system's."""
+        dump = self.work / "crash.dmp"
+        run(self.prefix / "simulator/debug_engine/make_dump.py", "--module", "ZoProtector.sys", "--frame",
+            "ZoProtector+0x1a2b", dump)
+        for folder, code in (("simulator", 0), ("bin", 1)):
+            program = self.prefix / folder / "zoctl.exe"
+            result = run(*wine_command(program, "crash", "analyse", windows_path(dump)), check=False)
+            self.assertEqual(result[0], code, result[1])
+
     def test_documents_lead_somewhere(self):
-        """Every relative link between the installed documents, those into the source tree left out."""
-        documents = self.prefix / "share/doc/ZoProtectorLib/docs"
-        for document in documents.glob("*.md"):
+        """Every relative link in the installed documents, except those of docs/ into the source tree."""
+        documents = [*(self.prefix / "share/doc/ZoProtectorLib/docs").glob("*.md"),
+                     *(self.prefix / "simulator").rglob("*.md")]
+        self.assertGreater(len(documents), 10)
+        for document in documents:
             for link in re.findall(r"\]\((?!\.\./)([^)#:]+)\)", document.read_text()):
-                self.assertTrue((documents / link).exists(), f"{document.name}: {link}")
+                self.assertTrue((document.parent / link).exists(), f"{document.name}: {link}")
+
+    def test_simulators_page_names_every_file_beside_it(self):
+        simulator = self.prefix / "simulator"
+        table = re.findall(r"^\| (.*?) \|", (simulator / "README.md").read_text(), re.MULTILINE)
+        named = {name for cell in table for name in re.findall(r"`([^`]+)`", cell)}
+        for name in named:
+            self.assertTrue((simulator / name).exists(), name)
+        files = {path.name for path in simulator.iterdir() if path.is_file()} - {"README.md"}
+        self.assertEqual(files - named, set())
 
     def test_msvc_linker_takes_the_import_library(self):
         source, program = self.work / "bare.c", self.work / "bare.exe"
