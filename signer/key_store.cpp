@@ -8,6 +8,7 @@
 #include "cng.h"
 #include "errors.h"
 #include "files.h"
+#include "message_beginnings.h"
 #include "private_access.h"
 #include "tree_path.h"
 #include "zosigner.h"
@@ -111,7 +112,7 @@ std::int32_t SigningKey::ImportBlob(std::span<const std::uint8_t> blob, bool isP
     const std::int32_t status = Import(isPrivate ? BCRYPT_RSAFULLPRIVATE_BLOB : BCRYPT_RSAPUBLIC_BLOB, blob);
     if (status >= 0) return zo::kOk;
     if (!isPrivate && Import(BCRYPT_RSAFULLPRIVATE_BLOB, blob) >= 0) return zo::kOk;
-    report.Error("ImportKeyBlob -> NTSTATUS 0x{:08X}", zo::Bits(status));
+    report.Error("{}-> NTSTATUS 0x{:08X}", kKeyImportFailed, zo::Bits(status));
     return zo::HresultFromNtStatus(status);
 }
 

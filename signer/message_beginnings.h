@@ -24,6 +24,9 @@ inline constexpr std::string_view kSignFailed = "sign '";
 inline constexpr std::string_view kListingFailed = "iter: ";  // the error's text follows, no path
 inline constexpr std::string_view kFilesFound = "Found ";     // the number of files follows
 
+// A key blob that is not one, before either.
+inline constexpr std::string_view kKeyImportFailed = "ImportKeyBlob ";
+
 // What follows the path of kInvalidSignature, and that of kHashFailed and kSignFailed.
 inline constexpr std::string_view kBeforeSignatureStatus = " (0x";
 inline constexpr std::string_view kBeforeStatus = "' -> 0x";

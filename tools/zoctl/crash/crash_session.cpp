@@ -14,6 +14,7 @@
 #include "files.h"
 #include "local_app_data.h"
 #include "owned_handles.h"
+#include "reporter_messages.h"
 #include "text.h"
 
 namespace zoctl {
@@ -98,43 +99,24 @@ class Listener {
 
   private:
     void Take(CrashMessage message) {
-        if (message.text.starts_with("Dump ")) {
-            TakeAnalysed(message.text);
-        } else if (message.text.starts_with("Analyze failed: ")) {
-            TakeFailed(message.text);
+        using zocrash::MessageParts;
+        if (const auto analysed = MessageParts(zocrash::kDumpAnalysedMessage, message.text); !analysed.empty()) {
+            TakeAnalysed(analysed[0], analysed[1], analysed[2]);
+        } else if (const auto failed = MessageParts(zocrash::kDumpFailedMessage, message.text); !failed.empty()) {
+            result_.dumps.push_back({.path = std::string(failed[0]), .failure = "0x" + std::string(failed[1])});
         }
         if (progress_) progress_(message);
         result_.messages.push_back(std::move(message));
     }
 
-    // "Dump PATH matched=[NAMES] upload=true"
-    void TakeAnalysed(const std::string& text) {
-        const std::string before = "Dump ";
-        const std::string between = " matched=[";
-        const std::string after = "] upload=";
-        const std::size_t end = text.rfind(after);
-        const std::size_t middle = text.rfind(between, end);
-        if (middle == std::string::npos || end == std::string::npos) return;
-        CrashDumpLine dump;
-        dump.path = text.substr(before.size(), middle - before.size());
-        std::istringstream names(text.substr(middle + between.size(), end - middle - between.size()));
+    void TakeAnalysed(std::string_view path, std::string_view matched, std::string_view selected) {
+        CrashDumpLine dump{.path = std::string(path), .selected = selected == "true"};
+        std::istringstream names{std::string(matched)};
         for (std::string name; std::getline(names, name, '|');) {
             const auto given = given_.find(name);
             dump.matched.push_back(given == given_.end() ? name : given->second);
         }
-        dump.selected = text.ends_with("true");
-        result_.dumps.push_back(dump);
-    }
-
-    // "Analyze failed: PATH (0x...)"
-    void TakeFailed(const std::string& text) {
-        const std::string before = "Analyze failed: ";
-        const std::size_t status = text.rfind(" (");
-        if (status == std::string::npos || status < before.size()) return;
-        CrashDumpLine dump;
-        dump.path = text.substr(before.size(), status - before.size());
-        dump.failure = text.substr(status + 2, text.size() - status - 3);
-        result_.dumps.push_back(dump);
+        result_.dumps.push_back(std::move(dump));
     }
 
     CrashResult& result_;

@@ -31,10 +31,10 @@ struct CrashOptions {
 // One new dump as the reporter's messages tell of it.
 struct CrashDumpLine {
     std::string path;
-    std::vector<std::string> matched;
+    std::vector<std::string> matched = {};
     bool selected = false;
-    std::string failure;   // the status of an analysis that failed, "0x..."
-    std::string document;  // the query that was held back
+    std::string failure = {};   // the status of an analysis that failed, "0x..."
+    std::string document = {};  // the query that was held back
 };
 
 struct CrashMessage {

@@ -7,6 +7,7 @@
 
 #include "diagnostic_log.h"
 #include "format.h"
+#include "image_path.h"
 #include "library_settings.h"
 #include "owned_handles.h"
 #include "service_names.h"
@@ -19,21 +20,6 @@ namespace zoctl {
 namespace {
 
 constexpr wchar_t kDevicePath[] = L"\\\\.\\ZoProtector";
-
-// The service manager keeps paths in kernel forms too.
-std::wstring Win32Path(std::wstring path) {
-    if (path.starts_with(L"\\??\\") || path.starts_with(L"\\\\?\\")) return path.substr(4);
-    wchar_t root[MAX_PATH] = {};
-    GetWindowsDirectoryW(root, MAX_PATH);
-    constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";  // in any case of letters
-    constexpr auto kUnits = static_cast<int>(kSystemRoot.size());
-    if (path.size() > kSystemRoot.size() &&
-        CompareStringOrdinal(path.c_str(), kUnits, kSystemRoot.data(), kUnits, TRUE) == CSTR_EQUAL) {
-        return std::wstring(root) + L"\\" + path.substr(kSystemRoot.size());
-    }
-    if (!path.empty() && path.find(L':') == std::wstring::npos) return std::wstring(root) + L"\\" + path;
-    return path;
-}
 
 // The flag in the registry is how the service manager remembers over a restart; where it keeps it only in memory, a
 // change that changes nothing is refused.
@@ -65,7 +51,7 @@ void AskService(DoctorFacts& facts) {
     facts.altitude = zo::Utf8FromWide(status.altitude);
     facts.fileVersion = {status.fileVersionMajor, status.fileVersionMinor, status.fileVersionBuild,
                          status.fileVersionRevision};
-    const DWORD attributes = GetFileAttributesW(Win32Path(status.imagePath).c_str());
+    const DWORD attributes = GetFileAttributesW(zop::ZopResolveImagePath(status.imagePath).c_str());
     facts.fileThere = attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     if (status.state != ZOP_DRIVER_NOT_INSTALLED) facts.markedForDeletion = MarkedForDeletion();
 }

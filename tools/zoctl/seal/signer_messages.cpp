@@ -2,31 +2,32 @@
 
 #include <charconv>
 
+#include "message_beginnings.h"
+
 namespace zoctl {
 
 namespace {
 
 struct MessageRow {
-    std::string_view begin;
+    std::string_view beginning;
     const char* kind;
     const char* detail;
-    std::string_view end;  // what follows the path, up to what varies; empty: nothing does
+    std::string_view afterPath;  // empty where the path ends the message
 };
 
-// The longer beginnings come before those that they begin with.
+// A beginning that begins another one comes after it.
 constexpr MessageRow kMessageRows[] = {
-    {"[MISS] shortcut anchor: ", "missing", "shortcut", ""},
-    {"[MISS] ", "missing", "file", ""},
-    {"[BAD ] hash mismatch: ", "bad", "contents changed", ""},
-    {"[BAD ] signature invalid: ", "bad", "signature invalid", " (0x"},
-    {"[XTRA] new mklink (reparse point) created in sealed dir: ", "extra", "link", ""},
-    {"[XTRA] unexpected dir  in sealed dir: ", "extra", "folder", ""},
-    {"[XTRA] unexpected file in sealed dir: ", "extra", "file", ""},
-    {"skipping reparse point: ", "skipped link", "links are not sealed", ""},
-    {"hash '", "unreadable", "cannot be read", "' -> 0x"},
-    {"sign '", "unreadable", "cannot be signed", "' -> 0x"},
-    {"size '", "unreadable", "size unknown", "': "},
-    {"iter: ", "unreadable", "folder cannot be listed", ""},
+    {zosigner::kMissingShortcut, "missing", "shortcut", ""},
+    {zosigner::kMissingFile, "missing", "file", ""},
+    {zosigner::kHashMismatch, "bad", "contents changed", ""},
+    {zosigner::kInvalidSignature, "bad", "signature invalid", zosigner::kBeforeSignatureStatus},
+    {zosigner::kExtraLink, "extra", "link", ""},
+    {zosigner::kExtraFolder, "extra", "folder", ""},
+    {zosigner::kExtraFile, "extra", "file", ""},
+    {zosigner::kSkippedLink, "skipped link", "links are not sealed", ""},
+    {zosigner::kHashFailed, "unreadable", "cannot be read", zosigner::kBeforeStatus},
+    {zosigner::kSignFailed, "unreadable", "cannot be signed", zosigner::kBeforeStatus},
+    {zosigner::kListingFailed, "unreadable", "folder cannot be listed", ""},
 };
 
 constexpr std::uint32_t kWarning = 1;
@@ -35,9 +36,9 @@ constexpr std::uint32_t kWarning = 1;
 
 std::optional<SignerFinding> FindingOf(std::uint32_t level, std::string_view message) {
     for (const MessageRow& row : kMessageRows) {
-        if (!message.starts_with(row.begin)) continue;
-        std::string_view path = message.substr(row.begin.size());
-        if (!row.end.empty()) path = path.substr(0, path.rfind(row.end));
+        if (!message.starts_with(row.beginning)) continue;
+        std::string_view path = message.substr(row.beginning.size());
+        if (!row.afterPath.empty()) path = path.substr(0, path.rfind(row.afterPath));
         return SignerFinding{row.kind, row.detail, std::string(path)};
     }
     if (level == kWarning) return SignerFinding{"warning", "", std::string(message)};
@@ -45,10 +46,10 @@ std::optional<SignerFinding> FindingOf(std::uint32_t level, std::string_view mes
 }
 
 std::uint64_t FilesFound(std::string_view message) {
-    constexpr std::string_view kBegin = "Found ";
     std::uint64_t files = 0;
-    if (message.starts_with(kBegin)) {
-        std::from_chars(message.data() + kBegin.size(), message.data() + message.size(), files);
+    if (message.starts_with(zosigner::kFilesFound)) {
+        message.remove_prefix(zosigner::kFilesFound.size());
+        std::from_chars(message.data(), message.data() + message.size(), files);
     }
     return files;
 }

@@ -6,6 +6,7 @@
 #include "files.h"
 #include "format.h"
 #include "hex.h"
+#include "message_beginnings.h"
 #include "text.h"
 #include "zosigner.h"
 
@@ -69,7 +70,7 @@ std::string SignerSession::Counts() const {
 
 int SignerSession::Fail(std::int32_t status, const std::string& verb) const {
     // A key of the wrong kind, a cut one and any other file fail with a status of the platform's cryptography each.
-    if (!paths_.keyFile.empty() && problem_.starts_with("ImportKeyBlob ")) {
+    if (!paths_.keyFile.empty() && problem_.starts_with(zosigner::kKeyImportFailed)) {
         return out_.Refuse(kExitKey,
                            zo::Format("The file {} holds no {}key: {}.", Quote(paths_.keyFile),
                                       verb == "sign" ? "private " : "", problem_),
