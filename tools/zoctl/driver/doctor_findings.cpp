@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "driver_names.h"
 #include "format.h"
 #include "status_table.h"
 #include "zoprotector.h"
@@ -46,11 +47,10 @@ Finding JudgeState(const DoctorFacts& facts) {
 }
 
 Finding JudgeStartType(const DoctorFacts& facts) {
-    static constexpr const char* kNames[] = {"boot", "system", "auto", "demand"};
     if (facts.startType == ZOP_START_DISABLED) {
         return Wrong("start type", "disabled", "Allow it with \"zoctl driver set-start auto\".");
     }
-    return Good("start type", facts.startType < std::size(kNames) ? kNames[facts.startType] : "unknown");
+    return Good("start type", StartTypeName(facts.startType));
 }
 
 Finding JudgeFile(const DoctorFacts& facts) {
@@ -72,13 +72,12 @@ void JudgeVersion(const DoctorFacts& facts, std::vector<Finding>& findings) {
                                  "Replace it by the maker's with \"zoctl driver upgrade PATH\"."));
         return;
     }
-    const std::string text = zo::Format("{}.{}.{}.{}", file[0], file[1], file[2], file[3]);
+    const std::string text = VersionText(file);
     const bool connected = facts.handshake && (*facts.handshake >= 0 || *facts.handshake == ZOP_E_VERSION_MISMATCH);
     const auto& running = facts.driverVersion;
     const bool known = connected && running != std::array<std::uint32_t, 3>{};
     if (known && !std::equal(running.begin(), running.end(), file.begin())) {
-        findings.push_back(Wrong("file version",
-                                 zo::Format("{}, but {}.{}.{} is running", text, running[0], running[1], running[2]),
+        findings.push_back(Wrong("file version", zo::Format("{}, but {} is running", text, VersionText(running)),
                                  "Restart the driver (\"zoctl driver stop\", \"zoctl driver start\") or the system."));
         return;
     }
@@ -146,10 +145,7 @@ Finding JudgeDevice(const DoctorFacts& facts) {
 }
 
 Finding JudgeHandshake(const DoctorFacts& facts) {
-    const auto& version = facts.driverVersion;
-    if (*facts.handshake >= 0) {
-        return Good("handshake", zo::Format("driver {}.{}.{}", version[0], version[1], version[2]));
-    }
+    if (*facts.handshake >= 0) return Good("handshake", "driver " + VersionText(facts.driverVersion));
     const StatusText text = DescribeStatus(*facts.handshake, Subject::kChannel);
     return Wrong("handshake", zo::Format("{} ({} {})", text.meaning, text.name, text.value), text.advice);
 }

@@ -1,9 +1,12 @@
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "channel.h"
 #include "console.h"
 #include "driver_commands.h"
-#include "driver_status.h"
+#include "driver_names.h"
+#include "facts.h"
 #include "format.h"
 #include "text.h"
 #include "zoprotector.h"
@@ -20,14 +23,14 @@ struct InstallOptions {
 };
 
 // Half an installation or half a replacement is worse than either end, so the first Ctrl-C does not end it.
-Cancellation ToItsEnd(Output& out) {
-    return Cancellation([&out] { out.Hint("This goes on to its end; Ctrl-C once more breaks it off half-way."); });
+Cancellation DeferFirstCtrlC(Output& out) {
+    return Cancellation([&out] { out.Hint("Finishing; press Ctrl-C again to abort half-way."); });
 }
 
 int Install(Output& out, const InstallOptions& options) {
-    const Cancellation toItsEnd = ToItsEnd(out);
+    const Cancellation deferred = DeferFirstCtrlC(out);
     const std::int32_t status =
-        ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), StartTypes().at(options.startType),
+        ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), *StartTypeNumber(options.startType),
                                   zo::WideFromUtf8(options.altitude).c_str(), options.allowUnload ? 1 : 0);
     const std::string what =
         options.source.empty() ? "install the driver file beside zoctl" : "install the driver " + Quote(options.source);
@@ -36,17 +39,37 @@ int Install(Output& out, const InstallOptions& options) {
     return out.Done("The driver is installed.", {{"startType", options.startType}});
 }
 
+Facts ServiceFacts(const ZoProtectorDriverStatus& record) {
+    const bool installed = record.state != ZOP_DRIVER_NOT_INSTALLED;
+    const bool registered = record.instanceRegistered != 0;
+    const std::uint32_t version[] = {record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild,
+                                     record.fileVersionRevision};
+    const bool hasVersion = std::any_of(std::begin(version), std::end(version), [](auto part) { return part != 0; });
+    const std::string altitude = zo::Utf8FromWide(record.altitude);
+    const auto ifInstalled = [installed](const char* label) { return installed ? label : nullptr; };
+    Facts facts;
+    facts.Add("state", "state", StateName(record.state));
+    facts.Add(ifInstalled("start type"), "startType", StartTypeName(record.startType));
+    facts.Add(record.processId ? "process id" : nullptr, "processId", record.processId);
+    facts.Add(ifInstalled("image path"), "imagePath", zo::Utf8FromWide(record.imagePath));
+    facts.Add(nullptr, "instanceRegistered", registered);
+    facts.Add(ifInstalled("filter altitude"), "altitude", altitude, registered ? altitude : "not registered");
+    facts.Add(ifInstalled("file version"), "fileVersion", hasVersion ? VersionText(version) : "none");
+    return facts;
+}
+
 int ShowService(Output& out) {
     ZoProtectorDriverStatus record{};
     const std::int32_t status = ZoProtector_QueryDriverStatus(&record);
     if (status < 0) return out.Fail(status, Subject::kService, "read the driver's status");
-    out.Table(DriverStatusTable(record));
+    const Facts facts = ServiceFacts(record);
+    out.Table(facts.Sheet({"DRIVER SERVICE", ""}));
     if (record.state == ZOP_DRIVER_NOT_INSTALLED) out.Hint("Install it with \"zoctl driver install PATH\".");
-    return out.Done("", DriverStatusJson(record));
+    return out.Done("", facts.Members());
 }
 
 int Upgrade(Output& out, const std::string& path) {
-    const Cancellation toItsEnd = ToItsEnd(out);
+    const Cancellation deferred = DeferFirstCtrlC(out);
     std::uint32_t upgraded = 0;
     std::uint32_t replacedByDriver = 0;
     const std::int32_t status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
@@ -66,9 +89,8 @@ int Upgrade(Output& out, const std::string& path) {
 void AddServiceCommand(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(), const char* what,
                        const char* done) {
     tool.AddCommand(group, text, [call, what, done](Output& out) {
-        const Cancellation toItsEnd = ToItsEnd(out);
-        const std::int32_t status = call();
-        return status < 0 ? out.Fail(status, Subject::kService, what) : out.Done(done);
+        const Cancellation deferred = DeferFirstCtrlC(out);
+        return out.Report(call(), Subject::kService, what, done);
     });
 }
 
@@ -81,7 +103,7 @@ void AddInstall(Tool& tool, CLI::App& group) {
         [options](Output& out) { return Install(out, *options); });
     install.add_option("source", options->source, "The driver's file; ZoProtectorDriver.sys beside zoctl if left out");
     install.add_option("--start", options->startType, "When the driver starts")
-        ->check(CLI::IsMember({"boot", "system", "auto", "demand", "disabled"}))
+        ->check(CLI::IsMember(kStartTypes))
         ->capture_default_str();
     install.add_option("--altitude", options->altitude, "The filter's altitude; 385100 if left out");
     install.add_flag("--allow-unload", options->allowUnload, "Let the driver be stopped without a restart");
@@ -91,13 +113,13 @@ void AddSetStart(Tool& tool, CLI::App& group) {
     const auto startType = std::make_shared<std::string>();
     CLI::App& set = tool.AddCommand(
         group, {"set-start", "Change when the driver starts", "driver set-start auto"}, [startType](Output& out) {
-            const std::int32_t status = ZoProtector_ChangeDriverStartType(StartTypes().at(*startType));
-            if (status < 0) return out.Fail(status, Subject::kService, "change the start type");
-            return out.Done(zo::Format("The driver's start type is {} now.", *startType), {{"startType", *startType}});
+            return out.Report(ZoProtector_ChangeDriverStartType(*StartTypeNumber(*startType)), Subject::kService,
+                              "change the start type", zo::Format("The driver's start type is {} now.", *startType),
+                              {{"startType", *startType}});
         });
     set.add_option("type", *startType, "boot, system, auto, demand or disabled")
         ->required()
-        ->check(CLI::IsMember({"boot", "system", "auto", "demand", "disabled"}));
+        ->check(CLI::IsMember(kStartTypes));
 }
 
 }  // namespace
@@ -124,13 +146,10 @@ void RegisterDriver(CLI::App& root, Tool& tool) {
         ->required();
     tool.AddCommand(
         group, {"self-protect", "Have the driver protect its own file and service key", "driver self-protect"},
-        [](Output& out) {
-            return WithDriver(out, [&out] {
-                const std::int32_t status = ZoProtector_AddDriverSelfProtect();
-                if (status < 0) return out.Fail(status, Subject::kRule, "protect the driver itself");
-                return out.Done("The driver's file and service key are protected, and file protection is on.");
-            });
-        });
+        WithDriver([](Output& out) {
+            return out.Report(ZoProtector_AddDriverSelfProtect(), Subject::kRule, "protect the driver itself",
+                              "The driver's file and service key are protected, and file protection is on.");
+        }));
 }
 
 }  // namespace zoctl

@@ -1,10 +1,12 @@
 // Single commands: stats, copy-directory, hardware-id, force-crash.
 
+#include <cstddef>
 #include <memory>
 
 #include "channel.h"
 #include "console.h"
 #include "driver_commands.h"
+#include "facts.h"
 #include "format.h"
 #include "text.h"
 #include "zoprotector.h"
@@ -19,23 +21,24 @@ int Stats(Output& out) {
     if (status < 0) return out.Fail(status, Subject::kRule, "read the counters");
     constexpr std::uint32_t kFirstVersionWithBypass = 3;
     const bool hasBypass = stats.version >= kFirstVersionWithBypass;
-    TextTable table({"COUNTER", "VALUE"});
+    Facts facts;
+    facts.Add(nullptr, "version", stats.version);
+    facts.Add("unsigned bypass attempts", "unsignedBypassAttempts",
+              hasBypass ? Json(stats.unsignedBypassAttempts) : Json(nullptr),
+              hasBypass ? std::string() : "not known to this driver");
     Json counters = Json::array();
     const auto add = [&](std::size_t offset, std::uint32_t value) {
-        table.Add({zo::Format("at byte {}", offset), zo::Format("{}", value)});
+        facts.Add(zo::Format("at byte {}", offset).c_str(), nullptr, value);
         counters.push_back({{"offset", offset}, {"value", value}});
     };
     for (std::size_t i = 0; i < std::size(stats.counters); ++i)
-        add(4 + 4 * i, stats.counters[i]);
+        add(offsetof(ZopStats, counters) + 4 * i, stats.counters[i]);
     for (std::size_t i = 0; i < std::size(stats.moreCounters); ++i)
-        add(56 + 4 * i, stats.moreCounters[i]);
-    table.Add({"unsigned bypass attempts",
-               hasBypass ? zo::Format("{}", stats.unsignedBypassAttempts) : "not known to this driver"});
-    out.Text(zo::Format("Layout version {}; the counters that have no name are the driver's own.\n", stats.version));
-    out.Table(table);
-    return out.Done("", {{"version", stats.version},
-                         {"unsignedBypassAttempts", hasBypass ? Json(stats.unsignedBypassAttempts) : Json(nullptr)},
-                         {"counters", counters}});
+        add(offsetof(ZopStats, moreCounters) + 4 * i, stats.moreCounters[i]);
+    facts.Add(nullptr, "counters", std::move(counters));
+    out.Text(zo::Format("Layout version {}; counters without a name are known to the driver only.\n", stats.version));
+    out.Table(facts.Sheet({"COUNTER", "VALUE"}));
+    return out.Done("", facts.Members());
 }
 
 struct CopyOptions {
@@ -59,18 +62,16 @@ int CopyFolder(Output& out, const CopyOptions& options) {
                         {"dirsCopied", folders},
                         {"skipped", skipped}};
     const std::string counts = zo::Format("{} files and {} folders copied, {} skipped", files, folders, skipped);
-    if (status < 0) {
-        return out.Fail(status, Subject::kCopy, "copy " + Quote(options.source) + " (" + counts + ")", facts);
-    }
-    return out.Done(counts + ".", facts);
+    return out.Report(status, Subject::kCopy, "copy " + Quote(options.source) + " (" + counts + ")", counts + ".",
+                      facts);
 }
 
 int HardwareId(Output& out) {
     wchar_t text[65] = {};
     const std::int32_t status = ZoProtector_GetHardwareId(text, 65);
-    if (status < 0) return out.Fail(status, Subject::kAny, "identify this machine");
     const std::string id = zo::Utf8FromWide(text);
-    return out.Done(id, {{"hardwareId", id}});
+    return out.Report(status, Subject::kAny, "identify this machine", id,
+                      status < 0 ? Json::object() : Json{{"hardwareId", id}});
 }
 
 int ForceCrash(Output& out, bool yes) {
@@ -84,25 +85,22 @@ int ForceCrash(Output& out, bool yes) {
         if (ReadLine() != "crash")
             return out.Refuse(kExitCancelled, "Nothing was done.", "Type \"crash\" to go ahead.");
     }
-    return WithDriver(out, [&out] {
-        const std::int32_t status = ZoProtector_ForceCrash();
-        if (status < 0) return out.Fail(status, Subject::kRule, "crash the system");
-        return out.Done("The driver took the command.");
-    });
+    const Channel channel;
+    if (const Ended ended = channel.Check(out)) return *ended;
+    return out.Report(ZoProtector_ForceCrash(), Subject::kRule, "crash the system", "The driver took the command.");
 }
 
 }  // namespace
 
 void RegisterMaintenance(CLI::App& root, Tool& tool) {
-    tool.AddCommand(root, {"stats", "Show the driver's counters", "stats --json"},
-                    [](Output& out) { return WithDriver(out, [&out] { return Stats(out); }); });
+    tool.AddCommand(root, {"stats", "Show the driver's counters", "stats --json"}, WithDriver(Stats));
 
     const auto copy = std::make_shared<CopyOptions>();
     CLI::App& copyCommand =
         tool.AddCommand(root,
                         {"copy-directory", "Have the driver copy a folder that user mode may not read",
                          "copy-directory C:\\Windows\\Minidump C:\\Temp\\dumps --option1 --option2"},
-                        [copy](Output& out) { return WithDriver(out, [&] { return CopyFolder(out, *copy); }); });
+                        WithDriver([copy](Output& out) { return CopyFolder(out, *copy); }));
     copyCommand.add_option("source", copy->source)->required();
     copyCommand.add_option("destination", copy->destination)->required();
     copyCommand.add_flag("--option1", copy->option1, "The driver's first switch");

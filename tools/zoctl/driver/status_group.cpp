@@ -1,6 +1,7 @@
 #include "channel.h"
 #include "driver_commands.h"
-#include "driver_status.h"
+#include "driver_names.h"
+#include "facts.h"
 #include "format.h"
 #include "zoprotector.h"
 
@@ -27,35 +28,33 @@ int ShowRunningDriver(Output& out) {
     status = ZoProtector_GetStatus(&pairs);
     if (status < 0) return out.Fail(status, Subject::kRule, "read the driver's status");
 
-    const std::string versionText = zo::Format("{}.{}.{}", version[0], version[1], version[2]);
+    Facts facts;
+    facts.Add("version", "driverVersion", VersionText(version));
+    facts.Add("protection", "enabled", enabled != 0, enabled ? "on" : "off");
     const Json pairsJson = PairsJson(pairs);
-    TextTable table({"DRIVER", ""});
-    table.Add({"version", versionText});
-    table.Add({"protection", enabled ? "on" : "off"});
     for (std::size_t i = 0; i < pairsJson.size(); ++i) {
-        table.Add({zo::Format("pair {}", i + 1), zo::Format("flag {}  count {}", pairsJson[i]["flag"].get<unsigned>(),
-                                                            pairsJson[i]["count"].get<unsigned>())});
+        facts.Add(zo::Format("pair {}", i + 1).c_str(), nullptr, nullptr,
+                  zo::Format("flag {}  count {}", pairsJson[i]["flag"].get<unsigned>(),
+                             pairsJson[i]["count"].get<unsigned>()));
     }
-    out.Table(table);
+    facts.Add(nullptr, "pairs", pairsJson);
+    out.Table(facts.Sheet({"DRIVER", ""}));
     if (!enabled) out.Hint("Protection is switched off; \"zoctl enable\" switches it on.");
-    return out.Done("", {{"driverVersion", versionText}, {"enabled", enabled != 0}, {"pairs", pairsJson}});
+    return out.Done("", facts.Members());
 }
 
 void AddMasterSwitch(Tool& tool, CLI::App& root, const CommandText& text, bool on) {
-    tool.AddCommand(root, text, [on](Output& out) {
-        return WithDriver(out, [&out, on] {
-            const std::int32_t status = ZoProtector_SetMasterEnabled(on ? 1 : 0);
-            if (status < 0) return out.Fail(status, Subject::kRule, "switch protection");
-            return out.Done(on ? "Protection is on." : "Protection is off.", {{"enabled", on}});
-        });
-    });
+    tool.AddCommand(root, text, WithDriver([on](Output& out) {
+                        return out.Report(ZoProtector_SetMasterEnabled(on ? 1 : 0), Subject::kRule, "switch protection",
+                                          on ? "Protection is on." : "Protection is off.", {{"enabled", on}});
+                    }));
 }
 
 }  // namespace
 
 void RegisterStatus(CLI::App& root, Tool& tool) {
     tool.AddCommand(root, {"status", "Show the running driver's version, master switch and counts", "status"},
-                    [](Output& out) { return WithDriver(out, [&out] { return ShowRunningDriver(out); }); });
+                    WithDriver(ShowRunningDriver));
     AddMasterSwitch(tool, root, {"enable", "Switch all protection on", "enable"}, true);
     AddMasterSwitch(tool, root, {"disable", "Switch all protection off; the rules stay", "disable"}, false);
 }

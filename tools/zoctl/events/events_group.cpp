@@ -57,18 +57,18 @@ struct Ring {
 // Where what is drained goes: to the reader at once, or into the one document.
 class EventSink {
   public:
-    EventSink(Output& out, bool bytes) : out_(out), bytes_(bytes) {}
+    EventSink(Output& out, bool bytes) : out_(out), bytes_(bytes), records_(out, "records") {}
 
     void Lost(const Ring& ring, std::uint32_t count) {
         out_.Text(zo::Format("{}  LOST {} events, overwritten before they were read\n", ring.name, count));
-        Put({{"type", "lost"}, {"ring", ring.name}, {"count", count}});
+        records_.Add({{"type", "lost"}, {"ring", ring.name}, {"count", count}});
     }
 
     // False when it could not be written.
     bool Event(const Ring& ring, std::span<const std::uint8_t> record) {
         const std::vector<std::string> strings = FindStrings(record);
         if (out_.Machine()) {
-            Put({{"type", "event"}, {"ring", ring.name}, {"strings", strings}, {"hex", zo::ToHex(record)}});
+            records_.Add({{"type", "event"}, {"ring", ring.name}, {"strings", strings}, {"hex", zo::ToHex(record)}});
             return out_.Writable();
         }
         // The driver's fields are unknown; the first bytes are where most drivers keep theirs.
@@ -80,20 +80,12 @@ class EventSink {
         return out_.Writable();
     }
 
-    [[nodiscard]] Json TakeRecords() { return std::move(records_); }
+    void PutInto(Json& facts) { records_.PutInto(facts); }
 
   private:
-    void Put(const Json& object) {
-        if (out_.Lines()) {
-            out_.Line(object);
-        } else if (out_.Machine()) {
-            records_.push_back(object);
-        }
-    }
-
     Output& out_;
     bool bytes_;
-    Json records_ = Json::array();
+    Records records_;
 };
 
 // One poll. An event counts as received once it could be written; the position stays before the first that could not.
@@ -146,7 +138,7 @@ std::vector<Ring> RingsOf(const EventOptions& options) {
     return rings;
 }
 
-int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status, bool cancelled, Json records) {
+int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status, bool cancelled, EventSink& sink) {
     Json totals = Json::array();
     for (const Ring& ring : rings) {
         const std::string text =
@@ -159,7 +151,7 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status,
         totals.push_back(ring.Total());
     }
     Json facts = {{"totals", totals}};
-    if (!out.Lines()) facts["records"] = std::move(records);
+    sink.PutInto(facts);
     if (status < 0) return out.Fail(status, Subject::kRule, "read the events", facts);
     if (out.Lines()) return out.End(cancelled ? kExitCancelled : kExitDone);
     return cancelled ? out.Found(kExitCancelled, "Cancelled.", facts, "Go on from the positions of the totals.")
@@ -176,7 +168,7 @@ int Events(Output& out, const EventOptions& options) {
     do {
         status = Drain(rings, options, sink, stop);
     } while (status >= 0 && options.follow && !stop() && !cancellation.Wait(options.interval.value_or(kInterval)));
-    return TellTotals(out, rings, status, cancellation.Requested(), sink.TakeRecords());
+    return TellTotals(out, rings, status, cancellation.Requested(), sink);
 }
 
 // What does not go together; null when all does.
@@ -204,7 +196,7 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
             if (const char* contradiction = Contradiction(out, *options)) {
                 return out.Refuse(kExitUsage, contradiction, "\"zoctl events --help\" shows what goes together.");
             }
-            return WithDriver(out, [&] { return Events(out, *options); });
+            return WithDriver([&](Output& channelOut) { return Events(channelOut, *options); })(out);
         });
     tool.AllowJsonLines(command);
     command.add_flag("--follow", options->follow, "Go on until Ctrl-C");

@@ -10,10 +10,17 @@ Channel::~Channel() {
     ZoProtector_Uninitialize();  // always succeeds
 }
 
-int WithDriver(Output& out, const std::function<int()>& work) {
-    const Channel channel;
-    if (channel.Status() < 0) return out.Fail(channel.Status(), Subject::kChannel, "reach the driver");
-    return work();
+Ended Channel::Check(Output& out) const {
+    if (status_ >= 0) return std::nullopt;
+    return out.Fail(status_, Subject::kChannel, "reach the driver");
+}
+
+Action WithDriver(Action action) {
+    return [action = std::move(action)](Output& out) {
+        const Channel channel;
+        if (const Ended ended = channel.Check(out)) return *ended;
+        return action(out);
+    };
 }
 
 }  // namespace zoctl

@@ -2,8 +2,6 @@
 
 // The open channel to the driver, for the commands that need it.
 
-#include <functional>
-
 #include "output.h"
 
 namespace zoctl {
@@ -16,14 +14,14 @@ class Channel {
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    [[nodiscard]] std::int32_t Status() const { return status_; }
+    // Reports that it could not be opened.
+    [[nodiscard]] Ended Check(Output& out) const;
 
   private:
     std::int32_t status_;
 };
 
-// Opens the channel, does the work and closes the channel again. When it cannot be opened, reports that and does
-// nothing.
-int WithDriver(Output& out, const std::function<int()>& work);
+// The action with the channel open; without a channel it only reports that.
+[[nodiscard]] Action WithDriver(Action action);
 
 }  // namespace zoctl

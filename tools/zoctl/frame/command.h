@@ -4,7 +4,6 @@
 // action runs afterwards, so that a wrong command line never does half a job.
 
 #include <CLI/CLI.hpp>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,9 +16,6 @@ struct CommandText {
     const char* summary;  // one sentence, shown in the list of commands and over its help
     const char* example;  // a whole command line, or several lines, without "zoctl"
 };
-
-// Returns the exit code, which the calls of Output give.
-using Action = std::function<int(Output&)>;
 
 class Tool {
   public:

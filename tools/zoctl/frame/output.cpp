@@ -102,6 +102,11 @@ int Output::Fail(std::int32_t status, Subject subject, std::string_view what, co
                   facts);
 }
 
+int Output::Report(std::int32_t status, Subject subject, std::string_view what, std::string_view done,
+                   const Json& facts) {
+    return status < 0 ? Fail(status, subject, what, facts) : Done(done, facts);
+}
+
 int Output::Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts) {
     Hint(zo::Format("{}: {}\n  Next: {}", Name(), message, advice));
     return Finish(exitCode,
@@ -111,6 +116,18 @@ int Output::Refuse(int exitCode, std::string_view message, std::string_view advi
                    {"message", std::string(message)},
                    {"advice", std::string(advice)}},
                   facts);
+}
+
+void Records::Add(Json object) {
+    if (out_.Lines()) {
+        out_.Line(object);
+    } else if (out_.Machine()) {
+        list_.push_back(std::move(object));
+    }
+}
+
+void Records::PutInto(Json& facts) const {
+    if (!out_.Lines()) facts[member_] = list_;
 }
 
 }  // namespace zoctl

@@ -9,7 +9,9 @@
 // the command line did not get as far as naming one.
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,10 @@
 namespace zoctl {
 
 using Json = nlohmann::ordered_json;
+
+// What a step of a command returns when it can end the command early: the exit code once that was reported, or nothing
+// when the command goes on.
+using Ended = std::optional<int>;
 
 enum class OutputMode { kText, kJson, kJsonLines };
 
@@ -48,6 +54,9 @@ class Output {
               std::string_view advice = {});
     // what: the attempt, as in "protect 'C:\a.exe'".
     int Fail(std::int32_t status, Subject subject, std::string_view what, const Json& facts = Json::object());
+    // Done or Fail, by the status.
+    int Report(std::int32_t status, Subject subject, std::string_view what, std::string_view done,
+               const Json& facts = Json::object());
     // A failure that has no status of the library.
     int Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts = Json::object());
 
@@ -66,6 +75,25 @@ class Output {
     std::string command_;
     OutputMode mode_;
     bool writable_ = true;
+};
+
+// What the command does; returns the exit code, which the calls above give.
+using Action = std::function<int(Output&)>;
+
+// Objects that a command finds one after the other: with --jsonl each is written at once, otherwise the document gets
+// them as a list.
+class Records {
+  public:
+    Records(Output& out, const char* member) : out_(out), member_(member) {}
+
+    void Add(Json object);
+    // Puts the list into the facts, unless it was streamed.
+    void PutInto(Json& facts) const;
+
+  private:
+    Output& out_;
+    const char* member_;
+    Json list_ = Json::array();
 };
 
 // 'name', safe to show.

@@ -58,7 +58,7 @@ void Progress::Run() const {
     std::size_t width = 0;
     while (!Ended(kIntervalMs)) {
         const std::uint64_t read = BytesRead() - readBefore;
-        if (read != 0 && !std::exchange(asked, true)) expected = facts_.expectedBytes([this] { return Ended(0); });
+        if (read != 0 && facts_.expectedBytes && !std::exchange(asked, true)) expected = facts_.expectedBytes();
         std::string line = ProgressLine(what_, static_cast<unsigned>((GetTickCount64() - start) / 1000), read, expected,
                                         facts_.counts());
         width = std::max(width, line.size());

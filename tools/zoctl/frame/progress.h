@@ -14,12 +14,12 @@
 
 namespace zoctl {
 
-// Both are asked on a thread of the line's own, and only when the line is shown.
+// Both are called on a thread of the line's own, and only when the line is shown.
 struct ProgressFacts {
-    // All that will be read; asked once, where the platform counts what is read. Ends early when `ended` says so.
-    std::function<std::uint64_t(const std::function<bool()>& ended)> expectedBytes;
-    // As in "120 files, 2 findings"; empty when there is nothing to tell.
+    // As in "120 files, 2 findings"; empty when there is nothing to show.
     std::function<std::string()> counts;
+    // All that will be read, where that is known beforehand; called once, and only if the platform counts what is read.
+    std::function<std::uint64_t()> expectedBytes = {};
 };
 
 class Progress {

@@ -14,10 +14,9 @@ namespace {
 // Sends one command and reports it. call gets the channel already open.
 int Send(Output& out, const std::function<std::int32_t()>& call, const std::string& what, const std::string& done,
          const Json& facts) {
-    return WithDriver(out, [&] {
-        const std::int32_t status = call();
-        return status < 0 ? out.Fail(status, Subject::kRule, what, facts) : out.Done(done, facts);
-    });
+    const Channel channel;
+    if (const Ended ended = channel.Check(out)) return *ended;
+    return out.Report(call(), Subject::kRule, what, done, facts);
 }
 
 struct NameOptions {

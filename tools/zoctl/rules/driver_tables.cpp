@@ -41,4 +41,11 @@ std::int32_t ReadDriverState(DriverState& state, std::string& what) {
     return ZOP_OK;
 }
 
+Ended LoadDriverState(Output& out, DriverState& state) {
+    std::string what;
+    const std::int32_t status = ReadDriverState(state, what);
+    if (status >= 0) return std::nullopt;
+    return out.Fail(status, Subject::kRule, what);
+}
+
 }  // namespace zoctl

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "output.h"
 #include "rule_file.h"
 
 namespace zoctl {
@@ -21,5 +22,7 @@ struct TableContents {
 // Tables, master switch and signature policy. what names the step that failed. An entry of unknown form is a failure
 // here (ZOP_E_VERSION_MISMATCH), for a rule set cannot be compared with what cannot be read.
 [[nodiscard]] std::int32_t ReadDriverState(DriverState& state, std::string& what);
+// The same for a command, which ends when it fails.
+[[nodiscard]] Ended LoadDriverState(Output& out, DriverState& state);
 
 }  // namespace zoctl

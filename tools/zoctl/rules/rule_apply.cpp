@@ -50,10 +50,7 @@ std::string Joined(const std::vector<std::string>& parts) {
 
 int Application::Run() {
     DriverState state;
-    std::string what;
-    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
-        return out_.Fail(status, Subject::kRule, what);
-    }
+    if (const Ended ended = LoadDriverState(out_, state)) return *ended;
     const Difference before = Compare(file_, state, names_);
     plan_ = MakePlan(file_, state, names_, options_.resend);
     results_.resize(plan_.steps.size());

@@ -40,8 +40,8 @@ int AddFileFolder(Output& out, const FileRuleOptions& options) {
     const std::int32_t status = ZoProtector_AddFileProtectByFolder(
         zo::WideFromUtf8(options.path).c_str(), options.recursive ? 1 : 0, filter.empty() ? nullptr : filter.c_str());
     const Json facts = {{"folder", options.path}, {"recursive", options.recursive}, {"filter", options.filter}};
-    if (status < 0) return out.Fail(status, Subject::kRule, "protect " + Quote(options.path), facts);
-    return out.Done("Protected: " + Quote(options.path) + ".", facts);
+    return out.Report(status, Subject::kRule, "protect " + Quote(options.path),
+                      "Protected: " + Quote(options.path) + ".", facts);
 }
 
 int AddFileScoped(Output& out, const FileRuleOptions& options) {
@@ -58,15 +58,15 @@ int AddFileScoped(Output& out, const FileRuleOptions& options) {
                         {"scopeFolder", options.scopeIsFolder},
                         {"scopeRecursive", options.scopeRecursive},
                         {"exclusive", options.exclusive}};
-    if (status < 0) return out.Fail(status, Subject::kRule, "protect " + Quote(options.path), facts);
-    return out.Done("Protected: " + Quote(options.path) + " within the scope " + Quote(options.scope) + ".", facts);
+    return out.Report(status, Subject::kRule, "protect " + Quote(options.path),
+                      "Protected: " + Quote(options.path) + " within the scope " + Quote(options.scope) + ".", facts);
 }
 
 void AddFileFolderCommand(Tool& tool, CLI::App& group) {
     const auto options = std::make_shared<FileRuleOptions>();
     CLI::App& command = tool.AddCommand(
         group, {"add-folder", "Protect the files of a folder", "file add-folder C:\\Suite --recursive --filter *.exe"},
-        [options](Output& out) { return WithDriver(out, [&] { return AddFileFolder(out, *options); }); });
+        WithDriver([options](Output& out) { return AddFileFolder(out, *options); }));
     command.add_option("folder", options->path)->required();
     command.add_flag("-r,--recursive", options->recursive, "Cover its sub-folders too");
     AddFilter(command, options->filter);
@@ -78,7 +78,7 @@ void AddFileScopedCommand(Tool& tool, CLI::App& group) {
         group,
         {"add-scoped", "Protect a file or folder within a scope, as the driver understands scopes",
          "file add-scoped C:\\Suite\\data --folder --recursive --scope C:\\Suite\\bin --scope-folder --exclusive"},
-        [options](Output& out) { return WithDriver(out, [&] { return AddFileScoped(out, *options); }); });
+        WithDriver([options](Output& out) { return AddFileScoped(out, *options); }));
     command.add_option("path", options->path)->required();
     command.add_option("--scope", options->scope, "The scope's path")->required();
     command.add_flag("--folder", options->isFolder, "The path is a folder");

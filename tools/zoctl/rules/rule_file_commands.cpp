@@ -44,13 +44,13 @@ void AddList(Tool& tool, CLI::App& group) {
     tool.AddCommand(group,
                     {"list", "Show the rules that the driver holds, in its own names and as drive paths",
                      "rules list\nrules list --table file --json"},
-                    [only](Output& out) {
+                    WithDriver([only](Output& out) {
                         std::vector<Table> tables;
                         for (const Table table : kAllTables) {
                             if (only->empty() || *only == TableName(table)) tables.push_back(table);
                         }
-                        return WithDriver(out, [&] { return ListTables(out, tables); });
-                    })
+                        return ListTables(out, tables);
+                    }))
         .add_option("--table", *only, "Only this table")
         ->check(CLI::IsMember({"process", "file", "registry", "dll"}));
 }
@@ -85,10 +85,7 @@ DWORD ReplaceByText(const std::string& path, std::string_view bytes, bool replac
 
 int Export(Output& out, const std::string& path, bool force) {
     DriverState state;
-    std::string what;
-    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
-        return out.Fail(status, Subject::kRule, what);
-    }
+    if (const Ended ended = LoadDriverState(out, state)) return *ended;
     std::vector<std::string> leftOut;
     const std::string text =
         WriteRuleFile(state, SystemNames(), leftOut).dump(4, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -113,27 +110,26 @@ int Export(Output& out, const std::string& path, bool force) {
 void AddExport(Tool& tool, CLI::App& group) {
     const auto path = std::make_shared<std::string>();
     const auto force = std::make_shared<bool>(false);
-    CLI::App& command = tool.AddCommand(
-        group,
-        {"export", "Write what the driver holds as a rule file; to standard output without FILE",
-         "rules export C:\\Suite\\rules.json"},
-        [path, force](Output& out) { return WithDriver(out, [&] { return Export(out, *path, *force); }); });
+    CLI::App& command =
+        tool.AddCommand(group,
+                        {"export", "Write what the driver holds as a rule file; to standard output without FILE",
+                         "rules export C:\\Suite\\rules.json"},
+                        WithDriver([path, force](Output& out) { return Export(out, *path, *force); }));
     command.add_option("file", *path);
     command.add_flag("--force", *force, "Replace an existing file");
 }
 
 // ---- check, diff, apply
 
-// Reads and checks the file, then goes on; with mistakes it tells all of them and does not.
-int WithRuleFile(Output& out, const std::string& path, const NameForms& names,
-                 const std::function<int(const RuleFile&)>& work) {
+// Reads and checks the file; with mistakes it reports all of them and the command ends.
+Ended LoadRuleFile(Output& out, const std::string& path, const NameForms& names, RuleFile& file) {
     std::string text;
     if (const zo::FileReadResult read = zo::ReadWholeFile(zo::WideFromUtf8(path).c_str(), text); !read) {
         return out.Fail(ZOP_STATUS_FROM_WIN32(read.error), Subject::kAny, "read " + Quote(path));
     }
     std::vector<Mistake> mistakes;
-    const RuleFile file = ReadRuleFile(text, names, mistakes);
-    if (mistakes.empty()) return work(file);
+    file = ReadRuleFile(text, names, mistakes);
+    if (mistakes.empty()) return std::nullopt;
     Json list = Json::array();
     TextTable table({"WHERE", "MISTAKE"});
     for (const Mistake& mistake : mistakes) {
@@ -147,12 +143,26 @@ int WithRuleFile(Output& out, const std::string& path, const NameForms& names,
                       {{"file", path}, {"mistakes", list}});
 }
 
+int Check(Output& out, const std::string& path) {
+    RuleFile file;
+    if (const Ended ended = LoadRuleFile(out, path, SystemNames(), file)) return *ended;
+    return out.Done(Quote(path) + " has no mistakes.", {{"file", path}, {"mistakes", Json::array()}});
+}
+
+// The two that compare a file with the driver: the file first, since its mistakes can be shown without a driver.
+int CompareWithDriver(Output& out, const std::string& path,
+                      const std::function<int(const RuleFile&, const NameForms&)>& work) {
+    const SystemNames names;
+    RuleFile file;
+    if (const Ended ended = LoadRuleFile(out, path, names, file)) return *ended;
+    const Channel channel;
+    if (const Ended ended = channel.Check(out)) return *ended;
+    return work(file, names);
+}
+
 int Diff(Output& out, const RuleFile& file, const NameForms& names) {
     DriverState state;
-    std::string what;
-    if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
-        return out.Fail(status, Subject::kRule, what);
-    }
+    if (const Ended ended = LoadDriverState(out, state)) return *ended;
     const Difference difference = Compare(file, state, names);
     out.Text(DifferenceText(difference, file, state));
     if (file.HasUnreadable()) out.Hint(kUnreadableNote);
@@ -172,12 +182,7 @@ void RegisterRules(CLI::App& root, Tool& tool) {
     const auto checked = std::make_shared<std::string>();
     tool.AddCommand(
             group, {"check", "Find every mistake in a rule file; needs no driver", "rules check C:\\Suite\\rules.json"},
-            [checked](Output& out) {
-                return WithRuleFile(out, *checked, SystemNames(), [&](const RuleFile&) {
-                    return out.Done(Quote(*checked) + " has no mistakes.",
-                                    {{"file", *checked}, {"mistakes", Json::array()}});
-                });
-            })
+            [checked](Output& out) { return Check(out, *checked); })
         .add_option("file", *checked)
         ->required();
 
@@ -186,25 +191,23 @@ void RegisterRules(CLI::App& root, Tool& tool) {
                     {"diff", "Tell what the driver has too much and too little; changes nothing",
                      "rules diff C:\\Suite\\rules.json"},
                     [compared](Output& out) {
-                        const SystemNames names;
-                        return WithRuleFile(out, *compared, names, [&](const RuleFile& file) {
-                            return WithDriver(out, [&] { return Diff(out, file, names); });
+                        return CompareWithDriver(out, *compared, [&](const RuleFile& file, const NameForms& names) {
+                            return Diff(out, file, names);
                         });
                     })
         .add_option("file", *compared)
         ->required();
 
     const auto options = std::make_shared<ApplyOptions>();
-    CLI::App& apply =
-        tool.AddCommand(group,
-                        {"apply", "Bring the driver to what the file wants, with the fewest commands, and read it back",
-                         "rules apply C:\\Suite\\rules.json --dry-run\nrules apply C:\\Suite\\rules.json"},
-                        [options](Output& out) {
-                            const SystemNames names;
-                            return WithRuleFile(out, options->file, names, [&](const RuleFile& file) {
-                                return WithDriver(out, [&] { return ApplyRules(out, file, names, *options); });
-                            });
-                        });
+    CLI::App& apply = tool.AddCommand(
+        group,
+        {"apply", "Bring the driver to what the file wants, with the fewest commands, and read it back",
+         "rules apply C:\\Suite\\rules.json --dry-run\nrules apply C:\\Suite\\rules.json"},
+        [options](Output& out) {
+            return CompareWithDriver(out, options->file, [&](const RuleFile& file, const NameForms& names) {
+                return ApplyRules(out, file, names, *options);
+            });
+        });
     apply.add_option("file", options->file)->required();
     apply.add_flag("--dry-run", options->dryRun, "Show the commands and send none");
     apply.add_flag("--allow-mass-removal", options->allowMassRemoval,

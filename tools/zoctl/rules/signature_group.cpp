@@ -37,21 +37,16 @@ using SignatureCall = std::int32_t (*)(std::uint32_t, std::uint32_t*, std::uint3
 
 void AddVerdict(Tool& tool, CLI::App& group, const CommandText& text, SignatureCall call) {
     const auto pid = std::make_shared<std::uint32_t>(0);
-    tool.AddCommand(group, text,
-                    [pid, call](Output& out) {
-                        return WithDriver(out, [&] {
-                            std::uint32_t first = 0;
-                            std::uint32_t second = 0;
-                            const std::int32_t status = call(*pid, &first, &second);
-                            const Json asked = {{"pid", *pid}};
-                            if (status < 0) {
-                                return out.Fail(status, Subject::kRule, zo::Format("judge process {}", *pid), asked);
-                            }
-                            return out.Done(
-                                zo::Format("Process {}: first flag {}, second flag {}.", *pid, first, second),
-                                {{"pid", *pid}, {"first", first != 0}, {"second", second != 0}});
-                        });
-                    })
+    tool.AddCommand(group, text, WithDriver([pid, call](Output& out) {
+                        std::uint32_t first = 0;
+                        std::uint32_t second = 0;
+                        const std::int32_t status = call(*pid, &first, &second);
+                        Json facts = {{"pid", *pid}};
+                        if (status >= 0) facts.update({{"first", first != 0}, {"second", second != 0}});
+                        return out.Report(status, Subject::kRule, zo::Format("judge process {}", *pid),
+                                          zo::Format("Process {}: first flag {}, second flag {}.", *pid, first, second),
+                                          facts);
+                    }))
         .add_option("pid", *pid, "Process id")
         ->required();
 }
@@ -59,17 +54,10 @@ void AddVerdict(Tool& tool, CLI::App& group, const CommandText& text, SignatureC
 void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(std::uint32_t),
                  const char* what, const char* done) {
     const auto pid = std::make_shared<std::uint32_t>(0);
-    tool.AddCommand(group, text,
-                    [=](Output& out) {
-                        return WithDriver(out, [&] {
-                            const std::int32_t status = call(*pid);
-                            const Json facts = {{"pid", *pid}};
-                            if (status < 0) {
-                                return out.Fail(status, Subject::kRule, zo::Format("{} process {}", what, *pid), facts);
-                            }
-                            return out.Done(zo::Format("{} process {}.", done, *pid), facts);
-                        });
-                    })
+    tool.AddCommand(group, text, WithDriver([=](Output& out) {
+                        return out.Report(call(*pid), Subject::kRule, zo::Format("{} process {}", what, *pid),
+                                          zo::Format("{} process {}.", done, *pid), {{"pid", *pid}});
+                    }))
         .add_option("pid", *pid, "Process id")
         ->required();
 }
@@ -79,11 +67,10 @@ void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int3
 void RegisterSignature(CLI::App& root, Tool& tool) {
     CLI::App& group = tool.AddGroup(root, "signature", "The driver's code-signature policy and its exceptions");
     const auto options = std::make_shared<PolicyOptions>();
-    CLI::App& policy = tool.AddCommand(
-        group,
-        {"policy", "Show the policy, or set what is given; the numbers are the driver's",
-         "signature policy\nsignature policy --mode 1 --min-level 2"},
-        [options](Output& out) { return WithDriver(out, [&] { return ShowOrSetPolicy(out, *options); }); });
+    CLI::App& policy = tool.AddCommand(group,
+                                       {"policy", "Show the policy, or set what is given; the numbers are the driver's",
+                                        "signature policy\nsignature policy --mode 1 --min-level 2"},
+                                       WithDriver([options](Output& out) { return ShowOrSetPolicy(out, *options); }));
     policy.add_option("--mode", options->mode, "0 to 255")->check(CLI::Range(0, 255));
     policy.add_option("--min-level", options->minLevel, "0 to 255")->check(CLI::Range(0, 255));
     AddVerdict(tool, group, {"query", "Show the driver's verdict on a process", "signature query 4711"},

@@ -64,36 +64,30 @@ std::vector<Item> SortedItems(const zosigner::ListedTree& tree) {
     return items;
 }
 
-// True when the manifest was read; otherwise says so and sets the exit code.
-bool Load(Output& out, const std::string& path, ManifestListing& listing, int& exitCode) {
+// Ends the command when the manifest cannot be read.
+Ended Load(Output& out, const std::string& path, ManifestListing& listing) {
     const zo::FileReadResult read = zo::ReadWholeFile(zo::WideFromUtf8(path).c_str(), listing.bytes);
     if (!read) {
         const int refused = read.error == ERROR_ACCESS_DENIED ? kExitAccess : kExitUnreadable;
-        exitCode = out.Refuse(read.Absent() ? kExitNoDriver : refused,
-                              zo::Format("{} cannot be read: {}", Quote(path), zo::ErrorText(read.error)),
-                              "Check the path of the manifest.");
-        return false;
+        return out.Refuse(read.Absent() ? kExitNoDriver : refused,
+                          zo::Format("{} cannot be read: {}", Quote(path), zo::ErrorText(read.error)),
+                          "Check the path of the manifest.");
     }
     const std::string fault = ReadListing(listing);
-    if (fault.empty()) return true;
-    exitCode = out.Refuse(kExitTampered, zo::Format("{} is no manifest: {}.", Quote(path), fault),
-                          "Name the file that \"zoctl sign\" wrote with --manifest.");
-    return false;
+    if (fault.empty()) return std::nullopt;
+    return out.Refuse(kExitTampered, zo::Format("{} is not a manifest: {}.", Quote(path), fault),
+                      "Name the file that \"zoctl sign\" wrote with --manifest.");
 }
 
 int Show(Output& out, const std::string& path) {
     ManifestListing listing;
-    if (int exitCode = 0; !Load(out, path, listing, exitCode)) return exitCode;
+    if (const Ended ended = Load(out, path, listing)) return *ended;
     TextTable table({"kind", "size", "SHA-256", "path"});
-    Json items = Json::array();
+    Records items(out, "items");
     for (const Item& item : SortedItems(listing.tree)) {
         table.Add({std::string(item.kind), item.IsFile() ? std::to_string(item.size) : "", std::string(item.digest),
                    std::string(item.path)});
-        if (out.Lines()) {
-            out.Line(item.ToJson());
-        } else {
-            items.push_back(item.ToJson());
-        }
+        items.Add(item.ToJson());
     }
     const std::string thumbprint = zo::ToHex(listing.tree.thumbprint);
     const std::string time = FileTimeText(listing.tree.time);
@@ -102,7 +96,7 @@ int Show(Output& out, const std::string& path) {
     out.Table(table);
     out.Hint("The signature was not checked; \"zoctl verify\" does that.");
     Json facts = {{"root", listing.tree.root}, {"thumbprint", thumbprint}, {"signed", time}};
-    if (!out.Lines()) facts["items"] = items;
+    items.PutInto(facts);
     return out.Done("", facts);
 }
 
@@ -135,25 +129,21 @@ std::vector<Change> Changes(const std::vector<Item>& before, const std::vector<I
 int CompareManifests(Output& out, const std::string& before, const std::string& after) {
     ManifestListing old;
     ManifestListing current;
-    int exitCode = 0;
-    if (!Load(out, before, old, exitCode) || !Load(out, after, current, exitCode)) return exitCode;
+    if (const Ended ended = Load(out, before, old)) return *ended;
+    if (const Ended ended = Load(out, after, current)) return *ended;
     TextTable table({"change", "kind", "path"});
-    Json array = Json::array();
+    Records records(out, "changes");
     const std::vector<Change> changes = Changes(SortedItems(old.tree), SortedItems(current.tree));
     for (const Change& change : changes) {
         table.Add({change.what, std::string(change.item.kind), std::string(change.item.path)});
         Json json = {{"change", change.what}};
         json.update(change.item.ToJson());
-        if (out.Lines()) {
-            out.Line(json);
-        } else {
-            array.push_back(json);
-        }
+        records.Add(std::move(json));
     }
     if (!table.Empty()) out.Table(table);
     out.Hint("The signatures were not checked; \"zoctl verify\" does that.");
     Json facts = {{"differences", changes.size()}, {"sameKey", old.tree.thumbprint == current.tree.thumbprint}};
-    if (!out.Lines()) facts["changes"] = array;
+    records.PutInto(facts);
     if (changes.empty()) return out.Done("Both list the same.", facts);
     return out.Found(kExitFailed, zo::Format("{} differences.", changes.size()), facts);
 }

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "console.h"
+#include "facts.h"
 #include "format.h"
 #include "manifest_reader.h"
 #include "open_folders.h"
@@ -12,7 +13,6 @@
 #include "seal_commands.h"
 #include "signer_session.h"
 #include "text.h"
-#include "tree_bytes.h"
 #include "zosigner.h"
 
 namespace zoctl {
@@ -52,66 +52,55 @@ void WarnOfKeyInside(Output& out, const SealPaths& paths) {
                         isFile ? "key file" : "keystore"));
 }
 
-// False when one of the folders to be left open is none; then says so and sets the exit code.
-bool FindOpenFolders(Output& out, const SignCommand& command, OpenFolders& open, int& exitCode) {
+// Ends the command when a folder that is to be left open does not exist.
+Ended FindOpenFolders(Output& out, const SignCommand& command, OpenFolders& open) {
     for (const std::string& name : command.open) {
         if (open.Add(zo::WideFromUtf8(command.paths.root), zo::WideFromUtf8(name))) continue;
-        exitCode = out.Refuse(
+        return out.Refuse(
             kExitUsage,
             zo::Format("{} has no folder {} that could be left open.", Quote(command.paths.root), Quote(name)),
-            "Nothing was signed. Name folders below the sealed one; links are not sealed anyway.");
-        return false;
+            "Nothing was signed. Name folders inside the folder to sign; links are not signed in any case.");
     }
-    return true;
-}
-
-Json Merge(Json facts, const Json& more) {
-    facts.update(more);
-    return facts;
+    return std::nullopt;
 }
 
 int ReportSigned(Output& out, const SignCommand& command, const SignerSession& session, const OpenFolders& open,
                  const ZoSignerSignResult& result) {
     const std::size_t unreadable = session.Count("unreadable");
+    Facts facts;
+    facts.Add(nullptr, "manifest", command.paths.manifest);
+    facts.Add("entries", "entries", result.entries);
+    facts.Add("directories", "directories", result.directories);
+    facts.Add("sealed", "sealedDirectories", result.sealedDirectories);
+    facts.Add(nullptr, "open", open.Names());
+    facts.Add("not read", "unreadable", unreadable);
+    facts.Add(nullptr, "thumbprint", HexJson(result.thumbprint));
     session.ShowFindings();
-    TextTable table({"entries", "directories", "sealed", "not read"});
-    table.Add({std::to_string(result.entries), std::to_string(result.directories),
-               std::to_string(result.sealedDirectories), std::to_string(unreadable)});
-    out.Table(table);
+    out.Table(facts.Line());
     for (const std::string& name : open.NotAsked())
-        out.Hint(zo::Format("{} was not left open: it lies behind a link, and links are not sealed.", Quote(name)));
-    const Json facts = Merge({{"manifest", command.paths.manifest},
-                              {"entries", result.entries},
-                              {"directories", result.directories},
-                              {"sealedDirectories", result.sealedDirectories},
-                              {"open", open.Names()},
-                              {"unreadable", unreadable},
-                              {"thumbprint", HexJson(result.thumbprint)}},
-                             session.Facts());
+        out.Hint(zo::Format("{} was not left open: it is behind a link, and links are not signed.", Quote(name)));
+    const Json members = session.AddedTo(facts.Members());
     if (unreadable != 0 && command.strict) {
-        return out.Found(kExitUnreadable, "Signed, but not everything could be read (--strict).", facts);
+        return out.Found(kExitUnreadable, "Signed, but not everything could be read (--strict).", members);
     }
-    if (unreadable != 0) out.Hint("Not everything could be read; what is listed above is not covered by the seal.");
-    return out.Done("Signed.", facts);
+    if (unreadable != 0) out.Hint("Not everything could be read; the manifest does not cover what is listed above.");
+    return out.Done("Signed.", members);
 }
 
 int Sign(Output& out, const SignCommand& command) {
     OpenFolders open;
-    if (int exitCode = 0; !FindOpenFolders(out, command, open, exitCode)) return exitCode;
+    if (const Ended ended = FindOpenFolders(out, command, open)) return *ended;
     WarnOfKeyInside(out, command.paths);
     SignerSession session(out, command.paths);
     ZoSignerSignOptions options{};
-    if (int exitCode = 0; !session.Fill(options, exitCode)) return exitCode;
+    if (const Ended ended = session.Fill(options)) return *ended;
     options.sealMode = command.sealNone ? ZOSIG_SEAL_NONE : open.Empty() ? ZOSIG_SEAL_ALL : ZOSIG_SEAL_ASK;
     options.sealCallback = OpenFolders::Ask;
     options.sealContext = &open;
     ZoSignerSignResult result{};
     std::int32_t status = 0;
     try {
-        const auto treeBytes = [&options](const std::function<bool()>& ended) {
-            return TreeBytes(options.root, ended);
-        };
-        const Progress progress(out, "signing", {treeBytes, [&session] { return session.Counts(); }});
+        const Progress progress(out, "signing", {[&session] { return session.Counts(); }});
         status = ZoSigner_SignDirectory(&options, &result);
     } catch (const std::filesystem::filesystem_error& error) {
         return session.Fail(error, "sign");
@@ -120,36 +109,31 @@ int Sign(Output& out, const SignCommand& command) {
 }
 
 int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVerifyResult& result) {
+    Facts counts;
+    counts.Add("ok", "ok", result.ok);
+    counts.Add("bad", "bad", result.bad);
+    counts.Add("missing", "missing", result.missing);
+    counts.Add("extra", "extra", result.extra);
+    counts.Add("directories", "directories", result.directories);
     session.ShowFindings();
-    TextTable table({"ok", "bad", "missing", "extra", "directories"});
-    table.Add({std::to_string(result.ok), std::to_string(result.bad), std::to_string(result.missing),
-               std::to_string(result.extra), std::to_string(result.directories)});
-    out.Table(table);
-    const Json facts = Merge({{"counts",
-                               {{"ok", result.ok},
-                                {"bad", result.bad},
-                                {"missing", result.missing},
-                                {"extra", result.extra},
-                                {"directories", result.directories}}},
-                              {"thumbprint", HexJson(result.thumbprint)}},
-                             session.Facts());
+    out.Table(counts.Line());
+    const Json facts = session.AddedTo({{"counts", counts.Members()}, {"thumbprint", HexJson(result.thumbprint)}});
     const int bits = (result.extra != 0 ? kVerifyExtra : 0) | (result.missing != 0 ? kVerifyMissing : 0) |
                      (result.bad != 0 ? kVerifyBad : 0);
-    if (bits == 0) return out.Done("The folder is as it was sealed.", facts);
+    if (bits == 0) return out.Done("The folder is as it was when it was signed.", facts);
     return out.Found(kExitVerify + bits, "The folder differs from its manifest.", facts);
 }
 
 int Verify(Output& out, const VerifyCommand& command) {
     SignerSession session(out, command.paths);
     ZoSignerVerifyOptions options{};
-    if (int exitCode = 0; !session.Fill(options, exitCode)) return exitCode;
+    if (const Ended ended = session.Fill(options)) return *ended;
     ZoSignerVerifyResult result{};
     std::int32_t status = 0;
     try {
-        const auto listedBytes = [&command](const std::function<bool()>&) {
-            return ListedBytes(command.paths.manifest);
-        };
-        const Progress progress(out, "verifying", {listedBytes, [&session] { return session.Counts(); }});
+        const Progress progress(
+            out, "verifying",
+            {[&session] { return session.Counts(); }, [&command] { return ListedBytes(command.paths.manifest); }});
         status = command.embedded ? ZoSigner_VerifyDirectoryWithEmbeddedKey(&options, &result)
                                   : ZoSigner_VerifyDirectory(&options, &result);
     } catch (const std::filesystem::filesystem_error& error) {

@@ -27,20 +27,21 @@ SignerSession::SignerSession(Output& out, const SealPaths& paths)
       paths_(paths),
       root_(zo::WideFromUtf8(paths.root)),
       manifest_(zo::WideFromUtf8(paths.manifest)),
-      keystore_(zo::WideFromUtf8(paths.keystore)) {}
+      keystore_(zo::WideFromUtf8(paths.keystore)),
+      findingRecords_(out, "findings") {}
 
-bool SignerSession::ReadKeyFile(int& exitCode) {
+Ended SignerSession::ReadKeyFile() {
+    if (paths_.keyFile.empty()) return std::nullopt;
     std::string bytes;
     const zo::FileReadResult read = zo::ReadWholeFile(zo::WideFromUtf8(paths_.keyFile).c_str(), bytes);
     if (read && !bytes.empty()) {
         blob_.assign(bytes.begin(), bytes.end());
-        return true;
+        return std::nullopt;
     }
-    exitCode = out_.Refuse(kExitKey,
-                           zo::Format("The key file {} {}", Quote(paths_.keyFile),
-                                      read ? "is empty." : "cannot be read: " + zo::ErrorText(read.error)),
-                           kKeyAdvice);
-    return false;
+    return out_.Refuse(kExitKey,
+                       zo::Format("The key file {} {}", Quote(paths_.keyFile),
+                                  read ? "is empty." : "cannot be read: " + zo::ErrorText(read.error)),
+                       kKeyAdvice);
 }
 
 void SignerSession::Log(void* session, std::uint32_t level, const wchar_t* message) {
@@ -49,7 +50,7 @@ void SignerSession::Log(void* session, std::uint32_t level, const wchar_t* messa
 
 void SignerSession::Take(std::uint32_t level, const std::string& text) {
     if (auto finding = FindingOf(level, text)) {
-        if (out_.Lines()) out_.Line(FindingJson(*finding));
+        findingRecords_.Add(FindingJson(*finding));
         findings_.push_back(std::move(*finding));
         ++findingCount_;
     } else if (level == ZOSIG_LOG_ERROR) {
@@ -74,20 +75,19 @@ int SignerSession::Fail(std::int32_t status, const std::string& verb) const {
         return out_.Refuse(kExitKey,
                            zo::Format("The file {} holds no {}key: {}.", Quote(paths_.keyFile),
                                       verb == "sign" ? "private " : "", problem_),
-                           kKeyAdvice, Facts());
+                           kKeyAdvice, AddedTo(Json::object()));
     }
     if (!problem_.empty()) out_.Hint(EscapeControls(problem_));
-    return out_.Fail(status, Subject::kSigner, verb + " " + Quote(paths_.root), Facts());
+    return out_.Fail(status, Subject::kSigner, verb + " " + Quote(paths_.root), AddedTo(Json::object()));
 }
 
 int SignerSession::Fail(const std::filesystem::filesystem_error& error, const std::string& verb) const {
     const std::string folder = zo::Utf8FromWide(error.path1().wstring());
-    return out_.Refuse(
-        verb == "verify" ? kExitUnreadable : kExitFailed,
-        zo::Format("Could not {} {}: the folder {} cannot be used: {}", verb, Quote(paths_.root), Quote(folder),
-                   zo::ErrorText(static_cast<std::uint32_t>(error.code().value()))),
-        "See to it that whoever runs zoctl may use the folder, and that nobody else holds it; then try again.",
-        Facts());
+    return out_.Refuse(verb == "verify" ? kExitUnreadable : kExitFailed,
+                       zo::Format("Could not {} {}: the folder {} cannot be used: {}", verb, Quote(paths_.root),
+                                  Quote(folder), zo::ErrorText(static_cast<std::uint32_t>(error.code().value()))),
+                       "Check that you have access to the folder and that no other program uses it, then try again.",
+                       AddedTo(Json::object()));
 }
 
 void SignerSession::ShowFindings() const {
@@ -103,13 +103,8 @@ std::size_t SignerSession::Count(std::string_view kind) const {
         findings_.begin(), findings_.end(), [kind](const SignerFinding& finding) { return finding.kind == kind; }));
 }
 
-Json SignerSession::Facts() const {
-    Json facts = Json::object();
-    if (!out_.Lines()) {
-        facts["findings"] = Json::array();
-        for (const SignerFinding& finding : findings_)
-            facts["findings"].push_back(FindingJson(finding));
-    }
+Json SignerSession::AddedTo(Json facts) const {
+    findingRecords_.PutInto(facts);
     if (!problem_.empty()) facts["problem"] = problem_;
     return facts;
 }

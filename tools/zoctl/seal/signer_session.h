@@ -28,11 +28,11 @@ class SignerSession {
     SignerSession(const SignerSession&) = delete;
     SignerSession& operator=(const SignerSession&) = delete;
 
-    // Paths, key and log of ZoSignerSignOptions or ZoSignerVerifyOptions, which point into this object. False when the
-    // key file cannot be read; then says so and sets the exit code.
+    // Paths, key and log of ZoSignerSignOptions or ZoSignerVerifyOptions, which point into this object. The command ends
+    // when the key file cannot be read.
     template <typename Options>
-    [[nodiscard]] bool Fill(Options& options, int& exitCode) {
-        if (!paths_.keyFile.empty() && !ReadKeyFile(exitCode)) return false;
+    [[nodiscard]] Ended Fill(Options& options) {
+        if (const Ended ended = ReadKeyFile()) return ended;
         options.root = root_.c_str();
         options.manifest = manifest_.c_str();
         options.keystore = keystore_.c_str();
@@ -40,7 +40,7 @@ class SignerSession {
         options.keyBlobSize = static_cast<std::uint32_t>(blob_.size());
         options.logCallback = Log;
         options.logContext = this;
-        return true;
+        return std::nullopt;
     }
 
     // The end of a call that failed with a status, or by the exception that the library lets pass where a folder
@@ -54,13 +54,13 @@ class SignerSession {
     // Shows the findings as a table, if there are any.
     void ShowFindings() const;
     [[nodiscard]] std::size_t Count(std::string_view kind) const;
-    // {"findings": [...], "problem": "..."} without the findings where they have been streamed.
-    [[nodiscard]] Json Facts() const;
+    // "findings", unless they have been streamed, and the library's "problem", as members after the facts.
+    [[nodiscard]] Json AddedTo(Json facts) const;
 
   private:
     static void Log(void* session, std::uint32_t level, const wchar_t* message);
     void Take(std::uint32_t level, const std::string& text);
-    [[nodiscard]] bool ReadKeyFile(int& exitCode);
+    [[nodiscard]] Ended ReadKeyFile();
 
     Output& out_;
     const SealPaths& paths_;
@@ -69,6 +69,7 @@ class SignerSession {
     std::wstring keystore_;
     std::vector<std::uint8_t> blob_;
     std::vector<SignerFinding> findings_;
+    Records findingRecords_;
     std::string problem_;  // what the library's error messages said, for a command that failed
     std::atomic<std::uint64_t> fileCount_ = 0;
     std::atomic<std::uint64_t> findingCount_ = 0;

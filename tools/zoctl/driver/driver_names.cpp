@@ -1,0 +1,35 @@
+#include "driver_names.h"
+
+#include <algorithm>
+
+#include "format.h"
+#include "zoprotector.h"
+
+namespace zoctl {
+
+static_assert(ZOP_START_BOOT == 0 && ZOP_START_DISABLED == kStartTypes.size() - 1);
+
+const char* StartTypeName(std::uint32_t startType) {
+    return startType < kStartTypes.size() ? kStartTypes[startType] : "unknown";
+}
+
+std::optional<std::uint32_t> StartTypeNumber(std::string_view name) {
+    const auto found = std::find(kStartTypes.begin(), kStartTypes.end(), name);
+    if (found == kStartTypes.end()) return std::nullopt;
+    return static_cast<std::uint32_t>(found - kStartTypes.begin());
+}
+
+const char* StateName(std::uint32_t state) {
+    static constexpr std::array kStates = {"not installed", "stopped", "start pending", "stop pending", "running"};
+    static_assert(ZOP_DRIVER_NOT_INSTALLED == 0 && ZOP_DRIVER_RUNNING == kStates.size() - 1);
+    return state < kStates.size() ? kStates[state] : "unknown";
+}
+
+std::string VersionText(std::span<const std::uint32_t> parts) {
+    std::string text;
+    for (const std::uint32_t part : parts)
+        text += zo::Format("{}{}", text.empty() ? "" : ".", part);
+    return text;
+}
+
+}  // namespace zoctl

@@ -1,0 +1,24 @@
+#pragma once
+
+// The service's numbers in words. Pure.
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace zoctl {
+
+// By the service manager's numbers, ZOP_START_BOOT first.
+inline constexpr std::array kStartTypes = {"boot", "system", "auto", "demand", "disabled"};
+
+// "unknown" for any other number.
+[[nodiscard]] const char* StartTypeName(std::uint32_t startType);
+[[nodiscard]] std::optional<std::uint32_t> StartTypeNumber(std::string_view name);
+[[nodiscard]] const char* StateName(std::uint32_t state);
+// "1.2.3.4"
+[[nodiscard]] std::string VersionText(std::span<const std::uint32_t> parts);
+
+}  // namespace zoctl
