@@ -6,6 +6,7 @@
 #include <string>
 
 #include "reporter_context.h"
+#include "staged_folder.h"
 
 namespace zocrash {
 
@@ -13,15 +14,9 @@ namespace zocrash {
 // is none.
 [[nodiscard]] std::wstring ResolveDumpFolder(const CrashReportSettings& settings);
 
-struct DumpFolder {
-    std::wstring path;
-    std::wstring staged;  // the copy that RemoveStagedFolder is to remove; empty when there is none
-};
-
-// Tries to read the folder and has the driver copy it into the temporary folder when access is denied. Any other
-// trouble is reported and left for the listing to find.
-[[nodiscard]] std::int32_t OpenDumpFolder(const CrashReporterContext& reporter, DumpFolder& folder);
-
-void RemoveStagedFolder(const CrashReporterContext& reporter, const std::wstring& staged);
+// Tries to read the folder and, when access is denied, has the driver copy it: `folder` is then the copy, which the run
+// removes. Any other error is reported and left for the listing to find.
+[[nodiscard]] std::int32_t OpenDumpFolder(const CrashReporterContext& reporter, std::wstring& folder,
+                                          StagedFolder& staged);
 
 }  // namespace zocrash

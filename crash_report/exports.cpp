@@ -2,16 +2,15 @@
 
 #include <cstddef>
 #include <string>
-#include <utility>
 
 #include "dedupe_record.h"
 #include "dump_folder.h"
 #include "dump_list.h"
 #include "errors.h"
-#include "folder_removal.h"
 #include "pipeline.h"
 #include "reporter_context.h"
 #include "reporter_messages.h"
+#include "staged_folder.h"
 #include "text.h"
 #include "zocrashreport.h"
 
@@ -25,31 +24,6 @@ static_assert(sizeof(ZoCrashRunStats) == 2076 && offsetof(ZoCrashRunStats, match
 
 using zocrash::CrashReporterContext;
 using zocrash::Reporter;
-
-namespace {
-
-// Copied dumps do not stay behind when a run ends by an exception of the standard library.
-class StagedLeftover {
-  public:
-    explicit StagedLeftover(std::wstring path) : path_(std::move(path)) {}
-    StagedLeftover(const StagedLeftover&) = delete;
-    StagedLeftover& operator=(const StagedLeftover&) = delete;
-    ~StagedLeftover() {
-        if (path_.empty()) return;
-        try {
-            static_cast<void>(zocrash::RemoveFolder(path_));
-        } catch (...) {
-            // Out of memory on top of what ended the run; the next staging clears the folder.
-        }
-    }
-
-    void Release() { path_.clear(); }
-
-  private:
-    std::wstring path_;
-};
-
-}  // namespace
 
 int32_t ZoCrashReport_Initialize(const ZoCrashReportConfig* config) {
     CrashReporterContext& reporter = Reporter();
@@ -105,20 +79,17 @@ int32_t ZoCrashReport_Run(ZoCrashRunStats* stats) {
     CrashReporterContext& reporter = Reporter();
     if (reporter.cancel.load()) return zo::kAborted;
 
-    zocrash::DumpFolder folder{zocrash::ResolveDumpFolder(reporter.settings), {}};
-    if (folder.path.empty()) return zo::HresultFromWin32(ERROR_PATH_NOT_FOUND);
-    reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpFolderMessage, zo::Utf8FromWide(folder.path));
-    if (const int32_t status = zocrash::OpenDumpFolder(reporter, folder); status < 0) return status;
+    std::wstring folder = zocrash::ResolveDumpFolder(reporter.settings);
+    if (folder.empty()) return zo::HresultFromWin32(ERROR_PATH_NOT_FOUND);
+    reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpFolderMessage, zo::Utf8FromWide(folder));
+    zocrash::StagedFolder staged;
+    if (const int32_t status = zocrash::OpenDumpFolder(reporter, folder, staged); status < 0) return status;
 
-    StagedLeftover leftover(folder.staged);
     const uint64_t stored = zocrash::ReadDedupeRecord(reporter.settings.compareFilePath);
-    const zocrash::DumpList dumps = zocrash::FindNewDumps(folder.path, stored, reporter.settings.maxDumpBytes);
+    const zocrash::DumpList dumps = zocrash::FindNewDumps(folder, stored, reporter.settings.maxDumpBytes);
     reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpsFoundMessage, dumps.entries.size());
     const int32_t status = dumps.entries.empty() ? zo::kOk : zocrash::ProcessDumps(reporter, dumps, stored, stats);
-    if (!folder.staged.empty()) {
-        zocrash::RemoveStagedFolder(reporter, folder.staged);
-        leftover.Release();
-    }
+    if (!staged.Path().empty()) staged.Remove(reporter);
     return status;
 }
 

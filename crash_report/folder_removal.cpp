@@ -2,12 +2,11 @@
 
 #include <windows.h>
 
-#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "held_folder.h"
 #include "long_path.h"
-#include "owned_handles.h"
 
 namespace zocrash {
 
@@ -15,6 +14,11 @@ namespace {
 
 bool IsMissing(DWORD error) {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+// A folder to look into; a link to one is not.
+bool IsFolder(DWORD attributes) {
+    return (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == FILE_ATTRIBUTE_DIRECTORY;
 }
 
 // Removes a file, an empty folder or a link. The read-only attribute protects from mistakes, not from this.
@@ -28,17 +32,15 @@ DWORD RemoveEntry(const std::wstring& path, DWORD attributes) {
 
 class TreeRemoval {
   public:
-    // The folder is known not to be empty and not to be a link.
-    RemovalResult Run(const std::wstring& folder) {
-        // A list instead of recursion: how deep a tree goes is not ours to say.
-        pending_.push_back({folder});
+    RemovalResult Run(const std::wstring& folder, DWORD attributes) {
+        // A list instead of recursion: the depth is not under our control. Each folder comes before its subfolders and
+        // is held until they are gone.
+        pending_.push_back({folder, attributes, {}});
         while (!pending_.empty()) {
-            if (!std::exchange(pending_.back().emptied, true)) {
-                const std::wstring path = pending_.back().path;
-                RemoveContent(path);
+            if (!pending_.back().held) {
+                Enter();
             } else {
-                Count(RemoveEntry(pending_.back().path, FILE_ATTRIBUTE_DIRECTORY));
-                pending_.pop_back();
+                RemoveLast(ERROR_SUCCESS);
             }
         }
         return result_;
@@ -47,11 +49,8 @@ class TreeRemoval {
   private:
     struct Folder {
         std::wstring path;
-        bool emptied = false;  // as far as that went
-    };
-    struct Entry {
-        std::wstring name;
         DWORD attributes;
+        HeldFolder held;
     };
 
     void Count(DWORD error) {
@@ -62,35 +61,32 @@ class TreeRemoval {
         }
     }
 
-    // What is no empty folder comes next on the list. A link is never one of these: it is not looked into.
-    void RemoveContent(const std::wstring& folder) {
-        for (const Entry& entry : List(folder)) {
-            std::wstring path = folder + L"\\" + entry.name;
-            const DWORD error = RemoveEntry(path, entry.attributes);
-            const bool isLink = (entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-            if (error == ERROR_DIR_NOT_EMPTY && !isLink) {
-                pending_.push_back({std::move(path)});
+    // Holds the last folder of the list, removes its files and links, and puts its subfolders on the list.
+    void Enter() {
+        HeldFolder held;
+        if (const DWORD error = held.Open(pending_.back().path); error != ERROR_SUCCESS) return RemoveLast(error);
+        pending_.back().held = std::move(held);
+        // All at once: a listing that continues while its entries disappear can leave some out.
+        std::vector<FolderEntry> entries;
+        if (const DWORD error = pending_.back().held.List(entries); error != ERROR_SUCCESS) Count(error);
+        const std::wstring parent = pending_.back().path + L"\\";
+        for (const FolderEntry& entry : entries) {
+            if (IsFolder(entry.attributes)) {
+                pending_.push_back({parent + entry.name, entry.attributes, {}});
             } else {
-                Count(error);
+                Count(RemoveEntry(parent + entry.name, entry.attributes));
             }
         }
     }
 
-    // All at once: a listing that goes on while its entries disappear can leave some out.
-    std::vector<Entry> List(const std::wstring& folder) {
-        std::vector<Entry> entries;
-        WIN32_FIND_DATAW found{};
-        const zo::OwnedFind search(FindFirstFileW((folder + L"\\*").c_str(), &found));
-        if (!search) {
-            Count(GetLastError());
-            return entries;
-        }
-        do {
-            const std::wstring_view name = found.cFileName;
-            if (name != L"." && name != L"..") entries.push_back({found.cFileName, found.dwFileAttributes});
-        } while (FindNextFileW(search.Get(), &found));
-        if (const DWORD error = GetLastError(); error != ERROR_NO_MORE_FILES) Count(error);
-        return entries;
+    // A folder that could not be opened may be empty, or have become a link: either can still be removed.
+    void RemoveLast(DWORD openError) {
+        Folder last = std::move(pending_.back());
+        pending_.pop_back();
+        last.held.Release();
+        const DWORD error = RemoveEntry(last.path, last.attributes);
+        const bool toldByOpening = error == ERROR_DIR_NOT_EMPTY && openError != ERROR_SUCCESS;
+        Count(toldByOpening && openError != kStoppedOnLink ? openError : error);
     }
 
     std::vector<Folder> pending_;
@@ -106,11 +102,9 @@ RemovalResult RemoveFolder(const std::wstring& folder) {
         const DWORD error = GetLastError();
         return {IsMissing(error) ? ERROR_SUCCESS : error, 0};
     }
+    if (IsFolder(attributes)) return TreeRemoval().Run(path, attributes);
     const DWORD error = RemoveEntry(path, attributes);
-    if (error == ERROR_SUCCESS) return {0, 1};
-    const bool isLink = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    if (error != ERROR_DIR_NOT_EMPTY || isLink) return {error, 0};
-    return TreeRemoval().Run(path);
+    return {error, error == ERROR_SUCCESS ? std::uint64_t{1} : 0};
 }
 
 }  // namespace zocrash

@@ -1,9 +1,9 @@
 #pragma once
 
-// Removal of a folder with all that is in it. Links of every kind are removed as links and never followed, which the
-// standard library's remove_all does not promise on every platform: a link planted in a folder that a privileged
-// process cleans would have its target emptied. (A Unix link in a folder under Wine cannot be removed by any call and
-// stays, with ERROR_DIR_NOT_EMPTY as the error.)
+// Removal of a folder with everything in it. Links of every kind are removed as links and never followed: a link that
+// somebody plants in a folder which a privileged process cleans would have its target emptied. Each folder is therefore
+// held while it is emptied, so that it cannot be swapped for a link half-way; std::filesystem::remove_all promises none
+// of this. (Under Wine no call removes a Unix link to a folder: it stays, and the error is ERROR_DIR_NOT_EMPTY.)
 
 #include <cstdint>
 #include <string>
@@ -15,8 +15,8 @@ struct RemovalResult {
     std::uint64_t removed = 0;  // entries, the folder itself included
 };
 
-// An absolute path. Nothing there is nothing to remove. An entry that cannot be removed does not save the others; the
-// first error is told.
+// An absolute path, with nothing to remove when nothing is there. After an entry that cannot be removed the others still
+// go; the first error is reported.
 [[nodiscard]] RemovalResult RemoveFolder(const std::wstring& folder);
 
 }  // namespace zocrash
