@@ -1,5 +1,7 @@
 #include "crash_document.h"
 
+#include <windows.h>
+
 #include <string>
 
 #include "base64.h"
@@ -43,19 +45,7 @@ void EncodeInto(const std::string& bytes, std::string& field) {
 
 }  // namespace
 
-std::int32_t CrashProtocolDocument::Open(const CrashReporterContext& reporter) {
-    const CrashReportSettings& settings = reporter.settings;
-    if (const std::int32_t status = OpenInternetSession(zo::AnsiFromWide(settings.toolName), session_); status < 0) {
-        return status;
-    }
-    FillStartFields(settings);
-    serverUrl_ = zo::AnsiFromWide(settings.serverUrl);
-    scrambler_ = reporter.scrambler;
-    scramblerContext_ = reporter.scramblerContext;
-    return zo::kOk;
-}
-
-void CrashProtocolDocument::FillStartFields(const CrashReportSettings& settings) {
+CrashProtocolDocument::CrashProtocolDocument(const CrashReportSettings& settings) {
     const OSVERSIONINFOW version = SystemVersion();
     fields_ = {
         {"AppName", zo::AnsiFromWide(settings.appName)},
@@ -77,24 +67,18 @@ void CrashProtocolDocument::FillStartFields(const CrashReportSettings& settings)
     };
 }
 
-std::int32_t CrashProtocolDocument::Build(RequestBody& body) const {
-    body = {};  // the last request's memory goes before this one's is taken
-    return ScrambleDocument(RenderDocument(fields_), scrambler_, scramblerContext_, body);
-}
-
-std::int32_t CrashProtocolDocument::BuildQuery(const DumpAnalysisResult& analysis, RequestBody& body) {
+RequestBody CrashProtocolDocument::Query(const DumpAnalysisResult& analysis) {
     fields_["Cmd"] = '1';
     fields_["CrashSignature"] = analysis.signature;
     fields_["ModuleName"] = "ntos";
     fields_["ErrAddr"] = AddressText(analysis.exceptionAddress);
-    return Build(body);
+    return RenderDocument(fields_);
 }
 
-std::int32_t CrashProtocolDocument::BuildFullDocument(const DumpAnalysisResult& analysis, RequestBody& body) {
-    body = {};
+std::int32_t CrashProtocolDocument::BuildFullDocument(const DumpAnalysisResult& analysis, RequestBody& document) {
     {
         std::string dump;
-        // Who wrote the dump may still hold it open, and that must not cost the report.
+        // Whoever wrote the dump may still hold it open, and that must not cost the report.
         const std::wstring path = zo::WideFromAnsi(analysis.dumpPath);
         if (!zo::ReadWholeFile(path.c_str(), dump, zo::Sharing::kReadWriteDelete) || dump.empty()) {
             return zo::HresultFromWin32(ERROR_FILE_NOT_FOUND);
@@ -108,7 +92,8 @@ std::int32_t CrashProtocolDocument::BuildFullDocument(const DumpAnalysisResult& 
     fields_["CrashStackBase64Len"] = std::to_string(fields_["CrashStack"].size());
     fields_["CrashDumpBase64Len"] = std::to_string(fields_["MinDump"].size());
     fields_["Cmd"] = '2';
-    return Build(body);
+    document = RenderDocument(fields_);
+    return zo::kOk;
 }
 
 }  // namespace zocrash

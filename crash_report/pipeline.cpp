@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "crash_document.h"
 #include "debug_engine.h"
 #include "dedupe_record.h"
 #include "errors.h"
 #include "reporter_messages.h"
+#include "server_session.h"
 #include "text.h"
 
 namespace zocrash {
@@ -29,8 +32,9 @@ class Pipeline {
     [[nodiscard]] std::int32_t Run(const DumpList& dumps, std::uint64_t stored, bool& report);
 
   private:
-    void Process(const DumpEntry& entry, DebugEngine& engine, CrashProtocolDocument& document);
-    void Report(const DumpAnalysisResult& analysis, CrashProtocolDocument& document);
+    [[nodiscard]] std::optional<DumpAnalysisResult> Analyse(const DumpEntry& entry, DebugEngine& engine);
+    [[nodiscard]] bool Select(const DumpEntry& entry, const DumpAnalysisResult& analysis);
+    void Report(const DumpAnalysisResult& analysis, CrashProtocolDocument& document, const ServerSession& server);
     void StoreMatched();
 
     CrashReporterContext& reporter_;
@@ -55,8 +59,9 @@ std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& re
         reporter_.Log(ZOCRASH_LOG_ERROR, "DbgEng load failed: 0x{:08x}", zo::Bits(status));
         return status;
     }
-    CrashProtocolDocument document;
-    if (const std::int32_t status = document.Open(reporter_); status < 0) {
+    CrashProtocolDocument document(reporter_.settings);
+    ServerSession server(reporter_);
+    if (const std::int32_t status = server.Open(); status < 0) {
         reporter_.Log(ZOCRASH_LOG_ERROR, "Protocol init failed: 0x{:08x}", zo::Bits(status));
         return status;
     }
@@ -64,7 +69,8 @@ std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& re
     std::uint64_t lastDealtWith = stored;
     for (const DumpEntry& entry : dumps.entries) {
         if (reporter_.cancel.load()) break;
-        Process(entry, engine, document);
+        const std::optional<DumpAnalysisResult> analysis = Analyse(entry, engine);
+        if (analysis && Select(entry, *analysis)) Report(*analysis, document, server);
         lastDealtWith = entry.lastWrite;
     }
 
@@ -74,17 +80,20 @@ std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& re
     return reporter_.cancel.load() ? zo::kAborted : zo::kOk;
 }
 
-void Pipeline::Process(const DumpEntry& entry, DebugEngine& engine, CrashProtocolDocument& document) {
+std::optional<DumpAnalysisResult> Pipeline::Analyse(const DumpEntry& entry, DebugEngine& engine) {
     DumpAnalysisResult analysis;
     const std::int32_t status = engine.Analyse(zo::AnsiFromWide(entry.path), entry.lastWrite, analysis);
-    if (status < 0) {
-        reporter_.Log(ZOCRASH_LOG_WARNING, kDumpFailedMessage, zo::Utf8FromWide(entry.path), zo::Bits(status));
-        return;
-    }
+    if (status >= 0) return analysis;
+    reporter_.Log(ZOCRASH_LOG_WARNING, kDumpFailedMessage, zo::Utf8FromWide(entry.path), zo::Bits(status));
+    return std::nullopt;
+}
+
+// Whether the dump is to be reported.
+bool Pipeline::Select(const DumpEntry& entry, const DumpAnalysisResult& analysis) {
     const std::string matched = reporter_.targets.Match(analysis.analysisText);
     const bool upload = reporter_.settings.uploadAll || !matched.empty();
     reporter_.Log(ZOCRASH_LOG_INFO, kDumpAnalysedMessage, zo::Utf8FromWide(entry.path), matched, upload);
-    if (!upload) return;
+    if (!upload) return false;
 
     ++stats_.dumpsSelected;
     if (!matched.empty()) {
@@ -92,24 +101,26 @@ void Pipeline::Process(const DumpEntry& entry, DebugEngine& engine, CrashProtoco
         // The engine prints, and callers name their drivers, in the ANSI code page.
         matchedOfRun_ += zo::WideFromAnsi(matched);
     }
-    Report(analysis, document);
+    return true;
 }
 
 // One query and at most one upload; nothing is tried again.
-void Pipeline::Report(const DumpAnalysisResult& analysis, CrashProtocolDocument& document) {
-    RequestBody body;
-    int reply = document.BuildQuery(analysis, body) < 0 ? 0 : document.Send(body).status;
-    if (reply == kReplyKnown) {
+void Pipeline::Report(const DumpAnalysisResult& analysis, CrashProtocolDocument& document,
+                      const ServerSession& server) {
+    const int answer = server.Send(document.Query(analysis)).status;
+    if (answer == kReplyKnown) {
         ++stats_.queriesAlreadyKnown;
         return;
     }
-    if (reply != kReplyAccepted) {
+    if (answer != kReplyAccepted) {
         ++stats_.queriesFailed;
         return;
     }
     ++stats_.queriesAccepted;
-    reply = document.BuildFullDocument(analysis, body) < 0 ? 0 : document.Send(body).status;
-    ++(reply == kReplyAccepted ? stats_.uploadsSucceeded : stats_.uploadsFailed);
+    RequestBody full;
+    const bool sent =
+        document.BuildFullDocument(analysis, full) >= 0 && server.Send(std::move(full)).status == kReplyAccepted;
+    ++(sent ? stats_.uploadsSucceeded : stats_.uploadsFailed);
 }
 
 void Pipeline::StoreMatched() {

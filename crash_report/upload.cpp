@@ -15,16 +15,22 @@ static_assert(kRequestFlags == 0x80C00000u);
 
 constexpr std::size_t kReadPiece = 1024;
 
-// What is kept of a reply, whose first characters decide; a server that never ends must not take all memory.
+// What is kept of a reply, whose first characters decide.
 constexpr std::size_t kKeptReply = 64 * kReadPiece;
 
-// What arrived until the reply ended or broke off.
-std::string ReadReply(HINTERNET request) {
+// For all reads of a reply, in milliseconds. A server may send for ever.
+constexpr ULONGLONG kLongestReply = 60'000;
+
+// What arrived until the reply ended or broke off, was long enough, took too long, or the run was cancelled. At least
+// one read is made, so that a short reply counts also when the cancel came first.
+std::string ReadReply(HINTERNET request, const std::atomic<bool>& cancel) {
     std::string text;
     std::array<char, kReadPiece> piece{};
     DWORD read = 0;
+    const ULONGLONG start = GetTickCount64();
     while (InternetReadFile(request, piece.data(), static_cast<DWORD>(piece.size()), &read) && read > 0) {
-        if (text.size() < kKeptReply) text.append(piece.data(), read);
+        text.append(piece.data(), read);
+        if (text.size() >= kKeptReply || cancel.load() || GetTickCount64() - start >= kLongestReply) break;
     }
     return text;
 }
@@ -36,7 +42,8 @@ std::int32_t OpenInternetSession(const std::string& userAgent, OwnedInternet& se
     return session ? zo::kOk : zo::HresultFromWin32(GetLastError());
 }
 
-ServerReply Post(const OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body) {
+ServerReply Post(const OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body,
+                 const std::atomic<bool>& cancel) {
     ServerUrl server;
     if (!session || !ParseServerUrl(url, server)) return {};
     if (body.size() > std::numeric_limits<DWORD>::max()) return {};  // the platform cannot send it
@@ -54,7 +61,7 @@ ServerReply Post(const OwnedInternet& session, const std::string& url, std::span
                           static_cast<DWORD>(body.size()))) {
         return {};
     }
-    return ParseServerReply(ReadReply(request.Get()));
+    return ParseServerReply(ReadReply(request.Get(), cancel));
 }
 
 }  // namespace zocrash

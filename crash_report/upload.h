@@ -8,6 +8,7 @@
 #include <wininet.h>
 // clang-format on
 
+#include <atomic>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -27,8 +28,9 @@ using OwnedInternet = zo::Owned<InternetKind>;
 // The user agent is in the ANSI code page. Gives the Win32 error's status.
 [[nodiscard]] std::int32_t OpenInternetSession(const std::string& userAgent, OwnedInternet& session);
 
-// Status 0 without a session, for a URL that is not "https://..." and for a request that cannot be made or answered.
-[[nodiscard]] ServerReply Post(const OwnedInternet& session, const std::string& url,
-                               std::span<const std::uint8_t> body);
+// Status 0 without a session, for a URL that is not "https://..." and for a request that cannot be made or answered. A
+// cancel ends the reading of a reply that comes in several pieces; it does not wake a call of the platform.
+[[nodiscard]] ServerReply Post(const OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body,
+                               const std::atomic<bool>& cancel);
 
 }  // namespace zocrash

@@ -234,7 +234,8 @@ class BareExchange {
         }
         const std::string prefix = std::to_string(size) + "&";
         std::memcpy(payload - prefix.size(), prefix.data(), prefix.size());
-        return zocrash::Post(session_, url_, {payload - prefix.size(), prefix.size() + size}).status == 200;
+        return zocrash::Post(session_, url_, {payload - prefix.size(), prefix.size() + size}, neverCancelled_).status ==
+               200;
     }
 
     // Where the text lies: random bytes before and behind it, then the key stream over all but the first eight.
@@ -258,6 +259,7 @@ class BareExchange {
     zocrash::OwnedInternet session_;
     const std::string& url_;
     bool scramble_;
+    const std::atomic<bool> neverCancelled_{false};
     zo::OwnedAlgorithm provider_;
     zo::OwnedCryptoKey key_;  // destroyed before its provider
     std::unique_ptr<std::uint8_t[]> body_;
