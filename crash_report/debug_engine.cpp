@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "cng.h"
 #include "document.h"
@@ -63,10 +64,12 @@ std::int32_t Load(const std::filesystem::path& path, zo::OwnedModule& library) {
     return library ? zo::kOk : zo::HresultFromWin32(GetLastError());
 }
 
-// The result of a call that hands out an interface.
-std::int32_t Checked(HRESULT result, const void* object) {
+// Takes the interface that a call handed out. What a failed call left in the pointer is not an interface.
+template <typename Interface>
+std::int32_t TakeInterface(HRESULT result, void* object, zo::OwnedInterface<Interface>& owner) {
     if (result < 0) return result;
-    return object == nullptr ? zo::kFail : zo::kOk;
+    owner.Reset(static_cast<Interface*>(object));
+    return owner ? zo::kOk : zo::kFail;
 }
 
 }  // namespace
@@ -82,8 +85,18 @@ HRESULT TextCaptureCallbacks::QueryInterface(REFIID interfaceId, PVOID* object) 
 }
 
 HRESULT TextCaptureCallbacks::Output(ULONG, PCSTR text) {
-    if (text != nullptr) captured_ += text;
+    if (text == nullptr || failure_) return S_OK;
+    try {
+        captured_ += text;
+    } catch (...) {
+        failure_ = std::current_exception();
+    }
     return S_OK;
+}
+
+std::string TextCaptureCallbacks::Take() {
+    if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+    return std::exchange(captured_, {});
 }
 
 std::int32_t DebugEngine::LoadLibraries() {
@@ -101,10 +114,12 @@ std::int32_t DebugEngine::Open() {
     if (address == nullptr) return zo::HresultFromWin32(ERROR_PROC_NOT_FOUND);
     const auto create = reinterpret_cast<DebugCreateFunction>(address);
 
-    HRESULT result = create(kClientId, reinterpret_cast<void**>(client_.Out()));
-    if (const std::int32_t status = Checked(result, client_.Get()); status < 0) return status;
-    result = client_.Get()->QueryInterface(kControlId, reinterpret_cast<void**>(control_.Out()));
-    if (const std::int32_t status = Checked(result, control_.Get()); status < 0) return status;
+    void* object = nullptr;
+    HRESULT result = create(kClientId, &object);
+    if (const std::int32_t status = TakeInterface(result, object, client_); status < 0) return status;
+    object = nullptr;
+    result = client_.Get()->QueryInterface(kControlId, &object);
+    if (const std::int32_t status = TakeInterface(result, object, control_); status < 0) return status;
 
     // An engine that refuses these prints nothing for us; its analyses then lack text, which is seen there.
     client_.Get()->SetOutputCallbacks(&output_);

@@ -7,12 +7,13 @@
 #include <dbgeng.h>
 // clang-format on
 
+#include <exception>
 #include <string>
-#include <utility>
 
 namespace zocrash {
 
-// Lives in the engine context that registers it. References that the engine takes do not count.
+// Part of the engine context that registers it; references that the engine takes do not count. An exception must not
+// unwind through the engine's frames, so that one is kept until Take().
 class TextCaptureCallbacks : public IDebugOutputCallbacks {
   public:
     // The engine releases but never destroys it; its own type is what is destroyed.
@@ -23,11 +24,12 @@ class TextCaptureCallbacks : public IDebugOutputCallbacks {
     STDMETHOD_(ULONG, Release)() override { return 1; }
     STDMETHOD(Output)(ULONG mask, PCSTR text) override;
 
-    // What was printed since the last call.
-    [[nodiscard]] std::string Take() { return std::exchange(captured_, {}); }
+    // What was printed since the last call. Raises what went wrong while it was captured, as a rule std::bad_alloc.
+    [[nodiscard]] std::string Take();
 
   private:
     std::string captured_;
+    std::exception_ptr failure_;
 };
 
 }  // namespace zocrash
