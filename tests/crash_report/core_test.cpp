@@ -1,5 +1,5 @@
-// The reporter's pure cores: what is read off the wire and what is put on it. Base64 and the built-in scrambler are
-// proven by the fuzzer, and by the crash server, which takes apart what arrives.
+// The reporter's pure cores: what is read from the wire and what is put on it. Base64 and the cipher of the built-in
+// scrambler are proven by the fuzzer, and by the crash server, which takes apart what arrives.
 
 #include <gtest/gtest.h>
 
@@ -10,6 +10,7 @@
 #include "document.h"
 #include "reporter_messages.h"
 #include "request_body.h"
+#include "scrambler_frame.h"
 #include "server_reply.h"
 #include "server_url.h"
 
@@ -114,21 +115,52 @@ struct ScriptedScrambler {
 TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
     constexpr std::uint32_t kNeedsBuffer = 0x8007007A, kRefused = 0x80004005;
     const struct {
+        const char* name;
         ScriptedScrambler script;
         std::uint32_t status;
         const char* body;
     } cases[] = {
-        {{kNeedsBuffer, 9, 0, 9}, 0, "9&scrambled"}, {{1, 9, 0, 9}, 0, "9&scrambled"},
-        {{kRefused, 9, 0, 9}, kRefused, "0&"},       {{kNeedsBuffer, 9, kNeedsBuffer, 9}, kNeedsBuffer, "0&"},
-        {{kNeedsBuffer, 9, 0, 4}, 0, "4&scra"},      {{kNeedsBuffer, 9, 0, 4000}, 0, "9&scrambled"},
-        {{kNeedsBuffer, 0, 0, 0}, 0, "0&"},
+        {"size told with an error", {kNeedsBuffer, 9, 0, 9}, 0, "9&scrambled"},
+        {"size told with a success", {1, 9, 0, 9}, 0, "9&scrambled"},
+        {"size refused", {kRefused, 9, 0, 9}, kRefused, "0&"},
+        {"second call refused", {kNeedsBuffer, 9, kNeedsBuffer, 9}, kNeedsBuffer, "0&"},
+        {"shorter than the buffer", {kNeedsBuffer, 9, 0, 4}, 0, "4&scra"},
+        {"longer than the buffer", {kNeedsBuffer, 9, 0, 4000}, 0, "9&scrambled"},
+        {"nothing at all", {kNeedsBuffer, 0, 0, 0}, 0, "0&"},
+        {"a size of 0 without an error", {0, 0, 0, 0}, 0, "0&"},
     };
-    for (auto [script, status, expected] : cases) {
+    for (auto [name, script, status, expected] : cases) {
+        SCOPED_TRACE(name);
         RequestBody body;
         EXPECT_EQ(
             static_cast<std::uint32_t>(ScrambleDocument(RenderDocument({}), ScriptedScrambler::Call, &script, body)),
             status);
         EXPECT_EQ(Text(body.Frame()), expected);
+    }
+}
+
+// Encrypts to zeros, so that data and padding stay as they are.
+class NoCipher : public BlockCipher {
+  public:
+    std::int32_t Encrypt(std::span<std::uint8_t> blocks) override {
+        std::fill(blocks.begin(), blocks.end(), std::uint8_t{0});
+        return 0;
+    }
+};
+
+TEST(ScramblerFrame, PadsWithRandomBytesOfWhichTheLastIsTheirNumber) {
+    ScramblerRandomness random{{'n', 'o', 'n', 'c', 'e', '8', 'b', 'y'}, {'r', 'a', 'n', 'd', 'o', 'm', 'p', 'a', 'd'}};
+    const std::pair<std::string, std::string> cases[] = {
+        {"123456", "123456r\x02"},
+        {"1234567", "1234567randompa\x09"},
+        {"12345678", "12345678randomp\x08"},
+        {"1", "1random\x07"},
+    };
+    for (const auto& [in, framed] : cases) {
+        std::vector<std::uint8_t> out(ScrambledLength(in.size()));
+        NoCipher cipher;
+        EXPECT_EQ(ScrambleBytes({reinterpret_cast<const std::uint8_t*>(in.data()), in.size()}, random, cipher, out), 0);
+        EXPECT_EQ(Text(out), "nonce8by" + framed) << in;
     }
 }
 

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,6 +36,26 @@ inline constexpr char kOurs2[] = "ours2.dmp";        // another crash with ZoPro
 inline constexpr char kForeign[] = "foreign.dmp";    // without it
 inline constexpr char kNoException[] = "quiet.dmp";  // ZoProtector is on its stack, but no exception
 inline constexpr char kNoDump[] = "";                // an empty file
+
+// The status of a run, or of one upload, and the counters that it left.
+struct Outcome {
+    std::uint32_t status = 0;
+    std::uint32_t found = 0;
+    std::uint32_t selected = 0;
+    std::uint32_t accepted = 0;
+    std::uint32_t alreadyKnown = 0;
+    std::uint32_t queriesFailed = 0;
+    std::uint32_t uploaded = 0;
+    std::uint32_t uploadsFailed = 0;
+
+    friend bool operator==(const Outcome&, const Outcome&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const Outcome& o) {
+        return out << zo::Format(
+                   "status {:#x} found {} selected {} accepted {} known {} queries failed {} uploaded {} failed {}",
+                   o.status, o.found, o.selected, o.accepted, o.alreadyKnown, o.queriesFailed, o.uploaded,
+                   o.uploadsFailed);
+    }
+};
 
 struct Exports {
     const zotest::LoadedLibrary& library;
@@ -107,27 +128,26 @@ class ReporterTest : public testing::Test {
     Strings TakeLog() { return std::exchange(log_, {}); }
 
     // A run, or one dump, with counters that start from 0.
-    std::string Run() {
+    Outcome Run() {
         stats_ = {};
-        return Outcome(api_.run(&stats_));
+        return MakeOutcome(api_.run(&stats_));
     }
-    std::string Upload(const std::filesystem::path& dump) {
+    Outcome Upload(const std::filesystem::path& dump) {
         stats_ = {};
-        return Outcome(api_.upload(dump.c_str(), &stats_));
+        return MakeOutcome(api_.upload(dump.c_str(), &stats_));
     }
     // A run over everything, as if it were the first.
-    std::string RunAnew() {
+    Outcome RunAnew() {
         RemoveRecord();
         Configure();
         documents_.clear();
         TakeLog();
         return Run();
     }
-    // The status in hexadecimal, ":", and the counters that the call left.
-    [[nodiscard]] std::string Outcome(std::int32_t status) const {
-        return zo::Format("{:x}: {} {} {} {} {} {} {}", static_cast<std::uint32_t>(status), stats_.dumpsFound,
-                          stats_.dumpsSelected, stats_.queriesAccepted, stats_.queriesAlreadyKnown,
-                          stats_.queriesFailed, stats_.uploadsSucceeded, stats_.uploadsFailed);
+    [[nodiscard]] Outcome MakeOutcome(std::int32_t status) const {
+        return {
+            static_cast<std::uint32_t>(status), stats_.dumpsFound,    stats_.dumpsSelected,    stats_.queriesAccepted,
+            stats_.queriesAlreadyKnown,         stats_.queriesFailed, stats_.uploadsSucceeded, stats_.uploadsFailed};
     }
 
     zotest::TempFolder folder_;
