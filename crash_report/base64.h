@@ -18,10 +18,10 @@ namespace zocrash {
 // Writes exactly Base64Length(bytes.size()) characters and no terminator.
 void EncodeBase64(std::span<const std::uint8_t> bytes, char* text) noexcept;
 
-// The same with the instructions that every processor has; what a faster way leaves over goes through here too.
+// The same with instructions that every processor has; also encodes what a faster routine leaves over.
 void EncodeBase64Portable(std::span<const std::uint8_t> bytes, char* text) noexcept;
 
-// Replaces the text, whose memory is used again where it suffices.
+// Replaces the text and reuses its memory if that is large enough.
 void EncodeBase64(std::string_view bytes, std::string& text);
 
 }  // namespace zocrash

@@ -37,7 +37,7 @@ std::string LocalTimestamp() {
     return TimestampText(now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond);
 }
 
-// The previous dump's text goes first: growing a string keeps the old one until the new one is there.
+// The previous dump's text is freed first: growing a string keeps the old memory until the new one is filled.
 void EncodeInto(const std::string& bytes, std::string& field) {
     std::string().swap(field);
     EncodeBase64(bytes, field);

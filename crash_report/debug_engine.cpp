@@ -15,7 +15,7 @@ namespace zocrash {
 
 namespace {
 
-// Spelled out, since the header's own need an import library.
+// Spelled out, because those of the header need an import library.
 constexpr GUID kUnknownId = {0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 constexpr GUID kOutputCallbacksId = {0x4BF58045, 0xD654, 0x4C40, {0xB0, 0xAF, 0x68, 0x30, 0x90, 0xF3, 0x56, 0xDC}};
 constexpr GUID kClientId = {0x27FE5639, 0x8407, 0x4F47, {0x83, 0x64, 0xEE, 0x11, 0x8F, 0xB0, 0x8A, 0xC8}};
@@ -121,7 +121,7 @@ std::int32_t DebugEngine::Open() {
     result = client_.Get()->QueryInterface(kControlId, &object);
     if (const std::int32_t status = TakeInterface(result, object, control_); status < 0) return status;
 
-    // An engine that refuses these prints nothing for us; its analyses then lack text, which is seen there.
+    // If the engine refuses these, its analyses lack text, which BuildFullDocument notices.
     client_.Get()->SetOutputCallbacks(&output_);
     client_.Get()->SetOutputMask(DEBUG_OUTPUT_NORMAL);
     return zo::kOk;
@@ -143,14 +143,14 @@ std::int32_t DebugEngine::Analyse(const std::string& dumpPath, std::uint64_t dum
     if (const HRESULT opened = client_.Get()->OpenDumpFile(dumpPath.c_str()); opened < 0) return opened;
     static_cast<void>(output_.Take());
 
-    // Only now is the dump really loaded. What went wrong with it shows in the steps that follow.
+    // Only this loads the dump. If it fails, the steps that follow fail as well.
     control_.Get()->WaitForEvent(0, INFINITE);
     result.dumpPath = dumpPath;
     result.dumpStamp = dumpStamp;
     result.loadOutput = output_.Take();
 
     const std::int32_t status = Describe(result);
-    // Closed whatever came out, so that the next dump can be opened.
+    // Closed in any case, so that the next dump can be opened.
     client_.Get()->EndSession(DEBUG_END_ACTIVE_TERMINATE);
     return status;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The system's debugger engine, loaded at run time, and what it makes of one kernel dump.
+// The system's debugger engine, loaded at run time, and its analysis of one kernel dump.
 
 #include <cstdint>
 #include <string>
@@ -20,7 +20,7 @@ struct DumpAnalysisResult {
     std::uint64_t dumpStamp = 0;
 };
 
-// One for each run; serves its dumps one after the other. Used by one thread.
+// One for each run; analyses one dump at a time. Used by one thread.
 class DebugEngine {
   public:
     DebugEngine() = default;
@@ -31,8 +31,8 @@ class DebugEngine {
     // Loads "dbghelp.dll" and "dbgeng.dll" from the executable's folder or else the system's, by full path.
     [[nodiscard]] std::int32_t Open();
 
-    // The engine takes narrow paths only. When the bugcheck data cannot be read, the result keeps what was filled until
-    // then: the path, the stamp and the engine's first text.
+    // The engine takes narrow paths only. When the bugcheck data cannot be read, the result keeps what was filled before:
+    // the path, the stamp and the engine's first text.
     [[nodiscard]] std::int32_t Analyse(const std::string& dumpPath, std::uint64_t dumpStamp,
                                        DumpAnalysisResult& result);
 

@@ -22,7 +22,7 @@ std::uint64_t ReadDedupeRecord(const std::wstring& path) {
 
 void WriteDedupeRecord(const std::wstring& path, std::uint64_t lastWrite) {
     if (path.empty()) return;
-    // A record that cannot be written is no failure: the same dumps are new again next time.
+    // If the record cannot be written, the same dumps are new again next time.
     static_cast<void>(zo::TryCreateDirectories(std::filesystem::path(path).parent_path()));
     const zo::OwnedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                                          FILE_ATTRIBUTE_NORMAL, nullptr));

@@ -11,7 +11,7 @@ namespace zocrash {
 // 0 when there is no record, it is shorter than eight bytes or it cannot be read.
 [[nodiscard]] std::uint64_t ReadDedupeRecord(const std::wstring& path);
 
-// Makes the folders above as well. Whatever fails, the dumps are merely offered again: nothing is reported.
+// Makes the folders above as well. Failures are ignored: the dumps are then offered again.
 void WriteDedupeRecord(const std::wstring& path, std::uint64_t lastWrite);
 
 }  // namespace zocrash

@@ -28,7 +28,7 @@ std::optional<std::uint64_t> LastWrite(const std::wstring& path) {
     return Join(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime);
 }
 
-// A link's directory entry has the size of the link, so that the file behind it is asked.
+// The directory entry of a link has the size of the link; the file behind it is what counts.
 std::optional<std::uint64_t> FileSize(const WIN32_FIND_DATAW& found, const std::wstring& path) {
     if ((found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
         return Join(found.nFileSizeHigh, found.nFileSizeLow);
@@ -48,7 +48,7 @@ void TakeIfNew(const WIN32_FIND_DATAW& found, const std::filesystem::path& folde
     const std::optional<std::uint64_t> size = FileSize(found, path);
     if (!size || *size > sizeLimit) return;
 
-    // Asked again by its own path: the folder's copy of the time can lag behind the file's.
+    // Read by the file's own path: the time in the folder's listing can lag behind.
     const std::optional<std::uint64_t> lastWrite = LastWrite(path);
     if (!lastWrite || *lastWrite <= stored) return;
     list.newest = std::max(list.newest, *lastWrite);
@@ -71,7 +71,7 @@ DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uin
         throw std::filesystem::filesystem_error("directory_iterator::operator++", folderPath,
                                                 std::error_code(static_cast<int>(error), std::system_category()));
     }
-    // Of the same time, by name, so that the order does not depend on the file system.
+    // Ties are ordered by name, so that the order does not depend on the file system.
     std::sort(list.entries.begin(), list.entries.end(), [](const DumpEntry& a, const DumpEntry& b) {
         return std::tie(a.lastWrite, a.path) < std::tie(b.lastWrite, b.path);
     });
@@ -80,7 +80,7 @@ DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uin
 
 std::int32_t TakeSingleDump(const std::wstring& path, DumpList& list) {
     std::uint32_t unknown = 0;
-    // When its existence cannot be told, the search below says why.
+    // When it is unknown whether the file exists, the search below gives the error.
     if (!zo::Exists(path.c_str(), unknown) && unknown == 0) return zo::HresultFromWin32(ERROR_FILE_NOT_FOUND);
     const std::optional<std::uint64_t> lastWrite = LastWrite(path);
     if (!lastWrite) return zo::HresultFromWin32(GetLastError());

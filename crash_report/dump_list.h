@@ -1,6 +1,6 @@
 #pragma once
 
-// Which dump files there are to report.
+// Which dump files are to be reported.
 
 #include <cstdint>
 #include <string>
@@ -19,7 +19,7 @@ struct DumpList {
 };
 
 // The files in the folder, not below it, that are no larger than sizeLimit and were written after `stored`. A folder
-// that cannot be opened has none; a listing that breaks off raises std::filesystem::filesystem_error.
+// that cannot be opened has none. A listing that breaks off raises std::filesystem::filesystem_error.
 [[nodiscard]] DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uint64_t sizeLimit);
 
 // One file whatever its size. Gives 0x80070002 when it does not exist and the Win32 error's status when its time

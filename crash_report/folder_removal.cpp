@@ -85,8 +85,9 @@ class TreeRemoval {
         pending_.pop_back();
         last.held.Release();
         const DWORD error = RemoveEntry(last.path, last.attributes);
-        const bool toldByOpening = error == ERROR_DIR_NOT_EMPTY && openError != ERROR_SUCCESS;
-        Count(toldByOpening && openError != kStoppedOnLink ? openError : error);
+        // That it is not empty says less than why it could not be opened, unless that was for being a link.
+        const bool openErrorSaysMore = openError != ERROR_SUCCESS && openError != kStoppedOnLink;
+        Count(error == ERROR_DIR_NOT_EMPTY && openErrorSaysMore ? openError : error);
     }
 
     std::vector<Folder> pending_;

@@ -6,8 +6,8 @@
 
 namespace zocrash {
 
-// "ZoProtector_" and 32 lower-case characters: the system's machine GUID without its dashes, zeros in place of what is
-// missing.
+// "ZoProtector_" and 32 lower-case characters: the system's machine GUID without its dashes, padded with
+// zeros.
 [[nodiscard]] std::string MachineGuid();
 
 }  // namespace zocrash

@@ -17,7 +17,7 @@ class NetworkGate {
     // Lets a waiting run look at its cancel flag again. Set the flag first.
     void Wake() noexcept;
 
-    // Waits until the gate is open, the time is over or cancel is set; whether it is open.
+    // Waits until the gate is open, the time is over or cancel is set; returns whether it is open.
     [[nodiscard]] bool Wait(std::uint32_t seconds, const std::atomic<bool>& cancel);
 
   private:

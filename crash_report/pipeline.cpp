@@ -28,7 +28,7 @@ class Pipeline {
 
     [[nodiscard]] const ZoCrashRunStats& Stats() const noexcept { return stats_; }
 
-    // False in `report` when the caller's record is to stay as it is.
+    // `report` is false when the caller's record is to stay unchanged.
     [[nodiscard]] std::int32_t Run(const DumpList& dumps, std::uint64_t stored, bool& report);
 
   private:

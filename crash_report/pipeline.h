@@ -1,7 +1,7 @@
 #pragma once
 
-// What happens to each new dump: analysed, matched against the target drivers and, when it concerns them, asked about
-// and sent.
+// What happens to each new dump: it is analysed and matched against the target drivers; if it concerns one, the server
+// is asked about it and it is sent.
 
 #include <cstdint>
 
@@ -11,7 +11,7 @@
 namespace zocrash {
 
 // `stored` is the dedupe record's value that the list was made with. The result record may be null. The status is that
-// of the whole call; a dump that fails is counted, logged and passed over.
+// of the whole call; a dump that fails is counted, logged and skipped.
 [[nodiscard]] std::int32_t ProcessDumps(CrashReporterContext& reporter, const DumpList& dumps, std::uint64_t stored,
                                         ZoCrashRunStats* stats);
 

@@ -13,11 +13,11 @@ namespace {
 
 INIT_ONCE contextOnce = INIT_ONCE_STATIC_INIT;
 
-// Goes with the library. A caller that unloads it during a run has nothing left to run.
+// Freed when the library unloads, which must not happen during a run.
 std::unique_ptr<CrashReporterContext> context;
 
-// Reports the one-time initialisation as failed when the making of the context raises, so that the next call tries
-// again and no other thread waits for ever.
+// Reports the one-time initialisation as failed when creating the context raises, so that the next call tries again and
+// no other thread waits for ever.
 class Initialisation {
   public:
     Initialisation() = default;

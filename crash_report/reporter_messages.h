@@ -1,7 +1,7 @@
 #pragma once
 
-// The reporter's messages from which a caller learns what no status and no counter says. The reporter formats them and
-// zoctl takes them apart by these same constants, so that the two cannot drift; zocrashreport.h lists them for callers.
+// The messages that tell a caller more than the status and the counters. The reporter formats them and zoctl takes them
+// apart with the same constants, so that the two cannot drift; zocrashreport.h lists them for callers.
 
 #include <algorithm>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #pragma once
 
 // The body of a request: a payload and, before it, its length in decimal and "&". Room for that prefix is kept in front
-// of the payload from the start, so that a body of a dump's size is framed where it lies instead of being copied.
+// of the payload from the start, so that a body of a dump's size is framed in place instead of being copied.
 
 #include <cstddef>
 #include <cstdint>
@@ -35,8 +35,8 @@ class RequestBody {
 using BodyScrambler = std::int32_t (*)(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t* out,
                                        std::uint32_t outCapacity, std::uint32_t* outLength);
 
-// The payload of a document: what the scrambler makes of the text, or the text itself without a scrambler. The text is
-// released before this returns. Gives a status; a document that the scrambler's 32-bit lengths cannot tell is refused.
+// The payload of a document: the scrambled text, or the text itself without a scrambler. The text is freed before this
+// returns. Gives a status; a document that is too long for the scrambler's 32-bit lengths is refused.
 [[nodiscard]] std::int32_t ScrambleDocument(RequestBody text, BodyScrambler scrambler, void* context,
                                             RequestBody& body);
 

@@ -2,8 +2,8 @@
 
 // The built-in scrambler's form, without its cipher: eight random bytes, then the data and its padding XORed with the
 // stream that the cipher makes of counter blocks (those eight bytes and a 64-bit big-endian block number from 0). The
-// padding is two to nine bytes, the last of which tells their number, and brings the whole to a multiple of eight.
-// It hides a dump's content from a casual look; what protects it on its way is TLS.
+// padding is two to nine bytes, the last of which holds their number, and makes the total a multiple of eight.
+// It hides a dump's content from a casual look; TLS protects it on its way.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,6 @@
 #pragma once
 
-// What the crash server answers: a status, a blank and a message. The text alone counts; the HTTP status never reaches
-// this. The bytes come from the network and are trusted in nothing.
+// The crash server's answer: a status, a blank and a message. Only the text counts; the HTTP status is not looked at. The bytes come from the network, and nothing in them is trusted.
 
 #include <string>
 #include <string_view>

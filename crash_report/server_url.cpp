@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view kScheme = "https://";
 
 bool ReadPort(std::string_view text, std::uint16_t& port) {
-    // Characters after the number are not looked at.
+    // Characters after the number are ignored.
     return std::from_chars(text.data(), text.data() + text.size(), port).ec == std::errc{} && port != 0;
 }
 

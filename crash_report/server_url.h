@@ -1,6 +1,6 @@
 #pragma once
 
-// The crash server's address, taken apart as the Internet calls want it. Nothing but "https://", a host, an optional
+// The crash server's address, split as the Internet calls need it. Nothing but "https://", a host, an optional
 // port and a path is understood; in particular the scheme is compared case-sensitively and there is no plain HTTP.
 
 #include <cstdint>
@@ -15,7 +15,7 @@ struct ServerUrl {
     std::string path;  // begins with "/"
 };
 
-// False for another scheme, an empty host, or a port that is no number from 1 to 65535.
+// False for another scheme, an empty host, or a port that is not a number from 1 to 65535.
 [[nodiscard]] bool ParseServerUrl(std::string_view text, ServerUrl& url);
 
 }  // namespace zocrash

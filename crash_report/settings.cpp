@@ -2,7 +2,7 @@
 
 #include "local_app_data.h"
 
-// The build passes narrow literals; beside a wide one they become wide.
+// The build passes narrow literals; next to a wide one they become wide.
 #define ZO_WIDE(text) L"" text
 
 namespace zocrash {

@@ -10,7 +10,7 @@
 namespace zocrash {
 
 // The local application data folder's ZOCRASH_DEFAULT_RECORD; empty, which switches the record off, when the
-// system does not tell that folder.
+// system cannot name that folder.
 [[nodiscard]] std::wstring DefaultComparePath();
 
 // The address that reports are answered from, a build-time setting in the system's ANSI code page.
@@ -31,7 +31,7 @@ struct CrashReportSettings {
     std::uint32_t networkWaitSeconds = 0;
 };
 
-// The defaults, with what the record gives put in their place. A null record gives the defaults.
+// The defaults, replaced by what the record gives. A null record gives the defaults.
 [[nodiscard]] CrashReportSettings MakeSettings(const ZoCrashReportConfig* config);
 
 }  // namespace zocrash

@@ -1,7 +1,7 @@
 // The crash reporter against a bare read, base64, scramble and post of the same bytes to the same server; its base64
 // against memcpy; its memory; many dumps in one run; and what a known and a new crash cost on the wire.
 //
-// Run beside a crash server that accepts everything (scripts/bench does that). The engine's time is left out: the
+// Run with a crash server that accepts everything (scripts/bench does that). The engine's time is left out: the
 // reporter's own begins with the line that it logs when a dump has been analysed.
 
 // clang-format off
@@ -115,7 +115,7 @@ class MemoryPeak {
     std::thread thread_;
 };
 
-// What the reporter logs tells when a dump was analysed.
+// The reporter's log shows when a dump was analysed.
 struct Analysed {
     Clock::time_point at;
     static void Log(void* context, std::int32_t, const wchar_t* message) {
@@ -238,7 +238,7 @@ class BareExchange {
                200;
     }
 
-    // Where the text lies: random bytes before and behind it, then the key stream over all but the first eight.
+    // In place: random bytes before and behind the text, then the key stream over all but the first eight.
     void Scramble(std::uint8_t* payload, std::size_t size) {
         static_cast<void>(zo::FillRandom({payload, kNonce}));
         static_cast<void>(zo::FillRandom({payload + size - 2, 2}));
@@ -365,7 +365,7 @@ int main() {
     CompareBase64();
     char url[512] = "";
     if (GetEnvironmentVariableA("ZO_CRASH_SERVER_URL", url, sizeof(url)) == 0) {
-        Print("No crash server: start this beside one, as scripts/bench does, for the rest.");
+        Print("No crash server: start this with one, as scripts/bench does, for the rest.");
         return 1;
     }
     const std::filesystem::path folder = std::filesystem::temp_directory_path() / "zo_crash_report_bench";

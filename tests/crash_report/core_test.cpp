@@ -66,7 +66,7 @@ TEST(ServerUrl, TakesHttpsHostsWithPortAndPathAndRefusesAllElse) {
     }
 }
 
-TEST(MessageParts, AreWhatStandsInThePlaceholders) {
+TEST(MessageParts, AreWhatWasFormattedIntoThePlaceholders) {
     using Parts = std::vector<std::string_view>;
     const struct {
         const char* name;
@@ -96,7 +96,7 @@ TEST(Document, RendersFieldsInByteOrderUnescapedAndUnindented) {
     EXPECT_EQ(TimestampText(2026, 1, 2, 3, 4, 5), "2026-1-2 3:4:5");
 }
 
-// Answers the sizing call as told and then writes "scrambled", saying how long that is.
+// Answers the sizing call as scripted, then writes "scrambled" and reports a length.
 struct ScriptedScrambler {
     std::uint32_t sizing;
     std::uint32_t needed;
@@ -120,8 +120,8 @@ TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
         std::uint32_t status;
         const char* body;
     } cases[] = {
-        {"size told with an error", {kNeedsBuffer, 9, 0, 9}, 0, "9&scrambled"},
-        {"size told with a success", {1, 9, 0, 9}, 0, "9&scrambled"},
+        {"size given with an error", {kNeedsBuffer, 9, 0, 9}, 0, "9&scrambled"},
+        {"size given with a success", {1, 9, 0, 9}, 0, "9&scrambled"},
         {"size refused", {kRefused, 9, 0, 9}, kRefused, "0&"},
         {"second call refused", {kNeedsBuffer, 9, kNeedsBuffer, 9}, kNeedsBuffer, "0&"},
         {"shorter than the buffer", {kNeedsBuffer, 9, 0, 4}, 0, "4&scra"},

@@ -1,8 +1,8 @@
 #pragma once
 
-// The crash reporter as a caller has it: a freshly loaded library (so with its own state, the network gate closed), a
-// folder of dumps, a record path, a logger that keeps the lines and a scrambler that keeps the documents and refuses,
-// so that nothing is sent. Dumps are copies of those that the build made; they get the write times that a test gives.
+// The crash reporter as a caller has it: a freshly loaded library (with its own state and the network gate closed), a
+// folder of dumps, a record path, a logger that keeps the lines, and a scrambler that keeps the documents and refuses
+// them, so that nothing is sent. Dumps are copies of those that the build made, with the write times that a test gives.
 
 #include <gtest/gtest.h>
 
@@ -114,7 +114,7 @@ class ReporterTest : public testing::Test {
     }
     void RemoveRecord() { zotest::RemoveTree(record_.wstring()); }
 
-    // What the engine is to do amiss, as simulator/debug_engine/README.md describes it.
+    // What the engine is to do wrong; simulator/debug_engine/README.md describes the form.
     void Script(const std::string& script) { zotest::WriteFileBytes(folder_ / "script", script); }
 
     // Paths below the test's folder begin with "~".
@@ -182,7 +182,7 @@ struct Request {
     std::string reply;
 };
 
-// Run by simulator/crash_server/serve, whose environment tells where that is and whose folder shows what reached it.
+// Run by simulator/crash_server/serve: its environment variables name the server, its folder shows what arrived.
 class ServerTest : public ReporterTest {
   protected:
     static void SetUpTestSuite() { EXPECT_EQ(Trust(L"add", "certificate.der"), 0u); }

@@ -144,13 +144,13 @@ TEST_F(Staging, WorksForZoctlWhichOpensTheChannelByItself) {
     EXPECT_NE(list.out.find("a.dmp"), std::string::npos) << list.out;
 }
 
-TEST_F(Staging, IsRefusedWhereThereIsNoTemporaryFolder) {
+TEST_F(Staging, IsRefusedWithoutATemporaryFolder) {
     temporary_.emplace(L"C:\\" + std::wstring(270, L'x'));
     EXPECT_EQ(Run(), (Outcome{.status = 0x80070005}));
     EXPECT_EQ(TakeLog().back(), "2 Access denied to minidump dir and %TEMP% is unavailable; aborting");
 }
 
-TEST_F(Staging, IsRefusedWhereALinkStandsInTheWay) {
+TEST_F(Staging, IsRefusedWhenALinkIsInItsPlace) {
     for (const char* name : {"ZoProtector", "Minidump"}) {
         const std::filesystem::path temporary = kWork / ("link at " + std::string(name));
         temporary_.emplace(temporary.wstring());

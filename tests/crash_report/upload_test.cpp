@@ -174,7 +174,7 @@ class Replies : public Uploads {
     zotest::ImportHook clock_{"GetTickCount64", Clock};
 };
 
-TEST_F(Replies, EndSomeTimeAndWhatArrivedCounts) {
+TEST_F(Replies, AreReadToALimitAndWhatArrivedCounts) {
     const Outcome cancelled{.status = 0x80004004, .found = 1, .selected = 1, .accepted = 1, .uploaded = 1};
     const struct {
         const char* name;

@@ -1,4 +1,4 @@
-# with_server.sh SERVE FOLDER [OPTION...] -- COMMAND...: runs a command beside a crash server whose folder is new.
+# with_server.sh SERVE FOLDER [OPTION...] -- COMMAND...: runs a command with a crash server whose folder is new.
 set -eu
 serve=$1 folder=$2
 shift 2
