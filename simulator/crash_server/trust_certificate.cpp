@@ -1,6 +1,6 @@
-// trust_certificate add|remove|check FILE: puts a certificate among those that the local machine trusts, takes it out
-// again, or tells whether it is there. In a Wine prefix it makes the crash server's own certificate good for every
-// program of that prefix, from its next connection on.
+// trust_certificate add|remove|check FILE: adds a certificate to the trusted roots, removes it again, or says whether it is
+// there. From a program's next connection on, the crash server's own certificate is then good for it. On Windows these are
+// the machine's roots; in a Wine prefix, those of its user.
 
 // clang-format off
 #include <windows.h>
@@ -57,6 +57,13 @@ int Change(std::wstring_view verb, HCERTSTORE store, PCCERT_CONTEXT certificate)
     return kDone;
 }
 
+// A program that starts under Wine 10 puts the machine's roots back to those of the host; the user's stay. Windows asks the
+// user before it adds one of the user's, while the machine's only need an administrator.
+DWORD RootsLocation() {
+    const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    return isWine ? CERT_SYSTEM_STORE_CURRENT_USER : CERT_SYSTEM_STORE_LOCAL_MACHINE;
+}
+
 int Run(std::wstring_view verb, const wchar_t* path) {
     std::string bytes;
     if (const zo::FileReadResult read = zo::ReadWholeFile(path, bytes); !read)
@@ -65,9 +72,8 @@ int Run(std::wstring_view verb, const wchar_t* path) {
         X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size())));
     if (!certificate) return Fail("the file holds no certificate in DER form", GetLastError());
     // The store itself, not the collection around it: Wine removes nothing from a store through its collection.
-    const OwnedStore store(
-        CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root"));
-    if (!store) return Fail("cannot open the machine's store of trusted roots", GetLastError());
+    const OwnedStore store(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, RootsLocation(), L"Root"));
+    if (!store) return Fail("cannot open the store of trusted roots", GetLastError());
     return Change(verb, store.Get(), certificate.Get());
 }
 
