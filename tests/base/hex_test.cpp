@@ -12,16 +12,24 @@ TEST(Hex, TurnsBytesIntoDigitsAndBack) {
     EXPECT_TRUE(DecodeHex("001FaFf0", bytes));
     EXPECT_EQ(ToHex(bytes), "001faff0");
     EXPECT_EQ(ToHex(bytes, HexCase::kUpper), "001FAFF0");
+}
+
+TEST(Hex, AnOddNumberOfDigitsGivesNothing) {
+    std::vector<std::uint8_t> bytes = {1};
     EXPECT_FALSE(DecodeHex("abc", bytes));
     EXPECT_TRUE(bytes.empty());
+}
+
+TEST(Hex, ExactDecodingNeedsTheWholeLength) {
     std::array<std::uint8_t, 2> field{};
     EXPECT_TRUE(DecodeHexExactly("0102", field));
     EXPECT_EQ(field, (std::array<std::uint8_t, 2>{1, 2}));
-    EXPECT_FALSE(DecodeHexExactly("010203", field) || DecodeHexExactly("01", field));
+    EXPECT_FALSE(DecodeHexExactly("010203", field));
+    EXPECT_FALSE(DecodeHexExactly("01", field));
 }
 
-// Every character at every place of a text that is checked a block at a time and then one by one.
-TEST(Hex, EveryOtherCharacterIsRefusedEverywhere) {
+// The text is checked in blocks, then character by character.
+TEST(Hex, OtherCharactersAreRefusedAtEveryPlace) {
     std::vector<std::uint8_t> bytes;
     for (std::size_t place = 0; place < 66; ++place) {
         for (int character = 0; character < 256; ++character) {

@@ -16,27 +16,46 @@
 namespace zo {
 namespace {
 
-TEST(Platform, TextAndErrorsAreConverted) {
+TEST(Text, IsConvertedBetweenUtf16AndUtf8) {
     const std::wstring wide(L"\u00FC\0\U0001F511", 4);
     const std::string utf8("\xC3\xBC\0\xF0\x9F\x94\x91", 7);
     EXPECT_EQ(Utf8FromWide(wide), utf8);
     EXPECT_EQ(WideFromUtf8(utf8), wide);
     EXPECT_TRUE(Utf8FromWide({}).empty() && WideFromUtf8({}).empty());
+}
+
+TEST(Text, InvalidUnitsBecomeReplacementCharacters) {
     EXPECT_EQ(Utf8FromWide({L"\xD800", 1}), "\xEF\xBF\xBD");
     EXPECT_EQ(WideFromUtf8("\xFF"), L"\uFFFD");
     EXPECT_EQ(AnsiFromWide(L"caf\u00E9 \u4E2D"), "caf\xE9 ?");
-
-    EXPECT_EQ(ErrorText(ERROR_ACCESS_DENIED).find_first_of("\r\n"), std::string::npos);
-    EXPECT_EQ(ErrorText(0x0FFFFFFF), "error 268435455");
-    EXPECT_EQ(HresultFromWin32(0), 0);
-    EXPECT_EQ(Bits(HresultFromWin32(0x12345)), 0x80072345u);
-    EXPECT_EQ(Bits(HresultFromWin32(0x80090005)), 0x80090005u);
 }
 
-TEST(Platform, OneHasherServesManyMessages) {
+// The platform ends its texts with a line end.
+TEST(ErrorText, IsTheWholeTextOfTheSystemWithoutItsLineEnd) {
+    for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_INSUFFICIENT_BUFFER}) {
+        wchar_t text[512] = {};
+        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text, 512,
+                       nullptr);
+        EXPECT_EQ(WideFromUtf8(ErrorText(error)) + L"\r\n", text);
+    }
+}
+
+TEST(ErrorText, IsTheNumberWhenTheSystemHasNone) {
+    EXPECT_EQ(ErrorText(0x0FFFFFFF), "error 268435455");
+}
+
+TEST(Hresult, OfWin32Errors) {
+    const struct {
+        std::uint32_t error, hresult;
+    } rows[] = {{0, 0}, {1, 0x80070001}, {0x12345, 0x80072345}, {0x80090005, 0x80090005}};
+    for (const auto& row : rows)
+        EXPECT_EQ(Bits(HresultFromWin32(row.error)), row.hresult);
+}
+
+TEST(Hasher, ServesManyMessages) {
     Hasher hasher(BCRYPT_SHA256_ALGORITHM);
     Sha256Digest digest{};
-    EXPECT_GE(hasher.Update("begun and dropped", 17), 0);
+    EXPECT_GE(hasher.Update("started, discarded", 18), 0);
     hasher.Discard();
     for (int round = 0; round < 2; ++round) {
         EXPECT_GE(hasher.Update("a", 1) | hasher.Update("bc", 2) | hasher.Finish(digest), 0);
@@ -44,15 +63,14 @@ TEST(Platform, OneHasherServesManyMessages) {
     }
 }
 
-TEST(Platform, FoldersThatCannotBeMadeAreTold) {
+TEST(CreateDirectories, ReportsFoldersThatCannotBeMade) {
     const std::filesystem::path root = std::filesystem::temp_directory_path().root_path();
     CreateDirectories(root);
     EXPECT_THROW(CreateDirectories(root / L"windows\\explorer.exe\\x"), std::filesystem::filesystem_error);
     EXPECT_NE(TryCreateDirectories(L"Q:\\no such\\drive\\"), 0u);
 }
 
-// A resource whose closings can be watched, and which spoils the last error as a real one may. 0 is a handle like any
-// other here.
+// A resource that notes what is closed and changes the last error, as a real one may. 0 is a valid handle here.
 struct WatchedKind {
     using Handle = int;
     static Handle None() noexcept { return -1; }

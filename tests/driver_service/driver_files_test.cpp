@@ -67,33 +67,36 @@ TEST_F(CopyDirectoryTest, SendsPathsAndOptions) {
     EXPECT_EQ(second.option1 + second.option2, 0);
 }
 
-TEST_F(CopyDirectoryTest, DeliversCountersAsFarAsTheDriverToldThem) {
+TEST_F(CopyDirectoryTest, DeliversTheCountersThatTheDriverSent) {
+    constexpr uint32_t kWarnAndPerform = ZOSIM_FAULT_STATUS | ZOSIM_FAULT_PERFORM | ZOSIM_FAULT_WORDS;
+    constexpr uint32_t kReturn = ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS;
     const struct {
+        const char* name;
         uint32_t flags;
         uint32_t ntStatus;
         uint32_t returned;
         int32_t expected;
-        bool isTold;
+        bool hasCounters;
     } rows[] = {
-        {ZOSIM_FAULT_WORDS, 0, 0, ZOP_OK, true},
-        {ZOSIM_FAULT_STATUS | ZOSIM_FAULT_PERFORM | ZOSIM_FAULT_WORDS, 0x80000005, 0, ZOP_E_FAILED, true},
-        {ZOSIM_FAULT_STATUS, 0xC0000022, 0, ZOP_E_ACCESS_DENIED, false},
-        {ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS, 0, 15, ZOP_OK, false},
-        {ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS, 0, 17, ZOP_OK, true},  // more than the buffer holds
+        {"success", ZOSIM_FAULT_WORDS, 0, 0, ZOP_OK, true},
+        {"warning with counters", kWarnAndPerform, 0x80000005, 0, ZOP_E_FAILED, true},
+        {"error", ZOSIM_FAULT_STATUS, 0xC0000022, 0, ZOP_E_ACCESS_DENIED, false},
+        {"one byte short", kReturn, 0, 15, ZOP_OK, false},
+        {"more than the buffer holds", kReturn, 0, 17, ZOP_OK, true},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
+        SCOPED_TRACE(row.name);
         Simulator().AddFault(
             {ZOP_IOCTL_COPY_DIRECTORY, 0, 1, row.flags, row.ntStatus, row.returned, 0, 7, {21, 22, 23, 0}});
         const zotest::DebugOutput output;
         EXPECT_EQ(Copy(from_.c_str(), to_.c_str()), row.expected);
-        EXPECT_EQ(files_, row.isTold ? 21u : 0u);
-        EXPECT_EQ(folders_, row.isTold ? 22u : 0u);
-        EXPECT_EQ(skipped_, row.isTold ? 23u : 0u);
+        EXPECT_EQ(files_, row.hasCounters ? 21u : 0u);
+        EXPECT_EQ(folders_, row.hasCounters ? 22u : 0u);
+        EXPECT_EQ(skipped_, row.hasCounters ? 23u : 0u);
         EXPECT_TRUE(zotest::AnyLineEndsWith(
             output.Strings(),
             "[INFO ] CopyDirectory: '" + zo::Utf8FromWide(from_) + "' -> '" + zo::Utf8FromWide(to_) +
-                (row.isTold ? "' files=21 dirs=22 skipped=23\r\n" : "' files=0 dirs=0 skipped=0\r\n")));
+                (row.hasCounters ? "' files=21 dirs=22 skipped=23\r\n" : "' files=0 dirs=0 skipped=0\r\n")));
     }
 }
 
@@ -101,16 +104,21 @@ TEST_F(CopyDirectoryTest, ChecksBeforeItSends) {
     ZoProtector_Uninitialize();
     const std::wstring tooLong(260, L'x');
     const struct {
+        const char* name;
         bool initialised;
         const wchar_t* from;
         const wchar_t* to;
         int32_t expected;
     } rows[] = {
-        {false, nullptr, L"C:\\a", ZOP_E_INVALID_ARG},        {false, L"C:\\a", L"", ZOP_E_INVALID_ARG},
-        {false, L"C:\\a", L"C:\\b", ZOP_E_NOT_INITIALIZED},   {true, L"", L"C:\\b", ZOP_E_INVALID_ARG},
-        {true, L"C:\\a", tooLong.c_str(), ZOP_E_INVALID_ARG}, {true, L"Q:\\a", L"C:\\b", ZOP_E_FAILED},
+        {"no source, closed", false, nullptr, L"C:\\a", ZOP_E_INVALID_ARG},
+        {"empty destination, closed", false, L"C:\\a", L"", ZOP_E_INVALID_ARG},
+        {"closed", false, L"C:\\a", L"C:\\b", ZOP_E_NOT_INITIALIZED},
+        {"empty source", true, L"", L"C:\\b", ZOP_E_INVALID_ARG},
+        {"destination too long", true, L"C:\\a", tooLong.c_str(), ZOP_E_INVALID_ARG},
+        {"no such drive", true, L"Q:\\a", L"C:\\b", ZOP_E_FAILED},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         ASSERT_EQ(row.initialised ? ZoProtector_Initialize() : ZOP_OK, ZOP_OK);
         const uint64_t before = Simulator().RequestCount();
         EXPECT_EQ(Copy(row.from, row.to), row.expected);

@@ -71,6 +71,28 @@ inline std::vector<StoredImagePath> StoredImagePaths() {
             {"relative to the Windows folder", L"System32\\drivers\\ZoProtectorDriver.sys"}};
 }
 
+const std::wstring kServiceKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
+const std::wstring kInstanceKey = kServiceKey + L"\\Instances\\ZoProtector Instance";
+
+inline int32_t Install(const wchar_t* source = nullptr) {
+    return ZoProtector_InstallDriver(source, ZOP_START_DEMAND, nullptr, 0);
+}
+
+// A registry value as one character for its type, followed by its bytes; empty when there is none.
+inline std::string ReadValue(const std::wstring& key, const wchar_t* name) {
+    char bytes[512];
+    DWORD type = REG_NONE;
+    DWORD size = sizeof(bytes);
+    const LSTATUS error = RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY, &type, bytes, &size);
+    return error == ERROR_SUCCESS ? static_cast<char>(type) + std::string(bytes, size) : std::string();
+}
+inline std::string TextValue(const std::wstring& text) {
+    return char{REG_SZ} + std::string(reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * 2);
+}
+inline std::string NumberValue(char number) {
+    return {REG_DWORD, number, 0, 0, 0};
+}
+
 // A file held open against whatever the share mode forbids.
 inline zo::OwnedFile Hold(const std::wstring& file, DWORD share) {
     zo::OwnedFile handle(CreateFileW(file.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -78,13 +100,21 @@ inline zo::OwnedFile Hold(const std::wstring& file, DWORD share) {
     return handle;
 }
 
-// Nothing of a driver before a test and after it.
+// No driver before a test and after it.
 class BareSystemTest : public testing::Test {
   protected:
     void SetUp() override { RemoveDriverService(); }
     void TearDown() override {
         ZoProtector_Uninitialize();
         RemoveDriverService();
+    }
+};
+
+class InstalledDriverTest : public BareSystemTest {
+  protected:
+    void SetUp() override {
+        BareSystemTest::SetUp();
+        ASSERT_EQ(Install(), ZOP_OK);
     }
 };
 

@@ -16,8 +16,8 @@ using zotest::WriteFileBytes;
 
 constexpr int32_t kDoesNotFit = ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
 
-// What the library's file operations answer, call by call; 0 or nothing is the real call. What it marks for deletion at
-// restart is only remembered.
+// The results of the library's next file operations; 0 means that the call is really made, as it is after the last one.
+// Files that are marked for deletion at restart are only remembered.
 std::vector<DWORD> copyErrors;
 std::vector<DWORD> moveErrors;
 std::wstring deletedAtRestart;
@@ -128,29 +128,33 @@ class UpgradeTest : public zotest::BareSystemTest {
 TEST_F(UpgradeTest, OnlyAHigherVersionReplacesTheFile) {
     using Version = std::array<std::uint16_t, 4>;
     const struct {
+        const char* name;
         std::string oldFile;
         Version newVersion;
         uint32_t upgraded;
     } rows[] = {
-        {DriverOfVersion({1, 2, 3, 4}) + "old", {1, 2, 3, 4}, 0},
-        {DriverOfVersion({1, 2, 3, 4}), {1, 2, 3, 3}, 0},
-        {DriverOfVersion({2, 0, 0, 0}), {1, 65535, 65535, 65535}, 0},
-        {DriverOfVersion({1, 2, 3, 65535}), {1, 2, 4, 0}, 1},
-        {DriverOfVersion({1, 2, 65535, 0}), {1, 3, 0, 0}, 1},
-        {DriverOfVersion({32767, 65535, 0, 0}), {65535, 0, 0, 0}, 1},
-        {"unversioned", {0, 0, 0, 1}, 1},
-        {"unversioned", {0, 0, 0, 0}, 0},
+        {"same version", DriverOfVersion({1, 2, 3, 4}) + "old", {1, 2, 3, 4}, 0},
+        {"lower revision", DriverOfVersion({1, 2, 3, 4}), {1, 2, 3, 3}, 0},
+        {"lower major", DriverOfVersion({2, 0, 0, 0}), {1, 65535, 65535, 65535}, 0},
+        {"higher build", DriverOfVersion({1, 2, 3, 65535}), {1, 2, 4, 0}, 1},
+        {"higher minor", DriverOfVersion({1, 2, 65535, 0}), {1, 3, 0, 0}, 1},
+        {"higher major", DriverOfVersion({32767, 65535, 0, 0}), {65535, 0, 0, 0}, 1},
+        {"over a file without a version", "unversioned", {0, 0, 0, 1}, 1},
+        {"version 0 over a file without one", "unversioned", {0, 0, 0, 0}, 0},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         WriteFileBytes(installed_, old_ = row.oldFile);
         WriteFileBytes(newFile_, new_ = DriverOfVersion(row.newVersion));
         EXPECT_EQ(Upgrade(), ZOP_OK);
         ExpectUpgraded(row.upgraded, 0);
         EXPECT_TRUE(StagedFiles().empty());
     }
-    WriteFileBytes(newFile_, DriverOfVersion({65535, 0, 0, 1}));
-    EXPECT_EQ(ZoProtector_UpgradeDriver(newFile_.c_str(), nullptr, nullptr), ZOP_OK) << "the outputs are optional";
-    EXPECT_TRUE(ReadFileBytes(installed_) == ReadFileBytes(newFile_));
+}
+
+TEST_F(UpgradeTest, TheOutputsAreOptional) {
+    EXPECT_EQ(ZoProtector_UpgradeDriver(newFile_.c_str(), nullptr, nullptr), ZOP_OK);
+    EXPECT_TRUE(ReadFileBytes(installed_) == new_);
 }
 
 TEST_F(UpgradeTest, FindsTheInstalledFileInWhateverFormItsPathIsStored) {
@@ -175,36 +179,50 @@ TEST_F(UpgradeTest, ClearsTheReadOnlyAttributeOfTheCopy) {
     }
 }
 
-TEST_F(UpgradeTest, WhatIsMissingOrUnreadableChangesNothing) {
+TEST_F(UpgradeTest, ANewFileWithoutAVersionChangesNothing) {
     WriteFileBytes(newFile_, new_ = "unversioned");
-    EXPECT_TRUE(Upgrade() < 0);
+    EXPECT_LT(Upgrade(), 0);
     ExpectUpgraded(0, 0);
+}
+
+TEST_F(UpgradeTest, WithoutAPathNothingChanges) {
     for (const wchar_t* path : {static_cast<const wchar_t*>(nullptr), L""}) {
         upgraded_ = replacedByDriver_ = 77;
         EXPECT_EQ(ZoProtector_UpgradeDriver(path, &upgraded_, &replacedByDriver_), ZOP_E_INVALID_ARG);
         ExpectUpgraded(0, 0);
     }
+}
+
+TEST_F(UpgradeTest, AMissingNewFileIsNotFound) {
     DeleteFileW(newFile_.c_str());
     EXPECT_EQ(Upgrade(), ZOP_E_DRIVER_NOT_FOUND);
-    WriteFileBytes(newFile_, new_ = DriverOfVersion({9, 9, 9, 9}));
+}
+
+TEST_F(UpgradeTest, DoesNotInstallAMissingDriver) {
     DeleteFileW(installed_.c_str());
-    EXPECT_EQ(Upgrade(), ZOP_E_DRIVER_NOT_FOUND) << "an upgrade does not install";
+    EXPECT_EQ(Upgrade(), ZOP_E_DRIVER_NOT_FOUND);
     EXPECT_FALSE(std::filesystem::exists(installed_));
-    WriteFileBytes(newFile_, DriverOfVersion({0, 0, 0, 1}));  // which replaces nothing
+}
+
+TEST_F(UpgradeTest, ComparesWithTheFileBesideTheExecutableWithoutAService) {
+    WriteFileBytes(newFile_, DriverOfVersion({0, 0, 0, 1}));  // older than that file
     ASSERT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
-    EXPECT_EQ(Upgrade(), ZOP_OK) << "without a service the file beside the executable counts";
+    EXPECT_EQ(Upgrade(), ZOP_OK);
+    EXPECT_EQ(upgraded_, 0u);
 }
 
 TEST_F(UpgradeTest, AFileInUseIsRenamedAndDeletedAtRestart) {
     const std::wstring beside = std::filesystem::path(installed_).parent_path().wstring();
     const struct {
+        const char* name;
         std::wstring tmp;
         std::wstring stagingFolder;
         const wchar_t* extension;
-    } rows[] = {{tmp_, tmp_, L".sys"},
-                {L"C:\\" + std::wstring(232, L't'), beside, L".old"},   // the name does not fit
-                {L"C:\\" + std::wstring(300, L't'), beside, L".old"}};  // not even the folder
+    } rows[] = {{"temporary folder", tmp_, tmp_, L".sys"},
+                {"temporary folder too long for the name", L"C:\\" + std::wstring(232, L't'), beside, L".old"},
+                {"no temporary folder", L"C:\\" + std::wstring(300, L't'), beside, L".old"}};
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         scopedTmp_.emplace(row.tmp);
         WriteFileBytes(installed_, old_);
         {
@@ -248,25 +266,30 @@ TEST_F(UpgradeTest, WithoutAPlaceForTheOldFileNothingChanges) {
 TEST_F(UpgradeTest, EachFileOperationThatFailsLeavesTheOldFile) {
     constexpr int32_t kFull = ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL);
     constexpr int32_t kAsksDriver = ZOP_E_DRIVER_NOT_FOUND;  // which does not run here
+    constexpr DWORD kDenied = ERROR_ACCESS_DENIED;
+    constexpr DWORD kInUse = ERROR_SHARING_VIOLATION;
+    constexpr DWORD kMapped = ERROR_USER_MAPPED_FILE;
+    constexpr DWORD kOtherVolume = ERROR_NOT_SAME_DEVICE;
     const struct {
+        const char* name;
         std::vector<DWORD> copyErrors;
         std::vector<DWORD> moveErrors;  // rename, mark for deletion, move back
         int32_t expected;
         bool asksDriver = false;
     } rows[] = {
-        {{ERROR_DISK_FULL}, {}, kFull},
-        {{ERROR_ACCESS_DENIED}, {ERROR_NOT_SAME_DEVICE}, ZOP_STATUS_FROM_WIN32(ERROR_NOT_SAME_DEVICE)},
-        {{ERROR_SHARING_VIOLATION}, {ERROR_PATH_NOT_FOUND}, ZOP_E_DRIVER_NOT_FOUND},
-        {{ERROR_USER_MAPPED_FILE}, {ERROR_ACCESS_DENIED}, kAsksDriver, true},
-        {{ERROR_ACCESS_DENIED}, {ERROR_SHARING_VIOLATION}, kAsksDriver, true},
-        {{ERROR_ACCESS_DENIED}, {ERROR_USER_MAPPED_FILE}, kAsksDriver, true},
-        {{ERROR_SHARING_VIOLATION, ERROR_DISK_FULL}, {}, kFull},
-        {{ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER}, {0, 5}, ZOP_E_INVALID_ARG},
-        {{ERROR_SHARING_VIOLATION, ERROR_USER_MAPPED_FILE}, {}, kAsksDriver, true},
-        {{ERROR_SHARING_VIOLATION, ERROR_DISK_FULL}, {0, 0, ERROR_SHARING_VIOLATION}, kFull},
+        {"disk full", {ERROR_DISK_FULL}, {}, kFull},
+        {"rename to another volume", {kDenied}, {kOtherVolume}, ZOP_STATUS_FROM_WIN32(kOtherVolume)},
+        {"rename to a missing folder", {kInUse}, {ERROR_PATH_NOT_FOUND}, ZOP_E_DRIVER_NOT_FOUND},
+        {"mapped, rename denied", {kMapped}, {kDenied}, kAsksDriver, true},
+        {"denied, rename in use", {kDenied}, {kInUse}, kAsksDriver, true},
+        {"denied, rename mapped", {kDenied}, {kMapped}, kAsksDriver, true},
+        {"second copy on a full disk", {kInUse, ERROR_DISK_FULL}, {}, kFull},
+        {"no mark for deletion", {kInUse, ERROR_INVALID_PARAMETER}, {0, kDenied}, ZOP_E_INVALID_ARG},
+        {"second copy mapped", {kInUse, kMapped}, {}, kAsksDriver, true},
+        {"not moved back", {kInUse, ERROR_DISK_FULL}, {0, 0, kInUse}, kFull},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
+        SCOPED_TRACE(row.name);
         copyErrors = row.copyErrors;
         moveErrors = row.moveErrors;
         const zotest::DebugOutput output;
@@ -334,15 +357,17 @@ class UpgradeByDriverTest : public UpgradeTest {
 TEST_F(UpgradeByDriverTest, ReplacesTheFileAndPutsTheMasterSwitchBack) {
     const std::wstring beside = std::filesystem::path(installed_).parent_path().wstring();
     const struct {
+        const char* name;
         std::wstring tmp;
         std::wstring stagingFolder;
         const wchar_t* extension;
         bool wasEnabled;
-    } rows[] = {{tmp_, tmp_, L".sys", true},
-                {L"c" + tmp_.substr(1), L"c" + tmp_.substr(1), L".sys", false},
-                {L"Z:\\", beside, L".old", true},
-                {L"C:\\" + std::wstring(300, L't'), beside, L".old", false}};
+    } rows[] = {{"temporary folder on the volume", tmp_, tmp_, L".sys", true},
+                {"the same drive in lower case", L"c" + tmp_.substr(1), L"c" + tmp_.substr(1), L".sys", false},
+                {"temporary folder on another volume", L"Z:\\", beside, L".old", true},
+                {"no temporary folder", L"C:\\" + std::wstring(300, L't'), beside, L".old", false}};
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         scopedTmp_.emplace(row.tmp);
         SetMaster(row.wasEnabled);
         WriteFileBytes(installed_, old_);
@@ -366,6 +391,7 @@ TEST_F(UpgradeByDriverTest, EachStepThatFailsLeavesTheOldFileAndTheMasterSwitch)
     constexpr uint32_t kDenied = 0xC0000022;
     constexpr uint32_t kSharing = 0xC0000043;
     const struct {
+        const char* name;
         uint32_t code;
         uint32_t ntStatus;
         uint32_t skip;  // commands of that code that still work
@@ -373,15 +399,15 @@ TEST_F(UpgradeByDriverTest, EachStepThatFailsLeavesTheOldFileAndTheMasterSwitch)
         int32_t expected;
         uint32_t masterAfter;
     } rows[] = {
-        {ZOP_IOCTL_GET_VERSION, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},  // the handshake
-        {ZOP_IOCTL_GET_MASTER_ENABLED, kDenied, 0, false, ZOP_OK, 1},
-        {ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
-        {ZOP_IOCTL_REPLACE_FILE, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
-        {ZOP_IOCTL_REPLACE_FILE, kSharing, 0, false, ZOP_E_FAILED, 0},
-        {ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 1, true, ZOP_OK, 0},  // switching on again
+        {"handshake", ZOP_IOCTL_GET_VERSION, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
+        {"reading the switch", ZOP_IOCTL_GET_MASTER_ENABLED, kDenied, 0, false, ZOP_OK, 1},
+        {"switching off", ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
+        {"replacing, denied", ZOP_IOCTL_REPLACE_FILE, kDenied, 0, true, ZOP_E_ACCESS_DENIED, 1},
+        {"replacing, in use", ZOP_IOCTL_REPLACE_FILE, kSharing, 0, false, ZOP_E_FAILED, 0},
+        {"switching on again", ZOP_IOCTL_SET_MASTER_ENABLED, kDenied, 1, true, ZOP_OK, 0},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
+        SCOPED_TRACE(row.name);
         WriteFileBytes(installed_, old_);
         SetMaster(row.masterBefore);
         simulator_->AddFault({row.code, row.skip, 1, ZOSIM_FAULT_STATUS, row.ntStatus, 0, 0, 0, {}});
