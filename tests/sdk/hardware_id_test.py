@@ -1,5 +1,5 @@
-"""Recomputes the hardware identifier from its sources, those of this machine and others, which hardware_sources.exe
-puts in their place.
+"""Recomputes the hardware identifier from its sources: this machine's, and others that hardware_sources.exe puts in their
+place.
 
 hardware_id_test.py PROGRAM [ARGUMENT...]
 """
@@ -9,72 +9,77 @@ import subprocess
 import sys
 
 
-def system_uuid(table):
-    at = 8
-    while at < len(table):
-        kind, size = table[at : at + 2]
-        if kind == 1 and size >= 25:
-            uuid = table[at + 8 : at + 24]
-            return b"" if uuid in (bytes(16), b"\xff" * 16) else uuid
-        at = table.index(b"\0\0", at + size) + 2
-    return b""
+def utf16(text):
+    return text.encode("utf-16-le")
 
 
-def machine_guid(value):
-    value = value[: len(value) // 2 * 2]
-    return b"" if len(value) > 256 else value[:-2] if value[-2:] == b"\0\0" else value
-
-
-def until_zero(value):
-    return value.split(b"\0")[0].strip(b" ")
-
-
-def smbios(fill):
+def firmware(fill):
+    """A firmware table with one system structure, whose UUID is 16 bytes of this value."""
     return bytes([0, 3, 4, 0, 27, 0, 0, 0, 1, 25, 0, 0, 0, 0, 0, 0]) + bytes([fill] * 16) + bytes(3)
 
 
 def disk(serial):
+    """A device descriptor whose serial number begins at byte 40."""
     return bytes(24) + bytes([40]) + bytes(15) + serial
 
 
-# firmware table, registry value and its type, device descriptor, whether there is cryptography
-ALL = [smbios(7), "abc\0".encode("utf-16-le"), disk(b"  SER 1 "), 1, 1]
+# What the platform answers; guid_type is the registry's, hashes whether there is cryptography.
+ALL = {"firmware": firmware(7), "guid": utf16("abc\0"), "disk": disk(b"  SER 1 "), "guid_type": 1, "hashes": 1}
+UUID, GUID, BRAND, SERIAL = b"SMBIOS_UUID", b"MACHINE_GUID", b"CPU_BRAND", b"DISK0_SERIAL"
+IDENTIFIERS = {UUID: bytes([7] * 16), GUID: utf16("abc"), BRAND: None, SERIAL: b"SER 1"}
+
+# Name: what differs from ALL, and what then differs from IDENTIFIERS.
 CASES = {
-    "all": {},
-    "no firmware table": {0: b""},
-    "UUID of all FF": {0: smbios(255)},
-    "no terminator": {1: ALL[1][:6]},
-    "longest": {1: b"g\0" * 128},
-    "too long": {1: b"g\0" * 129},
-    "only a terminator": {1: b"\0\0"},
-    "odd byte count": {1: ALL[1][:5]},
-    "another type": {3: 2},
-    "no disk": {2: b""},
-    "blank serial number": {2: disk(b"   ")},
-    "tabs are no blanks": {2: disk(b" \tSER\t ")},
-    "processor alone": {0: b"", 1: b"", 2: b""},
-    "no cryptography": {4: 0},
+    "all": ({}, {}),
+    "no firmware table": ({"firmware": b""}, {UUID: b""}),
+    "UUID of all FF": ({"firmware": firmware(255)}, {UUID: b""}),
+    "GUID without terminator": ({"guid": utf16("abc")}, {}),
+    "longest GUID": ({"guid": utf16("g" * 128)}, {GUID: utf16("g" * 128)}),
+    "GUID too long": ({"guid": utf16("g" * 129)}, {GUID: b""}),
+    "GUID of a terminator only": ({"guid": utf16("\0")}, {GUID: b""}),
+    "GUID of an odd byte count": ({"guid": utf16("abc")[:5]}, {GUID: utf16("ab")}),
+    "GUID of another type": ({"guid_type": 2}, {GUID: b""}),
+    "no disk": ({"disk": b""}, {SERIAL: b""}),
+    "blank serial number": ({"disk": disk(b"   ")}, {SERIAL: b""}),
+    "tabs are not blanks": ({"disk": disk(b" \tSER\t ")}, {SERIAL: b"\tSER\t"}),
+    "processor alone": ({"firmware": b"", "guid": b"", "disk": b""}, {UUID: b"", GUID: b"", SERIAL: b""}),
+    "no cryptography": ({"hashes": 0}, {}),
 }
-cases = [[change.get(i, value) for i, value in enumerate(ALL)] for change in CASES.values()]
-lines = ["{} {} {} {} {}\n".format(*(value.hex() or "-" for value in case[:3]), *case[3:]) for case in cases]
-output = subprocess.run(sys.argv[1:], input="".join(lines), check=True, capture_output=True, text=True).stdout
-machine, *results = output.splitlines()
-*sources, brand = map(bytes.fromhex, machine.split(" "))
-for name, case, result in zip(["this machine", *CASES], [[*sources, 1, 1], *cases], results, strict=True):
-    firmware, guid, descriptor, guid_type, hashes = case
-    serial = int.from_bytes(descriptor[24:28], "little")
-    identifiers = {
-        b"SMBIOS_UUID": system_uuid(firmware),
-        b"MACHINE_GUID": machine_guid(guid) if guid_type == 1 else b"",
-        b"CPU_BRAND": until_zero(brand),
-        b"DISK0_SERIAL": until_zero(descriptor[serial:]) if serial else b"",
-    }
-    mixed = [label + b"\x1f" + value for label, value in identifiers.items() if value]
-    digest = hashlib.sha256(b"".join(mixed)).hexdigest()
-    line = f"|[INFO ] ComputeHardwareIdDigest: mixed {len(mixed)} identifier source(s)"
-    expected = f"0 0 {digest.upper()} {digest}00 32{line}|[INFO ] ZoProtector_GetHardwareId: produced HID{line}"
+
+
+def line_for(case):
+    raw = [case[name].hex() or "-" for name in ("firmware", "guid", "disk")]
+    return " ".join(raw) + f" {case['guid_type']} {case['hashes']}\n"
+
+
+def expected(identifiers, hashes=1):
+    """What hardware_sources.exe prints: two statuses, the text, the bytes and their count, the log."""
+    found = [label + b"\x1f" + value for label, value in identifiers.items() if value]
+    digest = hashlib.sha256(b"".join(found)).hexdigest()
+    mixed = f"|[INFO ] ComputeHardwareIdDigest: mixed {len(found)} identifier source(s)"
     if not hashes:
         failed = 0x80000009 - 2**32
-        expected = f"{failed} {failed} {'#' * 66} {'00' * 33} 0{line}{line}"
-    assert result == expected, f"{name}: {result} is not {expected}"
-    print(f"{name}: {len(mixed)} sources, {digest}")
+        return f"{failed} {failed} {'#' * 66} {'00' * 33} 0{mixed}{mixed}"
+    produced = "|[INFO ] ZoProtector_GetHardwareId: produced HID"
+    return f"0 0 {digest.upper()} {digest}00 32{mixed}{produced}{mixed}"
+
+
+cases = [ALL | change for change, _ in CASES.values()]
+output = subprocess.run(
+    sys.argv[1:], input="".join(map(line_for, cases)), check=True, capture_output=True, text=True
+).stdout
+machine, own_result, *results = output.splitlines()
+table, guid, descriptor, brand = map(bytes.fromhex, machine.split(" "))
+brand = brand.split(b"\0")[0].strip(b" ")
+
+# Where this machine's UUID is in its firmware table is not known here, so every place may be it.
+at = int.from_bytes(descriptor[24:28], "little")
+serial = descriptor[at:].split(b"\0")[0].strip(b" ") if at else b""
+uuids = [b"", *(table[i : i + 16] for i in range(8, len(table) - 15))]
+own = [{UUID: uuid, GUID: guid[:-2], BRAND: brand, SERIAL: serial} for uuid in uuids]
+assert own_result in map(expected, own), f"this machine: {own_result}"
+
+for (name, (_, difference)), case, result in zip(CASES.items(), cases, results, strict=True):
+    wanted = expected(IDENTIFIERS | {BRAND: brand} | difference, case["hashes"])
+    assert result == wanted, f"{name}: {result} is not {wanted}"
+    print(f"{name}: {result.split(' ')[2]}")
