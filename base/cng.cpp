@@ -49,7 +49,7 @@ std::int32_t Hasher::Finish(std::span<std::uint8_t> digest) {
 
 void Hasher::Discard() {
     Sha256Digest unused{};
-    // Of no consequence: a hash that cannot be finished fails again at the next message.
+    // The result does not matter: a hash that cannot be finished fails again at the next message.
     static_cast<void>(Finish(unused));
 }
 

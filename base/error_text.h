@@ -1,6 +1,6 @@
 #pragma once
 
-// The system's words for a Win32 error, for messages. One routine, so that the same error reads the same everywhere.
+// The system's text for a Win32 error, for messages. One routine, so that the same error reads the same everywhere.
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-// Whole-file reads and the making of folders. How a file that cannot be read is reported is for the caller, so the
-// result tells which step failed and with what Win32 error.
+// Whole-file reads, and creating folders. The result names the step that failed and its Win32 error, for the caller's
+// report.
 
 #include <cstdint>
 #include <filesystem>
@@ -30,13 +30,13 @@ enum class Sharing { kRead, kReadWriteDelete };
 // One write of all the bytes to an open file (a HANDLE). Gives the Win32 error, 0 when done; writing less is a failure.
 [[nodiscard]] std::uint32_t WriteWhole(void* file, std::string_view bytes);
 
-// Whether something stands at the path; `error` (Win32) is not 0 when that cannot be told.
+// Whether there is a file or folder at the path; `error` (Win32) is not 0 when that cannot be determined.
 [[nodiscard]] bool Exists(const wchar_t* path, std::uint32_t& error);
-// The same, raising std::filesystem::filesystem_error("exists", ...) when it cannot be told.
+// The same, raising std::filesystem::filesystem_error("exists", ...) when that cannot be determined.
 [[nodiscard]] bool Exists(const std::filesystem::path& path);
 
-// Makes the folder and every missing ancestor, whatever the path's length; an empty path is nothing to make. Gives the
-// Win32 error, 0 when the folder is there.
+// Creates the folder and its missing ancestors. The path may be long; an empty one succeeds. Gives the Win32 error, 0
+// when the folder exists.
 [[nodiscard]] std::uint32_t TryCreateDirectories(const std::filesystem::path& folder);
 
 // Raises std::filesystem::filesystem_error("create_directories", ...) when that fails.

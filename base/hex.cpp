@@ -8,7 +8,7 @@ namespace zo {
 
 namespace {
 
-// By table: which range a digit is in cannot be predicted, and there are hundreds in a signature.
+// A table: branches on a digit's range cannot be predicted, and a signature has hundreds of digits.
 constexpr std::array<std::int8_t, 256> kDigitValues = [] {
     std::array<std::int8_t, 256> values{};
     values.fill(-1);

@@ -1,7 +1,7 @@
 #pragma once
 
-// One owner for each kind of platform handle. A resource lives in one of these from the line that obtains it; there is
-// no naked CloseHandle anywhere. Only ownership stands here: what a handle is for belongs to the room that opens it.
+// One owner for each kind of platform handle. A resource lives in one of these from the line that obtains it; nothing
+// is closed by hand. This header is about ownership only; what a handle is for is known to the room that opens it.
 
 // clang-format off
 #include <windows.h>

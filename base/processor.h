@@ -1,7 +1,7 @@
 #pragma once
 
-// What the processor tells of itself. The compilers disagree about the instruction's intrinsic, and with clang the mingw-w64
-// header for it does not compile.
+// The processor's description of itself. Compilers have different intrinsics for the instruction, and clang cannot
+// compile the header of mingw-w64 for it.
 
 // clang-format off
 #if defined(_MSC_VER)
@@ -16,7 +16,7 @@
 
 namespace zo {
 
-// EAX, EBX, ECX and EDX of one leaf. Whether the processor has the leaf is for the caller to ask first.
+// EAX, EBX, ECX and EDX of one leaf. The caller checks first that the processor has the leaf.
 [[nodiscard]] inline std::array<std::uint32_t, 4> CpuId(std::uint32_t leaf, std::uint32_t subleaf = 0) noexcept {
     std::array<std::uint32_t, 4> registers{};
 #if defined(_MSC_VER)

@@ -20,7 +20,7 @@ std::string NarrowFromWide(UINT codePage, std::wstring_view wide) {
 
 std::wstring WideFromNarrow(UINT codePage, std::string_view narrow) {
     if (narrow.empty()) return {};
-    // No byte becomes more than one unit, so that one call is enough.
+    // No byte becomes more than one unit, so one call is enough.
     const int bytes = static_cast<int>(narrow.size());
     std::wstring wide(narrow.size(), L'\0');
     const int length = MultiByteToWideChar(codePage, 0, narrow.data(), bytes, wide.data(), bytes);

@@ -36,7 +36,7 @@ int32_t ZoProtector_CopyDirectory(const wchar_t* sourceDir, const wchar_t* desti
     const int32_t status =
         ZopSendIoctl(ZOP_IOCTL_COPY_DIRECTORY, &request, sizeof(request), &result, sizeof(result), &returned);
     if (returned < sizeof(result)) result = {};
-    // A driver that gives up half-way still tells what it has copied.
+    // A driver that stops half-way still reports what it has copied.
     StoreIfWanted(filesCopied, result.filesCopied);
     StoreIfWanted(dirsCopied, result.dirsCopied);
     StoreIfWanted(skipped, result.skipped);

@@ -7,26 +7,26 @@
 
 namespace zop {
 
-std::int32_t ZopDefaultSourcePath(PathBuffer& path) {
-    const DWORD length = GetModuleFileNameW(nullptr, path.Data(), PathBuffer::kUnits);
+std::int32_t ZopDefaultSourcePath(ZopPathBuffer& path) {
+    const DWORD length = GetModuleFileNameW(nullptr, path.Data(), ZopPathBuffer::kUnits);
     if (length == 0) return ZopMapServiceError(GetLastError());
-    if (length >= PathBuffer::kUnits) return kPathDoesNotFit;  // what was stored is cut
+    if (length >= ZopPathBuffer::kUnits) return kPathDoesNotFit;  // what was stored is cut
     path.CutAfterLastSeparator();
     return path.Append(kDriverFileName) ? ZOP_OK : kPathDoesNotFit;
 }
 
-std::int32_t ZopInstalledPath(PathBuffer& path) {
-    const DWORD length = GetEnvironmentVariableW(L"SystemRoot", path.Data(), PathBuffer::kUnits);
-    // A variable that is there but empty would name a folder of whatever drive is current.
+std::int32_t ZopInstalledPath(ZopPathBuffer& path) {
+    const DWORD length = GetEnvironmentVariableW(L"SystemRoot", path.Data(), ZopPathBuffer::kUnits);
+    // An empty variable would name a folder of the current drive.
     if (length == 0) return ZopMapServiceError(ERROR_ENVVAR_NOT_FOUND);
-    if (length >= PathBuffer::kUnits) return kPathDoesNotFit;
+    if (length >= ZopPathBuffer::kUnits) return kPathDoesNotFit;
     return path.Append(L"\\System32\\drivers\\") && path.Append(kDriverFileName) ? ZOP_OK : kPathDoesNotFit;
 }
 
-std::int32_t ZopConfiguredImagePath(PathBuffer& path) {
-    DriverService driver;
-    if (OpenDriverService(SC_MANAGER_CONNECT, SERVICE_QUERY_CONFIG, driver) == ERROR_SUCCESS) {
-        const zo::HeapBlock block = ReadServiceConfig(driver.service.Get());
+std::int32_t ZopConfiguredImagePath(ZopPathBuffer& path) {
+    ZopDriverService driver;
+    if (ZopOpenDriverService(SC_MANAGER_CONNECT, SERVICE_QUERY_CONFIG, driver) == ERROR_SUCCESS) {
+        const zo::HeapBlock block = ZopReadServiceConfig(driver.service.Get());
         const auto* config = block.As<QUERY_SERVICE_CONFIGW>();
         if (config != nullptr && config->lpBinaryPathName != nullptr) {
             path.AssignCut(ZopResolveImagePath(config->lpBinaryPathName));

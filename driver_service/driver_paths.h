@@ -1,6 +1,6 @@
 #pragma once
 
-// Where the driver's file comes from, where it is installed, and where the service manager says that it is.
+// The driver file's source, its installed path, and the path that the service manager has for it.
 
 #include <cstdint>
 
@@ -8,14 +8,14 @@
 
 namespace zop {
 
-// The driver file beside the executable of this process (not beside the library).
-[[nodiscard]] std::int32_t ZopDefaultSourcePath(PathBuffer& path);
+// The driver file in the folder of the executable of this process (not of the library).
+[[nodiscard]] std::int32_t ZopDefaultSourcePath(ZopPathBuffer& path);
 
 // The driver file in the system's drivers folder.
-[[nodiscard]] std::int32_t ZopInstalledPath(PathBuffer& path);
+[[nodiscard]] std::int32_t ZopInstalledPath(ZopPathBuffer& path);
 
 // The file that the service is configured with, as a Win32 path; the default source path when there is no service or
 // it has no binary path.
-[[nodiscard]] std::int32_t ZopConfiguredImagePath(PathBuffer& path);
+[[nodiscard]] std::int32_t ZopConfiguredImagePath(ZopPathBuffer& path);
 
 }  // namespace zop

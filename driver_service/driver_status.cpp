@@ -23,13 +23,13 @@ std::uint32_t DriverState(DWORD serviceState) {
 
 void FillState(SC_HANDLE service, ZoProtectorDriverStatus& status) {
     SERVICE_STATUS_PROCESS state{};
-    if (!ReadServiceState(service, state)) return;
+    if (!ZopReadServiceState(service, state)) return;
     status.state = DriverState(state.dwCurrentState);
     status.processId = state.dwProcessId;
 }
 
 void FillConfig(SC_HANDLE service, ZoProtectorDriverStatus& status) {
-    const zo::HeapBlock block = ReadServiceConfig(service);
+    const zo::HeapBlock block = ZopReadServiceConfig(service);
     const auto* config = block.As<QUERY_SERVICE_CONFIGW>();
     if (config == nullptr) return;
     status.startType = config->dwStartType <= SERVICE_DISABLED ? config->dwStartType : ZOP_START_DEMAND;
@@ -38,7 +38,7 @@ void FillConfig(SC_HANDLE service, ZoProtectorDriverStatus& status) {
     path.copy(status.imagePath, std::size(status.imagePath) - 1);  // the record is zeroed, so this ends it
 }
 
-// Empty when there is none, it is no text, or it is longer than the field.
+// Empty when there is none, when it is not text, or when it is longer than the field.
 void ReadAltitude(AltitudeText& altitude) {
     altitude[0] = L'\0';
     zo::OwnedRegistryKey key;
@@ -63,9 +63,9 @@ bool IsInstanceRegistered() {
 }
 
 void FillFileVersion(ZoProtectorDriverStatus& status) {
-    PathBuffer path;
-    FileVersion version;
-    // A status is worth having without the version, so neither failure counts; the fields then stay 0.
+    ZopPathBuffer path;
+    ZopFileVersion version;
+    // The status is useful without the version, so failures are ignored; the fields then stay 0.
     if (ZopConfiguredImagePath(path) < 0 || ZopReadFileVersion(path.Text(), version) < 0) return;
     status.fileVersionMajor = version.major;
     status.fileVersionMinor = version.minor;
@@ -83,8 +83,8 @@ int32_t ZoProtector_QueryDriverStatus(ZoProtectorDriverStatus* status) {
     status->state = ZOP_DRIVER_STATE_UNKNOWN;
     status->startType = ZOP_START_DEMAND;
 
-    DriverService driver;
-    const DWORD error = OpenDriverService(SC_MANAGER_CONNECT, SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS, driver);
+    ZopDriverService driver;
+    const DWORD error = ZopOpenDriverService(SC_MANAGER_CONNECT, SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS, driver);
     if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
         status->state = ZOP_DRIVER_NOT_INSTALLED;
         return ZOP_OK;

@@ -7,7 +7,7 @@
 
 namespace zop {
 
-std::int32_t ZopReadFileVersion(const wchar_t* path, FileVersion& version) {
+std::int32_t ZopReadFileVersion(const wchar_t* path, ZopFileVersion& version) {
     version = {};
     SetLastError(ERROR_SUCCESS);
     DWORD ignored = 0;
@@ -40,9 +40,9 @@ int32_t ZoProtector_GetDriverFileVersion(uint32_t* major, uint32_t* minor, uint3
     if (major == nullptr || minor == nullptr || build == nullptr || revision == nullptr) return ZOP_E_INVALID_ARG;
     *major = *minor = *build = *revision = 0;
 
-    PathBuffer path;
+    ZopPathBuffer path;
     if (const int32_t status = ZopConfiguredImagePath(path); status < 0) return status;
-    FileVersion version;
+    ZopFileVersion version;
     const int32_t status = ZopReadFileVersion(path.Text(), version);
     *major = version.major;
     *minor = version.minor;

@@ -10,7 +10,7 @@
 
 namespace zop {
 
-class PathBuffer {
+class ZopPathBuffer {
   public:
     static constexpr DWORD kUnits = MAX_PATH;
 

@@ -13,26 +13,26 @@ namespace zop {
 namespace {
 
 bool AreOnSameVolume(const wchar_t* first, const wchar_t* second) {
-    PathBuffer a;
-    PathBuffer b;
-    return GetVolumePathNameW(first, a.Data(), PathBuffer::kUnits) &&
-           GetVolumePathNameW(second, b.Data(), PathBuffer::kUnits) &&
+    ZopPathBuffer a;
+    ZopPathBuffer b;
+    return GetVolumePathNameW(first, a.Data(), ZopPathBuffer::kUnits) &&
+           GetVolumePathNameW(second, b.Data(), ZopPathBuffer::kUnits) &&
            CompareStringOrdinal(a.Text(), -1, b.Text(), -1, TRUE) == CSTR_EQUAL;
 }
 
 // In the temporary folder when that is on the target's volume, else beside the target: the driver renames the old file
 // to this name, and a rename does not cross volumes.
-std::int32_t ChooseStagingPath(const wchar_t* target, PathBuffer& staging) {
+std::int32_t ChooseStagingPath(const wchar_t* target, ZopPathBuffer& staging) {
     const std::uint64_t number = GetTickCount64();
-    if (ReadTemporaryFolder(staging) && AreOnSameVolume(target, staging.Text())) {
-        return AppendStagingName(staging, number, L".sys") ? ZOP_OK : kPathDoesNotFit;
+    if (ZopReadTemporaryFolder(staging) && AreOnSameVolume(target, staging.Text())) {
+        return ZopAppendStagingName(staging, number, L".sys") ? ZOP_OK : kPathDoesNotFit;
     }
     if (!staging.Assign(target)) return kPathDoesNotFit;
     staging.CutAfterLastSeparator();
-    return AppendStagingName(staging, number, L".old") ? ZOP_OK : kPathDoesNotFit;
+    return ZopAppendStagingName(staging, number, L".old") ? ZOP_OK : kPathDoesNotFit;
 }
 
-std::int32_t BuildRequest(const wchar_t* target, const wchar_t* source, PathBuffer& staging,
+std::int32_t BuildRequest(const wchar_t* target, const wchar_t* source, ZopPathBuffer& staging,
                           ZoProtectorReplaceFileRequest& request) {
     using Request = ZoProtectorReplaceFileRequest;
     std::int32_t status = ChooseStagingPath(target, staging);
@@ -44,14 +44,14 @@ std::int32_t BuildRequest(const wchar_t* target, const wchar_t* source, PathBuff
 
 }  // namespace
 
-std::int32_t ReplaceFileByDriver(const wchar_t* targetPath, const wchar_t* sourcePath) {
+std::int32_t ZopReplaceFileByDriver(const wchar_t* targetPath, const wchar_t* sourcePath) {
     if (targetPath == nullptr || *targetPath == L'\0' || sourcePath == nullptr || *sourcePath == L'\0') {
         return ZOP_E_INVALID_ARG;
     }
     if (!ZopIsInitialized()) {
         if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
     }
-    PathBuffer staging;
+    ZopPathBuffer staging;
     ZoProtectorReplaceFileRequest request{};
     if (const std::int32_t status = BuildRequest(targetPath, sourcePath, staging, request); status < 0) return status;
 
@@ -61,7 +61,7 @@ std::int32_t ReplaceFileByDriver(const wchar_t* targetPath, const wchar_t* sourc
                      ZopWideToUtf8(targetPath));
         return status;
     }
-    DeleteAtRestart(staging);
+    ZopDeleteAtRestart(staging);
     ZopLogFormat(kLogInfo, "ReplaceFileByDriver: '{}' <- '{}' (moved old -> '{}', flagged delete-on-reboot)",
                  ZopWideToUtf8(targetPath), ZopWideToUtf8(sourcePath), ZopWideToUtf8(staging.View()));
     return ZOP_OK;

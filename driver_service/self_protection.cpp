@@ -1,4 +1,4 @@
-// ZoProtector_AddDriverSelfProtect: the driver's own file and service key among the things that it protects.
+// ZoProtector_AddDriverSelfProtect: protects the driver's own file and service key.
 
 #include <string>
 
@@ -10,19 +10,19 @@
 namespace zop {
 namespace {
 
-// The path as the service manager holds it, or the place where the driver file is looked for before it is installed.
+// The path as the service manager holds it, or the default source path.
 std::int32_t FindDriverFile(std::wstring& file) {
     ZoProtectorDriverStatus status;
     if (ZoProtector_QueryDriverStatus(&status) >= 0) file = ZopResolveImagePath(status.imagePath);
     if (!file.empty()) return ZOP_OK;
 
-    PathBuffer path;
+    ZopPathBuffer path;
     if (ZopDefaultSourcePath(path) < 0 || path.Empty()) return ZOP_E_FAILED;
     file = path.View();
     return ZOP_OK;
 }
 
-// A rule that is there already is what was asked for.
+// A rule that exists already is what the caller wants.
 std::int32_t AcceptExisting(std::int32_t status) {
     return status == ZOP_E_ALREADY_EXISTS ? ZOP_OK : status;
 }

@@ -20,7 +20,7 @@ std::int32_t ZopStopAndWait(SC_HANDLE service) {
     for (int poll = 0; poll < kPolls; ++poll) {
         Sleep(kPollMilliseconds);
         SERVICE_STATUS_PROCESS state{};
-        if (ReadServiceState(service, state) && state.dwCurrentState == SERVICE_STOPPED) return ZOP_OK;
+        if (ZopReadServiceState(service, state) && state.dwCurrentState == SERVICE_STOPPED) return ZOP_OK;
     }
     return ZopMapServiceError(ERROR_SERVICE_REQUEST_TIMEOUT);
 }
@@ -29,8 +29,8 @@ namespace {
 
 // Stops and deletes the service; one that does not exist, or is marked for deletion already, counts as deleted.
 std::int32_t RemoveService() {
-    DriverService driver;
-    const DWORD error = OpenDriverService(SC_MANAGER_ALL_ACCESS, SERVICE_ALL_ACCESS, driver);
+    ZopDriverService driver;
+    const DWORD error = ZopOpenDriverService(SC_MANAGER_ALL_ACCESS, SERVICE_ALL_ACCESS, driver);
     if (error == ERROR_SERVICE_DOES_NOT_EXIST) return ZOP_OK;
     if (error != ERROR_SUCCESS) return ZopMapServiceError(error);
 
@@ -43,7 +43,7 @@ std::int32_t RemoveService() {
 
 // The service manager removes the whole key once nobody holds the service open; until then this leaves no instance.
 std::int32_t RemoveMinifilterInstances() {
-    // ERROR_KEY_DELETED: the service manager was quicker.
+    // ERROR_KEY_DELETED: the service manager removed it first.
     const auto isMissing = [](LSTATUS error) {
         return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND || error == ERROR_KEY_DELETED;
     };
@@ -58,8 +58,8 @@ std::int32_t RemoveMinifilterInstances() {
 
 int32_t ZoProtector_StartDriver(void) {
     using namespace zop;
-    DriverService driver;
-    if (const DWORD error = OpenDriverService(SC_MANAGER_CONNECT, SERVICE_START, driver); error != ERROR_SUCCESS) {
+    ZopDriverService driver;
+    if (const DWORD error = ZopOpenDriverService(SC_MANAGER_CONNECT, SERVICE_START, driver); error != ERROR_SUCCESS) {
         return ZopMapServiceError(error);
     }
     if (StartServiceW(driver.service.Get(), 0, nullptr)) return ZOP_OK;
@@ -69,8 +69,8 @@ int32_t ZoProtector_StartDriver(void) {
 
 int32_t ZoProtector_StopDriver(void) {
     using namespace zop;
-    DriverService driver;
-    if (const DWORD error = OpenDriverService(SC_MANAGER_CONNECT, SERVICE_STOP | SERVICE_QUERY_STATUS, driver);
+    ZopDriverService driver;
+    if (const DWORD error = ZopOpenDriverService(SC_MANAGER_CONNECT, SERVICE_STOP | SERVICE_QUERY_STATUS, driver);
         error != ERROR_SUCCESS) {
         return ZopMapServiceError(error);
     }
@@ -83,7 +83,7 @@ int32_t ZoProtector_UninstallDriver(void) {
     if (const int32_t status = RemoveService(); status < 0) return status;
     if (const int32_t status = RemoveMinifilterInstances(); status < 0) return status;
 
-    PathBuffer installed;
+    ZopPathBuffer installed;
     if (const int32_t status = ZopInstalledPath(installed); status < 0) return status;
     DeleteFileW(installed.Text());  // may be missing already, or in use until the next restart
     return ZOP_OK;
@@ -91,12 +91,12 @@ int32_t ZoProtector_UninstallDriver(void) {
 
 int32_t ZoProtector_ChangeDriverStartType(uint32_t startType) {
     using namespace zop;
-    DriverService driver;
-    if (const DWORD error = OpenDriverService(SC_MANAGER_CONNECT, SERVICE_CHANGE_CONFIG, driver);
+    ZopDriverService driver;
+    if (const DWORD error = ZopOpenDriverService(SC_MANAGER_CONNECT, SERVICE_CHANGE_CONFIG, driver);
         error != ERROR_SUCCESS) {
         return ZopMapServiceError(error);
     }
-    if (ChangeServiceConfigW(driver.service.Get(), SERVICE_NO_CHANGE, ServiceStartType(startType), SERVICE_NO_CHANGE,
+    if (ChangeServiceConfigW(driver.service.Get(), SERVICE_NO_CHANGE, ZopServiceStartType(startType), SERVICE_NO_CHANGE,
                              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)) {
         return ZOP_OK;
     }

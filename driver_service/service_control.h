@@ -9,7 +9,7 @@
 namespace zop {
 
 // The service manager's start type for a caller's number: 0 to 4 are its own, anything else is on demand.
-[[nodiscard]] constexpr DWORD ServiceStartType(std::uint32_t startType) noexcept {
+[[nodiscard]] constexpr DWORD ZopServiceStartType(std::uint32_t startType) noexcept {
     return startType <= SERVICE_DISABLED ? startType : SERVICE_DEMAND_START;
 }
 

@@ -1,4 +1,4 @@
-// ZoProtector_InstallDriver: the file into the drivers folder, the service, its minifilter instance.
+// ZoProtector_InstallDriver: copies the file to the drivers folder, registers the service and its instance.
 
 #include <cwchar>
 
@@ -16,13 +16,13 @@ namespace {
 
 constexpr REGSAM kReadWrite = KEY_READ | KEY_WRITE;
 
-std::int32_t ChooseSourcePath(const wchar_t* given, PathBuffer& path) {
+std::int32_t ChooseSourcePath(const wchar_t* given, ZopPathBuffer& path) {
     if (given == nullptr || *given == L'\0') return ZopDefaultSourcePath(path);
     return path.Assign(given) ? ZOP_OK : ZOP_E_INVALID_ARG;
 }
 
 // A file of the same size counts as the same driver, so that reinstalling does not touch a file that is in use.
-bool HaveSameSize(const PathBuffer& first, const PathBuffer& second) {
+bool HaveSameSize(const ZopPathBuffer& first, const ZopPathBuffer& second) {
     WIN32_FILE_ATTRIBUTE_DATA a{};
     WIN32_FILE_ATTRIBUTE_DATA b{};
     return GetFileAttributesExW(first.Text(), GetFileExInfoStandard, &a) &&
@@ -30,12 +30,12 @@ bool HaveSameSize(const PathBuffer& first, const PathBuffer& second) {
            a.nFileSizeLow == b.nFileSizeLow;
 }
 
-std::int32_t PlaceDriverFile(const PathBuffer& source, const PathBuffer& installed) {
+std::int32_t PlaceDriverFile(const ZopPathBuffer& source, const ZopPathBuffer& installed) {
     if (HaveSameSize(source, installed)) return ZOP_OK;
     return ZopMapServiceError(ZopCopyDriverFile(source.Text(), installed.Text()));
 }
 
-std::int32_t ReconfigureService(SC_HANDLE manager, DWORD startType, const PathBuffer& installed,
+std::int32_t ReconfigureService(SC_HANDLE manager, DWORD startType, const ZopPathBuffer& installed,
                                 zo::OwnedService& service) {
     service.Reset(OpenServiceW(manager, kServiceName, SERVICE_ALL_ACCESS));
     if (!service) return ZopMapServiceError(GetLastError());
@@ -47,7 +47,7 @@ std::int32_t ReconfigureService(SC_HANDLE manager, DWORD startType, const PathBu
     return ZopMapServiceError(GetLastError());
 }
 
-std::int32_t CreateOrReconfigureService(SC_HANDLE manager, DWORD startType, const PathBuffer& installed,
+std::int32_t CreateOrReconfigureService(SC_HANDLE manager, DWORD startType, const ZopPathBuffer& installed,
                                         zo::OwnedService& service) {
     service.Reset(CreateServiceW(manager, kServiceName, kServiceDisplayName, SERVICE_ALL_ACCESS,
                                  SERVICE_FILE_SYSTEM_DRIVER, startType, SERVICE_ERROR_NORMAL, installed.Text(),
@@ -104,14 +104,14 @@ LSTATUS WriteAllowUnload(bool allowUnload) {
     return error == ERROR_SUCCESS ? SetNumber(service.Get(), L"AllowUnload", allowUnload ? 1 : 0) : error;
 }
 
-std::int32_t RegisterService(const PathBuffer& installed, std::uint32_t startType, const wchar_t* altitude,
+std::int32_t RegisterService(const ZopPathBuffer& installed, std::uint32_t startType, const wchar_t* altitude,
                              bool allowUnload) {
-    DriverService driver;
-    if (const DWORD error = OpenServiceManager(SC_MANAGER_ALL_ACCESS, driver.manager); error != ERROR_SUCCESS) {
+    ZopDriverService driver;
+    if (const DWORD error = ZopOpenServiceManager(SC_MANAGER_ALL_ACCESS, driver.manager); error != ERROR_SUCCESS) {
         return ZopMapServiceError(error);
     }
     if (const std::int32_t status =
-            CreateOrReconfigureService(driver.manager.Get(), ServiceStartType(startType), installed, driver.service);
+            CreateOrReconfigureService(driver.manager.Get(), ZopServiceStartType(startType), installed, driver.service);
         status < 0) {
         return status;
     }
@@ -126,11 +126,11 @@ std::int32_t RegisterService(const PathBuffer& installed, std::uint32_t startTyp
 int32_t ZoProtector_InstallDriver(const wchar_t* sourcePath, uint32_t startType, const wchar_t* altitude,
                                   uint32_t allowUnload) {
     using namespace zop;
-    PathBuffer source;
+    ZopPathBuffer source;
     if (const int32_t status = ChooseSourcePath(sourcePath, source); status < 0) return status;
     if (GetFileAttributesW(source.Text()) == INVALID_FILE_ATTRIBUTES) return ZOP_E_DRIVER_NOT_FOUND;
 
-    PathBuffer installed;
+    ZopPathBuffer installed;
     if (const int32_t status = ZopInstalledPath(installed); status < 0) return status;
     if (const int32_t status = PlaceDriverFile(source, installed); status < 0) return status;
 

@@ -4,20 +4,20 @@
 
 namespace zop {
 
-bool AppendStagingName(PathBuffer& folder, std::uint64_t number, std::wstring_view extension) {
+bool ZopAppendStagingName(ZopPathBuffer& folder, std::uint64_t number, std::wstring_view extension) {
     const std::wstring name = L"ZoProtectorDriver_" + std::to_wstring(number);
-    const PathBuffer before = folder;
+    const ZopPathBuffer before = folder;
     if (folder.Append(name) && folder.Append(extension)) return true;
     folder = before;
     return false;
 }
 
-bool ReadTemporaryFolder(PathBuffer& folder) {
-    const DWORD length = GetTempPathW(PathBuffer::kUnits, folder.Data());
-    return length > 0 && length < PathBuffer::kUnits;
+bool ZopReadTemporaryFolder(ZopPathBuffer& folder) {
+    const DWORD length = GetTempPathW(ZopPathBuffer::kUnits, folder.Data());
+    return length > 0 && length < ZopPathBuffer::kUnits;
 }
 
-void DeleteAtRestart(const PathBuffer& file) {
+void ZopDeleteAtRestart(const ZopPathBuffer& file) {
     MoveFileExW(file.Text(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
 }
 

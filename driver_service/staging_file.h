@@ -1,8 +1,8 @@
 #pragma once
 
-// The name under which a replaced driver file lies until the next restart. Which folder that name is in is decided
-// twice and differently: the upgrade moves the file by itself and takes the temporary folder whenever there is one,
-// while the driver can only rename within the target's volume.
+// The name of a replaced driver file until the next restart. Its folder is chosen in two ways: the upgrade moves the
+// file itself and takes the temporary folder whenever there is one; the driver can only rename within the target's
+// volume.
 
 #include <windows.h>
 
@@ -15,13 +15,13 @@ namespace zop {
 
 // Appends "ZoProtectorDriver_", the number and the extension to a folder. False, with the folder kept, when the name
 // does not fit.
-[[nodiscard]] bool AppendStagingName(PathBuffer& folder, std::uint64_t number, std::wstring_view extension);
+[[nodiscard]] bool ZopAppendStagingName(ZopPathBuffer& folder, std::uint64_t number, std::wstring_view extension);
 
 // The user's temporary folder, with its separator at the end. False when there is none or its name is too long.
-[[nodiscard]] bool ReadTemporaryFolder(PathBuffer& folder);
+[[nodiscard]] bool ZopReadTemporaryFolder(ZopPathBuffer& folder);
 
-// Has the system delete the file at its next start. When that cannot be arranged the file stays behind, which harms
-// nobody, so no result is given.
-void DeleteAtRestart(const PathBuffer& file);
+// Has the system delete the file at its next start. When that fails the file stays behind, which does no harm, so there
+// is no result.
+void ZopDeleteAtRestart(const ZopPathBuffer& file);
 
 }  // namespace zop

@@ -1,4 +1,4 @@
-// ZoProtector_UpgradeDriver: a newer driver file in the place of the installed one. The running driver is left alone;
+// ZoProtector_UpgradeDriver: replaces the installed driver file by a newer one. The running driver keeps running;
 // the new file is loaded when the service is next started. docs/upgrade.md says what is on disk after each failure.
 
 #include <mutex>
@@ -16,7 +16,7 @@
 namespace zop {
 namespace {
 
-// Somebody has the file open, or it is protected: the errors that the driver can get past.
+// The errors of a file that is in use or protected, which the driver can still replace.
 bool IsLocked(DWORD error) {
     return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION || error == ERROR_USER_MAPPED_FILE;
 }
@@ -25,32 +25,33 @@ std::int32_t MapFileError(DWORD error) {
     return IsLocked(error) ? ZOP_E_ACCESS_DENIED : ZopMapServiceError(error);
 }
 
-bool IsThere(const wchar_t* path) {
+bool FileExists(const wchar_t* path) {
     return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
 }
 
 // In the temporary folder when there is one and the name fits, else beside the installed file. The temporary folder
 // may be on another volume; the rename then fails.
-std::int32_t ChooseStagingPath(const PathBuffer& installed, PathBuffer& staging) {
+std::int32_t ChooseStagingPath(const ZopPathBuffer& installed, ZopPathBuffer& staging) {
     const std::uint64_t number = GetTickCount64();
-    if (ReadTemporaryFolder(staging) && AppendStagingName(staging, number, L".sys")) return ZOP_OK;
+    if (ZopReadTemporaryFolder(staging) && ZopAppendStagingName(staging, number, L".sys")) return ZOP_OK;
     staging = installed;
     staging.CutAfterLastSeparator();
-    return AppendStagingName(staging, number, L".old") ? ZOP_OK : kPathDoesNotFit;
+    return ZopAppendStagingName(staging, number, L".old") ? ZOP_OK : kPathDoesNotFit;
 }
 
-DWORD MoveOver(const PathBuffer& source, const PathBuffer& target) {
+DWORD MoveOver(const ZopPathBuffer& source, const ZopPathBuffer& target) {
     return MoveFileExW(source.Text(), target.Text(), MOVEFILE_REPLACE_EXISTING) ? ERROR_SUCCESS : GetLastError();
 }
 
 // While this is open, nobody can write to the file, delete it or put another in its place. Empty when somebody else has
 // it open for that already.
-zo::OwnedFile HoldInPlace(const PathBuffer& file) {
+zo::OwnedFile HoldInPlace(const ZopPathBuffer& file) {
     return zo::OwnedFile(CreateFileW(file.Text(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& installed, const PathBuffer& staging) {
+std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const ZopPathBuffer& installed,
+                                     const ZopPathBuffer& staging) {
     DWORD error = ZopCopyDriverFile(newFile, installed.Text());
     if (error == ERROR_SUCCESS) return ZOP_OK;
     if (!IsLocked(error)) return ZopMapServiceError(error);
@@ -60,7 +61,7 @@ std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& i
     if (error != ERROR_SUCCESS) return MapFileError(error);
     // The temporary folder may be open to others, and what lies there may become the driver again.
     zo::OwnedFile held = HoldInPlace(staging);
-    DeleteAtRestart(staging);
+    ZopDeleteAtRestart(staging);
 
     error = ZopCopyDriverFile(newFile, installed.Text());
     if (error == ERROR_SUCCESS) return ZOP_OK;
@@ -70,12 +71,12 @@ std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const PathBuffer& i
     return MapFileError(error);
 }
 
-// Protection off for as long as this lives; on every way out it is what it was before.
+// Switches protection off while it lives, and sets it back on every way out.
 class ProtectionPause {
   public:
     ProtectionPause() {
         uint32_t enabled = 0;
-        // A driver that does not tell is taken to be protecting.
+        // When the driver does not answer, protection counts as on.
         wasEnabled_ = ZoProtector_GetMasterEnabled(&enabled) < 0 || enabled != 0;
     }
     ~ProtectionPause() {
@@ -90,8 +91,8 @@ class ProtectionPause {
     ProtectionPause(const ProtectionPause&) = delete;
     ProtectionPause& operator=(const ProtectionPause&) = delete;
 
-    // Not the constructor's work: the driver has the switch before the log line can run out of memory, and only a
-    // finished object sets it back.
+    // Not in the constructor: only a complete object sets the switch back, and the log line can run out of memory after
+    // the driver was switched.
     [[nodiscard]] std::int32_t Begin() { return status_ = ZoProtector_SetMasterEnabled(0); }
 
   private:
@@ -103,18 +104,18 @@ class ProtectionPause {
 // protection off.
 zo::CriticalSection replacementLock;
 
-std::int32_t ReplaceThroughDriver(const wchar_t* newFile, const PathBuffer& installed) {
+std::int32_t ReplaceThroughDriver(const wchar_t* newFile, const ZopPathBuffer& installed) {
     const std::lock_guard guard(replacementLock);
     if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
     ProtectionPause pause;
     if (const std::int32_t status = pause.Begin(); status < 0) return status;
-    return ReplaceFileByDriver(installed.Text(), newFile);
+    return ZopReplaceFileByDriver(installed.Text(), newFile);
 }
 
 // An installed file without a readable version is older than any that has one.
-std::int32_t IsNewer(const wchar_t* newFile, const PathBuffer& installed, bool& isNewer) {
-    FileVersion installedVersion;
-    FileVersion newVersion;
+std::int32_t IsNewer(const wchar_t* newFile, const ZopPathBuffer& installed, bool& isNewer) {
+    ZopFileVersion installedVersion;
+    ZopFileVersion newVersion;
     static_cast<void>(ZopReadFileVersion(installed.Text(), installedVersion));
     const std::int32_t status = ZopReadFileVersion(newFile, newVersion);
     isNewer = newVersion.Packed() > installedVersion.Packed();
@@ -129,17 +130,17 @@ int32_t ZoProtector_UpgradeDriver(const wchar_t* newDriverPath, uint32_t* upgrad
     if (upgraded != nullptr) *upgraded = 0;
     if (replacedByDriver != nullptr) *replacedByDriver = 0;
     if (newDriverPath == nullptr || *newDriverPath == L'\0') return ZOP_E_INVALID_ARG;
-    if (!IsThere(newDriverPath)) return ZOP_E_DRIVER_NOT_FOUND;
+    if (!FileExists(newDriverPath)) return ZOP_E_DRIVER_NOT_FOUND;
 
-    PathBuffer installed;
+    ZopPathBuffer installed;
     if (const int32_t status = ZopConfiguredImagePath(installed); status < 0) return status;
-    if (!IsThere(installed.Text())) return ZOP_E_DRIVER_NOT_FOUND;
+    if (!FileExists(installed.Text())) return ZOP_E_DRIVER_NOT_FOUND;
 
     bool isNewer = false;
     if (const int32_t status = IsNewer(newDriverPath, installed, isNewer); status < 0) return status;
     if (!isNewer) return ZOP_OK;
 
-    PathBuffer staging;
+    ZopPathBuffer staging;
     if (const int32_t status = ChooseStagingPath(installed, staging); status < 0) return status;
     int32_t status = ReplaceByFileOperations(newDriverPath, installed, staging);
     const bool askDriver = status == ZOP_E_ACCESS_DENIED;

@@ -55,7 +55,7 @@ std::int32_t AskVersion(ZopVersionReply& version) {
     return ZopSendIoctl(ZOP_IOCTL_GET_VERSION, nullptr, 0, &version, sizeof version, nullptr);
 }
 
-// These two close at the end of a scope, so that they also do it when a line of the log runs out of memory.
+// These two close at the end of a scope, also when a log line runs out of memory.
 struct CloseLog {
     CloseLog() = default;
     ~CloseLog() { ZopLogClose(); }
@@ -72,8 +72,8 @@ struct CloseUnlessAccepted {
     CloseUnlessAccepted& operator=(const CloseUnlessAccepted&) = delete;
 };
 
-// The device is open; whether it stays open is for the caller.
-std::int32_t ShakeHands() {
+// The device is open; the caller closes it on failure.
+std::int32_t Handshake() {
     ZopVersionReply driver{};
     if (const std::int32_t status = AskVersion(driver); status < 0) {
         ZopLogFormat(kLogError, "ZoProtector_Initialize: GetVersion failed 0x{:08X}", zo::Bits(status));
@@ -141,10 +141,10 @@ int32_t ZoProtector_Initialize() {
         ZopLogFormat(kLogError, "ZoProtector_Initialize: CreateFileW failed, error={}", GetLastError());
         return ZOP_E_DRIVER_NOT_FOUND;
     }
-    // The handshake goes through ZopSendIoctl, so the handle is everybody's before the driver is accepted.
+    // The handshake goes through ZopSendIoctl, so other threads can use the handle before it succeeds.
     const CloseUnlessAccepted closing;
     channel.device.Reset(std::move(device));
-    return ShakeHands();
+    return Handshake();
 }
 
 int32_t ZoProtector_Uninitialize() {
@@ -157,7 +157,7 @@ int32_t ZoProtector_Uninitialize() {
     return ZOP_OK;
 }
 
-// The handle decides here, not the initialised flag: it works as soon as the handshake does.
+// Tests the handle and not the initialised flag, so it works during the handshake.
 int32_t ZoProtector_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* patch) {
     if (major == nullptr || minor == nullptr || patch == nullptr) return ZOP_E_INVALID_ARG;
     ZopVersionReply version{};

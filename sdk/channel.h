@@ -1,8 +1,8 @@
 #pragma once
 
-// The way to the driver: the one handle to its control device, and the one routine through which every command goes.
-// The handle is opened and closed by ZoProtector_Initialize and ZoProtector_Uninitialize only. What is sent is for the
-// sources of the single command families.
+// The channel to the driver: the handle to its control device, and the routine that sends every command. Only
+// ZoProtector_Initialize and ZoProtector_Uninitialize open and close the handle. The commands are in the sources of
+// their families.
 
 #include <cstdint>
 #include <string>
@@ -15,8 +15,8 @@ namespace zop {
 // Set from a successful handshake until ZoProtector_Uninitialize.
 [[nodiscard]] bool ZopIsInitialized() noexcept;
 
-// ZoProtector_Uninitialize for the moment at which the library is unloaded or the process ends. It waits for no lock, and
-// no failure of the log leaves it; the device and the log file are closed in any case.
+// ZoProtector_Uninitialize for the moment at which the library is unloaded or the process ends. It waits for no lock,
+// and no failure of the log leaves it; the device and the log file are closed in any case.
 void ZopCloseAtDetach() noexcept;
 
 // Sends one command and waits for it. bytesReturned, which may be null, receives the length of the reply, also when the

@@ -35,16 +35,16 @@ std::int32_t Drain(const Ring& ring, std::uint32_t lastRead, void* events, std::
     Store(position, 0);
     if (!ZopIsInitialized()) return ZOP_E_NOT_INITIALIZED;
 
-    const ReplyBuffer reply(ring.recordSize, capacity);
+    const ZopReplyBuffer reply(ring.recordSize, capacity);
     const ZopDrainRequest request{lastRead, capacity};
     std::uint32_t returned = 0;
     const std::int32_t status =
         ZopSendIoctl(ring.code, &request, sizeof request, reply.Bytes(), reply.Length(), &returned);
     ZopDrainReplyHeader header{};
     // Unlike the rule lists, a poll whose reply has no header counts as one that found nothing.
-    if (status < 0 || !ReadHeader(reply.Bytes(), returned, header)) return status;
+    if (status < 0 || !ZopReadHeader(reply.Bytes(), returned, header)) return status;
 
-    *count = CopyRecords(reply.Bytes(), header.count, ring.recordSize, events, capacity);
+    *count = ZopCopyRecords(reply.Bytes(), header.count, ring.recordSize, events, capacity);
     Store(dropped, header.dropped);
     Store(position, header.position);
     if (header.dropped != 0) {

@@ -9,7 +9,7 @@ using namespace zop;
 
 namespace {
 
-// A filter that is too long is cut, and the rule is sent all the same.
+// A filter that is too long is cut; the rule is still sent.
 void StoreFilter(ZopFileRuleRecord& record, const wchar_t* filter) {
     if (filter == nullptr) return;
     wchar_t text[ZOP_FILTER_UNITS] = {};

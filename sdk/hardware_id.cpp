@@ -1,6 +1,6 @@
 // A stable identifier of the machine: a SHA-256 digest over up to four identifiers of hardware and installation. A
-// source that is missing contributes nothing, so the digest changes when a disk is replaced or a driver begins to hide
-// its serial number. It needs no driver.
+// missing source contributes nothing, so the digest changes when a disk is replaced or a driver starts to hide its
+// serial number. It needs no driver.
 
 // clang-format off
 #include <windows.h>
@@ -35,7 +35,7 @@ Bytes BytesOf(std::string_view text) {
     return {text.begin(), text.end()};
 }
 
-// Each source answers its bytes, or nothing.
+// Each source returns its bytes; empty when it has none.
 
 Bytes ReadSystemUuid() {
     constexpr DWORD kRawSmbios = 0x52534D42;  // 'RSMB'
@@ -45,7 +45,7 @@ Bytes ReadSystemUuid() {
     Bytes table(size);
     const UINT read = GetSystemFirmwareTable(kRawSmbios, 0, table.data(), size);
     if (read == 0 || read > size) return {};
-    const auto uuid = FindSystemUuid({table.data(), read});
+    const auto uuid = ZopFindSystemUuid({table.data(), read});
     return uuid ? Bytes(uuid->begin(), uuid->end()) : Bytes();
 }
 
@@ -81,11 +81,11 @@ Bytes ReadProcessorBrand() {
         registers = zo::CpuId(leaf);
         std::memcpy(brand.data() + (leaf - kFirstBrandLeaf) * sizeof registers, registers.data(), sizeof registers);
     }
-    return BytesOf(TextAt(brand, 0));
+    return BytesOf(ZopTextAt(brand, 0));
 }
 
 Bytes ReadFirstDiskSerial() {
-    // No access rights: the query needs none, and any user may ask it.
+    // No access rights: the query needs none, so any user may send it.
     const zo::OwnedFile disk(CreateFileW(L"\\\\.\\PhysicalDrive0", 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!disk) return {};
@@ -99,18 +99,18 @@ Bytes ReadFirstDiskSerial() {
                          static_cast<DWORD>(descriptor.size()), &returned, nullptr)) {
         return {};
     }
-    return BytesOf(SerialOfDescriptor(descriptor, returned));
+    return BytesOf(ZopSerialOfDescriptor(descriptor, returned));
 }
 
 std::int32_t ComputeHardwareIdDigest(zo::Sha256Digest& digest) {
     // The order is part of the digest.
-    const Identifier identifiers[] = {
+    const ZopIdentifier identifiers[] = {
         {"SMBIOS_UUID", ReadSystemUuid()},
         {"MACHINE_GUID", ReadMachineGuid()},
         {"CPU_BRAND", ReadProcessorBrand()},
         {"DISK0_SERIAL", ReadFirstDiskSerial()},
     };
-    const MixedIdentifiers mixed = MixIdentifiers(identifiers);
+    const ZopMixedIdentifiers mixed = ZopMixIdentifiers(identifiers);
     if (mixed.count == 0) {
         ZopLogWrite(kLogError, "ComputeHardwareIdDigest: no identifier sources available on this host");
         return ZOP_E_FAILED;

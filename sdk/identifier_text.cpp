@@ -15,7 +15,7 @@ constexpr std::size_t kUsualInputSize = 512;
 
 }  // namespace
 
-std::string_view TextAt(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept {
+std::string_view ZopTextAt(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept {
     if (offset >= bytes.size()) return {};
     const auto rest = bytes.subspan(offset);
     const auto end = std::find(rest.begin(), rest.end(), std::uint8_t{0});
@@ -24,19 +24,19 @@ std::string_view TextAt(std::span<const std::uint8_t> bytes, std::size_t offset)
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
-std::string_view SerialOfDescriptor(std::span<const std::uint8_t> buffer, std::size_t returned) noexcept {
+std::string_view ZopSerialOfDescriptor(std::span<const std::uint8_t> buffer, std::size_t returned) noexcept {
     if (returned < kDescriptorSize || buffer.size() < kDescriptorSize) return {};
     std::size_t offset = 0;
     for (std::size_t i = 0; i < 4; ++i)
         offset |= std::size_t{buffer[kSerialOffsetField + i]} << (8 * i);
     if (offset == 0 || offset >= returned) return {};
-    return TextAt(buffer, offset);
+    return ZopTextAt(buffer, offset);
 }
 
-MixedIdentifiers MixIdentifiers(std::span<const Identifier> identifiers) {
-    MixedIdentifiers mixed;
+ZopMixedIdentifiers ZopMixIdentifiers(std::span<const ZopIdentifier> identifiers) {
+    ZopMixedIdentifiers mixed;
     mixed.input.reserve(kUsualInputSize);
-    for (const Identifier& identifier : identifiers) {
+    for (const ZopIdentifier& identifier : identifiers) {
         if (identifier.value.empty()) continue;
         mixed.input.insert(mixed.input.end(), identifier.label.begin(), identifier.label.end());
         mixed.input.push_back(kUnitSeparator);

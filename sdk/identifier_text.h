@@ -1,6 +1,6 @@
 #pragma once
 
-// Identifiers that devices give as padded ASCII text, and how identifiers are put together for a digest. Pure.
+// Identifiers that devices give as padded ASCII text, and their concatenation for a digest. Pure.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,23 +11,24 @@
 namespace zop {
 
 // The text from offset up to its terminator or the end of the bytes, without the blanks around it.
-[[nodiscard]] std::string_view TextAt(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
+[[nodiscard]] std::string_view ZopTextAt(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
 
 // The serial number that a storage device descriptor names. returned counts the bytes of it that the device filled; the
 // rest of the buffer is zero. Empty when there is none.
-[[nodiscard]] std::string_view SerialOfDescriptor(std::span<const std::uint8_t> buffer, std::size_t returned) noexcept;
+[[nodiscard]] std::string_view ZopSerialOfDescriptor(std::span<const std::uint8_t> buffer,
+                                                     std::size_t returned) noexcept;
 
-struct Identifier {
+struct ZopIdentifier {
     std::string_view label;
     std::vector<std::uint8_t> value;  // empty: the machine has none
 };
 
-struct MixedIdentifiers {
+struct ZopMixedIdentifiers {
     std::vector<std::uint8_t> input;
     int count = 0;
 };
 
-// Those that there are, one behind the other, each as its label, a unit separator and its bytes.
-[[nodiscard]] MixedIdentifiers MixIdentifiers(std::span<const Identifier> identifiers);
+// Concatenates the identifiers that are present, each as its label, a unit separator and its bytes.
+[[nodiscard]] ZopMixedIdentifiers ZopMixIdentifiers(std::span<const ZopIdentifier> identifiers);
 
 }  // namespace zop

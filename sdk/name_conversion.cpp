@@ -20,7 +20,7 @@ namespace zop {
 
 namespace {
 
-// Writes the parts one after the other and a terminator behind them.
+// Concatenates the parts and a terminator.
 template <std::size_t units>
 std::int32_t Join(wchar_t (&out)[units], std::initializer_list<std::wstring_view> parts) {
     std::size_t used = 0;
@@ -42,12 +42,12 @@ bool StartsWith(std::wstring_view name, std::wstring_view prefix) {
                                                       [](wchar_t a, wchar_t b) { return Fold(a) == Fold(b); });
 }
 
-// Of the process token; an impersonating thread does not matter.
+// Of the process token; impersonation does not matter.
 std::int32_t ReadUserSid(std::wstring& sid) {
     zo::OwnedKernelObject token;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Out())) return ZOP_E_FAILED;
     DWORD size = 0;
-    GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);  // fails, and tells the size
+    GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);  // fails, and reports the size
     const zo::HeapBlock user(size);
     if (!user || !GetTokenInformation(token.Get(), TokenUser, user.Get(), size, &size)) return ZOP_E_FAILED;
     LPWSTR text = nullptr;
@@ -78,7 +78,7 @@ constexpr RootName kRootNames[] = {
 
 }  // namespace
 
-std::int32_t ZopConvertWin32PathToNtPath(std::wstring_view path, NtPath& out) {
+std::int32_t ZopConvertWin32PathToNtPath(std::wstring_view path, ZopNtPath& out) {
     if (path.empty()) return ZOP_E_INVALID_ARG;
     wchar_t full[MAX_PATH] = {};
     const DWORD length = GetFullPathNameW(path.data(), MAX_PATH, full, nullptr);
@@ -93,11 +93,11 @@ std::int32_t ZopConvertWin32PathToNtPath(std::wstring_view path, NtPath& out) {
                      ZopWideToUtf8(drive), error);
         return ZOP_E_FAILED;
     }
-    // A drive may have several targets, each with its terminator; the first one is in force.
+    // A drive may have several targets, each terminated; the first one is used.
     return Join(out, {target, full + 2});
 }
 
-std::int32_t ZopRegistryKeyToNtName(std::wstring_view name, NtKeyName& out) {
+std::int32_t ZopRegistryKeyToNtName(std::wstring_view name, ZopNtKeyName& out) {
     const auto* known = std::find_if(std::begin(kRootNames), std::end(kRootNames),
                                      [&](const RootName& row) { return StartsWith(name, row.prefix); });
     if (known == std::end(kRootNames)) return ZOP_E_INVALID_ARG;

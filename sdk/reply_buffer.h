@@ -17,22 +17,22 @@ struct PagesKind {
     static void Close(Handle pages) noexcept { VirtualFree(pages, 0, MEM_RELEASE); }
 };
 
-class ReplyBuffer {
+class ZopReplyBuffer {
   public:
     // Raises std::bad_alloc.
-    ReplyBuffer(std::uint32_t recordSize, std::uint32_t capacity) : size_(ReplySize(recordSize, capacity)) {
+    ZopReplyBuffer(std::uint32_t recordSize, std::uint32_t capacity) : size_(ZopReplySize(recordSize, capacity)) {
         const auto size = static_cast<std::size_t>(size_);
         if (size_ <= kMostFromHeap) {
             block_.Reset(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size));
         } else {
-            // A heap can take half a minute to find out that it has no terabytes to give; the system says so at once.
+            // A heap can need half a minute to refuse terabytes; the system refuses at once.
             pages_.Reset(VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
         }
         if (Bytes() == nullptr) throw std::bad_alloc();
     }
 
     [[nodiscard]] void* Bytes() const noexcept { return block_ ? block_.Get() : pages_.Get(); }
-    [[nodiscard]] std::uint32_t Length() const noexcept { return LengthForDriver(size_); }
+    [[nodiscard]] std::uint32_t Length() const noexcept { return ZopLengthForDriver(size_); }
 
   private:
     static constexpr std::uint64_t kMostFromHeap = 0xFFFFFFFFu;

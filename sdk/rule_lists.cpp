@@ -16,14 +16,14 @@ std::int32_t ListRules(std::uint32_t code, std::uint32_t entrySize, void* entrie
     if (total != nullptr) *total = 0;
     if (!ZopIsInitialized()) return ZOP_E_NOT_INITIALIZED;
 
-    const ReplyBuffer reply(entrySize, capacity);
+    const ZopReplyBuffer reply(entrySize, capacity);
     std::uint32_t returned = 0;
     const std::int32_t status = ZopSendIoctl(code, nullptr, 0, reply.Bytes(), reply.Length(), &returned);
     if (status < 0) return status;
     ZopListReplyHeader header{};
-    if (!ReadHeader(reply.Bytes(), returned, header)) return ZOP_E_FAILED;  // the event drains forgive this
+    if (!ZopReadHeader(reply.Bytes(), returned, header)) return ZOP_E_FAILED;  // the event drains accept this
 
-    const std::uint32_t copied = CopyRecords(reply.Bytes(), header.returned, entrySize, entries, capacity);
+    const std::uint32_t copied = ZopCopyRecords(reply.Bytes(), header.returned, entrySize, entries, capacity);
     *count = copied;
     if (total != nullptr) *total = header.total;
     if (header.truncated != 0) {

@@ -1,8 +1,8 @@
 #pragma once
 
-// What the commands that change the driver's state have in common, written once: the checks of the arguments and of the
+// Shared by the commands that change the driver's state: the checks of the arguments and of the
 // initialised flag in their fixed order, the caller's name into a record's field, sending, and the log line that
-// follows a success. Which command, which fields and which words are for the export.
+// follows a success. The export adds its command, its fields and its words.
 
 #include <cstdint>
 #include <initializer_list>
@@ -21,8 +21,8 @@ namespace zop {
 
 template <typename Record>
 [[nodiscard]] std::int32_t ZopConvertPath(const wchar_t* path, Record& record,
-                                          TextField<Record, ZOP_PATH_UNITS> field) {
-    NtPath ntPath = {};
+                                          ZopTextField<Record, ZOP_PATH_UNITS> field) {
+    ZopNtPath ntPath = {};
     const std::int32_t status = ZopConvertWin32PathToNtPath(path, ntPath);
     if (status >= 0) ZopStoreText(record, field, ntPath);
     return status;
@@ -30,13 +30,13 @@ template <typename Record>
 
 template <typename Record>
 [[nodiscard]] std::int32_t ZopConvertKey(const wchar_t* key, Record& record) {
-    NtKeyName ntName = {};
+    ZopNtKeyName ntName = {};
     const std::int32_t status = ZopRegistryKeyToNtName(key, ntName);
     if (status >= 0) ZopStoreText(record, &Record::key, ntName);
     return status;
 }
 
-// Checks and converts in one: all that most records of a path need before their flags.
+// Checks and converts: all that most path records need before their flags are set.
 template <typename Record>
 [[nodiscard]] std::int32_t ZopPreparePath(const wchar_t* path, Record& record) {
     const std::int32_t status = ZopCheckNames({path});
@@ -52,7 +52,7 @@ template <typename Record, typename... Args>
     return status;
 }
 
-// Takes one path out of a table.
+// Removes one path from a table.
 [[nodiscard]] std::int32_t ZopRemovePath(std::uint32_t code, const wchar_t* path, std::string_view exportName);
 
 // Empties a table; line is the whole line.

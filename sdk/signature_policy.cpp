@@ -23,7 +23,7 @@ std::int32_t AskVerdict(std::uint32_t code, std::uint32_t pid, std::uint32_t* fi
     return ZOP_OK;
 }
 
-// Every pid is the driver's to judge, 0 included.
+// The driver checks the pid; 0 is sent as well.
 std::int32_t ChangeOverride(std::uint32_t code, std::uint32_t pid, std::string_view exportName) {
     if (!ZopIsInitialized()) return ZOP_E_NOT_INITIALIZED;
     const ZopPidRecord record{pid, 0};
@@ -35,7 +35,7 @@ std::int32_t ChangeOverride(std::uint32_t code, std::uint32_t pid, std::string_v
 int32_t ZoProtector_SetSignaturePolicy(const ZopSignaturePolicy* policy) {
     if (policy == nullptr) return ZOP_E_INVALID_ARG;
     if (!ZopIsInitialized()) return ZOP_E_NOT_INITIALIZED;
-    const ZopSignaturePolicy record{policy->mode, policy->minLevel, {}};  // what callers leave in reserved stays here
+    const ZopSignaturePolicy record{policy->mode, policy->minLevel, {}};  // the caller's reserved bytes are not sent
     return ZopSendAndLog(ZOP_IOCTL_SET_SIGNATURE_POLICY, record, "SetSignaturePolicy: Mode={} MinLevel={}",
                          unsigned{record.mode}, unsigned{record.minLevel});
 }

@@ -28,8 +28,8 @@ Bytes StructureData(Bytes table) noexcept {
     return length <= table.size() ? table.first(length) : Bytes();
 }
 
-// Behind a formatted part stand its strings, ended by two zero bytes, also when there are none. Empty when the end is
-// missing.
+// A formatted part is followed by its strings and two zero bytes, which are there even without strings. Empty when the
+// end is missing.
 Bytes BehindStrings(Bytes data) noexcept {
     for (std::size_t i = 0; i + 1 < data.size(); ++i) {
         if (data[i] == 0 && data[i + 1] == 0) return data.subspan(i + 2);
@@ -37,7 +37,7 @@ Bytes BehindStrings(Bytes data) noexcept {
     return {};
 }
 
-bool IsUnset(const SystemUuid& uuid) noexcept {
+bool IsUnset(const ZopSystemUuid& uuid) noexcept {
     const std::uint8_t first = uuid[0];
     return (first == 0x00 || first == 0xFF) &&
            std::all_of(uuid.begin(), uuid.end(), [&](auto b) { return b == first; });
@@ -45,14 +45,14 @@ bool IsUnset(const SystemUuid& uuid) noexcept {
 
 }  // namespace
 
-std::optional<SystemUuid> FindSystemUuid(std::span<const std::uint8_t> rawTable) noexcept {
+std::optional<ZopSystemUuid> ZopFindSystemUuid(std::span<const std::uint8_t> rawTable) noexcept {
     Bytes data = StructureData(rawTable);
     while (data.size() >= kStructureHeaderSize) {
         const std::uint8_t type = data[0];
         const std::size_t length = data[1];
         if (length < kStructureHeaderSize || length > data.size()) return std::nullopt;
         if (type == kSystemInformation && length >= kLengthWithUuid) {
-            SystemUuid uuid{};
+            ZopSystemUuid uuid{};
             std::copy_n(data.begin() + kUuidOffset, uuid.size(), uuid.begin());
             return IsUnset(uuid) ? std::nullopt : std::optional(uuid);
         }

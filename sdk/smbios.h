@@ -10,10 +10,10 @@
 
 namespace zop {
 
-using SystemUuid = std::array<std::uint8_t, 16>;
+using ZopSystemUuid = std::array<std::uint8_t, 16>;
 
 // Empty when the table has no system structure with a UUID, is malformed before it, or the UUID is not set (all bytes
 // 0x00 or all 0xFF).
-[[nodiscard]] std::optional<SystemUuid> FindSystemUuid(std::span<const std::uint8_t> rawTable) noexcept;
+[[nodiscard]] std::optional<ZopSystemUuid> ZopFindSystemUuid(std::span<const std::uint8_t> rawTable) noexcept;
 
 }  // namespace zop

@@ -17,17 +17,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     size -= 4;
 
     // Buffers of exactly the sizes that an export allocates, so that the sanitizer sees one byte too many.
-    std::vector<std::uint8_t> reply(zop::ReplySize(recordSize, capacity));
+    std::vector<std::uint8_t> reply(zop::ZopReplySize(recordSize, capacity));
     std::copy_n(data, std::min(size, reply.size()), reply.begin());
     std::vector<std::uint8_t> records(std::size_t{recordSize} * capacity);
 
     ZopDrainReplyHeader header{};
-    if (zop::ReadHeader(reply.data(), returned, header)) {
-        const std::uint32_t copied = zop::CopyRecords(reply.data(), header.count, recordSize, records.data(), capacity);
+    if (zop::ZopReadHeader(reply.data(), returned, header)) {
+        const std::uint32_t copied =
+            zop::ZopCopyRecords(reply.data(), header.count, recordSize, records.data(), capacity);
         if (copied > capacity || copied > header.count) std::abort();
         if (!std::equal(records.data(), records.data() + recordSize * copied, reply.data() + 16)) std::abort();
     }
-    const std::string_view serial = zop::SerialOfDescriptor({data, size}, returned);
+    const std::string_view serial = zop::ZopSerialOfDescriptor({data, size}, returned);
     if (serial.size() > size || serial.find('\0') != std::string_view::npos) std::abort();
     return 0;
 }

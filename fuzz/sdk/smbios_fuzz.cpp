@@ -6,7 +6,7 @@
 #include "smbios.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto uuid = zop::FindSystemUuid({data, size});
+    const auto uuid = zop::ZopFindSystemUuid({data, size});
     if (uuid && std::search(data, data + size, uuid->begin(), uuid->end()) == data + size) std::abort();
     return 0;
 }

@@ -17,7 +17,7 @@ namespace {
 
 struct LogState {
     std::atomic<bool> initialized = false;  // never cleared again
-    LogFolder folder;                       // not written any more once initialized is set
+    ZopLogFolder folder;                    // not written any more once initialized is set
     zo::CriticalSection lock;               // one line at a time, the change of file included
     zo::AtomicOwned<zo::FileKind> file;
     unsigned dayOfFile = 0;  // under the lock; the day of the month, 0 before the first file
@@ -25,20 +25,20 @@ struct LogState {
 
 LogState logState;
 
-LogTime LocalTime() {
+ZopLogTime LocalTime() {
     SYSTEMTIME now{};
     GetLocalTime(&now);
     return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
 }
 
 // Under the log lock. A failed open is tried again at the next line.
-void WriteLine(const LogTime& time, std::uint32_t level, std::string_view message) {
+void WriteLine(const ZopLogTime& time, std::uint32_t level, std::string_view message) {
     if (time.day != logState.dayOfFile) logState.file.Reset();
     if (!logState.file) {
         logState.file.Reset(logState.folder.OpenFileOf(time));
         logState.dayOfFile = time.day;
     }
-    const std::string line = LogLine(time, level, message);
+    const std::string line = ZopLogLine(time, level, message);
     if (const HANDLE file = logState.file.Get(); file != zo::FileKind::None()) {
         DWORD written = 0;
         WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
@@ -57,21 +57,21 @@ void ZopLogInit() {
 }
 
 std::wstring ZopLogPath() {
-    LogFolder folder;
+    ZopLogFolder folder;
     folder.Find();
     return folder.PathOfFile(LocalTime());
 }
 
 void ZopLogWrite(std::uint32_t level, std::string_view message) {
     if (!logState.initialized) return;
-    const LogTime time = LocalTime();
+    const ZopLogTime time = LocalTime();
     const std::lock_guard guard(logState.lock);
     WriteLine(time, level, message);
 }
 
 void ZopLogWriteUnlessLocked(std::uint32_t level, std::string_view message) {
     if (!logState.initialized) return;
-    const LogTime time = LocalTime();
+    const ZopLogTime time = LocalTime();
     const std::unique_lock guard(logState.lock, std::try_to_lock);
     if (guard) WriteLine(time, level, message);
 }

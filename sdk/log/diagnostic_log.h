@@ -1,8 +1,8 @@
 #pragma once
 
 // The diagnostic log of the driver SDK: one UTF-8 file a day in the user's temporary folder, every line also sent to
-// the debugger. It is set up by the first ZoProtector_Initialize of the process; lines before that are dropped. No
-// failure of the log is reported to anybody: a log that stopped its caller would do more harm than a lost line.
+// the debugger. It is set up by the first ZoProtector_Initialize of the process; lines before that are dropped.
+// Failures of the log are not reported: a log that stopped its caller would do more harm than a lost line.
 //
 // The crash reporter and the signer do not write here; they report through their callers' callbacks.
 
@@ -23,8 +23,8 @@ inline constexpr std::uint32_t kLogInfo = 2;
 // call of a process does anything. Not for concurrent calls: ZoProtector_Initialize calls it under the SDK lock.
 void ZopLogInit();
 
-// The path of today's file, in the directory that ZopLogInit takes and makes. Opens nothing and needs no ZopLogInit: for
-// who examines whether there could be a log.
+// The path of today's file, in the directory that ZopLogInit takes and makes. Opens nothing and needs no ZopLogInit:
+// for checks whether the log can be written.
 [[nodiscard]] std::wstring ZopLogPath();
 
 // Writes one line, from any thread. message is UTF-8 and needs no line end.

@@ -33,7 +33,7 @@ std::uint64_t Ticks(const FILETIME& time) {
 
 }  // namespace
 
-void LogFolder::Find() {
+void ZopLogFolder::Find() {
     wchar_t temporary[MAX_PATH] = {};
     const DWORD length = GetTempPathW(MAX_PATH, temporary);
     if (length == 0 || length > MAX_PATH - 1) return;
@@ -45,12 +45,12 @@ void LogFolder::Find() {
     if (parent.Open(parent_) == ERROR_SUCCESS) CreateDirectoryW(folder_.c_str(), nullptr);
 }
 
-std::wstring LogFolder::PathOfFile(const LogTime& time) const {
-    const std::string name = LogFileName(time);
+std::wstring ZopLogFolder::PathOfFile(const ZopLogTime& time) const {
+    const std::string name = ZopLogFileName(time);
     return folder_ + std::wstring(name.begin(), name.end());
 }
 
-void LogFolder::DeleteOldFiles() const {
+void ZopLogFolder::DeleteOldFiles() const {
     if (!IsBelowTemporaryFolder()) return;
     const HeldLogFolders folders(parent_, folder_);
     if (!folders.held) return;
@@ -60,13 +60,13 @@ void LogFolder::DeleteOldFiles() const {
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
     do {
-        if (IsPastRetention(Ticks(now), Ticks(entry.ftLastWriteTime))) {
+        if (ZopIsPastRetention(Ticks(now), Ticks(entry.ftLastWriteTime))) {
             DeleteFileW((folder_ + L"\\" + entry.cFileName).c_str());  // a file in use stays until the next sweep
         }
     } while (FindNextFileW(search.Get(), &entry));
 }
 
-zo::OwnedFile LogFolder::OpenFileOf(const LogTime& time) const {
+zo::OwnedFile ZopLogFolder::OpenFileOf(const ZopLogTime& time) const {
     if (IsBelowTemporaryFolder()) {
         const HeldLogFolders folders(parent_, folder_);
         return folders.held ? OpenUnlessLink(PathOfFile(time)) : zo::OwnedFile();

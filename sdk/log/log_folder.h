@@ -10,19 +10,19 @@
 
 namespace zop {
 
-class LogFolder {
+class ZopLogFolder {
   public:
     // ZoProtector\Logs below the temporary folder, or the current folder where there is none. Makes it where it is
     // missing; when that fails, so does opening a file.
     void Find();
 
-    [[nodiscard]] std::wstring PathOfFile(const LogTime& time) const;
+    [[nodiscard]] std::wstring PathOfFile(const ZopLogTime& time) const;
 
     // Those that were last written more than seven days ago. Nothing in the current folder is deleted.
     void DeleteOldFiles() const;
 
     // For appending. Empty when the file cannot be opened, or is reached through a link.
-    [[nodiscard]] zo::OwnedFile OpenFileOf(const LogTime& time) const;
+    [[nodiscard]] zo::OwnedFile OpenFileOf(const ZopLogTime& time) const;
 
   private:
     [[nodiscard]] bool IsBelowTemporaryFolder() const noexcept { return !parent_.empty(); }

@@ -1,7 +1,7 @@
 #pragma once
 
-// How a line of the diagnostic log and the name of its daily file read. Pure: the time is an argument, so that the text
-// can be checked without a clock.
+// The text of a line of the diagnostic log, and the name of its daily file. Pure: the time is an argument, so that the
+// text can be checked without a clock.
 
 #include <cstdint>
 #include <string>
@@ -10,7 +10,7 @@
 namespace zop {
 
 // Local time.
-struct LogTime {
+struct ZopLogTime {
     unsigned year = 0;
     unsigned month = 0;
     unsigned day = 0;
@@ -21,13 +21,13 @@ struct LogTime {
 };
 
 // "[2024-03-05 09:07:03.042][WARN ] message", ended by CR and LF.
-[[nodiscard]] std::string LogLine(const LogTime& time, std::uint32_t level, std::string_view message);
+[[nodiscard]] std::string ZopLogLine(const ZopLogTime& time, std::uint32_t level, std::string_view message);
 
-// "\ZoProtector_20240305.log", to be put behind the log directory.
-[[nodiscard]] std::string LogFileName(const LogTime& time);
+// "\ZoProtector_20240305.log", to be appended to the log directory.
+[[nodiscard]] std::string ZopLogFileName(const ZopLogTime& time);
 
 // Whether a file of this age is deleted when the log is set up. Both times count 100 ns since 1601 (FILETIME); a file
 // from the future is kept.
-[[nodiscard]] bool IsPastRetention(std::uint64_t now, std::uint64_t lastWrite) noexcept;
+[[nodiscard]] bool ZopIsPastRetention(std::uint64_t now, std::uint64_t lastWrite) noexcept;
 
 }  // namespace zop

@@ -15,14 +15,14 @@
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using zop::SystemUuid;
+using zop::ZopSystemUuid;
 
-constexpr SystemUuid kUuid = {0x33, 0x22, 0x11, 0x00, 0x55, 0x44, 0x77, 0x66,
-                              0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
+constexpr ZopSystemUuid kUuid = {0x33, 0x22, 0x11, 0x00, 0x55, 0x44, 0x77, 0x66,
+                                 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
 constexpr std::size_t kAll = 0xFFFFFFFF;
 
-SystemUuid Filled(std::uint8_t value, std::uint8_t last) {
-    SystemUuid uuid{};
+ZopSystemUuid Filled(std::uint8_t value, std::uint8_t last) {
+    ZopSystemUuid uuid{};
     uuid.fill(value);
     uuid[15] = last;
     return uuid;
@@ -38,7 +38,7 @@ Bytes Structure(std::uint8_t type, std::uint8_t length, const std::string& strin
     return bytes;
 }
 
-Bytes System(const SystemUuid& uuid = kUuid, std::uint8_t length = 27) {
+Bytes System(const ZopSystemUuid& uuid = kUuid, std::uint8_t length = 27) {
     Bytes bytes = Structure(1, length, std::string("Maker\0Model\0", 12));
     std::copy_n(uuid.begin(), std::min<std::size_t>(uuid.size(), length - 8u), bytes.begin() + 8);
     return bytes;
@@ -60,11 +60,11 @@ Bytes Table(std::initializer_list<Bytes> structures, std::size_t missing = 0, st
 TEST(Smbios, TheUuidIsThatOfTheFirstSystemStructureThatCanHoldOne) {
     const Bytes bios = Structure(0, 24, std::string("Vendor\0Version\0", 15));
     const Bytes good = System();
-    const SystemUuid almostUnset = Filled(0xFF, 0xFE);
+    const ZopSystemUuid almostUnset = Filled(0xFF, 0xFE);
     const struct {
         const char* name;
         Bytes table;
-        std::optional<SystemUuid> uuid = std::nullopt;
+        std::optional<ZopSystemUuid> uuid = std::nullopt;
     } cases[] = {
         {"behind strings", Table({bios, good}), kUuid},
         {"behind the smallest structure", Table({Structure(9, 4), good}), kUuid},
@@ -90,15 +90,15 @@ TEST(Smbios, TheUuidIsThatOfTheFirstSystemStructureThatCanHoldOne) {
         {"UUID unset, another behind it", Table({System(Filled(0xFF, 0xFF)), good})},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(zop::FindSystemUuid(c.table), c.uuid) << c.name;
+        EXPECT_EQ(zop::ZopFindSystemUuid(c.table), c.uuid) << c.name;
 }
 
 TEST(RingReply, SizesAreCountedIn64Bits) {
-    EXPECT_EQ(zop::ReplySize(1076, 16384), 17'629'200u);
-    EXPECT_EQ(zop::ReplySize(2344, 0xFFFFFFFF), 10'067'403'339'496u);
+    EXPECT_EQ(zop::ZopReplySize(1076, 16384), 17'629'200u);
+    EXPECT_EQ(zop::ZopReplySize(2344, 0xFFFFFFFF), 10'067'403'339'496u);
     // The last capacity that 32 bits can tell, and the first that they cannot.
-    EXPECT_EQ(zop::LengthForDriver(zop::ReplySize(1076, 3'991'605)), 4'294'966'996u);
-    EXPECT_EQ(zop::LengthForDriver(zop::ReplySize(1076, 3'991'606)), 0xFFFFFFFFu);
+    EXPECT_EQ(zop::ZopLengthForDriver(zop::ZopReplySize(1076, 3'991'605)), 4'294'966'996u);
+    EXPECT_EQ(zop::ZopLengthForDriver(zop::ZopReplySize(1076, 3'991'606)), 0xFFFFFFFFu);
 }
 
 TEST(IdentifierText, SerialOffsetMustLieInsideWhatTheDeviceReturned) {
@@ -117,14 +117,14 @@ TEST(IdentifierText, SerialOffsetMustLieInsideWhatTheDeviceReturned) {
         std::memcpy(buffer.data() + 24, &c.offset, 4);
         std::memcpy(buffer.data() + 42, "  SER 1 ", 8);
         buffer[1023] = 'Z';
-        EXPECT_EQ(zop::SerialOfDescriptor(buffer, c.returned), c.serial) << c.offset << " " << c.returned;
+        EXPECT_EQ(zop::ZopSerialOfDescriptor(buffer, c.returned), c.serial) << c.offset << " " << c.returned;
     }
 }
 
 TEST(LogLine, HasAWordOfFiveCharactersForEveryLevel) {
     const char* words[] = {"ERROR", "WARN ", "INFO ", "DEBUG", "?????"};
     for (std::uint32_t level = 0; level < 5; ++level)
-        EXPECT_EQ(zop::LogLine({2024, 3, 5, 9, 7, 3, 42}, level, "a {} message"),
+        EXPECT_EQ(zop::ZopLogLine({2024, 3, 5, 9, 7, 3, 42}, level, "a {} message"),
                   std::string("[2024-03-05 09:07:03.042][") + words[level] + "] a {} message\r\n");
 }
 

@@ -19,7 +19,7 @@ SystemNames::SystemNames() {
 }
 
 NameForms::Converted SystemNames::ToNtPath(const std::string& path) const {
-    zop::NtPath nt = {};
+    zop::ZopNtPath nt = {};
     const std::int32_t status = zop::ZopConvertWin32PathToNtPath(zo::WideFromUtf8(path), nt);
     if (status >= 0) return {zo::Utf8FromWide(nt), {}};
     return {{},
@@ -28,7 +28,7 @@ NameForms::Converted SystemNames::ToNtPath(const std::string& path) const {
 }
 
 NameForms::Converted SystemNames::ToNtKey(const std::string& key) const {
-    zop::NtKeyName nt = {};
+    zop::ZopNtKeyName nt = {};
     const std::int32_t status = zop::ZopRegistryKeyToNtName(zo::WideFromUtf8(key), nt);
     if (status >= 0) return {zo::Utf8FromWide(nt), {}};
     return {{},
