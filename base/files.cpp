@@ -43,8 +43,8 @@ FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes, Sharing sh
     bytes.clear();
     const DWORD shared =
         sharing == Sharing::kRead ? FILE_SHARE_READ : FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const OwnedFile file(
-        CreateFileW(path, GENERIC_READ, shared, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const OwnedFile file(CreateFileW(LongForm(path).c_str(), GENERIC_READ, shared, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) return {Step::kOpen, GetLastError()};
 
     LARGE_INTEGER size{};
@@ -69,6 +69,11 @@ std::uint32_t WriteWhole(void* file, std::string_view bytes) {
     return written == bytes.size() ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
 }
 
+void RaiseFileSystemError(const char* operation, const std::filesystem::path& path, std::uint32_t error) {
+    throw std::filesystem::filesystem_error(operation, path,
+                                            std::error_code(static_cast<int>(error), std::system_category()));
+}
+
 bool Exists(const wchar_t* path, std::uint32_t& error) {
     error = ERROR_SUCCESS;
     if (GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES) return true;
@@ -88,10 +93,7 @@ bool Exists(const wchar_t* path, std::uint32_t& error) {
 bool Exists(const std::filesystem::path& path) {
     std::uint32_t error = 0;
     const bool there = Exists(path.c_str(), error);
-    if (error != 0) {
-        throw std::filesystem::filesystem_error("exists", path,
-                                                std::error_code(static_cast<int>(error), std::system_category()));
-    }
+    if (error != 0) RaiseFileSystemError("exists", path, error);
     return there;
 }
 
@@ -101,10 +103,8 @@ std::uint32_t TryCreateDirectories(const std::filesystem::path& folder) {
 }
 
 void CreateDirectories(const std::filesystem::path& folder) {
-    if (const std::uint32_t error = TryCreateDirectories(folder); error != ERROR_SUCCESS) {
-        throw std::filesystem::filesystem_error("create_directories", folder,
-                                                std::error_code(static_cast<int>(error), std::system_category()));
-    }
+    const std::uint32_t error = TryCreateDirectories(folder);
+    if (error != ERROR_SUCCESS) RaiseFileSystemError("create_directories", folder, error);
 }
 
 }  // namespace zo

@@ -23,12 +23,15 @@ struct FileReadResult {
 // What others may do with a file while it is read.
 enum class Sharing { kRead, kReadWriteDelete };
 
-// GENERIC_READ, one read of the file's whole size. A file that shrinks in between is a failed read. Files of 4 GiB and
+// GENERIC_READ, one read of the file's whole size; paths of any length. A file that shrinks in between is a failed read. Files of 4 GiB and
 // more are refused as a failed read (ERROR_FILE_TOO_LARGE).
 [[nodiscard]] FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes, Sharing sharing = Sharing::kRead);
 
 // One write of all the bytes to an open file (a HANDLE). Gives the Win32 error, 0 when done; writing less is a failure.
 [[nodiscard]] std::uint32_t WriteWhole(void* file, std::string_view bytes);
+
+// Raises std::filesystem::filesystem_error for the operation, the path and the Win32 error.
+[[noreturn]] void RaiseFileSystemError(const char* operation, const std::filesystem::path& path, std::uint32_t error);
 
 // Whether there is a file or folder at the path; `error` (Win32) is not 0 when that cannot be determined.
 [[nodiscard]] bool Exists(const wchar_t* path, std::uint32_t& error);

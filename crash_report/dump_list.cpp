@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
-#include <system_error>
 #include <tuple>
 
 #include "errors.h"
@@ -68,8 +67,7 @@ DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uin
         TakeIfNew(found, folderPath, stored, sizeLimit, list);
     while (FindNextFileW(search.Get(), &found));
     if (const DWORD error = GetLastError(); error != ERROR_NO_MORE_FILES) {
-        throw std::filesystem::filesystem_error("directory_iterator::operator++", folderPath,
-                                                std::error_code(static_cast<int>(error), std::system_category()));
+        zo::RaiseFileSystemError("directory_iterator::operator++", folderPath, error);
     }
     // Ties are ordered by name, so that the order does not depend on the file system.
     std::sort(list.entries.begin(), list.entries.end(), [](const DumpEntry& a, const DumpEntry& b) {
