@@ -8,6 +8,7 @@
 #include "cng.h"
 #include "errors.h"
 #include "files.h"
+#include "key_blob.h"
 #include "message_beginnings.h"
 #include "private_access.h"
 #include "tree_path.h"
@@ -17,8 +18,6 @@ namespace zosigner {
 
 namespace {
 
-constexpr std::wstring_view kPrivateName = L"private.rsakey";
-constexpr std::wstring_view kPublicName = L"public.rsakey";
 constexpr ULONG kKeyBits = 2048;
 
 // A private key is not left behind in freed memory.
@@ -30,73 +29,95 @@ struct KeyBlob : std::vector<std::uint8_t> {
 };
 
 // A file that cannot be opened or read counts as absent.
-bool ReadKeyFile(const wchar_t* keystore, std::wstring_view name, KeyBlob& blob) {
+bool ReadKeyFile(const std::wstring& path, KeyBlob& blob) {
     std::string bytes;
-    if (!zo::ReadWholeFile(LongForm(JoinPath(keystore, name).c_str()).c_str(), bytes)) return false;
+    if (!zo::ReadWholeFile(path.c_str(), bytes)) return false;
     blob.assign(bytes.begin(), bytes.end());
     SecureZeroMemory(bytes.data(), bytes.size());
     return true;
 }
 
-// Replaces the file. Gives the Win32 error, 0 when done.
-std::uint32_t WriteKeyFile(const wchar_t* keystore, std::wstring_view name, const KeyBlob& blob, bool isPrivate) {
-    const std::wstring path = JoinPath(keystore, name);
-    zo::CreateDirectories(std::filesystem::path(path).parent_path());
-    const std::wstring longPath = LongForm(path.c_str());
-    const auto create = [&longPath](DWORD access) {
-        return CreateFileW(longPath.c_str(), access, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    };
-    zo::OwnedFile file;
-    if (isPrivate) file.Reset(create(GENERIC_WRITE | WRITE_DAC));
-    if (file) {
-        // Before the first byte: the key is at no time readable by others, not even where it replaces a file that was.
-        RestrictAccess(file.Get());
-    } else {
-        // Whoever may replace another's file, but not its access list, replaces it all the same.
-        file.Reset(create(GENERIC_WRITE));
-    }
+// Gives the Win32 error, 0 when done.
+std::uint32_t WriteKey(const zo::OwnedFile& file, const KeyBlob& blob) {
     if (!file) return GetLastError();
     return zo::WriteWhole(file.Get(), {reinterpret_cast<const char*>(blob.data()), blob.size()});
 }
 
+zo::OwnedFile CreateKeyFile(const std::wstring& path, DWORD access, DWORD disposition,
+                            SECURITY_ATTRIBUTES* attributes = nullptr) {
+    return zo::OwnedFile(CreateFileW(path.c_str(), access, 0, attributes, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+std::uint32_t WritePublicKey(const std::wstring& path, const KeyBlob& blob) {
+    return WriteKey(CreateKeyFile(path, GENERIC_WRITE, CREATE_ALWAYS), blob);
+}
+
+// The access list is in force before the first byte is written, so that others can at no time read the key, not even
+// where it replaces an older file.
+std::uint32_t WritePrivateKey(const std::wstring& path, const KeyBlob& blob) {
+    PrivateAccess access;
+    if (const auto file = CreateKeyFile(path, GENERIC_WRITE | WRITE_DAC, CREATE_ALWAYS, access.ForNewFile())) {
+        access.Restrict(file.Get());
+        return WriteKey(file, blob);
+    }
+    const std::uint32_t error = GetLastError();
+    if (error != ERROR_ACCESS_DENIED) return error;
+    // A file that keeps its access list must not get the key: others may read it. A new one gets a list as it is
+    // created.
+    if (!DeleteFileW(path.c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND) return error;
+    return WriteKey(CreateKeyFile(path, GENERIC_WRITE, CREATE_NEW, access.ForNewFile()), blob);
+}
+
 }  // namespace
+
+Keystore::Keystore(const wchar_t* folder)
+    : given_(folder),
+      privateFile_(LongForm(JoinPath(folder, L"private.rsakey").c_str())),
+      publicFile_(LongForm(JoinPath(folder, L"public.rsakey").c_str())) {}
+
+void Keystore::CreateFolder() const {
+    zo::CreateDirectories(given_);
+}
 
 std::int32_t SigningKey::OpenProvider() {
     if (provider_) return 0;
     return BCryptOpenAlgorithmProvider(provider_.Out(), BCRYPT_RSA_ALGORITHM, nullptr, 0);
 }
 
-std::int32_t SigningKey::Import(const wchar_t* blobType, std::span<const std::uint8_t> blob) {
+std::int32_t SigningKey::Import(KeyBlobKind kind, std::span<const std::uint8_t> blob) {
+    key_.Reset();
+    if (const std::int32_t status = CheckKeyBlob(blob, kind); status < 0) return status;
     if (const std::int32_t status = OpenProvider(); status < 0) return status;
     // CNG does not write to the blob.
-    return BCryptImportKeyPair(provider_.Get(), nullptr, blobType, key_.Out(), const_cast<PUCHAR>(blob.data()),
+    const wchar_t* type = kind == KeyBlobKind::kPublic ? BCRYPT_RSAPUBLIC_BLOB : BCRYPT_RSAFULLPRIVATE_BLOB;
+    return BCryptImportKeyPair(provider_.Get(), nullptr, type, key_.Out(), const_cast<PUCHAR>(blob.data()),
                                static_cast<ULONG>(blob.size()), 0);
 }
 
-bool SigningKey::LoadForSigning(const wchar_t* keystore, const Report& report) {
+bool SigningKey::LoadForSigning(const Keystore& keystore, const Report& report) {
     KeyBlob blob;
-    if (!ReadKeyFile(keystore, kPrivateName, blob)) return false;
-    const std::int32_t status = Import(BCRYPT_RSAFULLPRIVATE_BLOB, blob);
+    if (!ReadKeyFile(keystore.PrivateFile(), blob)) return false;
+    const std::int32_t status = Import(KeyBlobKind::kFullPrivate, blob);
     if (status < 0) report.Error("ImportPrivateKey -> NTSTATUS 0x{:08X}", zo::Bits(status));
     return status >= 0;
 }
 
-bool SigningKey::LoadForVerification(const wchar_t* keystore, const Report& report) {
+bool SigningKey::LoadForVerification(const Keystore& keystore, const Report& report) {
     KeyBlob blob;
-    if (ReadKeyFile(keystore, kPublicName, blob)) {
-        const std::int32_t status = Import(BCRYPT_RSAPUBLIC_BLOB, blob);
+    if (ReadKeyFile(keystore.PublicFile(), blob)) {
+        const std::int32_t status = Import(KeyBlobKind::kPublic, blob);
         if (status < 0) report.Error("ImportPublicKey -> NTSTATUS 0x{:08X}", zo::Bits(status));
         return status >= 0;
     }
-    if (!ReadKeyFile(keystore, kPrivateName, blob)) return false;
-    const std::int32_t status = Import(BCRYPT_RSAFULLPRIVATE_BLOB, blob);
+    if (!ReadKeyFile(keystore.PrivateFile(), blob)) return false;
+    const std::int32_t status = Import(KeyBlobKind::kFullPrivate, blob);
     if (status < 0) report.Error("ImportPrivateKey(forVerify) -> NTSTATUS 0x{:08X}", zo::Bits(status));
     return status >= 0;
 }
 
-std::int32_t SigningKey::Ensure(const wchar_t* keystore, const Report& report) {
+std::int32_t SigningKey::Ensure(const Keystore& keystore, const Report& report) {
     if (LoadForSigning(keystore, report)) return zo::kOk;
-    report.Info("No private key at '{}', generating fresh pair...", zo::Utf8FromWide(keystore));
+    report.Info("No private key at '{}', generating fresh pair...", zo::Utf8FromWide(keystore.Given()));
     if (const std::int32_t status = Generate(); status < 0) {
         report.Error("GenerateKeyPair -> NTSTATUS 0x{:08X}", zo::Bits(status));
         return zo::HresultFromNtStatus(status);
@@ -104,14 +125,14 @@ std::int32_t SigningKey::Ensure(const wchar_t* keystore, const Report& report) {
     return Save(keystore, report) ? zo::kOk : zo::HresultFromWin32(ERROR_WRITE_FAULT);
 }
 
-std::int32_t SigningKey::ImportBlob(std::span<const std::uint8_t> blob, bool isPrivate, const Report& report) {
+std::int32_t SigningKey::ImportBlob(std::span<const std::uint8_t> blob, KeyBlobKind kind, const Report& report) {
     if (blob.empty()) {
         report.Error("key blob is empty");
         return zo::kInvalidArgument;
     }
-    const std::int32_t status = Import(isPrivate ? BCRYPT_RSAFULLPRIVATE_BLOB : BCRYPT_RSAPUBLIC_BLOB, blob);
+    const std::int32_t status = Import(kind, blob);
     if (status >= 0) return zo::kOk;
-    if (!isPrivate && Import(BCRYPT_RSAFULLPRIVATE_BLOB, blob) >= 0) return zo::kOk;
+    if (kind == KeyBlobKind::kPublic && Import(KeyBlobKind::kFullPrivate, blob) >= 0) return zo::kOk;
     report.Error("{}-> NTSTATUS 0x{:08X}", kKeyImportFailed, zo::Bits(status));
     return zo::HresultFromNtStatus(status);
 }
@@ -124,7 +145,7 @@ std::int32_t SigningKey::Generate() {
     return BCryptFinalizeKeyPair(key_.Get(), 0);
 }
 
-bool SigningKey::Save(const wchar_t* keystore, const Report& report) const {
+bool SigningKey::Save(const Keystore& keystore, const Report& report) const {
     KeyBlob privateBlob;
     if (const std::int32_t status = zo::ExportKey(key_.Get(), BCRYPT_RSAFULLPRIVATE_BLOB, privateBlob); status < 0) {
         report.Error("ExportPrivate -> NTSTATUS 0x{:08X}", zo::Bits(status));
@@ -135,17 +156,18 @@ bool SigningKey::Save(const wchar_t* keystore, const Report& report) const {
         report.Error("ExportPublic -> NTSTATUS 0x{:08X}", zo::Bits(status));
         return false;
     }
-    if (const std::uint32_t error = WriteKeyFile(keystore, kPrivateName, privateBlob, true); error != ERROR_SUCCESS) {
+    keystore.CreateFolder();
+    if (const std::uint32_t error = WritePrivateKey(keystore.PrivateFile(), privateBlob); error != ERROR_SUCCESS) {
         report.Error("Write private key -> Win32 {}", error);
         return false;
     }
-    if (const std::uint32_t error = WriteKeyFile(keystore, kPublicName, publicBlob, false); error != ERROR_SUCCESS) {
+    if (const std::uint32_t error = WritePublicKey(keystore.PublicFile(), publicBlob); error != ERROR_SUCCESS) {
         report.Error("Write public key -> Win32 {}", error);
         return false;
     }
-    // Keeps the key out of search indexes; a file system that cannot say so is no failure.
-    static_cast<void>(SetFileAttributesW(LongForm(JoinPath(keystore, kPrivateName).c_str()).c_str(),
-                                         FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_NORMAL));
+    // Keeps the key out of search indexes; not every file system can, so a failure does not count.
+    static_cast<void>(
+        SetFileAttributesW(keystore.PrivateFile().c_str(), FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_NORMAL));
     return true;
 }
 
@@ -163,13 +185,13 @@ extern "C" int32_t ZoSigner_GenerateKeyPair(const wchar_t* keystore) {
     if (keystore == nullptr || keystore[0] == L'\0') return zo::kInvalidArgument;
     zosigner::SigningKey key;
     if (const std::int32_t status = key.Generate(); status < 0) return zo::HresultFromNtStatus(status);
-    return key.Save(keystore, {}) ? zo::kOk : zo::HresultFromWin32(ERROR_WRITE_FAULT);
+    return key.Save(zosigner::Keystore(keystore), {}) ? zo::kOk : zo::HresultFromWin32(ERROR_WRITE_FAULT);
 }
 
 extern "C" int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t thumbprint[32]) {
     if (keystore == nullptr || thumbprint == nullptr) return zo::kInvalidArgument;
     zosigner::SigningKey key;
-    if (!key.LoadForVerification(keystore, {})) return ZOSIG_E_NO_KEY;
+    if (!key.LoadForVerification(zosigner::Keystore(keystore), {})) return ZOSIG_E_NO_KEY;
     zo::Hasher sha256(BCRYPT_SHA256_ALGORITHM);
     std::ranges::copy(key.PublicThumbprint(sha256), thumbprint);
     return zo::kOk;

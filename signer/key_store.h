@@ -5,13 +5,33 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "cng.h"
+#include "key_blob.h"
 #include "manifest_text.h"
 #include "owned_handles.h"
 #include "report.h"
 
 namespace zosigner {
+
+// The folder as the caller named it, and its two files.
+class Keystore {
+  public:
+    explicit Keystore(const wchar_t* folder);
+
+    [[nodiscard]] const wchar_t* Given() const { return given_; }
+    [[nodiscard]] const std::wstring& PrivateFile() const { return privateFile_; }  // both in long form
+    [[nodiscard]] const std::wstring& PublicFile() const { return publicFile_; }
+
+    // With its ancestors, where they are missing. Raises std::filesystem::filesystem_error("create_directories", ...).
+    void CreateFolder() const;
+
+  private:
+    const wchar_t* given_;
+    std::wstring privateFile_;
+    std::wstring publicFile_;
+};
 
 // One operation's key. The RSA provider is opened by the first routine that needs it. A failed import leaves no key.
 class SigningKey {
@@ -19,24 +39,24 @@ class SigningKey {
     [[nodiscard]] BCRYPT_KEY_HANDLE Get() const { return key_.Get(); }
 
     // The private key of the keystore. False without a word when there is none.
-    [[nodiscard]] bool LoadForSigning(const wchar_t* keystore, const Report& report);
+    [[nodiscard]] bool LoadForSigning(const Keystore& keystore, const Report& report);
     // The public key, or the private one where there is no public file; a public file that does not import is final.
-    [[nodiscard]] bool LoadForVerification(const wchar_t* keystore, const Report& report);
+    [[nodiscard]] bool LoadForVerification(const Keystore& keystore, const Report& report);
     // Loads the private key, or makes and saves a fresh pair where there is none that imports.
-    [[nodiscard]] std::int32_t Ensure(const wchar_t* keystore, const Report& report);
+    [[nodiscard]] std::int32_t Ensure(const Keystore& keystore, const Report& report);
     // A key of the caller's. Where a public key is wanted, a full private one does as well.
-    [[nodiscard]] std::int32_t ImportBlob(std::span<const std::uint8_t> blob, bool isPrivate, const Report& report);
+    [[nodiscard]] std::int32_t ImportBlob(std::span<const std::uint8_t> blob, KeyBlobKind kind, const Report& report);
 
     // A fresh pair; gives an NTSTATUS.
     [[nodiscard]] std::int32_t Generate();
-    [[nodiscard]] bool Save(const wchar_t* keystore, const Report& report) const;
+    [[nodiscard]] bool Save(const Keystore& keystore, const Report& report) const;
 
     // SHA-256 of the public blob; all zero when it cannot be taken, which matches no real thumbprint.
     [[nodiscard]] Thumbprint PublicThumbprint(zo::Hasher& sha256) const;
 
   private:
     [[nodiscard]] std::int32_t OpenProvider();
-    [[nodiscard]] std::int32_t Import(const wchar_t* blobType, std::span<const std::uint8_t> blob);
+    [[nodiscard]] std::int32_t Import(KeyBlobKind kind, std::span<const std::uint8_t> blob);
 
     zo::OwnedAlgorithm provider_;
     zo::OwnedCryptoKey key_;  // destroyed before its provider

@@ -1,8 +1,5 @@
 #include "private_access.h"
 
-#include <array>
-#include <cstddef>
-
 #include "owned_handles.h"
 
 namespace zosigner {
@@ -37,32 +34,30 @@ bool FillUser(SidBuffer& sid) {
 
 }  // namespace
 
-void RestrictAccess(HANDLE file) {
+PrivateAccess::PrivateAccess() : complete_(Fill()) {}
+
+bool PrivateAccess::Fill() {
     SidBuffer user;
     SidBuffer localSystem;
     SidBuffer administrators;
     if (!FillUser(user) || !localSystem.FillWellKnown(WinLocalSystemSid) ||
         !administrators.FillWellKnown(WinBuiltinAdministratorsSid)) {
-        return;
+        return false;
     }
-
-    constexpr std::size_t kAclSize = sizeof(ACL) + 3 * (sizeof(ACCESS_ALLOWED_ACE) + SECURITY_MAX_SID_SIZE);
-    alignas(ACL) std::array<std::byte, kAclSize> storage{};
-    auto* acl = reinterpret_cast<ACL*>(storage.data());
-    if (!InitializeAcl(acl, static_cast<DWORD>(storage.size()), ACL_REVISION)) return;
+    auto* acl = reinterpret_cast<ACL*>(acl_.data());
+    if (!InitializeAcl(acl, static_cast<DWORD>(acl_.size()), ACL_REVISION)) return false;
     for (SidBuffer* sid : {&user, &localSystem, &administrators}) {
-        if (!AddAccessAllowedAce(acl, ACL_REVISION, FILE_ALL_ACCESS, sid->Get())) return;
+        if (!AddAccessAllowedAce(acl, ACL_REVISION, FILE_ALL_ACCESS, sid->Get())) return false;
     }
+    return InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) &&
+           SetSecurityDescriptorDacl(&descriptor_, TRUE, acl, FALSE) &&
+           SetSecurityDescriptorControl(&descriptor_, SE_DACL_PROTECTED, SE_DACL_PROTECTED);
+}
 
-    SECURITY_DESCRIPTOR descriptor{};
-    if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION) ||
-        !SetSecurityDescriptorDacl(&descriptor, TRUE, acl, FALSE) ||
-        !SetSecurityDescriptorControl(&descriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED)) {
-        return;
-    }
-    // A file system without access lists refuses; the key is then as safe as the folder that its owner chose.
+void PrivateAccess::Restrict(HANDLE file) {
+    if (!complete_) return;
     static_cast<void>(
-        SetKernelObjectSecurity(file, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, &descriptor));
+        SetKernelObjectSecurity(file, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, &descriptor_));
 }
 
 }  // namespace zosigner
