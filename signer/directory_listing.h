@@ -1,11 +1,10 @@
 #pragma once
 
 // One directory's contents, straight from its listing: names, attributes, sizes and times come without a call for
-// each item. And the identity of a file, by which the manifest is recognised whatever its spelling.
+// each item.
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 #include "io_buffer.h"
@@ -43,31 +42,6 @@ class DirectoryListing {
     zo::OwnedFile directory_;
     bool begun_ = false;
     std::uint32_t error_ = 0;
-};
-
-// A file as such: two paths are the same file when their volume and file number are.
-class FileIdentity {
-  public:
-    // Of a file that need not exist; then no item is it. Nothing is looked at before the first item, and the path must
-    // stay until then.
-    explicit FileIdentity(const wchar_t* path) : given_(path) {}
-    ~FileIdentity() = default;
-    FileIdentity(const FileIdentity&) = delete;
-    FileIdentity& operator=(const FileIdentity&) = delete;
-
-    // Whether the listed item can be this file: nearly all are ruled out by what the listing says of them, for asking
-    // the platform for a file's number takes longer than hashing a small one. What is left is settled by Is.
-    [[nodiscard]] bool MayBe(const DirectoryItem& item);
-    [[nodiscard]] bool Is(const wchar_t* path) const;
-
-  private:
-    void Look();
-
-    const wchar_t* given_;  // null once looked at
-    std::wstring path_;
-    std::wstring_view name_;  // within the path
-    WIN32_FILE_ATTRIBUTE_DATA data_{};
-    bool exists_ = false;
 };
 
 }  // namespace zosigner

@@ -30,7 +30,7 @@ std::int32_t BadManifest(const Report& report, const std::string& fault) {
 }
 
 std::int32_t ReadBytes(const wchar_t* path, const Report& report, std::string& bytes) {
-    const zo::FileReadResult read = zo::ReadWholeFile(LongForm(path).c_str(), bytes);
+    const zo::FileReadResult read = zo::ReadWholeFile(path, bytes);
     if (read) return zo::kOk;
     if (read.failedAt == zo::FileReadResult::Step::kOpen) {
         report.Error("Open manifest -> Win32 {}", read.error);

@@ -16,18 +16,22 @@ inline constexpr std::string_view kInvalidSignature = "[BAD ] signature invalid:
 inline constexpr std::string_view kExtraLink = "[XTRA] new mklink (reparse point) created in sealed dir: ";
 inline constexpr std::string_view kExtraFolder = "[XTRA] unexpected dir  in sealed dir: ";
 inline constexpr std::string_view kExtraFile = "[XTRA] unexpected file in sealed dir: ";
+inline constexpr std::string_view kUnseenFolder = "cannot list sealed dir '";
 
 // Signing.
 inline constexpr std::string_view kSkippedLink = "skipping reparse point: ";
 inline constexpr std::string_view kHashFailed = "hash '";
 inline constexpr std::string_view kSignFailed = "sign '";
+inline constexpr std::string_view kControlCharacterName = "name with control characters: ";
+inline constexpr std::string_view kNotUtf16Name = "name that is not valid UTF-16: ";
 inline constexpr std::string_view kListingFailed = "iter: ";  // the error's text follows, no path
 inline constexpr std::string_view kFilesFound = "Found ";     // the number of files follows
 
 // A key blob that is not one, before either.
 inline constexpr std::string_view kKeyImportFailed = "ImportKeyBlob ";
 
-// What follows the path of kInvalidSignature, and that of kHashFailed and kSignFailed.
+// What follows the path of kUnseenFolder; of kInvalidSignature; of kHashFailed and kSignFailed.
+inline constexpr std::string_view kBeforeErrorText = "': ";
 inline constexpr std::string_view kBeforeSignatureStatus = " (0x";
 inline constexpr std::string_view kBeforeStatus = "' -> 0x";
 

@@ -3,18 +3,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
 #include "cng.h"
-#include "directory_listing.h"
-#include "error_text.h"
 #include "errors.h"
 #include "file_hash.h"
+#include "file_identity.h"
 #include "key_store.h"
 #include "manifest_file.h"
 #include "message_beginnings.h"
+#include "options.h"
 #include "report.h"
 #include "tree_path.h"
 #include "walk.h"
@@ -28,16 +27,6 @@ static_assert(sizeof(ZoSignerSignResult) == 48 && offsetof(ZoSignerSignResult, t
 namespace zosigner {
 
 namespace {
-
-bool HasBlob(const ZoSignerSignOptions& options) {
-    return options.keyBlob != nullptr && options.keyBlobSize != 0;
-}
-
-std::int32_t CheckOptions(const ZoSignerSignOptions* options) {
-    if (options == nullptr || options->root == nullptr || options->manifest == nullptr) return zo::kInvalidArgument;
-    const bool hasKeystore = options->keystore != nullptr && options->keystore[0] != L'\0';
-    return hasKeystore || HasBlob(*options) ? zo::kOk : zo::kInvalidArgument;
-}
 
 std::uint64_t Now() {
     FILETIME time{};
@@ -75,16 +64,13 @@ std::uint32_t Count(const List& list, Predicate predicate) {
 std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result) {
     const Report report(options.logCallback, options.logContext);
     SigningKey key;
-    const std::int32_t keyStatus = HasBlob(options)
-                                       ? key.ImportBlob(std::span(options.keyBlob, options.keyBlobSize), true, report)
-                                       : key.Ensure(options.keystore, report);
+    const std::int32_t keyStatus = HasKeyBlob(options)
+                                       ? key.ImportBlob(KeyBlobOf(options), KeyBlobKind::kFullPrivate, report)
+                                       : key.Ensure(Keystore(options.keystore), report);
     if (keyStatus < 0) return keyStatus;
 
     TreeRoot root;
-    if (const std::uint32_t error = root.Resolve(options.root); error != ERROR_SUCCESS) {
-        report.Error("resolve root: {}", zo::ErrorText(error));
-        return zo::kInvalidArgument;
-    }
+    if (!root.Resolve(options.root, report)) return zo::kInvalidArgument;
     Manifest manifest;
     manifest.root = root.Shown();
     zo::Hasher sha256(BCRYPT_SHA256_ALGORITHM);
@@ -93,7 +79,7 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
 
     report.Info("Walking '{}' ...", root.Shown());
     IoBuffer buffer;
-    FileIdentity manifestFile(options.manifest);
+    const FileIdentity manifestFile(options.manifest);
     if (!Walk(root, manifestFile, report, buffer, manifest.directories, manifest.entries)) return zo::kFail;
     if (const std::int32_t status =
             DecideSeals(options.sealMode, options.sealCallback, options.sealContext, manifest.directories);
@@ -126,7 +112,7 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
 }  // namespace zosigner
 
 extern "C" int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSignerSignResult* result) {
-    if (const std::int32_t status = zosigner::CheckOptions(options); status < 0) return status;
+    if (!zosigner::HasPaths(options) || !zosigner::HasKey(*options)) return zo::kInvalidArgument;
     if (result != nullptr) *result = {};
     return zosigner::Sign(*options, result);
 }

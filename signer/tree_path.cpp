@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "error_text.h"
 #include "manifest_text.h"
 #include "text.h"
 
@@ -33,12 +34,15 @@ std::string JoinRelative(std::string_view directory, std::string_view name) {
     return path;
 }
 
-std::uint32_t TreeRoot::Resolve(const wchar_t* folder) {
+bool TreeRoot::Resolve(const wchar_t* folder, const Report& report) {
     std::wstring full;
-    if (const std::uint32_t error = zo::FullPath(folder, full); error != ERROR_SUCCESS) return error;
+    if (const std::uint32_t error = zo::FullPath(folder, full); error != ERROR_SUCCESS) {
+        report.Error("resolve root: {}", zo::ErrorText(error));
+        return false;
+    }
     shown_ = zo::Utf8FromWide(full);
     long_ = zo::WithLongPrefix(full);
-    return ERROR_SUCCESS;
+    return true;
 }
 
 std::string TreeRoot::Shown(std::string_view relative) const {

@@ -4,11 +4,11 @@
 // length limit holds and trailing dots and blanks stay part of a name; the ordinary form, which messages show; and the
 // relative form of manifests, UTF-8 with "/".
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "long_path.h"
+#include "report.h"
 
 namespace zosigner {
 
@@ -22,8 +22,8 @@ using zo::LongForm;
 
 class TreeRoot {
   public:
-    // Makes the folder absolute. Gives the Win32 error, 0 when done.
-    [[nodiscard]] std::uint32_t Resolve(const wchar_t* folder);
+    // Makes the folder absolute. False when that fails, which is reported.
+    [[nodiscard]] bool Resolve(const wchar_t* folder, const Report& report);
 
     // UTF-8, as resolved.
     [[nodiscard]] const std::string& Shown() const { return shown_; }

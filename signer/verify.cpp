@@ -3,10 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <filesystem>
-#include <span>
 #include <string>
-#include <system_error>
 #include <unordered_set>
 #include <vector>
 
@@ -16,10 +13,13 @@
 #include "error_text.h"
 #include "errors.h"
 #include "file_hash.h"
+#include "file_identity.h"
 #include "hex.h"
+#include "item_name.h"
 #include "key_store.h"
 #include "manifest_file.h"
 #include "message_beginnings.h"
+#include "options.h"
 #include "report.h"
 #include "tree_path.h"
 #include "zosigner.h"
@@ -32,25 +32,22 @@ namespace zosigner {
 
 namespace {
 
-bool HasBlob(const ZoSignerVerifyOptions& options) {
-    return options.keyBlob != nullptr && options.keyBlobSize != 0;
-}
-
 std::int32_t LoadKey(const ZoSignerVerifyOptions& options, const Report& report, SigningKey& key) {
-    if (HasBlob(options)) return key.ImportBlob(std::span(options.keyBlob, options.keyBlobSize), false, report);
-    if (key.LoadForVerification(options.keystore, report)) return zo::kOk;
+    if (HasKeyBlob(options)) return key.ImportBlob(KeyBlobOf(options), KeyBlobKind::kPublic, report);
+    if (key.LoadForVerification(Keystore(options.keystore), report)) return zo::kOk;
     report.Error("cannot load public key from '{}'", zo::Utf8FromWide(options.keystore));
     return ZOSIG_E_NO_KEY;
 }
 
 class Verifier {
   public:
-    Verifier(const TreeRoot& root, const ListedTree& tree, FileIdentity& manifestFile, const SigningKey& key,
+    Verifier(const TreeRoot& root, const ListedTree& tree, const FileIdentity& manifestFile, const SigningKey& key,
              zo::Hasher& sha256, const Report& report)
         : root_(root), tree_(tree), manifestFile_(manifestFile), key_(key), report_(report), hasher_(sha256, buffer_) {}
 
-    // Fills all of the result but the thumbprint.
-    void Run(ZoSignerVerifyResult& result) {
+    // Fills all of the result but the thumbprint. Gives the Win32 error of the first sealed directory that could not be
+    // listed to its end, 0 when all were.
+    [[nodiscard]] std::uint32_t Run(ZoSignerVerifyResult& result) {
         for (const ListedEntry& entry : tree_.entries) {
             ++(result.*(entry.anchor ? CheckAnchor(entry) : CheckFile(entry)));
         }
@@ -59,6 +56,7 @@ class Verifier {
             if (directory.sealed) result.extra += CountExtra(directory.path);
         }
         result.directories = static_cast<std::uint32_t>(tree_.directories.size());
+        return unseenError_;
     }
 
   private:
@@ -107,30 +105,40 @@ class Verifier {
 
     [[nodiscard]] std::uint32_t CountExtra(std::string_view directory) {
         const std::wstring path = root_.Long(directory);
-        if (const std::uint32_t error = listing_.Open(path.c_str(), true); error != ERROR_SUCCESS) {
-            // One that has vanished has no contents to be unexpected; what was listed in it is missing already.
-            const DWORD attributes = GetFileAttributesW(path.c_str());
-            const bool there = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-            if (there) ThrowUnseen(path, error);
-            return 0;
-        }
         std::uint32_t extra = 0;
-        DirectoryItem item;
-        while (listing_.Next(item)) {
-            const std::string relative = JoinRelative(directory, zo::Utf8FromWide(item.name));
-            if (listed_.contains(relative)) continue;
-            if (manifestFile_.MayBe(item) && manifestFile_.Is(JoinPath(path, item.name).c_str())) continue;
-            ReportExtra(item, root_.Shown(relative));
-            ++extra;
+        std::uint32_t error = listing_.Open(path.c_str(), true);
+        if (error == ERROR_SUCCESS) {
+            DirectoryItem item;
+            while (listing_.Next(item)) {
+                const std::string relative = JoinRelative(directory, zo::Utf8FromWide(item.name));
+                if (IsListed(item.name, relative)) continue;
+                if (manifestFile_.MayBe(item) && manifestFile_.Is(JoinPath(path, item.name), item)) continue;
+                ReportExtra(item, root_.Shown(relative));
+                ++extra;
+            }
+            error = listing_.Error();
         }
-        if (const std::uint32_t error = listing_.Error(); error != ERROR_SUCCESS) ThrowUnseen(path, error);
+        if (error != ERROR_SUCCESS && !HasVanished(path, error)) ReportUnseen(directory, error);
         return extra;
     }
 
-    // What could not be seen must not pass as sealed.
-    [[noreturn]] static void ThrowUnseen(const std::wstring& path, std::uint32_t error) {
-        throw std::filesystem::filesystem_error("directory_iterator", path,
-                                                std::error_code(static_cast<int>(error), std::system_category()));
+    // A name that no manifest can list may look like a listed one once it is converted.
+    [[nodiscard]] bool IsListed(std::wstring_view name, const std::string& relative) const {
+        return listed_.contains(relative) && FaultOf(name) == NameFault::kNone;
+    }
+
+    // A directory that is not there has no unexpected items; what was listed in it counts as missing already.
+    [[nodiscard]] static bool HasVanished(const std::wstring& path, std::uint32_t error) {
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return true;
+        const DWORD attributes = GetFileAttributesW(path.c_str());
+        return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    }
+
+    // What could not be seen may hold anything, so it must not pass as sealed.
+    void ReportUnseen(std::string_view directory, std::uint32_t error) {
+        const std::string shown = directory == kRootDirectory ? root_.Shown() : root_.Shown(directory);
+        report_.Error("{}{}{}{}", kUnseenFolder, shown, kBeforeErrorText, zo::ErrorText(error));
+        if (unseenError_ == ERROR_SUCCESS) unseenError_ = error;
     }
 
     void ReportExtra(const DirectoryItem& item, const std::string& shown) const {
@@ -142,7 +150,7 @@ class Verifier {
 
     const TreeRoot& root_;
     const ListedTree& tree_;
-    FileIdentity& manifestFile_;
+    const FileIdentity& manifestFile_;
     const SigningKey& key_;
     const Report& report_;
     IoBuffer buffer_;
@@ -150,6 +158,7 @@ class Verifier {
     DirectoryListing listing_{buffer_};
     std::vector<std::uint8_t> signature_;
     std::unordered_set<std::string_view> listed_;
+    std::uint32_t unseenError_ = ERROR_SUCCESS;
 };
 
 bool ThumbprintsMatch(const Thumbprint& ofManifest, const Thumbprint& ofKey, const Report& report) {
@@ -160,13 +169,8 @@ bool ThumbprintsMatch(const Thumbprint& ofManifest, const Thumbprint& ofKey, con
     return false;
 }
 
-bool HasRequiredPaths(const ZoSignerVerifyOptions* options) {
-    return options != nullptr && options->root != nullptr && options->manifest != nullptr;
-}
-
 std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* result) {
-    const bool hasKeystore = options.keystore != nullptr && options.keystore[0] != L'\0';
-    if (!hasKeystore && !HasBlob(options)) return zo::kInvalidArgument;
+    if (!HasKey(options)) return zo::kInvalidArgument;
     ZoSignerVerifyResult unused;
     ZoSignerVerifyResult& filled = result != nullptr ? *result : unused;
     filled = {};
@@ -186,14 +190,12 @@ std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* 
 
     // The caller's root, not the manifest's: a sealed tree can be moved.
     TreeRoot root;
-    if (const std::uint32_t error = root.Resolve(options.root); error != ERROR_SUCCESS) {
-        report.Error("resolve root: {}", zo::ErrorText(error));
-        return zo::kInvalidArgument;
-    }
-    FileIdentity manifestFile(options.manifest);
-    Verifier(root, manifest.tree, manifestFile, key, sha256, report).Run(filled);
+    if (!root.Resolve(options.root, report)) return zo::kInvalidArgument;
+    const FileIdentity manifestFile(options.manifest);
+    const std::uint32_t unseenError = Verifier(root, manifest.tree, manifestFile, key, sha256, report).Run(filled);
     report.Info("Verify summary: ok={}, bad={}, missing={}, extra={}, dirs={}", filled.ok, filled.bad, filled.missing,
                 filled.extra, filled.directories);
+    if (unseenError != ERROR_SUCCESS) return zo::HresultFromWin32(unseenError);
     const bool clean = filled.bad == 0 && filled.missing == 0 && filled.extra == 0;
     return clean ? zo::kOk : ZOSIG_E_VERIFY_FAILED;
 }
@@ -203,13 +205,13 @@ std::int32_t Verify(const ZoSignerVerifyOptions& options, ZoSignerVerifyResult* 
 }  // namespace zosigner
 
 extern "C" int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result) {
-    if (!zosigner::HasRequiredPaths(options)) return zo::kInvalidArgument;
+    if (!zosigner::HasPaths(options)) return zo::kInvalidArgument;
     return zosigner::Verify(*options, result);
 }
 
 extern "C" int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyOptions* options,
                                                            ZoSignerVerifyResult* result) {
-    if (!zosigner::HasRequiredPaths(options)) return zo::kInvalidArgument;
+    if (!zosigner::HasPaths(options)) return zo::kInvalidArgument;
     ZoSignerVerifyOptions embedded = *options;
     embedded.keystore = nullptr;
     const auto key = zosigner::EmbeddedPublicKey();

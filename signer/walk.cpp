@@ -1,12 +1,13 @@
 #include "walk.h"
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "directory_listing.h"
 #include "error_text.h"
 #include "errors.h"
+#include "item_name.h"
 #include "message_beginnings.h"
 #include "text.h"
 
@@ -31,28 +32,9 @@ struct Level {
     std::uint32_t error = 0;  // what ended the listing early; told after what it still gave
 };
 
-// Such a name would break out of its line in the manifest. The platform itself gives none; other systems' file systems do.
-bool HasControlCharacter(std::wstring_view name) {
-    return std::ranges::any_of(name, [](wchar_t unit) { return unit < L' '; });
-}
-
-// Shortcuts are listed without their contents. The extension is what follows the last dot, unless the name begins
-// there.
-bool IsShortcut(std::wstring_view name) {
-    constexpr std::wstring_view kExtension = L".lnk";
-    if (name.size() <= kExtension.size()) return false;
-    const std::wstring_view extension = name.substr(name.size() - kExtension.size());
-    for (std::size_t i = 0; i < kExtension.size(); ++i) {
-        const wchar_t unit = extension[i];
-        const bool upper = unit >= L'A' && unit <= L'Z';
-        if ((upper ? static_cast<wchar_t>(unit - L'A' + L'a') : unit) != kExtension[i]) return false;
-    }
-    return true;
-}
-
 class Walker {
   public:
-    Walker(const TreeRoot& root, FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
+    Walker(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
            std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries)
         : root_(root),
           manifestFile_(manifestFile),
@@ -99,9 +81,10 @@ class Walker {
     // May add a level, after which the references are not valid any more.
     void Visit(const Level& level, const PendingItem& item) {
         std::string relative = JoinRelative(level.relative, zo::Utf8FromWide(item.name));
-        if (item.maybeManifest && manifestFile_.Is(JoinPath(level.path, item.name).c_str())) return;
-        if (HasControlCharacter(item.name)) {
-            report_.Warning("name with control characters: {}", root_.Shown(relative));
+        if (item.maybeManifest && manifestFile_.Is(JoinPath(level.path, item.name), item.listed)) return;
+        if (const NameFault fault = FaultOf(item.name); fault != NameFault::kNone) {
+            const auto beginning = fault == NameFault::kControlCharacter ? kControlCharacterName : kNotUtf16Name;
+            report_.Warning("{}{}", beginning, root_.Shown(relative));
         } else if (item.listed.IsReparsePoint()) {
             report_.Info("{}{}", kSkippedLink, root_.Shown(relative));
         } else if (item.listed.IsDirectory()) {
@@ -119,7 +102,7 @@ class Walker {
     }
 
     const TreeRoot& root_;
-    FileIdentity& manifestFile_;
+    const FileIdentity& manifestFile_;
     const Report& report_;
     std::vector<ManifestDirectory>& directories_;
     std::vector<ManifestEntry>& entries_;
@@ -129,7 +112,7 @@ class Walker {
 
 }  // namespace
 
-bool Walk(const TreeRoot& root, FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
+bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
           std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries) {
     return Walker(root, manifestFile, report, buffer, directories, entries).Run();
 }

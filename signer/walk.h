@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "directory_listing.h"
+#include "file_identity.h"
+#include "io_buffer.h"
 #include "manifest_text.h"
 #include "report.h"
 #include "tree_path.h"
@@ -16,7 +17,7 @@ namespace zosigner {
 
 // Fills the directories (all sealed, the root first) and the entries; digests and signatures stay empty. False when the
 // root cannot be listed; everything else that cannot be read is reported and left out.
-[[nodiscard]] bool Walk(const TreeRoot& root, FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
+[[nodiscard]] bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
                         std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries);
 
 // Sets the sealed flags, asking the callback where the mode says so. Gives the status that stops the signing.

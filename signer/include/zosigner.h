@@ -3,21 +3,22 @@
 
 /* ZoProtectorLib: the directory signer.
  *
- * Seals a directory tree with a manifest signed by RSA-2048 (PKCS #1 v1.5 over SHA-256) and verifies the tree against
- * it later. Plain C functions; this header stands alone. What a seal promises and what it does not: docs/sealing.md;
- * the manifest's format: docs/manifest-format.md.
+ * Seals a directory tree with a manifest signed by RSA-2048 (PKCS #1 v1.5 over SHA-256), and later verifies the tree
+ * against that manifest. Plain C functions; this header needs nothing but the two headers below. What a seal promises
+ * and what it does not: docs/sealing.md. The manifest's format: docs/manifest-format.md.
  *
  * Conventions
- *   - Every function returns a status: 0 is success, negative is failure. Win32 errors come as 0x80070000 + error,
- *     failures of the platform's cryptography as the NTSTATUS with bit 0x10000000 set.
- *   - Strings are UTF-16, zero-terminated, and stay the caller's, like everything that options point to; nothing is
- *     kept after the call. Relative paths are resolved against the current directory. Paths of any length work, the
- *     tree's own names included.
- *   - The calls share no state: each may run on any thread at any time. Two that write the same keystore or manifest at
- *     once are the caller's to keep apart.
- *   - Nothing is thrown by design, but the functions are not noexcept: std::bad_alloc passes through when memory runs
- *     out, and std::filesystem::filesystem_error where the folder of a key or manifest cannot be made
- *     ("create_directories") or a sealed directory cannot be listed to its end while verifying. */
+ *   - Every function returns a status: 0 is success, negative is failure. A Win32 error is returned as
+ *     0x80070000 + error, a failure of the platform's cryptography as its NTSTATUS with bit 0x10000000 set.
+ *   - Strings are UTF-16 and end with a zero. The caller owns them, and everything else that the options point to;
+ *     nothing is kept after the call. Relative paths are resolved against the current directory. Paths may be of any
+ *     length, inside the tree too.
+ *   - The calls share no state: each may run on any thread at any time. The caller makes sure that no two calls write
+ *     the same keystore or manifest at once.
+ *   - Nothing is thrown by design, but the functions are not noexcept. std::bad_alloc passes through when memory runs
+ *     out, and std::filesystem::filesystem_error ("create_directories") when the folder of a key or of the manifest
+ *     cannot be created: from GenerateKeyPair and SignDirectory only. Only callers built with the same compiler can
+ *     catch them; others avoid the second one by creating these folders before the call. */
 
 #include <stddef.h>
 #include <stdint.h>
@@ -36,15 +37,15 @@
 extern "C" {
 #endif
 
-/* The key is not the one that the manifest names, although the manifest verifies with it. */
+/* The manifest verifies with this key, but names another one. */
 #define ZOSIG_E_THUMBPRINT_MISMATCH ((int32_t)0x80049101)
-/* The tree was checked to the end, and bad, missing or extra items were found; the result holds their numbers. */
+/* The whole tree was checked, and bad, missing or extra items were found; the result holds their numbers. */
 #define ZOSIG_E_VERIFY_FAILED ((int32_t)0x80049102)
 /* The manifest is malformed; a message says where. */
 #define ZOSIG_E_BAD_MANIFEST ((int32_t)0x80049103)
 /* No key could be loaded from the keystore. */
 #define ZOSIG_E_NO_KEY ((int32_t)0x80049104)
-/* The manifest's own signature does not verify: it was changed, or another key signed it. */
+/* The manifest's own signature does not verify: the manifest was changed, or another key signed it. */
 #define ZOSIG_E_TAMPERED ((int32_t)0x80049106)
 
 typedef uint32_t ZoSignerLogLevel;
@@ -52,9 +53,29 @@ typedef uint32_t ZoSignerLogLevel;
 #define ZOSIG_LOG_WARNING ((ZoSignerLogLevel)1)
 #define ZOSIG_LOG_ERROR ((ZoSignerLogLevel)2)
 
-/* Called on the calling thread with each message, one line without a line end. The text is valid during the call only.
- * Findings are reported here and nowhere else, one message each: "[MISS] ...", "[BAD ] ...", "[XTRA] ..." with the full
- * path. It must not throw. */
+/* Called on the calling thread with each message: one line, without a line end. The text is valid during the call only.
+ * The callback must not throw.
+ *
+ * Single findings are reported here and nowhere else, one message each. These beginnings never change, so that programs
+ * can recognise them; what they show in capitals varies. PATH is a full path, 0x........ a status.
+ *
+ *   verifying
+ *     "[MISS] PATH"                                            a file is gone or cannot be read
+ *     "[MISS] shortcut anchor: PATH"                           a shortcut is gone
+ *     "[BAD ] hash mismatch: PATH"                             a file has other contents
+ *     "[BAD ] signature invalid: PATH (0x........)"            the manifest's signature of a file does not verify
+ *     "[XTRA] unexpected file in sealed dir: PATH"             an item that is not listed
+ *     "[XTRA] unexpected dir  in sealed dir: PATH"             the same; two blanks after "dir"
+ *     "[XTRA] new mklink (reparse point) created in sealed dir: PATH"
+ *     "cannot list sealed dir 'PATH': TEXT"                    level 2; what it holds is unknown; TEXT is the system's
+ *   signing
+ *     "Found NUMBER files, "                                   what is signed now, shortcuts included
+ *     "hash 'PATH' -> 0x........ (skipped)"                    a file cannot be read and is left out
+ *     "sign 'PATH' -> 0x........ (skipped)"                    a file cannot be signed and is left out
+ *     "iter: TEXT"                                             a folder cannot be listed, or not to its end
+ *     "name with control characters: PATH"                     level 1; left out with all below it
+ *     "name that is not valid UTF-16: PATH"                    level 1; left out with all below it
+ *     "skipping reparse point: PATH"                           level 0; links are not listed */
 typedef void (*ZoSignerLogCallback)(void* context, uint32_t level, const wchar_t* message);
 
 typedef uint32_t ZoSignerSealMode;
@@ -62,16 +83,16 @@ typedef uint32_t ZoSignerSealMode;
 #define ZOSIG_SEAL_NONE ((ZoSignerSealMode)1)
 #define ZOSIG_SEAL_ASK ((ZoSignerSealMode)2) /* any other value also asks the callback */
 
-/* Decides whether one directory is sealed. relativePath is "." for the root, "a/b" below it. *seal comes as 1 and
- * *applyToRest as 0. A non-zero *applyToRest gives the same answer to every directory that follows in walk order, not
- * only to those below this one. A negative result stops the signing and becomes its status. */
+/* Decides whether one directory is sealed. relativePath is "." for the root, "a/b" below it. At the call *seal is 1 and
+ * *applyToRest is 0. If the callback sets *applyToRest to a non-zero value, every directory that follows in walk order
+ * gets the same answer, not only those below this one. A negative result ends the signing and becomes its status. */
 typedef int32_t (*ZoSignerSealCallback)(void* context, const wchar_t* relativePath, int32_t* seal,
                                         int32_t* applyToRest);
 
 typedef struct ZoSignerSignOptions {
     const wchar_t* root;     /* folder to seal; required */
-    const wchar_t* manifest; /* file to write; required; replaced when it exists, its folders are made. It may lie in
-                                the tree and is then left out of its own list, whatever its spelling. */
+    const wchar_t* manifest; /* file to write; required. An existing one is replaced, missing folders are created. It
+                                may lie in the tree, in any spelling: the manifest does not list itself. */
     const wchar_t* keystore; /* keystore folder; used and required when no key blob is given */
     const uint8_t* keyBlob;  /* a full private key blob (the bytes of private.rsakey); counts when both are non-zero */
     uint32_t keyBlobSize;    /* bytes */
@@ -101,48 +122,51 @@ typedef struct ZoSignerSignResult {
 } ZoSignerSignResult;
 
 typedef struct ZoSignerVerifyResult {
-    uint32_t ok;            /* files and shortcuts as they were sealed */
+    uint32_t ok;            /* files and shortcuts that are as they were sealed */
     uint32_t bad;           /* files with other contents, or whose signature does not verify */
-    uint32_t missing;       /* listed, but not there or not readable */
-    uint32_t extra;         /* in a sealed directory without being listed */
+    uint32_t missing;       /* files and shortcuts that are listed, but not there or not readable */
+    uint32_t extra;         /* items of sealed directories that are not listed */
     uint32_t directories;   /* directory lines of the manifest */
     uint8_t thumbprint[32]; /* of the verifying key; filled once the manifest could be read, also with
                                ZOSIG_E_THUMBPRINT_MISMATCH */
 } ZoSignerVerifyResult;
 
-/* Makes a fresh RSA-2048 pair and saves it as private.rsakey and public.rsakey in the keystore folder, which is made
- * with its ancestors when missing. Both files are always replaced. The private file can be read by the calling user,
- * the local system and administrators only, where the file system has access lists; it is not encrypted.
+/* Makes a new RSA-2048 pair and saves it as private.rsakey and public.rsakey in the keystore folder, which is created
+ * with its ancestors if missing. Both files are always replaced. Where the file system has access lists, only the
+ * calling user, the local system and administrators can open the private file; an older file whose access list cannot
+ * be set is deleted and created anew. The private key is not encrypted.
  *
  *   0            done
  *   0x80070057   keystore is null or empty
- *   0x8007001D   the files could not be written; one of them may have been
+ *   0x8007001D   a file could not be written, or the key could not be exported; the private file may have been written
  *   0xD......., 0x9.......   the platform's cryptography failed: its own status with bit 0x10000000 set */
 ZO_API int32_t ZoSigner_GenerateKeyPair(const wchar_t* keystore);
 
-/* The SHA-256 of the public key blob, by which manifests name their key. Taken from public.rsakey, or from
- * private.rsakey where there is no public file; a public file that is no key is not passed over.
+/* The SHA-256 of the public key blob: manifests name their key by it. The key is taken from public.rsakey, or from
+ * private.rsakey if there is no public file. A public file that holds no public key is an error.
  *
  *   0                done
  *   0x80070057       an argument is null
- *   ZOSIG_E_NO_KEY   no key could be loaded; the buffer is untouched */
+ *   ZOSIG_E_NO_KEY   no key could be loaded; the buffer is unchanged */
 ZO_API int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t thumbprint[32]);
 
 /* Lists the tree, hashes and signs each file, and writes the signed manifest. Links are neither listed nor followed;
- * shortcuts (.lnk) are listed without their contents. A keystore without a private key that imports gets a fresh pair,
- * which replaces both of its files.
+ * shortcuts (.lnk) are listed without their contents. If the keystore has no private key that imports, a new pair is
+ * made, which replaces both files.
  *
- * Files that cannot be read are reported as warnings ("hash '...' -> 0x........ (skipped)") and left out; the call
- * succeeds all the same. Compare result->entries with what you expect, or listen to the warnings.
+ * Files that cannot be read are reported as warnings and left out; the call still succeeds. Compare result->entries
+ * with what you expect, or look at the warnings.
  *
- * result may be null; it is zeroed once the arguments have been checked, and filled on success.
+ * result may be null. It is zeroed once the arguments have been checked, and filled on success.
  *
  *   0            done
- *   0x80070057   options, root or manifest is null; neither a key blob nor a keystore; the root cannot be made
- *                absolute; a seal callback is needed and null
- *   0x8007001D   a fresh pair could not be saved
+ *   0x80070057   options, root or manifest is null; there is neither a key blob nor a keystore; the root cannot be made
+ *                absolute; a seal callback is needed but null
+ *   0x8007001D   a new pair could not be saved
  *   0x80004005   the root cannot be listed, or the manifest cannot be signed or written; a message says why
- *   0xD......., 0x9.......   the key blob is no private key, or the platform's cryptography failed
+ *   0xD000000D   the key blob is shorter than its 24-byte header
+ *   0xD00000BB   the key blob is not one full private key of 2048 bits, as long as its header says
+ *   0xD......., 0x9.......   the platform's cryptography failed
  *   other        what the seal callback returned
  *
  * Example:
@@ -154,26 +178,37 @@ ZO_API int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t 
  *     int32_t status = ZoSigner_SignDirectory(&options, NULL); */
 ZO_API int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSignerSignResult* result);
 
-/* Verifies the manifest, then checks the tree against it: each listed file's contents and signature, each shortcut's
- * presence, and that sealed directories hold nothing else (names compared byte for byte). Everything found is reported;
- * the check goes on to the end.
+/* Verifies the manifest, then checks the tree against it: the contents and the signature of each listed file, the
+ * presence of each shortcut, and that sealed directories hold nothing else (names are compared byte for byte). The
+ * check does not stop at a finding: everything found is reported.
  *
- * result may be null; it is zeroed once the arguments have been checked.
+ * A sealed directory that is gone has no extra items; its listed files count as missing. One that exists, or may exist,
+ * but cannot be listed to its end is reported at level 2, and the rest is still checked: it could hold anything, so the
+ * tree does not verify.
  *
- *   0                            the tree is as it was sealed
- *   ZOSIG_E_VERIFY_FAILED        it is not; see the result and the messages
+ * result may be null. It is zeroed once the arguments have been checked. After a status marked * below, the whole tree
+ * was checked, and the counters are complete but for the items of directories that could not be listed.
+ *
+ *   0                            * the tree is as it was sealed
+ *   ZOSIG_E_VERIFY_FAILED        * there are bad, missing or extra items, and all sealed directories were listed
+ *   0x8007....                   * a sealed directory could not be listed: the Win32 error of the first one. The
+ *                                counters say whether there are bad, missing or extra items as well.
+ *   0x8007....                   the manifest cannot be opened or read; result->thumbprint is zero then, which it never
+ *                                is in the case before
+ *   0x80070057                   options, root or manifest is null; there is neither a key blob nor a keystore; the
+ *                                root cannot be made absolute
  *   ZOSIG_E_TAMPERED             the manifest was changed, or was signed by another key
  *   ZOSIG_E_BAD_MANIFEST         the manifest is malformed
  *   ZOSIG_E_THUMBPRINT_MISMATCH  the manifest names another key
  *   ZOSIG_E_NO_KEY               no key could be loaded from the keystore
- *   0x80070057                   options, root or manifest is null; neither a key blob nor a keystore; the root
- *                                cannot be made absolute
- *   0x8007....                   the manifest cannot be opened or read
- *   0xD......., 0x9.......       the key blob is no key, or the platform's cryptography failed */
+ *   0xD000000D                   the key blob is shorter than its 24-byte header
+ *   0xD00000BB                   the key blob is not one public or full private key of 2048 bits, as long as its header
+ *                                says
+ *   0xD......., 0x9.......       the platform's cryptography failed */
 ZO_API int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result);
 
 /* The same with the public key that the library was built with (ZO_EMBEDDED_PUBLIC_KEY); keystore and key blob are
- * ignored. The statuses are those of ZoSigner_VerifyDirectory but ZOSIG_E_NO_KEY. */
+ * ignored. The statuses are those of ZoSigner_VerifyDirectory except ZOSIG_E_NO_KEY. */
 ZO_API int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyOptions* options,
                                                        ZoSignerVerifyResult* result);
 

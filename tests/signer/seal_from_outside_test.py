@@ -1,5 +1,5 @@
-"""zoctl seals and verifies trees that are made and changed from the Unix side, where links, loops and names that differ
-in case can be made; docs/verify_manifest.py, over openssl, gives the second opinion.
+"""zoctl seals and verifies trees that are made and changed from the Unix side, where links, denied folders and names that
+differ only in case can be made. docs/verify_manifest.py, with openssl, is a second implementation to compare with.
 
 Arguments: the emulator's command line and zoctl.exe."""
 
@@ -15,6 +15,9 @@ import unittest
 
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
 ZOCTL = sys.argv[1:]
+# Root is never denied access; without these capabilities it is.
+UNPRIVILEGED = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--inh-caps",
+                "-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
 # The pair that the build embeds by default.
 KEYS = {half: bytes.fromhex((SOURCES / folder / f"development_{half}_key.hex").read_text())
         for half, folder in {"private": "tests/signer", "public": "signer"}.items()}
@@ -39,9 +42,9 @@ class SealTest(unittest.TestCase):
                                "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o", "d/e/big": "x" * 200000}.items():
             self.write(name, contents)
 
-    def zoctl(self, code, *arguments):
+    def zoctl(self, code, *arguments, prefix=()):
         arguments = [dos(argument) if isinstance(argument, pathlib.Path) else argument for argument in arguments]
-        done = subprocess.run([*ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+        done = subprocess.run([*prefix, *ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
         self.assertEqual(done.returncode, code, done)
         return done
 
@@ -53,13 +56,17 @@ class SealTest(unittest.TestCase):
     def sign(self, *more, code=0):
         return json.loads(self.zoctl(code, "sign", self.tree, "-m", self.manifest, "-k", self.keys, "--json", *more).stdout)
 
-    def verify(self, code):
-        return json.loads(self.zoctl(code, "verify", self.tree, "-m", self.manifest, "-k", self.keys, "--json").stdout)
+    def verify(self, code, prefix=()):
+        return json.loads(self.zoctl(code, "verify", self.tree, "-m", self.manifest, "-k", self.keys, "--json",
+                                     prefix=prefix).stdout)
 
-    def oracle(self):
-        """The findings of the second implementation, as "kind path"."""
-        done = subprocess.run([sys.executable, SOURCES / "docs/verify_manifest.py", self.tree, self.manifest,
+    def run_oracle(self, *options, prefix=()):
+        return subprocess.run([*prefix, sys.executable, *options, SOURCES / "docs/verify_manifest.py", self.tree, self.manifest,
                                self.keys / "public.rsakey"], capture_output=True, text=True)
+
+    def oracle(self, **how):
+        """The findings of the second implementation, as "kind path"."""
+        done = self.run_oracle(**how)
         self.assertIn(done.returncode, (0, 1), done)
         return sorted(done.stdout.splitlines()) if done.returncode else []
 
@@ -88,6 +95,29 @@ class SealTest(unittest.TestCase):
         self.assertEqual(sorted(f.replace("bad A.TXT", "missing A.TXT") for f in found), expected)
         self.manifest.write_bytes(self.manifest.read_bytes().replace(b"D O open", b"D O 0pen"))
         self.verify(32)
+
+    def test_second_implementation_refuses_a_manifest_changed_or_signed_by_another_key_even_with_O(self):
+        self.sign()
+        whole = self.manifest.read_bytes()
+        for name, forged in {"magic": whole.replace(b"ZOSIG1", b"ZOSIG2", 1), "flag": whole.replace(b"D S open", b"D O open"),
+                             "signature line": whole.replace(b"MSIG", b"GISM", 1)}.items():
+            self.manifest.write_bytes(forged)
+            for options in ((), ("-O",)):
+                with self.subTest(name, options=options):
+                    self.assertEqual(self.run_oracle(*options).returncode, 2)
+
+    def test_a_sealed_folder_below_a_denied_one_is_reported_and_the_rest_is_checked(self):
+        self.sign()
+        self.write("open/new", "")
+        denied = self.tree / "d"
+        denied.chmod(0)
+        self.addCleanup(denied.chmod, 0o755)
+        facts = self.verify(34, prefix=UNPRIVILEGED)
+        found = self.findings(facts)
+        self.assertIn("unreadable d/e", found)
+        self.assertIn("extra open/new", found)
+        self.assertEqual((facts["counts"]["ok"], facts["counts"]["extra"], facts["counts"]["directories"]), (4, 1, 4))
+        self.assertIn("unseen d/e", self.oracle(prefix=UNPRIVILEGED))
 
     def test_links_are_neither_listed_nor_followed(self):
         (self.folder / "outside/deep").mkdir(parents=True)

@@ -3,9 +3,13 @@
 // A small tree with its keystore and manifest in a temporary folder, the exports called on them, and manifests forged
 // with the same key, which is the development key of the build.
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <functional>
-#include <sstream>
+#include <initializer_list>
 #include <vector>
 
 #include "cng.h"
@@ -22,7 +26,7 @@ using Lines = std::vector<std::string>;
 
 inline constexpr std::int32_t kInvalidArgument = static_cast<std::int32_t>(0x80070057);
 
-// In what follows a step that fails gives what no comparison holds for.
+// A step below that fails returns a value that no test expects.
 
 // The private half of the key that the build embeds by default, as a full blob.
 inline std::string PrivateKey() {
@@ -79,6 +83,31 @@ inline zo::OwnedFile Hold(const std::filesystem::path& path) {
     return zo::OwnedFile(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
+// What verification reports about one item.
+struct Finding {
+    std::uint32_t ZoSignerVerifyResult::*counter;
+    std::string beginning;  // level and text
+    std::string path;       // relative to the root
+};
+inline Finding Changed(const std::string& path) {
+    return {&ZoSignerVerifyResult::bad, "2 [BAD ] hash mismatch: ", path};
+}
+inline Finding Missing(const std::string& path) {
+    return {&ZoSignerVerifyResult::missing, "1 [MISS] ", path};
+}
+inline Finding MissingShortcut(const std::string& path) {
+    return {&ZoSignerVerifyResult::missing, "1 [MISS] shortcut anchor: ", path};
+}
+inline Finding ExtraFile(const std::string& path) {
+    return {&ZoSignerVerifyResult::extra, "2 [XTRA] unexpected file in sealed dir: ", path};
+}
+inline Finding ExtraFolder(const std::string& path) {
+    return {&ZoSignerVerifyResult::extra, "2 [XTRA] unexpected dir  in sealed dir: ", path};
+}
+inline Finding ExtraLink(const std::string& path) {
+    return {&ZoSignerVerifyResult::extra, "2 [XTRA] new mklink (reparse point) created in sealed dir: ", path};
+}
+
 template <typename Result>
 struct Outcome {
     std::int32_t status = 0;
@@ -93,13 +122,26 @@ struct SealedTree {
     std::filesystem::path manifest = folder / "seal.zosig";
     std::filesystem::path keystore = folder / "keys";
 
-    // Begins as an empty folder to which the steps are taken.
-    explicit SealedTree(const std::string& steps = {}) {
+    // Begins with these files, each holding its own path, and is not sealed yet.
+    explicit SealedTree(std::initializer_list<const char*> files = {}) {
         WriteFileBytes(keystore / "private.rsakey", PrivateKey());
         WriteFileBytes(keystore / "public.rsakey", PublicHalf(PrivateKey()));
         std::filesystem::create_directories(root);
-        Change(steps);
+        for (const char* file : files)
+            Write(file, file);
     }
+
+    // Changes to the tree; paths are relative to its root.
+    void Write(const std::string& path, const std::string& bytes) const { WriteFileBytes(At(path), bytes); }
+    void MakeFolder(const std::string& path) const { std::filesystem::create_directories(At(path)); }
+    void Remove(const std::string& path) const { RemoveTree(At(path).wstring()); }
+    void Rename(const std::string& from, const std::string& to) const { std::filesystem::rename(At(from), At(to)); }
+    // Wine does not change letter case alone, so the name changes twice.
+    void RenameTwice(const std::string& from, const std::string& to) const {
+        Rename(from, "on the way");
+        Rename("on the way", to);
+    }
+    void LinkToManifest(const std::string& path) const { std::filesystem::create_hard_link(manifest, At(path)); }
 
     [[nodiscard]] std::filesystem::path At(const std::string& relative) const {
         return (folder / "tree" / zo::WideFromUtf8(relative)).make_preferred();
@@ -108,23 +150,8 @@ struct SealedTree {
     [[nodiscard]] std::string Shown(const std::string& relative) const {
         return zo::Utf8FromWide(At(relative).wstring());
     }
+    [[nodiscard]] std::string Shown(const Finding& finding) const { return finding.beginning + Shown(finding.path); }
     [[nodiscard]] std::string ManifestBytes() const { return ReadFileBytes(manifest); }
-
-    // Steps separated by ";": "+path=bytes" writes a file, "/path" makes a folder, "-path" removes either, ">from=to"
-    // renames, "&path" makes a hard link to the manifest.
-    void Change(const std::string& steps) const {
-        std::istringstream list(steps);
-        for (std::string step; std::getline(list, step, ';');) {
-            const std::size_t equals = step.find('=');
-            const std::filesystem::path path = At(step.substr(1, equals - 1));
-            const std::string value = equals == std::string::npos ? "" : step.substr(equals + 1);
-            if (step[0] == '+') WriteFileBytes(path, value);
-            if (step[0] == '/') std::filesystem::create_directories(path);
-            if (step[0] == '-') RemoveTree(path.wstring());
-            if (step[0] == '>') std::filesystem::rename(path, At(value));
-            if (step[0] == '&') std::filesystem::create_hard_link(manifest, path);
-        }
-    }
 
     Outcome<ZoSignerSignResult> Sign(const std::function<void(ZoSignerSignOptions&)>& change = {}) const {
         return Call(ZoSigner_SignDirectory, change);
@@ -155,6 +182,45 @@ struct SealedTree {
         if (change) change(options);
         outcome.status = operation(&options, &outcome.result);
         return outcome;
+    }
+};
+
+// A tree of each kind of item, sealed but for the folder "open".
+struct StandardTree : SealedTree {
+    StandardTree() : SealedTree({"a.txt", "d/b.txt", "d/e/c.txt", "link.lnk", "open/o.txt"}) {
+        MakeFolder("empty");
+        SignAllButOpen();
+    }
+
+    Outcome<ZoSignerSignResult> SignAllButOpen() const {
+        return Sign([](ZoSignerSignOptions& options) {
+            options.sealMode = ZOSIG_SEAL_ASK;
+            options.sealCallback = [](void*, const wchar_t* path, std::int32_t* seal, std::int32_t*) {
+                *seal = std::wstring(path) != L"open";
+                return 0;
+            };
+        });
+    }
+
+    // Verifies; exactly these findings are reported, in this order, and counted. Other messages and the status can be
+    // given for folders that are not seen.
+    void ExpectFindings(const std::vector<Finding>& findings, const Lines& more = {}, std::int32_t status = 0) const {
+        const auto outcome = Verify();
+        ZoSignerVerifyResult expected{};
+        expected.ok = expected.directories = 5;
+        Lines messages;
+        for (const Finding& finding : findings) {
+            ++(expected.*finding.counter);
+            messages.push_back(Shown(finding));
+        }
+        expected.ok -= expected.bad + expected.missing;
+        messages.insert(messages.end(), more.begin(), more.end());
+        messages.push_back(zo::Format("0 Verify summary: ok={}, bad={}, missing={}, extra={}, dirs=5", expected.ok,
+                                      expected.bad, expected.missing, expected.extra));
+        EXPECT_EQ(outcome.messages, messages);
+        EXPECT_EQ(outcome.status, status != 0 ? status : findings.empty() ? 0 : ZOSIG_E_VERIFY_FAILED);
+        constexpr std::size_t kCounters = offsetof(ZoSignerVerifyResult, thumbprint);
+        EXPECT_EQ(std::memcmp(&outcome.result, &expected, kCounters), 0) << "counters";
     }
 };
 

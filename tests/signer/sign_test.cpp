@@ -1,6 +1,7 @@
+// What a manifest lists and how signing reports what it cannot.
+
 #include <gtest/gtest.h>
 
-#include <array>
 #include <bit>
 
 #include "handle_count.h"
@@ -26,203 +27,200 @@ std::string Expected(const SealedTree& tree, std::size_t count, const std::strin
     return "ZOSIG1\nMSIG " + SignatureHex("ZOSIG1\n" + body) + "\n" + body;
 }
 
-TEST(Sign, WritesTheTreeInListingOrderEachFolderBeforeItsContents) {
+TEST(Sign, WritesAnEmptyTreeAsItsRootOnly) {
+    const SealedTree tree;
+    ASSERT_EQ(tree.Sign().status, 0);
+    EXPECT_EQ(tree.ManifestBytes(), Expected(tree, 0, "D S .\n"));
+    EXPECT_EQ(tree.Verify().messages, Lines{"0 Verify summary: ok=0, bad=0, missing=0, extra=0, dirs=1"});
+}
+
+TEST(Sign, WritesTheTimeOfSigning) {
     const SealedTree tree;
     ASSERT_EQ(tree.Sign().status, 0);
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     EXPECT_LT(std::bit_cast<std::uint64_t>(now) - TimeOf(tree), 600'000'000u) << "less than a minute ago";
-    EXPECT_EQ(tree.ManifestBytes(), Expected(tree, 0, "D S .\n"));
-    EXPECT_EQ(tree.Verify().messages, Lines{"0 Verify summary: ok=0, bad=0, missing=0, extra=0, dirs=1"});
+}
 
-    const std::string large(200000, 'x');
+TEST(Sign, WritesEachFolderBeforeItsContentsInListingOrder) {
     const std::string names = "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80";
-    tree.Change("+b.txt=bee;+a/z.bin=" + large + ";+a/inner/deep.txt=;+a/m.LNK=shortcut;+c.lnk2=no shortcut;+lnk=nor" +
-                ";+.lnk=nor this;+x.lnk=one;/empty;+" + names + "/\xE6\xBC\xA2.txt=beyond ASCII");
+    const std::string large(200000, 'x');
+    const SealedTree tree{"b.txt", "a/m.LNK", "c.lnk2", "lnk", ".lnk", "x.lnk"};
+    tree.Write("a/z.bin", large);
+    tree.Write("a/inner/deep.txt", "");
+    tree.Write(names + "/\xE6\xBC\xA2.txt", "beyond ASCII");
+    tree.MakeFolder("empty");
     const auto outcome = tree.Sign();
     ASSERT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.messages,
               (Lines{"0 Walking '" + zo::Utf8FromWide(tree.root.wstring()) + "' ...",
                      "0 Found 9 files, 5 directories (5 sealed). Signing...",
                      "0 Signed 7 files, anchored 2 shortcut(s) -> " + zo::Utf8FromWide(tree.manifest.wstring())}));
-    const auto& [entries, done, directories, sealed, thumbprint] = outcome.result;
-    EXPECT_EQ((std::vector{entries, done, directories, sealed}), (std::vector{9u, 9u, 5u, 5u}));
+    EXPECT_EQ(outcome.result.entries, 9u);
+    EXPECT_EQ(outcome.result.signedOrAnchored, 9u);
+    EXPECT_EQ(outcome.result.directories, 5u);
+    EXPECT_EQ(outcome.result.sealedDirectories, 5u);
+    EXPECT_EQ(zo::ToHex(outcome.result.thumbprint), Sha256Hex(PublicHalf(PrivateKey())));
     EXPECT_EQ(tree.ManifestBytes(),
               Expected(tree, 9,
-                       "D S .\nD S a\nD S a/inner\nD S empty\nD S " + names + "\n" + FileLines(".lnk", "nor this") +
+                       "D S .\nD S a\nD S a/inner\nD S empty\nD S " + names + "\n" + FileLines(".lnk", ".lnk") +
                            FileLines("a/inner/deep.txt", "") + "K a/m.LNK\n" + FileLines("a/z.bin", large) +
-                           FileLines("b.txt", "bee") + FileLines("c.lnk2", "no shortcut") + FileLines("lnk", "nor") +
+                           FileLines("b.txt", "b.txt") + FileLines("c.lnk2", "c.lnk2") + FileLines("lnk", "lnk") +
                            "K x.lnk\n" + FileLines(names + "/\xE6\xBC\xA2.txt", "beyond ASCII")));
     EXPECT_EQ(tree.Verify().status, 0);
 }
 
-TEST(Sign, RootAndManifestMayBeSpeltInManyWaysAndTheManifestIsLeftOutByIdentity) {
-    SealedTree tree("+d/f.txt=x");
+TEST(Sign, TakesItsRootInAnySpelling) {
+    SealedTree tree{"d/f"};
     const std::wstring root = tree.root.wstring();
-    const std::wstring slashes = tree.root.generic_wstring();
-    for (const std::wstring& spelling : {slashes, root + L"\\", root + L"\\d\\..", L"\\\\?\\" + root}) {
+    for (const std::wstring& spelling :
+         {tree.root.generic_wstring(), root + L"\\", root + L"\\d\\..", L"\\\\?\\" + root}) {
         tree.root = spelling;
         ASSERT_EQ(tree.Sign().status, 0);
-        EXPECT_NE(tree.ManifestBytes().find("\nD S .\nD S d\nF d/f.txt\n"), std::string::npos) << tree.root;
+        EXPECT_NE(tree.ManifestBytes().find("\nD S .\nD S d\nF d/f\n"), std::string::npos) << tree.root;
         EXPECT_EQ(tree.Verify().status, 0) << tree.root;
     }
-    tree.root = root;
-    for (const char* name : {"d/SEAL.zosig", "d/./seal.ZOSIG"}) {  // the second time it is there already
-        tree.manifest = tree.At(name);
-        EXPECT_EQ(tree.Sign().result.entries, 1u) << name;
-        EXPECT_EQ(tree.Verify().status, 0) << name;
-    }
-    // A copy of the manifest is a file like any other.
-    tree.Change("+d/copy.zosig=" + tree.ManifestBytes());
-    EXPECT_EQ(tree.Verify().messages[0], "2 [XTRA] unexpected file in sealed dir: " + tree.Shown("d/copy.zosig"));
 }
 
-// The seal callback is called between walk and hashing.
-TEST(Sign, WhatChangesAfterTheWalkIsSignedAsItIsThenOrLeftOut) {
-    const SealedTree tree("+folder=x;+gone=x;+held=x");
-    MakeLarge(tree.At("changed"), 5'000'000'000);
-    const zo::OwnedFile held = Hold(tree.At("held"));
-    const auto outcome = tree.Sign([&tree](ZoSignerSignOptions& options) {
+// Signs, and changes the tree between walk and hashing, when the seal callback is called.
+Outcome<ZoSignerSignResult> SignChanging(const SealedTree& tree, void (*change)(const SealedTree& tree)) {
+    struct Context {
+        const SealedTree& tree;
+        void (*change)(const SealedTree& tree);
+    } context{tree, change};
+    return tree.Sign([&context](ZoSignerSignOptions& options) {
         options.sealMode = ZOSIG_SEAL_ASK;
-        options.sealContext = const_cast<SealedTree*>(&tree);
-        options.sealCallback = [](void* context, const wchar_t*, std::int32_t*, std::int32_t*) {
-            static_cast<SealedTree*>(context)->Change("+changed=new!;-folder;/folder;-gone");
+        options.sealContext = &context;
+        options.sealCallback = [](void* given, const wchar_t*, std::int32_t*, std::int32_t*) {
+            static_cast<Context*>(given)->change(static_cast<Context*>(given)->tree);
             return 0;
         };
     });
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.result.entries, 1u);
-    ASSERT_EQ(outcome.messages.size(), 6u);
-    EXPECT_EQ(outcome.messages[1], "0 Found 4 files, 1 directories (1 sealed). Signing...");
-    EXPECT_EQ(outcome.messages[2], "1 hash '" + tree.Shown("folder") + "' -> 0x80070005 (skipped)");
-    EXPECT_EQ(outcome.messages[3], "1 hash '" + tree.Shown("gone") + "' -> 0x80070002 (skipped)");
-    EXPECT_EQ(outcome.messages[4], "1 hash '" + tree.Shown("held") + "' -> 0x80070020 (skipped)");
-    // The size is the listing's, digest and signature are those of the bytes that were read.
-    std::string lines = FileLines("changed", "new!");
+}
+
+TEST(Sign, ListsTheSizeOfTheWalkAndTheContentsThatItRead) {
+    const SealedTree tree;
+    MakeLarge(tree.At("f"), 5'000'000'000);
+    ASSERT_EQ(SignChanging(tree, [](const SealedTree& changed) { changed.Write("f", "new!"); }).status, 0);
+    std::string lines = FileLines("f", "new!");
     lines.replace(lines.find("SIZE 4"), 6, "SIZE 5000000000");
     EXPECT_EQ(tree.ManifestBytes(), Expected(tree, 1, "D S .\n" + lines));
-    EXPECT_EQ(tree.Verify().result.extra, 2u) << "what was left out, in a sealed directory";
 }
 
-int listings;  // reads of a listing that still work
-
-BOOL WINAPI ListSome(HANDLE directory, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
-    if (listings-- > 0) return GetFileInformationByHandleEx(directory, kind, buffer, size);
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
+TEST(Sign, ReportsAndLeavesOutFilesThatCannotBeRead) {
+    const SealedTree tree{"folder", "gone", "held", "read"};
+    const zo::OwnedFile held = Hold(tree.At("held"));
+    const auto outcome = SignChanging(tree, [](const SealedTree& changed) {
+        changed.Remove("folder"), changed.MakeFolder("folder"), changed.Remove("gone");
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(Lines(outcome.messages.begin() + 1, outcome.messages.end() - 1),
+              (Lines{"0 Found 4 files, 1 directories (1 sealed). Signing...",
+                     "1 hash '" + tree.Shown("folder") + "' -> 0x80070005 (skipped)",
+                     "1 hash '" + tree.Shown("gone") + "' -> 0x80070002 (skipped)",
+                     "1 hash '" + tree.Shown("held") + "' -> 0x80070020 (skipped)"}));
+    EXPECT_EQ(tree.ManifestBytes(), Expected(tree, 1, "D S .\n" + FileLines("read", "read")));
+    EXPECT_EQ(tree.Verify().result.extra, 2u) << "what was left out of a sealed folder";
 }
 
-BOOL WINAPI WriteNothing(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
-    SetLastError(ERROR_DISK_FULL);
-    return FALSE;
-}
+struct Seal {
+    std::int32_t seal;
+    std::int32_t applyToRest;
+    std::int32_t result = 0;  // of the callback
+};
 
-TEST(Sign, TellsOfListingsThatBreakOffWhichEndAVerificationAndOfAFullDisk) {
-    const SealedTree tree("+a=x;+d/f=x");
-    const ImportHook list("GetFileInformationByHandleEx", ListSome);
-    listings = 0;
-    auto outcome = tree.Sign();
-    EXPECT_EQ(outcome.status, kFail);
-    const std::string opening = "2 open root '" + zo::Utf8FromWide(tree.root.wstring()) + "': ";
-    ASSERT_TRUE(outcome.messages.size() == 2 && outcome.messages[1].starts_with(opening));
-    const std::string told = "1 iter: " + outcome.messages[1].substr(opening.size());
-    const struct {
-        int working;  // of the reads: root, end of root, d, end of d
-        std::uint32_t entries;
-        std::size_t told;
-    } rows[] = {{1, 1, 2}, {2, 1, 1}, {3, 2, 1}, {4, 2, 0}};
-    for (const auto& row : rows) {
-        listings = row.working;
-        outcome = tree.Sign();
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.result.entries, row.entries);
-        EXPECT_EQ(std::ranges::count(outcome.messages, told), row.told) << row.working;
-        EXPECT_EQ(outcome.messages.size(), 3 + row.told);
-        listings = row.working - 1;
-        EXPECT_THROW(static_cast<void>(tree.Verify()), std::filesystem::filesystem_error) << row.working;
-    }
-    listings = 99;
-    EXPECT_EQ(tree.Verify().status, 0);
-    const ImportHook write("WriteFile", WriteNothing);
-    outcome = tree.Sign();
-    EXPECT_EQ(outcome.status, kFail);
-    EXPECT_EQ(outcome.messages.back(), "2 Write manifest -> Win32 112");
-}
+struct SealRow {
+    const char* name;
+    std::uint32_t mode;
+    std::vector<Seal> answers;  // one for each call
+    std::string sealed;         // "S" or "O" for each folder; empty when the signing fails
+    std::int32_t status = 0;
+};
 
-TEST(Sign, SealModesAndLatches) {
-    using Answer = std::array<std::int32_t, 3>;  // seal, apply to the rest, the callback's result
-    const struct {
-        std::uint32_t mode;
-        std::vector<Answer> answers;  // one for each call, by walk order
-        std::string flags;
-        std::int32_t status = 0;
-    } rows[] = {
-        {ZOSIG_SEAL_ALL, {}, "SSSS"},
-        {ZOSIG_SEAL_NONE, {}, "OOOO"},
-        {ZOSIG_SEAL_ASK, {{1, 0}, {0, 0}, {5, 0}, {0, 0}}, "SOSO"},
-        {ZOSIG_SEAL_ASK, {{0, 1}}, "OOOO"},
-        {77, {{0, 0}, {-1, 2}}, "OSSS"},  // beyond the subtree that the answer was for
-        {ZOSIG_SEAL_ASK, {{1, 0}, {1, 1, -5}}, "", -5},
-        {ZOSIG_SEAL_ASK, {{0, 0, 1}, {1, 1, 7}}, "OSSS"},  // a positive result is a success
-    };
+// The folders that the callback was asked for.
+std::vector<std::wstring> CheckSeals(const SealedTree& tree, const SealRow& row) {
     struct Context {
-        const std::vector<Answer>& answers;
+        const std::vector<Seal>& answers;
         std::vector<std::wstring> asked{};
+    } context{row.answers};
+    const auto outcome = tree.Sign([&](ZoSignerSignOptions& options) {
+        options.sealMode = row.mode;
+        options.sealContext = &context;
+        options.sealCallback = [](void* given, const wchar_t* path, std::int32_t* seal, std::int32_t* rest) {
+            auto& [answers, asked] = *static_cast<Context*>(given);
+            EXPECT_TRUE(*seal == 1 && *rest == 0);
+            asked.emplace_back(path);
+            if (asked.size() > answers.size()) return std::int32_t{-99};
+            const Seal& answer = answers[asked.size() - 1];
+            *seal = answer.seal;
+            *rest = answer.applyToRest;
+            return answer.result;
+        };
+    });
+    EXPECT_EQ(outcome.status, row.status);
+    if (row.status >= 0) {
+        const std::string& s = row.sealed;
+        const std::string lines = zo::Format("----\nD {} .\nD {} a\nD {} a/\xC3\xA4\nD {} b\n", s[0], s[1], s[2], s[3]);
+        EXPECT_NE(tree.ManifestBytes().find(lines), std::string::npos);
+        EXPECT_EQ(outcome.result.sealedDirectories, std::ranges::count(s, 'S'));
+    }
+    return context.asked;
+}
+
+TEST(Sign, SealsFoldersByModeOrByTheCallbacksAnswers) {
+    const SealRow rows[] = {
+        {"all", ZOSIG_SEAL_ALL, {}, "SSSS"},
+        {"none", ZOSIG_SEAL_NONE, {}, "OOOO"},
+        {"each its own answer", ZOSIG_SEAL_ASK, {{1, 0}, {0, 0}, {5, 0}, {0, 0}}, "SOSO"},
+        {"the first answer for all", ZOSIG_SEAL_ASK, {{0, 1}}, "OOOO"},
+        {"an answer for more than the subtree; unknown mode", 77, {{0, 0}, {-1, 2}}, "OSSS"},
+        {"a negative result", ZOSIG_SEAL_ASK, {{1, 0}, {1, 1, -5}}, "", -5},
+        {"positive results", ZOSIG_SEAL_ASK, {{0, 0, 1}, {1, 1, 7}}, "OSSS"},
     };
-    const SealedTree tree("+a/\xC3\xA4/x.txt=x;+b/y.txt=y");
+    const SealedTree tree{"a/\xC3\xA4/x", "b/y"};
     const std::vector<std::wstring> order{L".", L"a", L"a/\u00e4", L"b"};
-    for (const auto& row : rows) {
-        Context context{row.answers};
-        const auto outcome = tree.Sign([&](ZoSignerSignOptions& options) {
-            options.sealMode = row.mode;
-            options.sealContext = &context;
-            options.sealCallback = [](void* given, const wchar_t* path, std::int32_t* seal, std::int32_t* rest) {
-                auto& [answers, asked] = *static_cast<Context*>(given);
-                EXPECT_TRUE(*seal == 1 && *rest == 0);
-                asked.emplace_back(path);
-                if (asked.size() > answers.size()) return std::int32_t{-99};
-                const Answer& answer = answers[asked.size() - 1];
-                *seal = answer[0];
-                *rest = answer[1];
-                return answer[2];
-            };
-        });
-        EXPECT_EQ(outcome.status, row.status);
-        EXPECT_EQ(context.asked, std::vector(order.begin(), order.begin() + std::ssize(row.answers)));
-        if (row.status < 0) continue;
-        const std::string& f = row.flags;
-        const std::string lines = zo::Format("----\nD {} .\nD {} a\nD {} a/\xC3\xA4\nD {} b\n", f[0], f[1], f[2], f[3]);
-        EXPECT_NE(tree.ManifestBytes().find(lines), std::string::npos) << row.flags;
-        EXPECT_EQ(outcome.result.sealedDirectories, std::ranges::count(row.flags, 'S'));
+    for (const SealRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(CheckSeals(tree, row), std::vector(order.begin(), order.begin() + std::ssize(row.answers)));
     }
     EXPECT_EQ(tree.Sign([](auto& options) { options.sealMode = ZOSIG_SEAL_ASK; }).status, kInvalidArgument);
 }
 
-TEST(Sign, BothOperationsCheckTheirArgumentsFirst) {
+TEST(SignAndVerify, CheckTheirArgumentsFirst) {
     const SealedTree tree;
     const std::uint8_t blob[1179] = {};
-    const auto check = [&tree](const auto& change) {
-        const auto verification = tree.Verify(change);
+    const auto check = [&tree](const char* name, const auto& change) {
         const auto signing = tree.Sign(change);
-        EXPECT_TRUE(verification.status == kInvalidArgument && signing.status == kInvalidArgument);
-        EXPECT_EQ(verification.messages, signing.messages);
-        return signing.messages;
+        const auto verification = tree.Verify(change);
+        EXPECT_EQ(signing.status, kInvalidArgument) << name;
+        EXPECT_EQ(verification.status, kInvalidArgument) << name;
+        EXPECT_TRUE(signing.messages.empty() && verification.messages.empty()) << name;
     };
-    ASSERT_EQ(tree.Sign([](auto& options) { options.logCallback = nullptr; }).status, 0);
-    EXPECT_EQ(check([](auto& options) { options.root = nullptr; }), Lines{});
-    EXPECT_EQ(check([](auto& options) { options.manifest = nullptr; }), Lines{});
-    EXPECT_EQ(check([](auto& options) { options.keystore = nullptr; }), Lines{});
-    EXPECT_EQ(check([](auto& options) { options.keystore = L""; }), Lines{});
-    EXPECT_EQ(check([&blob](auto& options) { options.keystore = nullptr, options.keyBlob = blob; }), Lines{});
-    EXPECT_EQ(check([](auto& options) { options.keystore = nullptr, options.keyBlobSize = 1179; }), Lines{});
-    const Lines unresolved = check([](auto& options) { options.root = L""; });
-    EXPECT_TRUE(unresolved.size() == 1 && unresolved[0].starts_with("2 resolve root: "));
+    check("no root", [](auto& options) { options.root = nullptr; });
+    check("no manifest", [](auto& options) { options.manifest = nullptr; });
+    check("no keystore", [](auto& options) { options.keystore = nullptr; });
+    check("empty keystore", [](auto& options) { options.keystore = L""; });
+    check("blob of no size", [&blob](auto& options) { options.keystore = nullptr, options.keyBlob = blob; });
+    check("size without a blob", [](auto& options) { options.keystore = nullptr, options.keyBlobSize = 1179; });
     EXPECT_EQ(ZoSigner_SignDirectory(nullptr, nullptr), kInvalidArgument);
     EXPECT_EQ(ZoSigner_VerifyDirectory(nullptr, nullptr), kInvalidArgument);
 }
 
-TEST(Sign, FailsWithItsMessageWhereRootOrManifestIsNotToBeHad) {
-    SealedTree tree("+file=x");
+TEST(SignAndVerify, ReportARootThatCannotBeResolved) {
+    const SealedTree tree;
+    ASSERT_EQ(tree.Sign([](auto& options) { options.logCallback = nullptr; }).status, 0);
+    const auto noRoot = [](auto& options) { options.root = L""; };
+    const auto signing = tree.Sign(noRoot);
+    EXPECT_EQ(signing.status, kInvalidArgument);
+    ASSERT_EQ(signing.messages.size(), 1u);
+    EXPECT_TRUE(signing.messages[0].starts_with("2 resolve root: "));
+    const auto verification = tree.Verify(noRoot);
+    EXPECT_EQ(verification.status, kInvalidArgument);
+    EXPECT_EQ(verification.messages, signing.messages);
+}
+
+TEST(Sign, FailsWithAMessageWhenTheRootIsNoFolder) {
+    SealedTree tree{"file"};
     for (const char* name : {"absent", "file"}) {
         tree.root = tree.At(name);
         const auto outcome = tree.Sign();
@@ -230,20 +228,42 @@ TEST(Sign, FailsWithItsMessageWhereRootOrManifestIsNotToBeHad) {
         ASSERT_EQ(outcome.messages.size(), 2u);
         EXPECT_TRUE(outcome.messages[1].starts_with("2 open root '" + tree.Shown(name) + "': "));
     }
-    tree.manifest = tree.root = tree.folder / "tree";
-    const auto outcome = tree.Sign();
-    EXPECT_EQ(outcome.status, kFail);
-    EXPECT_EQ(outcome.messages.back(), "2 Create manifest -> Win32 5");
-    // Missing folders of the manifest are made; where they cannot be made the standard error passes through.
+}
+
+TEST(Sign, MakesTheFoldersOfTheManifest) {
+    SealedTree tree;
     tree.manifest = tree.folder / "new" / "er" / "seal";
     EXPECT_EQ(tree.Sign().status, 0);
     EXPECT_TRUE(std::filesystem::exists(tree.manifest));
+}
+
+TEST(Sign, RaisesAnErrorWhenTheManifestsFolderCannotBeMade) {
+    SealedTree tree{"file"};
     tree.manifest = tree.At("file/seal");
     EXPECT_THROW(tree.Sign(), std::filesystem::filesystem_error);
 }
 
-TEST(Sign, LeavesNoHandleOrMemoryBehind) {
-    const SealedTree tree("+1=x;+a/2=x;+a/3=x;+b/4=x;+b/c/5=x;+k.lnk=x");
+BOOL WINAPI WriteNothing(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
+    SetLastError(ERROR_DISK_FULL);
+    return FALSE;
+}
+
+TEST(Sign, FailsWithAMessageWhenTheManifestCannotBeWritten) {
+    SealedTree tree;
+    {
+        const ImportHook write("WriteFile", WriteNothing);
+        const auto outcome = tree.Sign();
+        EXPECT_EQ(outcome.status, kFail);
+        EXPECT_EQ(outcome.messages.back(), "2 Write manifest -> Win32 112");
+    }
+    tree.manifest = tree.root;
+    const auto outcome = tree.Sign();
+    EXPECT_EQ(outcome.status, kFail);
+    EXPECT_EQ(outcome.messages.back(), "2 Create manifest -> Win32 5");
+}
+
+TEST(SignAndVerify, LeaveNoHandleOrMemoryBehind) {
+    const SealedTree tree{"1", "a/2", "a/3", "b/4", "b/c/5", "k.lnk"};
     std::uint32_t handles = 0;
     std::size_t blocks = 0;
     for (int i = 0; i < 13; ++i) {

@@ -103,7 +103,7 @@ int Sign(Output& out, const SignCommand& command) {
         const Progress progress(out, "signing", {[&session] { return session.Counts(); }});
         status = ZoSigner_SignDirectory(&options, &result);
     } catch (const std::filesystem::filesystem_error& error) {
-        return session.Fail(error, "sign");
+        return session.Fail(error);
     }
     return status >= 0 ? ReportSigned(out, command, session, open, result) : session.Fail(status, "sign");
 }
@@ -118,6 +118,11 @@ int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVeri
     session.ShowFindings();
     out.Table(counts.Line());
     const Json facts = session.AddedTo({{"counts", counts.Members()}, {"thumbprint", HexJson(result.thumbprint)}});
+    // A sealed folder that cannot be listed may hold anything, whatever else was found.
+    if (const std::size_t unseen = session.Count("unreadable"); unseen != 0) {
+        out.Hint("Check that you have access to these folders and that no other program uses them, then verify again.");
+        return out.Found(kExitUnreadable, zo::Format("Sealed folders that could not be listed: {}.", unseen), facts);
+    }
     const int bits = (result.extra != 0 ? kVerifyExtra : 0) | (result.missing != 0 ? kVerifyMissing : 0) |
                      (result.bad != 0 ? kVerifyBad : 0);
     if (bits == 0) return out.Done("The folder is as it was when it was signed.", facts);
@@ -130,18 +135,14 @@ int Verify(Output& out, const VerifyCommand& command) {
     if (const Ended ended = session.Fill(options)) return *ended;
     ZoSignerVerifyResult result{};
     std::int32_t status = 0;
-    try {
+    {
         const Progress progress(
             out, "verifying",
             {[&session] { return session.Counts(); }, [&command] { return ListedBytes(command.paths.manifest); }});
         status = command.embedded ? ZoSigner_VerifyDirectoryWithEmbeddedKey(&options, &result)
                                   : ZoSigner_VerifyDirectory(&options, &result);
-    } catch (const std::filesystem::filesystem_error& error) {
-        // A sealed folder that cannot be listed may hold anything: that is no seal that holds.
-        session.ShowFindings();
-        return session.Fail(error, "verify");
     }
-    const bool checked = status >= 0 || status == ZOSIG_E_VERIFY_FAILED;
+    const bool checked = status >= 0 || status == ZOSIG_E_VERIFY_FAILED || session.Count("unreadable") != 0;
     return checked ? ReportVerified(out, session, result) : session.Fail(status, "verify");
 }
 

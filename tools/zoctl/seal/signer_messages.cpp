@@ -24,6 +24,7 @@ constexpr MessageRow kMessageRows[] = {
     {zosigner::kExtraLink, "extra", "link", ""},
     {zosigner::kExtraFolder, "extra", "folder", ""},
     {zosigner::kExtraFile, "extra", "file", ""},
+    {zosigner::kUnseenFolder, "unreadable", "folder cannot be listed", zosigner::kBeforeErrorText},
     {zosigner::kSkippedLink, "skipped link", "links are not sealed", ""},
     {zosigner::kHashFailed, "unreadable", "cannot be read", zosigner::kBeforeStatus},
     {zosigner::kSignFailed, "unreadable", "cannot be signed", zosigner::kBeforeStatus},

@@ -81,10 +81,10 @@ int SignerSession::Fail(std::int32_t status, const std::string& verb) const {
     return out_.Fail(status, Subject::kSigner, verb + " " + Quote(paths_.root), AddedTo(Json::object()));
 }
 
-int SignerSession::Fail(const std::filesystem::filesystem_error& error, const std::string& verb) const {
+int SignerSession::Fail(const std::filesystem::filesystem_error& error) const {
     const std::string folder = zo::Utf8FromWide(error.path1().wstring());
-    return out_.Refuse(verb == "verify" ? kExitUnreadable : kExitFailed,
-                       zo::Format("Could not {} {}: the folder {} cannot be used: {}", verb, Quote(paths_.root),
+    return out_.Refuse(kExitFailed,
+                       zo::Format("Could not sign {}: the folder {} cannot be created: {}", Quote(paths_.root),
                                   Quote(folder), zo::ErrorText(static_cast<std::uint32_t>(error.code().value()))),
                        "Check that you have access to the folder and that no other program uses it, then try again.",
                        AddedTo(Json::object()));

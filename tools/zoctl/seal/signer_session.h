@@ -43,10 +43,10 @@ class SignerSession {
         return std::nullopt;
     }
 
-    // The end of a call that failed with a status, or by the exception that the library lets pass where a folder
-    // cannot be listed or made. verb: "sign" or "verify".
+    // Ends a call that failed with a status. verb: "sign" or "verify".
     int Fail(std::int32_t status, const std::string& verb) const;
-    int Fail(const std::filesystem::filesystem_error& error, const std::string& verb) const;
+    // Ends a signing that failed because a folder for the key or the manifest cannot be created.
+    int Fail(const std::filesystem::filesystem_error& error) const;
 
     // "120 files, 2 findings", from any thread while the call runs.
     [[nodiscard]] std::string Counts() const;
