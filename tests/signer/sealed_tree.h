@@ -85,7 +85,7 @@ inline zo::OwnedFile Hold(const std::filesystem::path& path) {
 
 // What verification reports about one item.
 struct Finding {
-    std::uint32_t ZoSignerVerifyResult::*counter;
+    std::uint32_t ZoSignerVerifyResult::* counter;
     std::string beginning;  // level and text
     std::string path;       // relative to the root
 };
