@@ -27,7 +27,7 @@ inline constexpr std::string_view kNotUtf16Name = "name that is not valid UTF-16
 inline constexpr std::string_view kListingFailed = "iter: ";  // the error's text follows, no path
 inline constexpr std::string_view kFilesFound = "Found ";     // the number of files follows
 
-// A key blob that is not one, before either.
+// Either, before anything else: the key blob is not a key of the kind needed.
 inline constexpr std::string_view kKeyImportFailed = "ImportKeyBlob ";
 
 // What follows the path of kUnseenFolder; of kInvalidSignature; of kHashFailed and kSignFailed.

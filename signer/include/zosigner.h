@@ -59,6 +59,8 @@ typedef uint32_t ZoSignerLogLevel;
  * Single findings are reported here and nowhere else, one message each. These beginnings never change, so that programs
  * can recognise them; what they show in capitals varies. PATH is a full path, 0x........ a status.
  *
+ *   either
+ *     "ImportKeyBlob -> NTSTATUS 0x........"                   level 2; the key blob is not a key of the kind needed
  *   verifying
  *     "[MISS] PATH"                                            a file is gone or cannot be read
  *     "[MISS] shortcut anchor: PATH"                           a shortcut is gone
