@@ -6,7 +6,9 @@ install(TARGETS ZoProtectorLib EXPORT ZoProtectorLibTargets
         RUNTIME DESTINATION bin LIBRARY DESTINATION lib ARCHIVE DESTINATION lib)
 install(EXPORT ZoProtectorLibTargets NAMESPACE ZoProtectorLib:: DESTINATION lib/cmake/ZoProtectorLib)
 install(FILES sdk/include/zoprotector.h sdk/include/zoprotector_status.h sdk/include/driver_records.h
-              signer/include/zosigner.h crash_report/include/zocrashreport.h
+              sdk/include/zostatus.hpp sdk/include/zoprotector.hpp
+              signer/include/zosigner.h signer/include/zosigner.hpp
+              crash_report/include/zocrashreport.h crash_report/include/zocrashreport.hpp
         DESTINATION include)
 install(FILES README.md CHANGELOG.md DESTINATION share/doc/ZoProtectorLib)
 install(DIRECTORY docs examples DESTINATION share/doc/ZoProtectorLib)

@@ -9,6 +9,7 @@
 
 #include "bare_channel.h"
 #include "installed_driver.h"
+#include "layer_calls.h"
 #include "paired_run.h"
 #include "rule_exports.h"
 #include "temp_folder.h"
@@ -157,6 +158,7 @@ int main(int count, char** arguments) {
         CompareRuleExports(bare);
         CompareDrains(bare, simulator);
         CompareLists(bare);
+        CompareLayer();
     }
     ZoProtector_Uninitialize();
     return 0;

@@ -1,5 +1,5 @@
 """What callers compile: every public header by itself, for the GNU and for the MSVC target, and the examples of the
-README, whole programs that do what they say."""
+README and of docs/cpp.md, whole programs that do what they say."""
 
 import re
 import tempfile
@@ -10,6 +10,9 @@ from build_facts import BUILD, CC, CXX, EXPORTING_HEADERS, SOURCE, run, wine
 
 PUBLIC_HEADERS = EXPORTING_HEADERS + [SOURCE / part for part in (
     "sdk/include/zoprotector_status.h", "sdk/include/driver_records.h", "simulator/include/zoprotector_simulator.h")]
+LAYER_HEADERS = [SOURCE / part for part in (
+    "sdk/include/zostatus.hpp", "sdk/include/zoprotector.hpp", "signer/include/zosigner.hpp",
+    "crash_report/include/zocrashreport.hpp")]
 STRICT = ["-Wall", "-Wextra", "-pedantic-errors", "-Werror"]
 COMPILERS = {
     "C99": [CC, "-std=c99", "-x", "c", "-Wstrict-prototypes"],
@@ -35,6 +38,16 @@ class Sources(unittest.TestCase):
                 with self.subTest(header=header.name, language=language):
                     run(*compiler, *STRICT, "-fsyntax-only", f"-I{header.parent}", self.source)
 
+    def test_each_layer_header_stands_alone(self):
+        compilers = {"GCC": COMPILERS["C++20"], "clang": ["clang++-19", "--target=x86_64-w64-mingw32", "-std=c++20",
+                                                          "-x", "c++"]}
+        for header in LAYER_HEADERS:
+            self.source.write_text(f'#include "{header.name}"\n#include "{header.name}"\nint ZoNothing;\n')
+            for name, compiler in compilers.items():
+                with self.subTest(header=header.name, compiler=name):
+                    run(*compiler, *STRICT, "-Wconversion", "-Wshadow", "-fsyntax-only",
+                        *(f"-I{folder.parent}" for folder in EXPORTING_HEADERS), self.source)
+
     def test_each_function_has_its_pointer_type(self):
         """And no header has one that belongs to no function."""
         for header in EXPORTING_HEADERS:
@@ -45,9 +58,10 @@ class Sources(unittest.TestCase):
             self.source.write_text(f'#include <type_traits>\n#include "{header.name}"\n{checks}')
             run(*COMPILERS["C++20"], *STRICT, "-DZO_NO_IMPORT", "-fsyntax-only", f"-I{header.parent}", self.source)
 
-    def test_examples_of_the_readme_build_and_run(self):
-        examples = re.findall(r"^```(c|cpp)\n(.*?)^```", (SOURCE / "README.md").read_text(), re.MULTILINE | re.DOTALL)
-        self.assertEqual(sorted(language for language, _ in examples), ["c", "cpp"])
+    def test_examples_of_the_documents_build_and_run(self):
+        text = "".join((SOURCE / document).read_text() for document in ("README.md", "docs/cpp.md"))
+        examples = re.findall(r"^```(c|cpp)\n(.*?)^```", text, re.MULTILINE | re.DOTALL)
+        self.assertEqual(sorted(language for language, _ in examples), ["c", "cpp", "cpp"])
         for language, text in examples:
             self.source.write_text(text)
             compiler = COMPILERS["C99" if language == "c" else "C++20"]
