@@ -99,12 +99,6 @@ TEST_F(DedupeRecord, CountsOnlyWithEightBytes) {
     }
 }
 
-TEST_F(DedupeRecord, IsMadeWithItsFolder) {
-    ASSERT_FALSE(std::filesystem::exists(record_.parent_path()));
-    EXPECT_EQ(Taken(), "a.dmp ");
-    EXPECT_EQ(zotest::ReadFileBytes(record_), bytes_);
-}
-
 TEST_F(DedupeRecord, OffersDumpsAgainWhenItsFolderCannotBeMade) {
     zotest::WriteFileBytes(record_.parent_path(), "a file where the folder should be");
     EXPECT_EQ(Taken() + Taken(), "a.dmp a.dmp ");

@@ -303,16 +303,5 @@ TEST_F(Gate, EndsAWaitForTheTimeACancelOrTheNetwork) {
     }
 }
 
-TEST_F(Gate, StaysOpen) {
-    const std::filesystem::path dump = AddDump("1.dmp", kOurs, kBase + 1);
-    api_.networkOk();
-    const zotest::ImportHook hook("SleepConditionVariableCS", NoteWait);
-    waits.clear();
-    Configure();
-    EXPECT_EQ(Upload(dump).status, 0u);
-    EXPECT_EQ(Upload(dump).status, 0u);
-    EXPECT_EQ(waits, std::vector<DWORD>());
-}
-
 }  // namespace
 }  // namespace zocrashtest

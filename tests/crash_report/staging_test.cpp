@@ -65,11 +65,6 @@ TEST_F(Staging, FailsWithTheStatusOfTheCopy) {
                                   "1 Access denied to " + kDenied + "; staging via driver to " + where_,
                                   "2 Driver-side copy failed: 0x80000001 (files=0, dirs=0, skipped=0)"}));
     EXPECT_FALSE(std::filesystem::exists(staged_ / "old"));
-
-    OpenDriver();
-    zotest::SimulatorClient().FailNext(ZOP_IOCTL_COPY_DIRECTORY, 0xC0000022);
-    EXPECT_EQ(Run(), (Outcome{.status = 0x80000004}));
-    EXPECT_EQ(TakeLog().back(), "2 Driver-side copy failed: 0x80000004 (files=0, dirs=0, skipped=0)");
 }
 
 TEST_F(Staging, LeavesALinkInTheFolderAndWhatIsBehindIt) {

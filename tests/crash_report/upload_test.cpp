@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <thread>
 
 #include "handle_count.h"
 #include "import_hook.h"
@@ -67,13 +66,6 @@ TEST_F(Uploads, AskFirstThenSendTheDump) {
     const std::string stored = zo::Format("dumps/report-{:06}.dmp", std::stoi(number));
     EXPECT_EQ(zotest::ReadFileBytes(ServerFile(stored)), zotest::ReadFileBytes(dump));
     EXPECT_TRUE(Field(requests[1].document, "CrashStack").starts_with("d2FpdGVk"));  // "waited"
-}
-
-TEST_F(Uploads, NeverSendAKnownCrashAgain) {
-    const std::filesystem::path dump = AddDump("a.dmp", kOurs, kBase);
-    EXPECT_EQ(Upload(dump), kSent);
-    EXPECT_EQ(Upload(dump), kKnown);
-    EXPECT_EQ(NewRequests().size(), 3u);
 }
 
 TEST_F(Uploads, HaveTheHeadAndTheFrameOfTheProtocol) {
@@ -291,21 +283,6 @@ TEST_F(Uploads, SendTheDumpAsItIsByThenAndOnlyWithItsText) {
         EXPECT_EQ(requests.size(), sent ? 2u : 1u);
         EXPECT_EQ(Field(requests.back().body, "CrashDumpLen"), sentLength);
     }
-}
-
-TEST_F(Uploads, FinishTheDumpInHandAfterACancel) {
-    AddDump("1.dmp", kOurs, kBase + 1);
-    AddDump("2.dmp", kOurs2, kBase + 2);
-    Conditions("slow 1\nslow 1\n");
-    std::thread other([this] {
-        while (Posts() == taken_)
-            Sleep(20);
-        api_.cancel();
-    });
-    EXPECT_EQ(Run(), (Outcome{.status = 0x80004004, .found = 2, .selected = 1, .accepted = 1, .uploaded = 1}));
-    other.join();
-    EXPECT_EQ(Record(), kBase + 2);
-    EXPECT_EQ(NewRequests().size(), 2u);
 }
 
 TEST_F(Uploads, LeaveNoHandleBehind) {
