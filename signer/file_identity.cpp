@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "owned_handles.h"
 #include "tree_path.h"
@@ -16,8 +17,9 @@ zo::OwnedFile OpenForAttributes(const std::wstring& path) {
                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
-// Nothing where the file system has no 128-bit ids, or gives zero for want of one.
-std::optional<FILE_ID_INFO> IdOf(const zo::OwnedFile& file) {
+// Nothing where the file system has no 128-bit ids, or gives zero instead.
+std::optional<FILE_ID_INFO> IdOf(const std::wstring& path) {
+    const zo::OwnedFile file = OpenForAttributes(path);
     FILE_ID_INFO id{};
     if (!file || !GetFileInformationByHandleEx(file.Get(), FileIdInfo, &id, sizeof(id))) return std::nullopt;
     const auto isZero = [](BYTE byte) { return byte == 0; };
@@ -38,13 +40,20 @@ std::uint64_t Join(DWORD high, DWORD low) {
 
 FileIdentity::FileIdentity(const wchar_t* path)
     : path_(LongForm(path)), name_(std::wstring_view(path_).substr(path_.find_last_of(L"\\/") + 1)) {
-    const zo::OwnedFile file = OpenForAttributes(path_);
-    BY_HANDLE_FILE_INFORMATION information{};
-    if (!file || !GetFileInformationByHandle(file.Get(), &information)) return;
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &data)) return;
+    BY_HANDLE_FILE_INFORMATION target{};
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+        target.nFileSizeHigh = data.nFileSizeHigh;
+        target.nFileSizeLow = data.nFileSizeLow;
+        target.ftCreationTime = data.ftCreationTime;
+    } else if (const zo::OwnedFile file = OpenForAttributes(path_);
+               !file || !GetFileInformationByHandle(file.Get(), &target)) {
+        return;
+    }
     exists_ = true;
-    size_ = Join(information.nFileSizeHigh, information.nFileSizeLow);
-    created_ = Join(information.ftCreationTime.dwHighDateTime, information.ftCreationTime.dwLowDateTime);
-    id_ = IdOf(file);
+    size_ = Join(target.nFileSizeHigh, target.nFileSizeLow);
+    created_ = Join(target.ftCreationTime.dwHighDateTime, target.ftCreationTime.dwLowDateTime);
 }
 
 bool FileIdentity::MayBe(const DirectoryItem& item) const {
@@ -54,10 +63,12 @@ bool FileIdentity::MayBe(const DirectoryItem& item) const {
 }
 
 bool FileIdentity::Is(const std::wstring& path, const DirectoryItem& item) const {
-    if (id_ && !item.IsReparsePoint()) {
-        if (const auto other = IdOf(OpenForAttributes(path))) {
-            return other->VolumeSerialNumber == id_->VolumeSerialNumber &&
-                   std::memcmp(&other->FileId, &id_->FileId, sizeof(id_->FileId)) == 0;
+    if (!item.IsReparsePoint()) {
+        const auto own = IdOf(path_);
+        const auto other = own ? IdOf(path) : std::nullopt;
+        if (other) {
+            return other->VolumeSerialNumber == own->VolumeSerialNumber &&
+                   std::memcmp(&other->FileId, &own->FileId, sizeof(own->FileId)) == 0;
         }
     }
     // The item's path is not resolved again: that could drop a dot at its end, which makes it another file.

@@ -4,7 +4,6 @@
 // inside the tree.
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,21 +15,20 @@ namespace zosigner {
 // paths decide, ignoring case.
 class FileIdentity {
   public:
-    // The file need not exist; it is looked at once, here.
+    // The file need not exist. Its size and creation time are taken here, its id when an item may be it.
     explicit FileIdentity(const wchar_t* path);
 
     // Whether the listed item can be this file. Nearly all items are ruled out by their listing, because asking the
     // platform for an id takes longer than hashing a small file. Is decides about the rest.
     [[nodiscard]] bool MayBe(const DirectoryItem& item) const;
 
-    // path: the item's, in long form. A link is the file only when its own path is the one given: it could lead to the
-    // file from anywhere.
+    // path: the item's, in long form. A link is the file only when its own path is the one given, because links from
+    // anywhere can lead to the file.
     [[nodiscard]] bool Is(const std::wstring& path, const DirectoryItem& item) const;
 
   private:
     std::wstring path_;  // long form
     std::wstring_view name_;
-    std::optional<FILE_ID_INFO> id_;
     bool exists_ = false;
     std::uint64_t size_ = 0;
     std::uint64_t created_ = 0;  // FILETIME
