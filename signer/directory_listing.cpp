@@ -19,19 +19,19 @@ std::uint32_t DirectoryListing::Open(const wchar_t* path, bool followLink) {
     next_ = nullptr;
     directory_.Reset(CreateFileW(path, FILE_LIST_DIRECTORY, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
     if (!directory_) return GetLastError();
-    // The first records are read at once: what is no directory can be opened, but not listed.
+    // The first records are read at once: a file can be opened this way, but not listed.
     static_cast<void>(Fill());
     return error_;
 }
 
 bool DirectoryListing::Fill() {
-    // Every file system that lists at all gives this record; some, above all on a network, refuse those with file ids.
+    // Every file system gives this record. Some, mostly network file systems, refuse the records with file ids.
     const auto kind = begun_ ? FileFullDirectoryInfo : FileFullDirectoryRestartInfo;
     begun_ = true;
     next_ = nullptr;
     if (!GetFileInformationByHandleEx(directory_.Get(), kind, buffer_.Get(), IoBuffer::kBytes)) {
         const DWORD error = GetLastError();
-        // The root of an empty volume has not even the two dots, and says so with another error.
+        // The root of an empty volume has not even "." and "..", and ends with another error.
         const bool atEnd = error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND;
         error_ = atEnd ? ERROR_SUCCESS : error;
         directory_.Reset();

@@ -24,13 +24,13 @@ struct DirectoryItem {
 
 class DirectoryListing {
   public:
-    // Whatever else uses the buffer ends the listing.
+    // The listing is invalid once anything else uses the buffer.
     explicit DirectoryListing(IoBuffer& buffer) : buffer_(buffer) {}
 
-    // A link is followed only where it is asked for. Gives the Win32 error, 0 when done. One object lists any number of
-    // directories, one after the other.
+    // Follows a link at the end of the path only if followLink says so. Gives the Win32 error, 0 on success. One object
+    // can list any number of directories, one after the other.
     [[nodiscard]] std::uint32_t Open(const wchar_t* path, bool followLink);
-    // False at the end and at an error; Error() is 0 at the end. "." and ".." are left out.
+    // False at the end, where Error() is 0, and after an error. "." and ".." are left out.
     [[nodiscard]] bool Next(DirectoryItem& item);
     [[nodiscard]] std::uint32_t Error() const { return error_; }
 

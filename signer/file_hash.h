@@ -14,7 +14,7 @@ class FileHasher {
   public:
     FileHasher(zo::Hasher& sha256, IoBuffer& buffer) : sha256_(sha256), buffer_(buffer) {}
 
-    // An HRESULT for what the file system refuses, an NTSTATUS for what the cryptography does.
+    // Gives an HRESULT when the file cannot be read, an NTSTATUS when hashing fails.
     [[nodiscard]] std::int32_t Hash(const wchar_t* path, zo::Sha256Digest& digest);
 
   private:

@@ -1,7 +1,7 @@
 #pragma once
 
-// The one block of memory that an operation reads through, listings and file contents alike. Taken once and not
-// cleared: for a small tree that costs more than the reading.
+// The block of memory that an operation reads listings and file contents into. It is allocated once and not cleared:
+// clearing it costs more than reading a small tree.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +16,7 @@ class IoBuffer {
     [[nodiscard]] void* Get() const { return block_.get(); }
 
   private:
-    // Listing records want to be aligned to eight bytes.
+    // Listing records must be aligned to eight bytes.
     std::unique_ptr<std::uint64_t[]> block_ =
         std::make_unique_for_overwrite<std::uint64_t[]>(kBytes / sizeof(std::uint64_t));
 };

@@ -20,7 +20,7 @@ namespace {
 
 constexpr ULONG kKeyBits = 2048;
 
-// A private key is not left behind in freed memory.
+// Cleared before it is freed, so that no private key stays in memory.
 struct KeyBlob : std::vector<std::uint8_t> {
     KeyBlob() = default;
     KeyBlob(const KeyBlob&) = delete;
@@ -52,8 +52,8 @@ std::uint32_t WritePublicKey(const std::wstring& path, const KeyBlob& blob) {
     return WriteKey(CreateKeyFile(path, GENERIC_WRITE, CREATE_ALWAYS), blob);
 }
 
-// The access list is in force before the first byte is written, so that others can at no time read the key, not even
-// where it replaces an older file.
+// The access list is set before the first byte is written, so that others can never read the key, not even if it
+// replaces an older file.
 std::uint32_t WritePrivateKey(const std::wstring& path, const KeyBlob& blob) {
     PrivateAccess access;
     if (const auto file = CreateKeyFile(path, GENERIC_WRITE | WRITE_DAC, CREATE_ALWAYS, access.ForNewFile())) {
@@ -62,8 +62,7 @@ std::uint32_t WritePrivateKey(const std::wstring& path, const KeyBlob& blob) {
     }
     const std::uint32_t error = GetLastError();
     if (error != ERROR_ACCESS_DENIED) return error;
-    // A file that keeps its access list must not get the key: others may read it. A new one gets a list as it is
-    // created.
+    // Others may be able to read a file that keeps its old access list, so the key goes into a new one.
     if (!DeleteFileW(path.c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND) return error;
     return WriteKey(CreateKeyFile(path, GENERIC_WRITE, CREATE_NEW, access.ForNewFile()), blob);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// The key pair of a keystore folder: where its two files are, how they are made, loaded and replaced, and how a key is
-// told by its thumbprint. What is signed with it is not decided here.
+// The key pair of a keystore folder: where its two files are, how they are made, loaded and replaced, and the
+// thumbprint that identifies a key. What is signed with the key is decided elsewhere.
 
 #include <cstdint>
 #include <span>
@@ -38,16 +38,16 @@ class SigningKey {
   public:
     [[nodiscard]] BCRYPT_KEY_HANDLE Get() const { return key_.Get(); }
 
-    // The private key of the keystore. False without a word when there is none.
+    // The private key of the keystore. False, without a message, when there is none.
     [[nodiscard]] bool LoadForSigning(const Keystore& keystore, const Report& report);
-    // The public key, or the private one where there is no public file; a public file that does not import is final.
+    // The public key, or the private one if there is no public file. A public file that does not import is an error.
     [[nodiscard]] bool LoadForVerification(const Keystore& keystore, const Report& report);
-    // Loads the private key, or makes and saves a fresh pair where there is none that imports.
+    // Loads the private key, or makes and saves a new pair if none imports.
     [[nodiscard]] std::int32_t Ensure(const Keystore& keystore, const Report& report);
-    // A key of the caller's. Where a public key is wanted, a full private one does as well.
+    // A key from the caller. A full private key is accepted where a public one is asked for.
     [[nodiscard]] std::int32_t ImportBlob(std::span<const std::uint8_t> blob, KeyBlobKind kind, const Report& report);
 
-    // A fresh pair; gives an NTSTATUS.
+    // Makes a new pair; gives an NTSTATUS.
     [[nodiscard]] std::int32_t Generate();
     [[nodiscard]] bool Save(const Keystore& keystore, const Report& report) const;
 

@@ -14,8 +14,8 @@ namespace zosigner {
 
 namespace {
 
-// The digest that the whole-file signature is made over. The pieces are hashed where they are: joining them would take
-// the memory of a second manifest. Gives an NTSTATUS.
+// The digest that the whole-file signature covers. The two pieces are hashed in place: joining them would double the
+// memory needed. Gives an NTSTATUS.
 std::int32_t HashSignedText(zo::Hasher& sha256, std::string_view magicLine, std::string_view body,
                             zo::Sha256Digest& digest) {
     for (const std::string_view piece : {magicLine, body}) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// A manifest as a file: hashed, signed and written, or read and verified before anything in it is believed.
+// A manifest as a file: hashed, signed and written; or read, and verified before anything in it is used.
 
 #include <cstdint>
 #include <string>
@@ -12,11 +12,11 @@
 
 namespace zosigner {
 
-// False when it could not be signed or written; a file that was begun stays as far as it came.
+// False when it could not be signed or written; a partly written file is left behind.
 [[nodiscard]] bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key,
                                  zo::Hasher& sha256, const Report& report);
 
-// The bytes of the file stay with their parsed form, which points into them.
+// The parsed form points into the bytes of the file.
 struct ManifestFile {
     std::string bytes;
     ListedTree tree;

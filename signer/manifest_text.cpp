@@ -15,7 +15,7 @@ constexpr std::string_view kAlgorithm = "RSA-2048-PKCS1-SHA256";
 constexpr std::string_view kHeaderEnd = "----";
 constexpr std::size_t kTextPerFile = 640;  // signature and digest in hexadecimal, keys, line ends, a short path
 
-// Lines end at line feeds; one carriage return before it belongs to the line end. The last line may lack its end.
+// Lines end with a line feed, or a carriage return and a line feed. The last line may have no end.
 class Lines {
   public:
     explicit Lines(std::string_view text) : rest_(text) {}
@@ -35,8 +35,8 @@ class Lines {
     std::string_view rest_;
 };
 
-// Gives the value of a line that begins with the key. The key's length is known when this is compiled, which turns the
-// comparison into an instruction or two.
+// Gives the value of a line that begins with the key. The key's length is known at compile time, so the comparison
+// takes an instruction or two.
 template <std::size_t Size>
 bool TakeValue(std::string_view line, const char (&key)[Size], std::string_view& value) {
     constexpr std::size_t kLength = Size - 1;  // without the terminator
@@ -52,7 +52,7 @@ std::string_view SkipBlanks(std::string_view line) {
     return line.substr(at);
 }
 
-// Digits up to the first other character; none is 0, and what does not fit is the largest number.
+// The digits up to the first other character. No digits give 0; a number that does not fit gives the largest one.
 std::uint64_t Number(std::string_view text) {
     constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
     std::uint64_t number = 0;
@@ -79,13 +79,13 @@ std::string ParseHeader(Lines& lines, ListedTree& tree) {
         } else if (TakeValue(line, "TIME ", value)) {
             tree.time = Number(value);
         }
-        // Anything else is for people or for later writers, COUNT included.
+        // Other lines, such as COUNT, are for people or for later versions.
     }
     return "manifest header not terminated";
 }
 
-// "D S path" or "D O path". Anything else that begins like a directory is refused: a seal that the reader does not
-// understand must not be lost without a word.
+// "D S path" or "D O path". Any other D line is refused: the reader must not silently drop a seal that it does not
+// understand.
 bool ParseDirectory(std::string_view line, ListedDirectory& directory) {
     constexpr std::size_t kFlag = 2;
     constexpr std::size_t kPath = 4;
@@ -95,8 +95,7 @@ bool ParseDirectory(std::string_view line, ListedDirectory& directory) {
     return true;
 }
 
-// The three lines after an F line belong to it by position, whatever they hold. Gives the key whose value is malformed,
-// or null.
+// The three lines after an F line belong to it, whatever they hold. Gives the key whose value is malformed, or null.
 const char* ParseAttributes(Lines& lines, ListedEntry& entry) {
     constexpr int kAttributeLines = 3;
     constexpr std::size_t kDigestDigits = 64;

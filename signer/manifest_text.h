@@ -1,11 +1,10 @@
 #pragma once
 
-// The text of a manifest: building the part below its signature, and taking a manifest apart. Pure: bytes in, values
-// out. Hashing, signing and files are the business of manifest_file.h.
+// The text of a manifest: building the part below its signature, and parsing. Pure: bytes in, values out. Hashing,
+// signing and files are in manifest_file.h.
 //
-// What is read stays in the buffer that it was read into: the parsed manifest is made of views, and digests and
-// signatures stay hexadecimal text, checked but not decoded, until their file is verified. That keeps the memory of a
-// verification near the size of its manifest.
+// A parsed manifest consists of views into the buffer that it was read into. Digests and signatures are checked, but
+// stay hexadecimal text until their file is verified. So a verification needs little more memory than its manifest.
 
 #include <array>
 #include <cstdint>
@@ -34,7 +33,7 @@ struct ManifestEntry {
     std::uint64_t size = 0;
     std::array<std::uint8_t, 32> digest{};
     std::vector<std::uint8_t> signature{};
-    bool anchor = false;  // a shortcut: it has to be there, with whatever contents
+    bool anchor = false;  // a shortcut: it must be there, with any contents
 };
 
 struct Manifest {
@@ -81,7 +80,7 @@ struct ListedTree {
     std::vector<ListedEntry> entries;
 };
 
-// Both give the message of the first fault found, or an empty text when there is none. The results are views into the
+// Both give the message of the first fault found, or an empty text if there is none. The results are views into the
 // text that was passed in. ParseBody is for a body whose signature has been verified.
 [[nodiscard]] std::string SplitSignedText(std::string_view file, SignedText& parts);
 [[nodiscard]] std::string ParseBody(std::string_view body, ListedTree& tree);

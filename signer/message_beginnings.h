@@ -1,8 +1,8 @@
 #pragma once
 
-// How the messages begin that report a single finding. Callers have no other channel for findings, so zoctl recognises
-// them by these texts, and zosigner.h lists them; they never change. What follows a beginning is the full path, or what
-// the header says there. Pure.
+// The beginnings of the messages that report single findings. Callers have no other channel for findings: zoctl
+// recognises them by these texts, and zosigner.h lists them, so they never change. A full path follows, except where
+// noted. Pure.
 
 #include <string_view>
 

@@ -16,7 +16,7 @@ struct alignas(SID) SidBuffer {
     }
 };
 
-// The user, not the owner of the file: a file that is replaced can belong to anybody.
+// The user, not the owner of the file: an older file can belong to anybody.
 bool FillUser(SidBuffer& sid) {
     zo::OwnedKernelObject token;
     if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Out()) &&  // the thread may act for another user

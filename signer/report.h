@@ -1,7 +1,7 @@
 #pragma once
 
-// Messages to the caller of one operation. Formatted as UTF-8 and handed over as UTF-16; without a callback nothing is
-// formatted at all.
+// Messages to the caller of one operation. They are formatted as UTF-8 and passed as UTF-16; without a callback nothing
+// is formatted.
 
 #include <string>
 #include <utility>

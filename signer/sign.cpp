@@ -38,7 +38,7 @@ void WarnSkipped(const Report& report, std::string_view beginning, const std::st
     report.Warning("{}{}{}{:08X} (skipped)", beginning, shown, kBeforeStatus, zo::Bits(status));
 }
 
-// Signs what can be read and drops the rest from the list. Gives the number of files signed.
+// Signs the files that can be read and removes the others from the list. Gives the number of files signed.
 std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Report& report, FileHasher hasher,
                           std::vector<ManifestEntry>& entries) {
     std::uint32_t signedFiles = 0;

@@ -1,8 +1,8 @@
 #pragma once
 
-// The three spellings of a path: the platform's long form ("\\?\C:\..."), by which everything is opened, so that no
-// length limit holds and trailing dots and blanks stay part of a name; the ordinary form, which messages show; and the
-// relative form of manifests, UTF-8 with "/".
+// The three forms of a path: the platform's long form ("\\?\C:\..."), used to open everything, because it has no length
+// limit and keeps trailing dots and blanks; the ordinary form, which messages show; and the relative form of manifests,
+// UTF-8 with "/".
 
 #include <string>
 #include <string_view>

@@ -77,13 +77,13 @@ class Verifier {
             report_.Warning("{}{}", kMissingFile, root_.Shown(entry.path));
             return &ZoSignerVerifyResult::missing;
         }
-        // An entry without a digest has that of zeros, which no file has.
+        // Without a digest, the entry counts as having one of all zeros, which no file has.
         zo::Sha256Digest listed{};
         if (!zo::DecodeHexExactly(entry.digest, listed) || digest != listed) {
             report_.Error("{}{}", kHashMismatch, root_.Shown(entry.path));
             return &ZoSignerVerifyResult::bad;
         }
-        // The reader has checked the digits; an empty signature stays empty and does not verify.
+        // Cannot fail: the reader has checked the digits. An empty signature does not verify.
         static_cast<void>(zo::DecodeHex(entry.signature, signature_));
         if (const std::int32_t status = zo::VerifyDigest(key_.Get(), digest, signature_); status < 0) {
             report_.Error("{}{}{}{:08X})", kInvalidSignature, root_.Shown(entry.path), kBeforeSignatureStatus,
@@ -93,7 +93,7 @@ class Verifier {
         return &ZoSignerVerifyResult::ok;
     }
 
-    // Names are compared byte for byte: a listed file under another letter case is not the listed one.
+    // Names are compared byte for byte: a file in another letter case is not the listed one.
     void CollectListed() {
         listed_.reserve(tree_.entries.size() + tree_.directories.size());
         for (const ListedEntry& entry : tree_.entries)

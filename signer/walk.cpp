@@ -15,21 +15,21 @@ namespace zosigner {
 
 namespace {
 
-// An item of a directory that is being walked, kept while the contents of its elder siblings are listed.
+// An item of a directory that is being walked, kept while the contents of earlier items are listed.
 struct PendingItem {
     std::wstring name;
     DirectoryItem listed{};  // without its name
     bool maybeManifest = false;
 };
 
-// A directory on the way down. Its listing is read to the end before its subdirectories are entered, so that one handle
-// and one buffer serve a tree of any depth.
+// A directory that is being walked. Its whole listing is read before its subdirectories are entered, so that one handle
+// and one buffer are enough for a tree of any depth.
 struct Level {
     std::string relative;
     std::wstring path;
     std::vector<PendingItem> items{};
     std::size_t next = 0;
-    std::uint32_t error = 0;  // what ended the listing early; told after what it still gave
+    std::uint32_t error = 0;  // what ended the listing early; reported after its items
 };
 
 class Walker {
@@ -78,7 +78,7 @@ class Walker {
         levels_.pop_back();
     }
 
-    // May add a level, after which the references are not valid any more.
+    // May add a level, which invalidates the references.
     void Visit(const Level& level, const PendingItem& item) {
         std::string relative = JoinRelative(level.relative, zo::Utf8FromWide(item.name));
         if (item.maybeManifest && manifestFile_.Is(JoinPath(level.path, item.name), item.listed)) return;

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a tree holds, in the order of its directory listings, each directory before its contents; and the decision which
+// Lists a tree in the order of its directory listings, each directory before its contents, and decides which
 // directories are sealed. Links of any kind are neither listed nor followed.
 
 #include <cstdint>
