@@ -62,11 +62,11 @@ class Server(contextlib.ExitStack):
     def end(self):
         """Its exit status; also when it has stopped already."""
         self.process.send_signal(signal.SIGTERM)
-        return self.process.wait(timeout=20)
+        return self.process.wait(timeout=300)
 
     def connect(self, host="localhost"):
         trusted = ssl.create_default_context(cafile=self.folder / "certificate.pem")
-        return http.client.HTTPSConnection(host, self.port, context=trusted, timeout=30)
+        return http.client.HTTPSConnection(host, self.port, context=trusted, timeout=300)
 
     def request(self, method, path, body=None):
         with contextlib.closing(self.connect()) as client:
