@@ -198,11 +198,11 @@ class SealTest(unittest.TestCase):
     def test_warns_of_a_key_inside_the_tree(self):
         inside = self.tree / "keys"
         done = self.zoctl(0, "sign", self.tree, "-m", self.manifest, "-k", inside)
-        self.assertIn("keystore lies inside", done.stderr)
+        self.assertIn("keystore is inside", done.stderr)
         self.assertNotIn("\r", done.stderr)  # progress is for terminals
         self.assertIn(b"\nF keys/private.rsakey\n", self.manifest.read_bytes())
         done = self.zoctl(0, "sign", self.tree, "-m", self.manifest, "--key", inside / "private.rsakey")
-        self.assertIn("key file lies inside", done.stderr)
+        self.assertIn("key file is inside", done.stderr)
 
     def test_findings_stream_and_stay_printable(self):
         self.sign()

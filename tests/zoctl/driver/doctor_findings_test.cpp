@@ -25,8 +25,8 @@ DoctorFacts Healthy() {
     return facts;
 }
 
-// What is not healthy and what is then found, beside the set-ups of a real service that zoctl_driver_test.cpp breaks.
-TEST(Doctor, NamesWhatIsWrongAndOnlyThat) {
+// zoctl_driver_test.cpp breaks a real service; these rows are what it cannot break.
+TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
     const struct {
         std::uint32_t deviceError;
         void (*spoil)(DoctorFacts&);
@@ -36,9 +36,9 @@ TEST(Doctor, NamesWhatIsWrongAndOnlyThat) {
         {0, [](auto& f) { f.queryStatus = INT32_MIN + 4; }, "wrong service: .*ZOP_E_ACCESS_DENIED.*"},
         {0, [](auto& f) { f.state = 3; }, "wrong service: stopping"},
         {2, [](auto& f) { f.state = 2; }, "wrong service: starting\nnote device: .*while.* starts.*"},
-        {0, [](auto& f) { f.altitude = "high"; }, "wrong filter instance: .*no number"},
+        {0, [](auto& f) { f.altitude = "high"; }, "wrong filter instance: .*not a number"},
         {2, [](auto&) {}, "wrong device: does not exist although.*"},
-        {32, [](auto&) {}, "note device: .*does not name; handshake.*"},
+        {32, [](auto&) {}, "note device: .*does not identify; handshake.*"},
         {5, [](auto& f) { f.holders.assign(2, "process 7"); }, "note device: .*: process 7, process 7; handshake.*"},
         {5, [](auto& f) { f.administrator = true; }, "note device: is held by another process.*"},
         {5, [](auto&) {}, "wrong device: .*denied"},

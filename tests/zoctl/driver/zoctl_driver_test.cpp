@@ -13,13 +13,18 @@ class ZoctlDriver : public testing::Test {
     void SetUp() override { RemoveDriverService(); }
     void TearDown() override { RemoveDriverService(); }
 
-    // Of those beside the programs.
+    static void InstallAndStart() {
+        ASSERT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
+        ASSERT_EQ(Zoctl("driver start").exitCode, 0);
+    }
+
+    // A driver file next to the programs.
     static std::string File(const char* name = "ZoProtectorDriver.sys") {
         return zo::Utf8FromWide((ProgramFolder() / name).wstring());
     }
 };
 
-TEST_F(ZoctlDriver, InstallsStartsUpgradesStopsAndRemoves) {
+TEST_F(ZoctlDriver, CommandsWalkTheServiceFromInstallToUninstall) {
     EXPECT_EQ(Zoctl("driver start").exitCode, 3);
     EXPECT_TRUE(Gave(Zoctl("driver install C:\\none.sys"), 3, "Check the path of the driver's file."));
     ASSERT_EQ(RunZoctl({"driver", "install", File(), "--start", "auto", "--altitude", "4711.5"}).exitCode, 0);
@@ -31,87 +36,99 @@ TEST_F(ZoctlDriver, InstallsStartsUpgradesStopsAndRemoves) {
                      {{"state", "running"}, {"startType", "demand"}, {"altitude", "4711.5"}}));
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(Zoctl("driver self-protect").exitCode, 0);
-    const SimulatorClient simulator;
-    EXPECT_EQ(simulator.State().fileProtectEnabled, 1u);
-    EXPECT_EQ(simulator.State().tableCount[ZOSIM_TABLE_REGISTRY], 1u);
-
-    // Losses are no alarm, and all fits a screen.
-    simulator.InjectEvents(ZOSIM_RING_REGISTRY, ZOP_REGISTRY_EVENT_RING_SIZE + 7);
-    const Json measured = Zoctl("doctor --json").json["measured"];
-    EXPECT_EQ(measured["lost"]["registry"], 7);
-    EXPECT_EQ(measured["driverVersion"], (Json{1, 0, 0}));
-    EXPECT_EQ(measured["rules"]["registry"], 1);
-    const ZoctlRun doctor = Zoctl("doctor");
-    EXPECT_TRUE(Gave(doctor, 0, "7 of the registry ring"));
-    EXPECT_LT(std::count(doctor.out.begin(), doctor.out.end(), '\n'), 25) << doctor.out;
-
-    const TempFolder folder;  // where the old file is moved to
-    ChildOptions options;
-    options.environment = {{L"TMP", folder.Path().wstring()}};
-    EXPECT_EQ(Zoctl("driver upgrade C:\\none.sys").exitCode, 3);
-    EXPECT_TRUE(
-        Gave(RunZoctl({"driver", "upgrade", File("ZoProtectorDriver_noversion.sys")}), 1, "carries no version"));
-    for (const auto& [file, newer] :
-         {std::pair{"ZoProtectorDriver.sys", false}, {"ZoProtectorDriver_1_0_1.sys", true}}) {
-        EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File(file), "--json"}, options), 0, "", {{"upgraded", newer}}));
-    }
-    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
-    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
-
+    EXPECT_EQ(SimulatorClient().State().fileProtectEnabled, 1u);
+    EXPECT_EQ(SimulatorClient().State().tableCount[ZOSIM_TABLE_REGISTRY], 1u);
     EXPECT_EQ(Zoctl("driver stop").exitCode, 0);
     EXPECT_EQ(Zoctl("driver uninstall").exitCode, 0);
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "not installed"}}));
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
 }
 
-TEST_F(ZoctlDriver, DoctorFindsWhatIsBrokenAndNothingElse) {
-    static const std::wstring key = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
-    static const std::wstring file = InstalledDriverPath();
-    static const std::wstring away = file + L".away";
-    static ChildOptions options;
-    static const auto move = [](const std::wstring& from, const std::wstring& to) {
-        EXPECT_TRUE(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
-    };
-    const auto moveAway = [] { move(file, away); };
-    const auto moveBack = [] { move(away, file); };
-    const auto reset = [] { SimulatorClient().Reset(); };
-    const struct {
-        const char* subject;
-        const char* words;
-        void (*spoil)();
-        void (*repair)();  // the last two need none
-    } rows[] = {
-        {"service", "stopped", [] { Zoctl("driver stop"); }, [] { Zoctl("driver start"); }},
-        {"start type", "disabled", [] { Zoctl("driver set-start disabled"); },
-         [] { Zoctl("driver set-start demand"); }},
-        {"protection", "off", [] { Zoctl("disable"); }, reset},
-        {"driver file", "does not exist", moveAway, moveBack},
-        {"file version", "no version", [] { move(file, away), WriteFileBytes(file, "no driver"); }, moveBack},
-        {"deletion", "marked",
-         [] {
-             const DWORD marked = 1;
-             RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"DeleteFlag", REG_DWORD, &marked, sizeof(marked));
-         },
-         [] { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"DeleteFlag"); }},
-        {"file version", "1.99.0 is running", [] { SimulatorClient().SetVersion(1, 99, 0); }, reset},
-        {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, reset},
-        {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
-         reset},
-        {"diagnostic log", "cannot be written", [] { options.environment = {{L"TMP", file}}; },
-         [] { options.environment.clear(); }},
-        {"filter instance", "not registered",
-         [] {
-             const std::wstring instance = key + L"\\Instances\\ZoProtector Instance";
-             RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, instance.c_str(), L"Altitude");
-         },
-         [] {}},
-        {"service", "not installed", [] { Zoctl("driver uninstall"); }, [] {}},
-    };
-    EXPECT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
-    EXPECT_EQ(Zoctl("driver start").exitCode, 0);
-    for (const auto& row : rows) {
+TEST_F(ZoctlDriver, DoctorReportsLostEventsWithoutAlarm) {
+    InstallAndStart();
+    EXPECT_TRUE(Gave(Zoctl("registry add HKLM\\X"), 0));
+    SimulatorClient().InjectEvents(ZOSIM_RING_REGISTRY, ZOP_REGISTRY_EVENT_RING_SIZE + 7);
+    const Json measured = Zoctl("doctor --json").json["measured"];
+    EXPECT_EQ(measured["lost"]["registry"], 7);
+    EXPECT_EQ(measured["driverVersion"], (Json{1, 0, 0}));
+    EXPECT_EQ(measured["rules"]["registry"], 1);
+    const ZoctlRun doctor = Zoctl("doctor");
+    EXPECT_TRUE(Gave(doctor, 0, "7 of the registry ring"));
+    EXPECT_LT(std::count(doctor.out.begin(), doctor.out.end(), '\n'), 25) << "must fit a screen\n" << doctor.out;
+}
+
+TEST_F(ZoctlDriver, UpgradeReplacesAnOlderFileOnly) {
+    InstallAndStart();
+    const TempFolder folder;  // where the old file is moved to
+    ChildOptions options;
+    options.environment = {{L"TMP", folder.Path().wstring()}};
+    EXPECT_EQ(Zoctl("driver upgrade C:\\none.sys").exitCode, 3);
+    EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File("ZoProtectorDriver_noversion.sys")}), 1, "has no version"));
+    for (const auto& [file, newer] :
+         {std::pair{"ZoProtectorDriver.sys", false}, {"ZoProtectorDriver_1_0_1.sys", true}}) {
+        EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File(file), "--json"}, options), 0, "", {{"upgraded", newer}}));
+    }
+    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
+}
+
+const std::wstring kKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
+const std::wstring kFile = InstalledDriverPath();
+const std::wstring kAway = kFile + L".away";
+ChildOptions doctorOptions;
+
+void Move(const std::wstring& from, const std::wstring& to) {
+    EXPECT_TRUE(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
+}
+void MoveAway() {
+    Move(kFile, kAway);
+}
+
+void MoveBack() {
+    Move(kAway, kFile);
+}
+
+void Reset() {
+    SimulatorClient().Reset();
+}
+
+// What is broken, the one finding that the doctor then has, and the repair; the last two need none.
+const struct Breakage {
+    const char* subject;
+    const char* words;
+    void (*spoil)();
+    void (*repair)();
+} kBreakages[] = {
+    {"service", "stopped", [] { Zoctl("driver stop"); }, [] { Zoctl("driver start"); }},
+    {"start type", "disabled", [] { Zoctl("driver set-start disabled"); }, [] { Zoctl("driver set-start demand"); }},
+    {"protection", "off", [] { Zoctl("disable"); }, Reset},
+    {"driver file", "does not exist", MoveAway, MoveBack},
+    {"file version", "no version", [] { Move(kFile, kAway), WriteFileBytes(kFile, "no driver"); }, MoveBack},
+    {"deletion", "marked",
+     [] {
+         const DWORD marked = 1;
+         RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag", REG_DWORD, &marked, sizeof(marked));
+     },
+     [] { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag"); }},
+    {"file version", "1.99.0 is running", [] { SimulatorClient().SetVersion(1, 99, 0); }, Reset},
+    {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, Reset},
+    {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); }, Reset},
+    {"diagnostic log", "cannot be written", [] { doctorOptions.environment = {{L"TMP", kFile}}; },
+     [] { doctorOptions.environment.clear(); }},
+    {"filter instance", "not registered",
+     [] {
+         const std::wstring instance = kKey + L"\\Instances\\ZoProtector Instance";
+         RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, instance.c_str(), L"Altitude");
+     },
+     [] {}},
+    {"service", "not installed", [] { Zoctl("driver uninstall"); }, [] {}},
+};
+
+TEST_F(ZoctlDriver, DoctorFindsTheBreakageAndNothingElse) {
+    InstallAndStart();
+    for (const auto& row : kBreakages) {
         row.spoil();
-        const ZoctlRun run = Zoctl("doctor --json", options);
+        const ZoctlRun run = Zoctl("doctor --json", doctorOptions);
         EXPECT_TRUE(Gave(run, 40, row.words));
         std::string wrong;
         for (const Json& finding : run.json["findings"]) {

@@ -42,10 +42,18 @@ TEST(Text, ShowsNoCharacterThatATerminalObeys) {
     };
     for (const auto& [in, out] : cases)
         EXPECT_EQ(zoctl::EscapeControls(in), out);
+}
+
+TEST(TextTable, AlignsItsColumnsByTheCellsOfATerminal) {
     zoctl::TextTable table({"NAME", "N", "LAST"});
-    table.Add({"\xC3\xA9\xC3\xA9", "10", "x\ny"});
-    table.Add({"longer", "", ""});
-    EXPECT_EQ(table.Render(), "NAME    N   LAST\n\xC3\xA9\xC3\xA9      10  x\\x0Ay\nlonger\n");
+    table.Add({"longest", "", ""});
+    table.Add({"\xC3\xA9\xC3\xA9", "10", "x\ny"});           // two letters of two bytes
+    table.Add({"\xE6\x97\xA5\xE6\x9C\xAC.x", "7", "last"});  // two wide characters of three bytes
+    EXPECT_EQ(table.Render(),
+              "NAME     N   LAST\n"
+              "longest\n"
+              "\xC3\xA9\xC3\xA9       10  x\\x0Ay\n"
+              "\xE6\x97\xA5\xE6\x9C\xAC.x   7   last\n");
 }
 
 }  // namespace

@@ -7,68 +7,77 @@ using namespace zotest;
 
 class ZoctlCommands : public ZoctlTest {};
 
-// In this order: what is added first is removed later. Each line is one run, and one command to the driver.
-TEST_F(ZoctlCommands, EachSendsItsOneCommandAndSaysSoInJson) {
-    const std::string name = "C:\\\xE6\x97\xA5\xF0\x9F\x94\x92";  // beyond every code page
-    const struct {
-        std::string line;
-        std::uint32_t code;
-        Json members = {};  // that the document has
-    } cases[] = {
-        {"disable", ZOP_IOCTL_SET_MASTER_ENABLED, {{"enabled", false}}},
-        {"enable", ZOP_IOCTL_SET_MASTER_ENABLED, {{"enabled", true}}},
-        {"process add C:\\a.exe", ZOP_IOCTL_ADD_PROCESS_RULE, {{"path", "C:\\a.exe"}}},
-        {"process add-folder C:\\f -r", ZOP_IOCTL_ADD_PROCESS_RULE, {{"folder", "C:\\f"}, {"recursive", true}}},
-        {"process remove c:\\A.exe", ZOP_IOCTL_REMOVE_PROCESS_RULE, {{"path", "c:\\A.exe"}}},
-        {"process clear", ZOP_IOCTL_CLEAR_PROCESS_RULES},
-        {"file add status", ZOP_IOCTL_ADD_FILE_RULE, {{"path", "status"}}},
-        {"file add-folder C:\\f --filter *.x", ZOP_IOCTL_ADD_FILE_RULE, {{"filter", "*.x"}, {"recursive", false}}},
-        {"file add-scoped " + name + " --scope C:\\t --folder -r --exclusive",
-         ZOP_IOCTL_ADD_FILE_RULE,
-         {{"path", name}, {"scope", "C:\\t"}, {"exclusive", true}, {"scopeFolder", false}}},
-        {"file remove C:\\f", ZOP_IOCTL_REMOVE_FILE_RULE, {{"path", "C:\\f"}}},
-        {"file enable", ZOP_IOCTL_ENABLE_FILE_PROTECT, {{"enabled", true}}},
-        {"file disable", ZOP_IOCTL_ENABLE_FILE_PROTECT, {{"enabled", false}}},
-        {"file ignore add C:\\i --folder -r", ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, {{"recursive", true}}},
-        {"file ignore remove C:\\i", ZOP_IOCTL_REMOVE_FILE_IGNORE_PROCESS, {{"path", "C:\\i"}}},
-        {"file ignore clear", ZOP_IOCTL_CLEAR_FILE_IGNORE_PROCESSES},
-        {"registry add HKLM\\X -r", ZOP_IOCTL_ADD_REGISTRY_RULE, {{"key", "HKLM\\X"}, {"recursive", true}}},
-        {"registry remove hklm\\x", ZOP_IOCTL_REMOVE_REGISTRY_RULE, {{"key", "hklm\\x"}}},
-        {"registry clear", ZOP_IOCTL_CLEAR_REGISTRY_RULES},
-        {"registry ignore add C:\\i", ZOP_IOCTL_ADD_REGISTRY_IGNORE_PROCESS, {{"folder", false}}},
-        {"registry ignore remove C:\\i", ZOP_IOCTL_REMOVE_REGISTRY_IGNORE_PROCESS},
-        {"registry ignore clear", ZOP_IOCTL_CLEAR_REGISTRY_IGNORE_PROCESSES},
-        {"dll enable", ZOP_IOCTL_ENABLE_DLL_LOAD_FILTER, {{"enabled", true}}},
-        {"dll add C:\\w", ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, {{"recursive", false}}},
-        {"dll remove C:\\w", ZOP_IOCTL_REMOVE_DLL_WHITELIST_FOLDER},
-        {"dll clear", ZOP_IOCTL_CLEAR_DLL_WHITELIST},
-        {"signature policy", ZOP_IOCTL_GET_SIGNATURE_POLICY, {{"mode", 0}, {"changed", false}}},
-        {"signature override add 0", ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, {{"pid", 0}}},
-        {"signature override remove 0", ZOP_IOCTL_REMOVE_SIGNATURE_OVERRIDE, {{"pid", 0}}},
-        {"signature override clear", ZOP_IOCTL_CLEAR_SIGNATURE_OVERRIDES},
-        {"rules list --table dll", ZOP_IOCTL_LIST_DLL_WHITELIST},
-        {"stats", ZOP_IOCTL_GET_STATS, {{"version", 3}, {"unsignedBypassAttempts", 0}}},
-        {"force-crash --yes", ZOP_IOCTL_FORCE_CRASH},
-    };
-    for (const auto& one : cases) {
-        const ZoctlRun run = Zoctl(one.line + " --json");
-        EXPECT_EQ(Sent(), Codes{one.code}) << one.line;
-        ASSERT_TRUE(Gave(run, 0, "", one.members)) << one.line;
-        EXPECT_EQ(run.json["ok"], true) << one.line;
-        EXPECT_TRUE(one.line.starts_with(run.json["command"].get<std::string>())) << run.json["command"];
+const std::string kName = "C:\\\xE6\x97\xA5\xF0\x9F\x94\x92";  // beyond every code page
+
+struct CommandRow {
+    std::string line;
+    std::uint32_t code;
+    Json members = {};  // that the document has
+};
+
+// In this order: what is added first is removed later.
+const CommandRow kCommandRows[] = {
+    {"disable", ZOP_IOCTL_SET_MASTER_ENABLED, {{"enabled", false}}},
+    {"enable", ZOP_IOCTL_SET_MASTER_ENABLED, {{"enabled", true}}},
+    {"process add C:\\a.exe", ZOP_IOCTL_ADD_PROCESS_RULE, {{"path", "C:\\a.exe"}}},
+    {"process add-folder C:\\f -r", ZOP_IOCTL_ADD_PROCESS_RULE, {{"folder", "C:\\f"}, {"recursive", true}}},
+    {"process remove c:\\A.exe", ZOP_IOCTL_REMOVE_PROCESS_RULE, {{"path", "c:\\A.exe"}}},
+    {"process clear", ZOP_IOCTL_CLEAR_PROCESS_RULES},
+    {"file add status", ZOP_IOCTL_ADD_FILE_RULE, {{"path", "status"}}},
+    {"file add-folder C:\\f --filter *.x", ZOP_IOCTL_ADD_FILE_RULE, {{"filter", "*.x"}, {"recursive", false}}},
+    {"file add-scoped " + kName + " --scope C:\\t --folder -r --exclusive",
+     ZOP_IOCTL_ADD_FILE_RULE,
+     {{"path", kName}, {"scope", "C:\\t"}, {"exclusive", true}, {"scopeFolder", false}}},
+    {"file remove C:\\f", ZOP_IOCTL_REMOVE_FILE_RULE, {{"path", "C:\\f"}}},
+    {"file enable", ZOP_IOCTL_ENABLE_FILE_PROTECT, {{"enabled", true}}},
+    {"file disable", ZOP_IOCTL_ENABLE_FILE_PROTECT, {{"enabled", false}}},
+    {"file ignore add C:\\i --folder -r", ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, {{"recursive", true}}},
+    {"file ignore remove C:\\i", ZOP_IOCTL_REMOVE_FILE_IGNORE_PROCESS, {{"path", "C:\\i"}}},
+    {"file ignore clear", ZOP_IOCTL_CLEAR_FILE_IGNORE_PROCESSES},
+    {"registry add HKLM\\X -r", ZOP_IOCTL_ADD_REGISTRY_RULE, {{"key", "HKLM\\X"}, {"recursive", true}}},
+    {"registry remove hklm\\x", ZOP_IOCTL_REMOVE_REGISTRY_RULE, {{"key", "hklm\\x"}}},
+    {"registry clear", ZOP_IOCTL_CLEAR_REGISTRY_RULES},
+    {"registry ignore add C:\\i", ZOP_IOCTL_ADD_REGISTRY_IGNORE_PROCESS, {{"folder", false}}},
+    {"registry ignore remove C:\\i", ZOP_IOCTL_REMOVE_REGISTRY_IGNORE_PROCESS},
+    {"registry ignore clear", ZOP_IOCTL_CLEAR_REGISTRY_IGNORE_PROCESSES},
+    {"dll enable", ZOP_IOCTL_ENABLE_DLL_LOAD_FILTER, {{"enabled", true}}},
+    {"dll add C:\\w", ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, {{"recursive", false}}},
+    {"dll remove C:\\w", ZOP_IOCTL_REMOVE_DLL_WHITELIST_FOLDER},
+    {"dll clear", ZOP_IOCTL_CLEAR_DLL_WHITELIST},
+    {"signature policy", ZOP_IOCTL_GET_SIGNATURE_POLICY, {{"mode", 0}, {"changed", false}}},
+    {"signature override add 0", ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, {{"pid", 0}}},
+    {"signature override remove 0", ZOP_IOCTL_REMOVE_SIGNATURE_OVERRIDE, {{"pid", 0}}},
+    {"signature override clear", ZOP_IOCTL_CLEAR_SIGNATURE_OVERRIDES},
+    {"rules list --table dll", ZOP_IOCTL_LIST_DLL_WHITELIST},
+    {"stats", ZOP_IOCTL_GET_STATS, {{"version", 3}, {"unsignedBypassAttempts", 0}}},
+    {"force-crash --yes", ZOP_IOCTL_FORCE_CRASH},
+};
+
+TEST_F(ZoctlCommands, EachSendsOneRequestAndReportsItInJson) {
+    for (const CommandRow& row : kCommandRows) {
+        const ZoctlRun run = Zoctl(row.line + " --json");
+        EXPECT_EQ(Sent(), Codes{row.code}) << row.line;
+        ASSERT_TRUE(Gave(run, 0, "", row.members)) << row.line;
+        EXPECT_EQ(run.json["ok"], true) << row.line;
+        EXPECT_TRUE(row.line.starts_with(run.json["command"].get<std::string>())) << run.json["command"];
     }
-    // Two rules are left; the scoped one says whether its options found their fields.
-    const auto rules = Simulator().Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
-    ASSERT_EQ(rules.size(), 2u);
-    const ZopFileRuleRecord& scoped = rules[rules[0].exclusive ? 0 : 1];
-    EXPECT_TRUE(FieldText(scoped.path).ends_with(zo::WideFromUtf8(name.substr(2))));
-    EXPECT_TRUE(FieldText(scoped.scopePath).ends_with(L"\\t"));
-    EXPECT_EQ(std::vector<int>({scoped.isFolder, scoped.recursive, scoped.scopeIsFolder, scoped.scopeRecursive}),
-              std::vector<int>({1, 1, 0, 0}));
-    EXPECT_TRUE(Gave(Zoctl("rules list --table file"), 0, name));
 }
 
-TEST_F(ZoctlCommands, EachFailureHasItsExitCodeAndSaysWhatToDo) {
+TEST_F(ZoctlCommands, AddScopedFillsTheFieldOfEachOption) {
+    EXPECT_TRUE(Gave(Zoctl("file add-scoped " + kName + " --scope C:\\t --folder -r --exclusive"), 0));
+    const auto rules = Simulator().Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
+    ASSERT_EQ(rules.size(), 1u);
+    EXPECT_TRUE(FieldText(rules[0].path).ends_with(zo::WideFromUtf8(kName.substr(2))));
+    EXPECT_TRUE(FieldText(rules[0].scopePath).ends_with(L"\\t"));
+    EXPECT_EQ(rules[0].isFolder, 1);
+    EXPECT_EQ(rules[0].recursive, 1);
+    EXPECT_EQ(rules[0].scopeIsFolder, 0);
+    EXPECT_EQ(rules[0].scopeRecursive, 0);
+    EXPECT_EQ(rules[0].exclusive, 1);
+    EXPECT_TRUE(Gave(Zoctl("rules list --table file"), 0, kName));
+}
+
+TEST_F(ZoctlCommands, EachStatusHasItsExitCodeAndAdvice) {
     for (const auto& [status, exitCode, name] : {std::tuple{0xC0000034u, 3, "ZOP_E_DRIVER_NOT_FOUND"},
                                                  {0xC0000022u, 5, "ZOP_E_ACCESS_DENIED"},
                                                  {0xC0000044u, 8, "ZOP_E_QUOTA_EXCEEDED"},
@@ -138,7 +147,7 @@ TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {
     EXPECT_TRUE(Gave(Zoctl("stats --json"), 0, "", {{"unsignedBypassAttempts", nullptr}}));
 }
 
-TEST_F(ZoctlCommands, CopiesAndIdentifies) {
+TEST_F(ZoctlCommands, CopyDirectoryCopiesAndHardwareIdIsHexadecimal) {
     const TempFolder folder;
     WriteFileBytes(folder / "from" / "a b.txt", "x");
     EXPECT_TRUE(Gave(RunZoctl({"copy-directory", zo::Utf8FromWide((folder / "from").wstring()),
@@ -150,7 +159,7 @@ TEST_F(ZoctlCommands, CopiesAndIdentifies) {
     EXPECT_EQ(id.find_first_not_of("0123456789ABCDEF"), 64u);
 }
 
-TEST_F(ZoctlCommands, EventsTellLossesWhereTheyAreAndAddUp) {
+TEST_F(ZoctlCommands, EventsShowLossesInTheirPlaceAndContinueFromAPosition) {
     Simulator().InjectEvents(ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE + 12);
     Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 3);
     std::vector<Json> lines;
@@ -170,7 +179,7 @@ TEST_F(ZoctlCommands, EventsTellLossesWhereTheyAreAndAddUp) {
     EXPECT_EQ(total,
               Json::parse(R"({"type": "total", "ring": "main", "received": 1024, "lost": 12, "produced": 1036})"));
 
-    // Going on from there: nothing new, then what came meanwhile.
+    // From that position on: nothing new, then what came meanwhile.
     EXPECT_TRUE(Gave(Zoctl(onwards + " --json"), 0, "", {{"records", Json::array()}}));
     Simulator().InjectEvents(ZOSIM_RING_EVENTS, 2);
     const ZoctlRun more = Zoctl(onwards);
@@ -178,8 +187,7 @@ TEST_F(ZoctlCommands, EventsTellLossesWhereTheyAreAndAddUp) {
     EXPECT_TRUE(Gave(more, 0, "2 received + 0 lost = 2 produced"));
 }
 
-// Neither a driver that is always busy or fails nor a reader that is gone leaves the caller without an end and totals.
-TEST_F(ZoctlCommands, EventsEndWithoutAnEndOfEvents) {
+TEST_F(ZoctlCommands, EventsEndForABusyDriverAFailureAndAClosedReader) {
     Simulator().SetProducer(ZOSIM_RING_REGISTRY, 512);
     EXPECT_TRUE(Gave(Zoctl("events --registry --capacity 512"), 0, "16384 received + 0 lost"));
     Simulator().InjectEvents(ZOSIM_RING_EVENTS, 3);
@@ -188,10 +196,10 @@ TEST_F(ZoctlCommands, EventsEndWithoutAnEndOfEvents) {
     ChildOptions options;
     options.deafReader = true;
     EXPECT_TRUE(
-        Gave(Zoctl("events --jsonl", options), 1, "main: 0 received + 0 lost = 0 produced; go on with --from 0"));
+        Gave(Zoctl("events --jsonl", options), 1, "main: 0 received + 0 lost = 0 produced; continue with --from 0"));
 }
 
-TEST_F(ZoctlCommands, FollowingEventsAccountsForEveryOneAtALoadThatLoses) {
+TEST_F(ZoctlCommands, FollowAccountsForEveryEventWhenSomeAreLost) {
     Simulator().SetProducer(ZOSIM_RING_EVENTS, 1500);  // a poll's worth and more than the ring holds
     const std::string out = Zoctl("events --follow --jsonl --capacity 1024 --interval 50 --for 1").out;
     Simulator().SetProducer(ZOSIM_RING_EVENTS, 0);
@@ -203,7 +211,7 @@ TEST_F(ZoctlCommands, FollowingEventsAccountsForEveryOneAtALoadThatLoses) {
     EXPECT_EQ(total["received"], ring.handedOut);
 }
 
-TEST(ZoctlSeal, HoldsNowhereWhereASealedFolderCannotBeListed) {
+TEST(ZoctlSeal, VerifyFailsWhenASealedFolderCannotBeListed) {
     const TempFolder folder;
     const std::filesystem::path shut = folder / "tree" / "shut";
     std::filesystem::create_directories(shut);

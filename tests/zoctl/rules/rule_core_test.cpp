@@ -68,7 +68,7 @@ void ExpectOneMistake(const std::string& text, const std::string& pointer, const
 
 // The same files as the schema is tried on: each is the one with everything and one change, [where, what], and where the
 // mistake is when it is elsewhere.
-TEST(RuleFileCheck, FindsTheMistakeAndItsPlace) {
+TEST(RuleFileCheck, ReportsTheOneMistakeAtItsPlace) {
     std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/tests/zoctl/rules/rule_files.json", std::ios::binary);
     const auto files = nlohmann::json::parse(stream);
     for (const auto& [kind, changes] : files.at("changes").items()) {
@@ -84,20 +84,19 @@ TEST(RuleFileCheck, FindsTheMistakeAndItsPlace) {
     }
 }
 
-TEST(RuleFileCheck, TellsWhereATextIsNoJsonAndWhatStandsTwice) {
+TEST(RuleFileCheck, NamesThePlaceOfInvalidJsonAndDuplicateMembers) {
     EXPECT_EQ(Mistakes("\xEF\xBB\xBF{\"version\": 1}"), "");
     ExpectOneMistake("", "", "cannot be read as JSON");
     ExpectOneMistake("{\n  \"version\": 1,\n}", "", "line 3");
     ExpectOneMistake("{\"version\": 1, \"comment\": \"\xFF\"}", "", "cannot be read as JSON");
     ExpectOneMistake("{\"version\": 1e999}", "", "'1e999'");
     ExpectOneMistake(R"({"version": 1, "dll": {"folders": [], "enabled": true, "folders": []}})", "/dll/folders",
-                     "stands twice");
+                     "duplicate member");
     ExpectOneMistake(R"({"version": 1, "process": {"rules": [{"path": "C:\\a"}, {"path": "C:\\b", "path": "C:\\c"}]}})",
-                     "/process/rules/1/path", "stands twice");
+                     "/process/rules/1/path", "duplicate member");
 }
 
-// What export writes, check accepts, and it wants just what the driver held; the rest is named.
-TEST(RuleFileWrite, ReadsBackAsWhatTheDriverHeldAndLeavesOutWhatNoFileCanAskFor) {
+TEST(RuleFileWrite, ReadsBackAsTheDriversRulesAndListsThoseLeftOut) {
     const std::string volume = "\\Device\\HarddiskVolume1\\";
     const std::string scope = "\\Device\\HarddiskVolume2\\s";
     using Tables = std::array<std::vector<Rule>, kTables>;
@@ -130,9 +129,10 @@ TEST(RuleFileWrite, ReadsBackAsWhatTheDriverHeldAndLeavesOutWhatNoFileCanAskFor)
     EXPECT_EQ(file.masterEnabled, true);
     EXPECT_EQ(file.policy, state.policy);
     EXPECT_FALSE(file.HasUnreadable());
+}
 
-    // Flags that the driver holds without their names are shown, or a difference would have two sides that look the
-    // same.
+// Otherwise a difference could show two rules that look the same.
+TEST(RuleText, ShowsFlagsThatTheDriverHoldsWithoutTheirNames) {
     const Rule odd{"C:\\a", 0, 0, "", "", 1, 2, 1};
     EXPECT_EQ(RuleJson(Table::kFile, odd).dump(),
               R"({"path":"C:\\a","scope":{"folder":"","recursive":2},"exclusive":true})");
@@ -173,19 +173,25 @@ WantedRules Wanted(Table table, const std::vector<Rule>& rules) {
     return wanted;
 }
 
-// One letter a command, in the order of StepKind: R remove, C clear, A add (a when it is senseless without an earlier
-// step); then the parts that cannot be read back (clear and add of the file ignores, the registry ignores and the
-// overrides, the two switches), policy and master.
-std::string Letters(const std::vector<Step>& steps) {
-    std::string letters;
-    for (const Step& step : steps) {
-        const bool needing = step.kind == StepKind::kAddRule && step.needs >= 0;
-        letters += needing ? 'a' : "RCAifgjoOFDPM"[static_cast<int>(step.kind)];
+// The kinds of the steps in words; "restore" is an add that is pointless without an earlier step.
+std::string Kinds(const Plan& plan) {
+    static constexpr const char* kKinds[] = {
+        "remove",          "clear",           "add",      "clear file ignores", "file ignore", "clear registry ignores",
+        "registry ignore", "clear overrides", "override", "file switch",        "dll switch",  "policy",
+        "master switch"};
+    static_assert(std::size(kKinds) == kStepKinds);
+    std::string kinds;
+    for (const Step& step : plan.steps) {
+        const bool restores = step.kind == StepKind::kAddRule && step.needs >= 0;
+        kinds += kinds.empty() ? "" : ", ";
+        kinds += restores ? "restore" : kKinds[static_cast<std::size_t>(step.kind)];
     }
-    return letters;
+    return kinds;
 }
 
-TEST(RulePlan, TakesTheFewestCommandsAndKnowsMassRemoval) {
+constexpr bool kMass = true;
+
+TEST(RulePlan, TakesTheFewestStepsAndDetectsMassRemoval) {
     const Rule a{"C:\\a"}, b{"C:\\b"}, c{"C:\\c"}, d{"C:\\d"}, lower{"c:\\A"};
     const Rule exe{"C:\\f", 1, 1, "*.exe"}, dll{"C:\\f", 1, 1, "*.dll"}, txt{"C:\\f", 1, 1, "*.txt"};
     const Rule flat{"C:\\F", 1, 0, "*.EXE"}, single{"C:\\f", 0, 1, "*.exe"}, lost{"X:\\x"};  // no drive leads to lost
@@ -195,25 +201,29 @@ TEST(RulePlan, TakesTheFewestCommandsAndKnowsMassRemoval) {
         const char* name;
         std::vector<Rule> held;
         std::vector<Rule> wanted;
-        const char* letters;  // and "!" for a mass removal
+        const char* steps;
+        bool isMassRemoval = false;
     } cases[] = {
         {"nothing to do, spelt otherwise", {a, b}, {b, lower}, ""},
-        {"half of them", {a, b}, {a}, "R"},
-        {"the last one", {a}, {}, "R!"},
-        {"all of several", {a, b, c}, {}, "C!"},
-        {"most of them: clearing is cheaper", {b, c, d, exe}, {b}, "Ca!"},
-        {"as dear both ways: nothing is cleared", {a, b, c}, {c}, "RR!"},
-        {"one of two rules of a path goes: both go, one returns", {a, b, c, exe, dll}, {a, b, c, dll}, "Ra"},
-        {"beside the one that returns, a new one", {exe, dll}, {dll, txt}, "RaA"},
-        {"a second rule of a path: nothing goes", {exe}, {exe, dll}, "A"},
-        {"only clearing removes it", {a, b, lost}, {a, b}, "Caa"},
-        {"what lies below, too", {flat}, {exe}, "Ra"},
-        {"exclusive now", {shared}, {s}, "Ra"},
-        {"no longer what lies below", {exe}, {flat}, "Ra!"},
-        {"a folder becomes a file", {exe}, {single}, "Ra!"},
-        {"no longer exclusive", {s}, {shared}, "Ra!"},
-        {"a smaller scope", {s}, {scopeFlat}, "Ra!"},
-        {"a scope of one process", {s}, {scopeFile}, "Ra!"},
+        {"half of them", {a, b}, {a}, "remove"},
+        {"the last one", {a}, {}, "remove", kMass},
+        {"all of several", {a, b, c}, {}, "clear", kMass},
+        {"most of them: clearing is cheaper", {b, c, d, exe}, {b}, "clear, restore", kMass},
+        {"as dear both ways: nothing is cleared", {a, b, c}, {c}, "remove, remove", kMass},
+        {"one of two rules of a path goes: both go, one returns",
+         {a, b, c, exe, dll},
+         {a, b, c, dll},
+         "remove, restore"},
+        {"beside the one that returns, a new one", {exe, dll}, {dll, txt}, "remove, restore, add"},
+        {"a second rule of a path: nothing goes", {exe}, {exe, dll}, "add"},
+        {"only clearing removes it", {a, b, lost}, {a, b}, "clear, restore, restore"},
+        {"what lies below, too", {flat}, {exe}, "remove, restore"},
+        {"exclusive now", {shared}, {s}, "remove, restore"},
+        {"no longer what lies below", {exe}, {flat}, "remove, restore", kMass},
+        {"a folder becomes a file", {exe}, {single}, "remove, restore", kMass},
+        {"no longer exclusive", {s}, {shared}, "remove, restore", kMass},
+        {"a smaller scope", {s}, {scopeFlat}, "remove, restore", kMass},
+        {"a scope of one process", {s}, {scopeFile}, "remove, restore", kMass},
     };
     for (const auto& one : cases) {
         DriverState state;
@@ -225,7 +235,8 @@ TEST(RulePlan, TakesTheFewestCommandsAndKnowsMassRemoval) {
         file.tables[Index(Table::kFile)] = Wanted(Table::kFile, one.wanted);
         const Plan plan = MakePlan(file, state, kNames, false);
         const bool mass = MeasureRemoval(plan, state, Compare(file, state, kNames)).IsMass();
-        EXPECT_EQ(Letters(plan.steps) + (mass ? "!" : ""), one.letters) << one.name;
+        EXPECT_EQ(Kinds(plan), one.steps) << one.name;
+        EXPECT_EQ(mass, one.isMassRemoval) << one.name;
         file.fileEnabled = false;
         EXPECT_TRUE(MeasureRemoval(MakePlan(file, state, kNames, true), state, Compare(file, state, kNames)).IsMass());
     }
@@ -248,7 +259,7 @@ std::vector<Rule> RandomRules(Table table, std::mt19937& random) {
     return rules;
 }
 
-TEST(RulePlan, LeadsFromAnyStateToAnyOther) {
+TEST(RulePlan, LeadsFromAnyStateToAnyFile) {
     std::mt19937 random(20240305);
     for (int round = 0; round < 500; ++round) {
         DriverState state;
@@ -281,19 +292,21 @@ TEST(RulePlan, LeadsFromAnyStateToAnyOther) {
 // What cannot be read back goes first, so that the tables still differ when it fails; but the DLL filter waits for its
 // folders.
 TEST(RulePlan, SwitchesTheDllFilterOnAfterItsFoldersAndOffBefore) {
+    const std::string kIgnores =
+        "clear file ignores, file ignore, clear registry ignores, registry ignore, clear overrides, override, ";
     const Rule a{"C:\\a"}, b{"C:\\b"};
     RuleFile file;
     file.dllEnabled = true;
-    EXPECT_EQ(Letters(MakePlan(file, {}, kNames, false).steps), "D");
+    EXPECT_EQ(Kinds(MakePlan(file, {}, kNames, false)), "dll switch");
     file.tables[Index(Table::kProcess)] = Wanted(Table::kProcess, {a});
     file.tables[Index(Table::kDll)] = Wanted(Table::kDll, {b});
     file.fileIgnore = file.registryIgnore = Wanted(Table::kProcess, {b});
     file.overrides = {7};
     file.fileEnabled = true;
     file.masterEnabled = true;
-    EXPECT_EQ(Letters(MakePlan(file, {}, kNames, false).steps), "ifgjoOFADAM");
+    EXPECT_EQ(Kinds(MakePlan(file, {}, kNames, false)), kIgnores + "file switch, add, dll switch, add, master switch");
     file.dllEnabled = false;
-    EXPECT_EQ(Letters(MakePlan(file, {}, kNames, false).steps), "ifgjoOFDAAM");
+    EXPECT_EQ(Kinds(MakePlan(file, {}, kNames, false)), kIgnores + "file switch, dll switch, add, add, master switch");
 }
 
 }  // namespace

@@ -20,6 +20,8 @@ constexpr const char* kFull = R"({
 })";
 constexpr const char* kAbc =
     R"({"version": 1, "process": {"rules": [{"path": "C:\\a"}, {"path": "C:\\b"}, {"path": "C:\\c"}]}})";
+constexpr const char* kFolderA =
+    R"({"version": 1, "process": {"rules": [{"folder": "C:\\a"}, {"path": "C:\\b"}, {"path": "C:\\c"}]}})";
 const Json kUnreadable = {"file.ignore", "registry.ignore", "signature.overrides", "file.enabled"};
 
 class ZoctlRules : public ZoctlTest {
@@ -88,7 +90,7 @@ TEST_F(ZoctlRules, ApplyingTwiceSendsNothingTheSecondTime) {
     EXPECT_EQ(Rules({"export"}).out, ReadFileBytes(folder_ / "out.json"));
 }
 
-TEST_F(ZoctlRules, ListsMoreRulesThanTheFirstArrayHolds) {
+TEST_F(ZoctlRules, ListShowsMoreRulesThanTheFirstReplyHolds) {
     Json file = {{"version", 1}};
     for (int i = 0; i < 300; ++i)
         file["process"]["rules"].push_back({{"path", "C:\\" + std::to_string(i)}});
@@ -99,7 +101,7 @@ TEST_F(ZoctlRules, ListsMoreRulesThanTheFirstArrayHolds) {
     EXPECT_EQ(tables["file"]["rules"].size(), 0u);
 }
 
-TEST_F(ZoctlRules, ChecksWithoutADriverAndNamesEveryMistake) {
+TEST_F(ZoctlRules, CheckNamesEveryMistakeAndNeedsNoDriver) {
     for (const char* verb : {"check", "diff", "apply"}) {
         const ZoctlRun run =
             Do(verb, R"({"version": 1, "process": {"rules": [{"path": "a.exe"}, {"folder": "Q:\\x"}]}, "extra": 1,
@@ -115,7 +117,7 @@ TEST_F(ZoctlRules, ChecksWithoutADriverAndNamesEveryMistake) {
     EXPECT_EQ(Simulator().RequestCount(), 0u);
 }
 
-TEST_F(ZoctlRules, RefusesToRemoveMostUnlessToldSo) {
+TEST_F(ZoctlRules, ApplyRefusesAMassRemovalUnlessAllowed) {
     ASSERT_EQ(Apply(kFull).exitCode, 0);
     const char* const empty = R"({"version": 1, "process": {"rules": []}, "file": {"rules": []},
                                   "registry": {"rules": []}, "dll": {}})";
@@ -131,7 +133,7 @@ TEST_F(ZoctlRules, RefusesToRemoveMostUnlessToldSo) {
     EXPECT_EQ(changes_, Codes{});
 }
 
-TEST_F(ZoctlRules, SaysWhatWasDoneAndWhatWasNotWhenAStepFails) {
+TEST_F(ZoctlRules, ApplyNamesTheStepThatFailed) {
     Simulator().SetCapacity(ZOSIM_TABLE_PROCESS, 2);
     const ZoctlRun full = Apply(kAbc);
     EXPECT_TRUE(Gave(full, 50, "", {{"inForce", 2}}));
@@ -139,43 +141,42 @@ TEST_F(ZoctlRules, SaysWhatWasDoneAndWhatWasNotWhenAStepFails) {
     EXPECT_EQ(full.json["steps"][2]["outcome"], "failed");
     EXPECT_EQ(full.json["steps"][2]["status"]["name"], "ZOP_E_QUOTA_EXCEEDED");
     EXPECT_EQ(full.json["difference"]["tables"]["process"]["missing"][0]["pointer"], "/process/rules/2");
+}
 
-    // One failing add stops nothing; the next run sends only what is missing.
-    Simulator().SetCapacity(ZOSIM_TABLE_PROCESS, 9);
-    Zoctl("process clear");
-    Sent();
+TEST_F(ZoctlRules, AFailedAddStopsNoOtherStepAndIsSentAgain) {
     Simulator().FailNext(ZOP_IOCTL_ADD_PROCESS_RULE, 0xC0000001);
     EXPECT_TRUE(Gave(Apply(kAbc), 50));
     EXPECT_EQ(changes_.size(), 3u);
     EXPECT_TRUE(Gave(Apply(kAbc), 0));
     EXPECT_EQ(changes_, Codes{ZOP_IOCTL_ADD_PROCESS_RULE});
+}
 
-    // A removal that fails: what stands behind it is not tried, and the rule is told as different.
-    const char* const other =
-        R"({"version": 1, "process": {"rules": [{"folder": "C:\\a"}, {"path": "C:\\b"}, {"path": "C:\\c"}]}})";
+TEST_F(ZoctlRules, AFailedRemovalLeavesTheNewRuleUntried) {
+    EXPECT_TRUE(Gave(Apply(kAbc), 0));
     Simulator().FailNext(ZOP_IOCTL_REMOVE_PROCESS_RULE, 0xC0000022);
-    const ZoctlRun denied = Apply(other);
+    const ZoctlRun denied = Apply(kFolderA);
     EXPECT_TRUE(Gave(denied, 50));
     EXPECT_EQ(changes_, Codes{ZOP_IOCTL_REMOVE_PROCESS_RULE});
     EXPECT_EQ(denied.json["steps"][1]["outcome"], "not tried");
     EXPECT_EQ(denied.json["difference"]["tables"]["process"]["changed"].size(), 1u);
+}
 
-    // The driver takes a command and does nothing: reading back finds it out.
+TEST_F(ZoctlRules, ReadingBackFindsACommandThatDidNothing) {
+    EXPECT_TRUE(Gave(Apply(kAbc), 0));
     Simulator().FailNext(ZOP_IOCTL_REMOVE_PROCESS_RULE, 0);
-    EXPECT_TRUE(Gave(Apply(other), 50));
-    EXPECT_TRUE(Gave(Apply(other), 0));
+    EXPECT_TRUE(Gave(Apply(kFolderA), 50));
+    EXPECT_TRUE(Gave(Apply(kFolderA), 0));
+}
 
-    // A driver that no longer answers: one failure, not one for each rule.
-    Zoctl("process clear");
-    Sent();
+TEST_F(ZoctlRules, ADriverThatNoLongerAnswersFailsOneStepOnly) {
     const std::uint32_t readFirst = 7;  // with the handshake
     Simulator().AddFault({ZOSIM_ANY_CODE, readFirst, ZOSIM_FOR_EVER, ZOSIM_FAULT_STATUS, 0xC0000001, 0, 0, 0, {}});
     EXPECT_TRUE(Gave(Apply(kAbc), 1));
     EXPECT_EQ(changes_, Codes{ZOP_IOCTL_ADD_PROCESS_RULE});
 }
 
-// What cannot be read back goes first and the rest waits for it: otherwise the next application would see nothing amiss.
-TEST_F(ZoctlRules, TheApplicationAfterAFailedOneSendsWhatCannotBeReadBackToo) {
+// What cannot be read back goes first and the rest waits for it: otherwise the next application would find nothing wrong.
+TEST_F(ZoctlRules, ApplyAfterAFailureSendsAgainWhatCannotBeReadBack) {
     Simulator().FailNext(ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, 0xC0000044);
     EXPECT_TRUE(Gave(Apply(kFull), 50, "again with --resend", {{"notSent", kUnreadable}}));
     EXPECT_EQ(changes_, (Codes{ZOP_IOCTL_CLEAR_FILE_IGNORE_PROCESSES, ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS}));
@@ -183,7 +184,7 @@ TEST_F(ZoctlRules, TheApplicationAfterAFailedOneSendsWhatCannotBeReadBackToo) {
     EXPECT_EQ(Simulator().State().tableCount[ZOSIM_TABLE_FILE_IGNORE], 1u);
 }
 
-TEST_F(ZoctlRules, CallsNoRuleInForceThatASwitchKeepsIdle) {
+TEST_F(ZoctlRules, ApplyReportsNoRuleInForceWhileItsSwitchIsOff) {
     const std::string open = R"({"version": 1, "file": {)", rules = R"("rules": [{"path": "C:\\a"}]})";
     EXPECT_TRUE(Gave(Apply(open + rules + "}"), 0, "zoctl file enable", {{"inForce", 1}}));
     EXPECT_TRUE(Gave(Zoctl("disable"), 0));
@@ -194,7 +195,7 @@ TEST_F(ZoctlRules, CallsNoRuleInForceThatASwitchKeepsIdle) {
                      "", {{"inForce", 0}, {"held", 1}}));
 }
 
-TEST_F(ZoctlRules, SaysWhenARuleCanOnlyBeCleared) {
+TEST_F(ZoctlRules, DiffMarksARuleThatOnlyClearingRemoves) {
     // Put into the driver directly, for no drive path leads to the volume.
     ZopRuleRecord record{};
     SetField(record.path, L"\\Device\\HarddiskVolume99\\x.exe");

@@ -12,8 +12,7 @@ namespace zoctl {
 namespace {
 
 constexpr char kNoServerLimit[] =
-    "A cancel takes effect at the next check between dumps; within a request that hangs only the platform's own limits "
-    "hold.";
+    "Ctrl-C takes effect between dumps; a request that hangs ends only when the system's own time limits expire.";
 
 // The counters and what they leave over, so that they add up: found = notAnalysed + notSelected + notReached +
 // selected; selected = accepted + alreadyKnown + queriesFailed + heldBack; accepted = uploaded + uploadsFailed.
@@ -141,7 +140,7 @@ std::string Summary(const Tally& tally, CrashMode mode) {
         const std::string chosen = mode == CrashMode::kShow
                                        ? zo::Format("{} match a target", tally.matched)
                                        : zo::Format("{} would be asked about", tally.stats.dumpsSelected);
-        return zo::Format("{} new, {} could not be analysed, {}. Nothing was sent and the record was not moved.",
+        return zo::Format("{} new, {} could not be analysed, {}. Nothing was sent and the record was not changed.",
                           tally.stats.dumpsFound, tally.notAnalysed, chosen);
     }
     return zo::Format("{} new, {} selected; {} sent, {} known to the server, {} queries and {} uploads failed.",
@@ -152,8 +151,8 @@ std::string Summary(const Tally& tally, CrashMode mode) {
 // A cancel that comes before the first dump moves nothing on, as does an engine that cannot be set up.
 const char* AfterCancel(const CrashResult& result, const Tally& tally, CrashMode mode) {
     const bool gotToDumps = tally.stats.dumpsFound > 0 && (result.status >= 0 || result.status == zo::kAborted);
-    if (mode != CrashMode::kSend || !gotToDumps) return "Nothing was moved; run it again.";
-    if (tally.notReached == 0) return "Every dump had been dealt with.";
+    if (mode != CrashMode::kSend || !gotToDumps) return "The record was not changed; run it again.";
+    if (tally.notReached == 0) return "Every dump was processed.";
     return "Dumps that were not reached are not offered again; send one with \"zoctl crash upload\".";
 }
 
@@ -200,19 +199,19 @@ void AddTargets(CLI::App& command, CrashOptions& options) {
 }
 
 void AddFolderOptions(CLI::App& command, CrashOptions& options) {
-    command.add_option("--dumps", options.dumpFolder, "Folder of the dumps; found by itself if left out");
+    command.add_option("--dumps", options.dumpFolder, "Folder of the dumps; detected if left out");
     command.add_option("--max-bytes", options.maxBytes, "Ignore larger dumps (10485760 if left out)");
 }
 
 void AddSendOptions(CLI::App& command, CrashOptions& options) {
-    command.add_option("--record", options.record, "File that remembers the newest dump dealt with");
+    command.add_option("--record", options.record, "File that records the newest dump processed");
     command.add_option("--server", options.server, "Address of the crash server, https://HOST[:PORT]/PATH");
     command.add_option("--app-name", options.appName, "Sent as AppName");
     command.add_option("--app-version", options.appVersion, "Sent as AppVer");
     command.add_option("--lcid", options.lcid, "Sent as LCID");
     command.add_flag("--all", options.all, "Report every dump, whether a target is on its stack or not");
     command.add_flag("--plain", options.plain, "Send documents unscrambled");
-    command.add_flag("--dry-run", options.dryRun, "Show the queries and where they would go; send and move nothing");
+    command.add_flag("--dry-run", options.dryRun, "Show the queries and where they would go; send and change nothing");
 }
 
 CLI::App& Add(Tool& tool, CLI::App& group, const CommandText& text, const std::shared_ptr<CrashOptions>& options,
@@ -235,7 +234,7 @@ void RegisterCrash(CLI::App& root, Tool& tool) {
                           "crash list\ncrash list --dumps C:\\Dumps --target storage"},
                          options, true);
     AddFolderOptions(list, *options);
-    list.add_option("--record", options->record, "File that remembers the newest dump dealt with");
+    list.add_option("--record", options->record, "File that records the newest dump processed");
 
     options = std::make_shared<CrashOptions>();
     Add(tool, group,
@@ -246,7 +245,7 @@ void RegisterCrash(CLI::App& root, Tool& tool) {
 
     options = std::make_shared<CrashOptions>();
     CLI::App& run = Add(tool, group,
-                        {"run", "Report all new dumps that concern a target, each once",
+                        {"run", "Report every new dump that involves a target, each once",
                          "crash run\ncrash run --dry-run --server https://crash.example/crash"},
                         options, false);
     AddFolderOptions(run, *options);
@@ -255,7 +254,7 @@ void RegisterCrash(CLI::App& root, Tool& tool) {
 
     options = std::make_shared<CrashOptions>();
     CLI::App& upload = Add(tool, group,
-                           {"upload", "Report one dump, whatever its size and whether it was reported before",
+                           {"upload", "Report one dump, regardless of its size and of earlier reports",
                             "crash upload C:\\Dumps\\1.dmp --all"},
                            options, false);
     AddSendOptions(upload, *options);

@@ -39,10 +39,9 @@ Finding JudgeState(const DoctorFacts& facts) {
         case ZOP_DRIVER_START_PENDING:
         case ZOP_DRIVER_STOP_PENDING:
             return Wrong("service", facts.state == ZOP_DRIVER_START_PENDING ? "starting" : "stopping",
-                         "Wait and look again; if it stays so, restart the system.");
+                         "Wait and run this again; if nothing changes, restart the system.");
         default:
-            return Wrong("service", "in a state that the system does not tell",
-                         "Look at it with the system's own service tools.");
+            return Wrong("service", "in an unknown state", "Look at it with the system's service tools.");
     }
 }
 
@@ -58,7 +57,7 @@ Finding JudgeFile(const DoctorFacts& facts) {
         return Wrong("driver file", "the service names no file", "Install again with \"zoctl driver install PATH\".");
     }
     if (!facts.fileThere) {
-        return Wrong("driver file", zo::Format("{} does not exist or cannot be seen", facts.imagePath),
+        return Wrong("driver file", zo::Format("{} does not exist or cannot be accessed", facts.imagePath),
                      "Install again with \"zoctl driver install PATH\".");
     }
     return Good("driver file", facts.imagePath);
@@ -68,8 +67,8 @@ void JudgeVersion(const DoctorFacts& facts, std::vector<Finding>& findings) {
     if (!facts.fileThere) return;
     const auto& file = facts.fileVersion;
     if (file == std::array<std::uint32_t, 4>{}) {
-        findings.push_back(Wrong("file version", "the file carries no version",
-                                 "Replace it by the maker's with \"zoctl driver upgrade PATH\"."));
+        findings.push_back(Wrong("file version", "the file has no version",
+                                 "Replace it with the original driver file: \"zoctl driver upgrade PATH\"."));
         return;
     }
     const std::string text = VersionText(file);
@@ -81,7 +80,7 @@ void JudgeVersion(const DoctorFacts& facts, std::vector<Finding>& findings) {
                                  "Restart the driver (\"zoctl driver stop\", \"zoctl driver start\") or the system."));
         return;
     }
-    findings.push_back(Good("file version", text + (known ? ", the one that runs" : "")));
+    findings.push_back(Good("file version", text + (known ? ", the running version" : "")));
 }
 
 Finding JudgeInstance(const DoctorFacts& facts) {
@@ -91,7 +90,7 @@ Finding JudgeInstance(const DoctorFacts& facts) {
     const bool number =
         facts.altitude.find_first_not_of("0123456789.") == std::string::npos && facts.altitude.front() != '.';
     if (!number) {
-        return Wrong("filter instance", zo::Format("its altitude \"{}\" is no number", facts.altitude), remedy);
+        return Wrong("filter instance", zo::Format("its altitude \"{}\" is not a number", facts.altitude), remedy);
     }
     return Good("filter instance", "altitude " + facts.altitude);
 }
@@ -99,7 +98,7 @@ Finding JudgeInstance(const DoctorFacts& facts) {
 void JudgeService(const DoctorFacts& facts, std::vector<Finding>& findings) {
     if (facts.queryStatus < 0) {
         findings.push_back(
-            Wrong("service", "cannot be asked: " + StatusWords(facts.queryStatus), "Run zoctl as an administrator."));
+            Wrong("service", "cannot be queried: " + StatusWords(facts.queryStatus), "Run zoctl as an administrator."));
         return;
     }
     if (facts.state == ZOP_DRIVER_NOT_INSTALLED) {
@@ -126,7 +125,7 @@ Finding JudgeDevice(const DoctorFacts& facts) {
     const bool running = facts.state == ZOP_DRIVER_RUNNING;
     if (error == kErrorFileNotFound) {
         if (facts.state == ZOP_DRIVER_START_PENDING || facts.state == ZOP_DRIVER_STOP_PENDING) {
-            return Note("device", "does not exist while the service starts or stops", "Wait and look again.");
+            return Note("device", "does not exist while the service starts or stops", "Wait and run this again.");
         }
         return Wrong("device", running ? "does not exist although the service runs" : "does not exist",
                      "Stop the driver and start it again.");
@@ -135,10 +134,10 @@ Finding JudgeDevice(const DoctorFacts& facts) {
     const bool denied = error == kErrorAccessDenied;
     if (error == kErrorSharingViolation || !holders.empty() || (denied && facts.administrator)) {
         const std::string text =
-            "is held by another process" + (holders.empty() ? ", which the system does not name" : ": " + holders);
-        if (!running) return Wrong("device", text, "End that process, or do the work there.");
-        return Note("device", text + "; handshake, protection, rules, events and counters were not looked at",
-                    "Nothing, if that is the program that the driver works for; to look further, end it.");
+            "is held by another process" + (holders.empty() ? ", which the system does not identify" : ": " + holders);
+        if (!running) return Wrong("device", text, "End that process, or do the work in it.");
+        return Note("device", text + "; handshake, protection, rules, events and counters were not checked",
+                    "Nothing, if that program is meant to use the driver; end it to check the rest.");
     }
     if (denied) return Wrong("device", "access is denied", "Run zoctl as an administrator.");
     return Wrong("device", zo::Format("cannot be opened, error {}", error), "Restart the driver.");
@@ -170,10 +169,9 @@ Finding JudgeLosses(const DoctorFacts& facts) {
     if (facts.lostMain || facts.lostRegistry) {
         return Note(
             "events",
-            zo::Format("{} of the main ring and {} of the registry ring are overwritten and lost to who did not "
-                       "read them in time",
+            zo::Format("{} of the main ring and {} of the registry ring were overwritten before anyone read them",
                        facts.lostMain, facts.lostRegistry),
-            "If a reader reports losses, let it poll more often or with a larger capacity.");
+            "If a reader reports losses, make it poll more often or with a larger capacity.");
     }
     return Good("events", "none lost");
 }
@@ -201,7 +199,7 @@ void JudgeDriver(const DoctorFacts& facts, std::vector<Finding>& findings) {
     if (*facts.handshake < 0) return;
     if (facts.masterStatus < 0) {
         findings.push_back(
-            Wrong("protection", "cannot be asked: " + StatusWords(facts.masterStatus), "Restart the driver."));
+            Wrong("protection", "cannot be queried: " + StatusWords(facts.masterStatus), "Restart the driver."));
     } else if (!facts.masterEnabled) {
         findings.push_back(Wrong("protection", "switched off", "Switch it on with \"zoctl enable\"."));
     } else {
@@ -219,7 +217,7 @@ Finding JudgeLog(const DoctorFacts& facts) {
                     "Lines of other processes reach only a debugger until that process ends.");
     }
     return Wrong("diagnostic log", zo::Format("{} cannot be written, error {}", facts.logFile, facts.logError),
-                 "Let this user write to the folder, or set TMP to one that can be written.");
+                 "Give this user write access to the folder, or set TMP to a folder that can be written.");
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ int Doctor(Output& out) {
                         {"remedy", finding.remedy.empty() ? Json(nullptr) : Json(finding.remedy)}});
     }
     out.Table(table);
-    if (!remedies.empty()) out.Text("\nWhat to do:\n" + remedies);
+    if (!remedies.empty()) out.Text("\nHow to fix it:\n" + remedies);
     const auto wrong = std::count_if(findings.begin(), findings.end(),
                                      [](const Finding& finding) { return finding.severity == Severity::kWrong; });
     out.Text("\n");
@@ -54,7 +54,7 @@ int Doctor(Output& out) {
 
 void RegisterDoctor(CLI::App& root, Tool& tool) {
     tool.AddCommand(root,
-                    {"doctor", "Examine service, file, filter, device, driver and log, and say what to do",
+                    {"doctor", "Check service, file, filter, device, driver and log, and say how to fix what is wrong",
                      "doctor\ndoctor --json"},
                     Doctor);
 }

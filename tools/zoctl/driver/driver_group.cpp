@@ -32,8 +32,8 @@ int Install(Output& out, const InstallOptions& options) {
     const std::int32_t status =
         ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), *StartTypeNumber(options.startType),
                                   zo::WideFromUtf8(options.altitude).c_str(), options.allowUnload ? 1 : 0);
-    const std::string what =
-        options.source.empty() ? "install the driver file beside zoctl" : "install the driver " + Quote(options.source);
+    const std::string what = options.source.empty() ? "install the driver file next to zoctl"
+                                                    : "install the driver " + Quote(options.source);
     if (status < 0) return out.Fail(status, Subject::kInstall, what);
     out.Hint("Start it with \"zoctl driver start\".");
     return out.Done("The driver is installed.", {{"startType", options.startType}});
@@ -78,7 +78,7 @@ int Upgrade(Output& out, const std::string& path) {
     if (status < 0) return out.Fail(status, Subject::kUpgrade, "upgrade the driver to " + Quote(path), facts);
     if (!upgraded)
         return out.Done("Nothing was replaced: the installed driver is as new as the file, or newer.", facts);
-    out.Hint("The running driver keeps its old image; the new file is loaded when the driver is started next.");
+    out.Hint("The running driver keeps its old image; the new file is loaded the next time the driver starts.");
     return out.Done(replacedByDriver
                         ? "The driver's file was replaced, by the driver itself because the file was locked."
                         : "The driver's file was replaced.",
@@ -98,10 +98,10 @@ void AddInstall(Tool& tool, CLI::App& group) {
     const auto options = std::make_shared<InstallOptions>();
     CLI::App& install = tool.AddCommand(
         group,
-        {"install", "Copy the driver's file into the system and register its service and filter; repeating it is safe",
+        {"install", "Copy the driver's file into the system and register its service and filter; safe to repeat",
          "driver install C:\\Suite\\ZoProtectorDriver.sys --start auto --allow-unload"},
         [options](Output& out) { return Install(out, *options); });
-    install.add_option("source", options->source, "The driver's file; ZoProtectorDriver.sys beside zoctl if left out");
+    install.add_option("source", options->source, "The driver's file; ZoProtectorDriver.sys next to zoctl if left out");
     install.add_option("--start", options->startType, "When the driver starts")
         ->check(CLI::IsMember(kStartTypes))
         ->capture_default_str();
@@ -114,7 +114,7 @@ void AddSetStart(Tool& tool, CLI::App& group) {
     CLI::App& set = tool.AddCommand(
         group, {"set-start", "Change when the driver starts", "driver set-start auto"}, [startType](Output& out) {
             return out.Report(ZoProtector_ChangeDriverStartType(*StartTypeNumber(*startType)), Subject::kService,
-                              "change the start type", zo::Format("The driver's start type is {} now.", *startType),
+                              "change the start type", zo::Format("The driver's start type is now {}.", *startType),
                               {{"startType", *startType}});
         });
     set.add_option("type", *startType, "boot, system, auto, demand or disabled")
@@ -139,7 +139,7 @@ void RegisterDriver(CLI::App& root, Tool& tool) {
     AddSetStart(tool, group);
     const auto path = std::make_shared<std::string>();
     tool.AddCommand(group,
-                    {"upgrade", "Replace the installed driver's file by a newer one, even while it is in use",
+                    {"upgrade", "Replace the installed driver's file with a newer one, even while it is in use",
                      "driver upgrade C:\\Download\\ZoProtectorDriver.sys"},
                     [path](Output& out) { return Upgrade(out, *path); })
         .add_option("file", *path, "The new driver's file")

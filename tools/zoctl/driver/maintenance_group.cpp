@@ -77,8 +77,9 @@ int HardwareId(Output& out) {
 int ForceCrash(Output& out, bool yes) {
     if (!yes) {
         if (out.Machine() || !InputIsTerminal()) {
-            return out.Refuse(kExitUsage, "This crashes the system on purpose, and nobody is there to be asked.",
-                              "Give --yes if that is what you want.");
+            return out.Refuse(kExitUsage,
+                              "This crashes the system on purpose, and there is no terminal on which to ask first.",
+                              "Add --yes to go ahead without being asked.");
         }
         static_cast<void>(
             Write(Stream::kError, "This crashes the system now, and unsaved work is lost. Type \"crash\": "));
@@ -87,7 +88,7 @@ int ForceCrash(Output& out, bool yes) {
     }
     const Channel channel;
     if (const Ended ended = channel.Check(out)) return *ended;
-    return out.Report(ZoProtector_ForceCrash(), Subject::kRule, "crash the system", "The driver took the command.");
+    return out.Report(ZoProtector_ForceCrash(), Subject::kRule, "crash the system", "The driver accepted the command.");
 }
 
 }  // namespace
@@ -98,7 +99,7 @@ void RegisterMaintenance(CLI::App& root, Tool& tool) {
     const auto copy = std::make_shared<CopyOptions>();
     CLI::App& copyCommand =
         tool.AddCommand(root,
-                        {"copy-directory", "Have the driver copy a folder that user mode may not read",
+                        {"copy-directory", "Have the driver copy a folder that programs are not allowed to read",
                          "copy-directory C:\\Windows\\Minidump C:\\Temp\\dumps --option1 --option2"},
                         WithDriver([copy](Output& out) { return CopyFolder(out, *copy); }));
     copyCommand.add_option("source", copy->source)->required();

@@ -142,7 +142,7 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status,
     Json totals = Json::array();
     for (const Ring& ring : rings) {
         const std::string text =
-            zo::Format("{}: {} received + {} lost = {} produced; go on with --{} {}", ring.name, ring.received,
+            zo::Format("{}: {} received + {} lost = {} produced; continue with --{} {}", ring.name, ring.received,
                        ring.lost, ring.received + ring.lost,
                        ring.recordSize == sizeof(ZopEventRecord) ? "from" : "registry-from", ring.position);
         out.Text(text + "\n");
@@ -154,7 +154,7 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status,
     sink.PutInto(facts);
     if (status < 0) return out.Fail(status, Subject::kRule, "read the events", facts);
     if (out.Lines()) return out.End(cancelled ? kExitCancelled : kExitDone);
-    return cancelled ? out.Found(kExitCancelled, "Cancelled.", facts, "Go on from the positions of the totals.")
+    return cancelled ? out.Found(kExitCancelled, "Cancelled.", facts, "Continue from the positions in the totals.")
                      : out.Done("", facts);
 }
 
@@ -177,7 +177,7 @@ const char* Contradiction(const Output& out, const EventOptions& options) {
         return "--follow has no end, and --json is one document: use --jsonl, one object for each event.";
     }
     if (!options.follow && (options.interval || options.seconds)) return "--interval and --for need --follow.";
-    if (options.from && options.registry && !options.both) return "--from is of the main ring: give --both.";
+    if (options.from && options.registry && !options.both) return "--from applies to the main ring: add --both.";
     if (options.registryFrom && !options.registry && !options.both) {
         return "--registry-from needs --registry or --both.";
     }
@@ -190,27 +190,28 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
     const auto options = std::make_shared<EventOptions>();
     CLI::App& command = tool.AddCommand(
         root,
-        {"events", "Read what the driver saw: bytes and the text found in them, with what was lost and a total",
+        {"events", "Show the driver's events: their bytes, the text in them, how many were lost, and a total",
          "events\nevents --follow --both --jsonl\nevents --registry --registry-from 4711"},
         [options](Output& out) {
             if (const char* contradiction = Contradiction(out, *options)) {
-                return out.Refuse(kExitUsage, contradiction, "\"zoctl events --help\" shows what goes together.");
+                return out.Refuse(kExitUsage, contradiction,
+                                  "\"zoctl events --help\" shows which options go together.");
             }
             return WithDriver([&](Output& channelOut) { return Events(channelOut, *options); })(out);
         });
     tool.AllowJsonLines(command);
-    command.add_flag("--follow", options->follow, "Go on until Ctrl-C");
+    command.add_flag("--follow", options->follow, "Continue until Ctrl-C");
     command.add_flag("--registry", options->registry, "The registry ring instead of the main one");
     command.add_flag("--both", options->both, "Both rings");
     command.add_flag("--bytes", options->bytes, "Show all bytes of each event, not only the first 40");
-    command.add_option("--from", options->from, "Position in the main ring to go on from; 0 is the beginning");
+    command.add_option("--from", options->from, "Position in the main ring to continue from; 0 is the beginning");
     command.add_option("--registry-from", options->registryFrom, "The same for the registry ring");
-    command.add_option("--capacity", options->capacity, "Events a poll")
+    command.add_option("--capacity", options->capacity, "Events per poll")
         ->check(CLI::Range(1u, 65536u))
         ->capture_default_str();
     command.add_option("--interval", options->interval, "Milliseconds between polls with --follow; 500 if left out")
         ->check(CLI::Range(1u, 3600000u));
-    command.add_option("--for", options->seconds, "With --follow, end after so many seconds")
+    command.add_option("--for", options->seconds, "With --follow, end after this many seconds")
         ->check(CLI::Range(1u, 86400u));
 }
 

@@ -57,7 +57,7 @@ CLI::App& Tool::AddCommand(CLI::App& parent, const CommandText& text, Action act
 }
 
 void Tool::AllowJsonLines(CLI::App& command) {
-    command.add_flag("--jsonl", jsonLines_, "One JSON object a line, as things happen");
+    command.add_flag("--jsonl", jsonLines_, "One JSON object per line, written as things happen");
 }
 
 int Tool::ReportUsage(const CLI::ParseError& error, const std::vector<std::string>& arguments) {
@@ -71,7 +71,7 @@ int Tool::ReportUsage(const CLI::ParseError& error, const std::vector<std::strin
                                        : OutputMode::kText);
     return out.Refuse(
         kExitUsage, EscapeControls(error.what()),
-        path.empty() ? "\"zoctl --help\" shows the commands." : "\"zoctl " + path + " --help\" shows what it takes.");
+        path.empty() ? "\"zoctl --help\" shows the commands." : "\"zoctl " + path + " --help\" shows what it accepts.");
 }
 
 int Tool::Run(const std::vector<std::string>& arguments) {
@@ -94,7 +94,7 @@ int Tool::Run(const std::vector<std::string>& arguments) {
     } catch (const std::exception& error) {
         // The library lets file-system errors of its own folders pass; whatever else comes is reported the same way.
         return out.Refuse(kExitFailed, EscapeControls(error.what()),
-                          "Check that the folders named exist and may be read and written.");
+                          "Check that the named folders exist and that you have access to them.");
     }
 }
 

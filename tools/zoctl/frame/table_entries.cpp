@@ -1,5 +1,7 @@
 #include "table_entries.h"
 
+#include <array>
+
 #include "driver_records.h"
 #include "zoprotector.h"
 
@@ -12,24 +14,18 @@ struct ListExport {
     std::uint32_t entrySize;
 };
 
-ListExport ExportOf(Table table) {
-    switch (table) {
-        case Table::kProcess:
-            return {ZoProtector_ListProcessProtectRules, ZOP_PROCESS_ENTRY_SIZE};
-        case Table::kFile:
-            return {ZoProtector_ListFileProtectRules, ZOP_FILE_ENTRY_SIZE};
-        case Table::kRegistry:
-            return {ZoProtector_ListRegistryProtectRules, ZOP_REGISTRY_ENTRY_SIZE};
-        case Table::kDll:
-            return {ZoProtector_ListDllWhitelistRules, ZOP_DLL_ENTRY_SIZE};
-    }
-    return {};
-}
+// In the order of Table.
+const std::array<ListExport, kTables> kListExports = {{
+    {ZoProtector_ListProcessProtectRules, ZOP_PROCESS_ENTRY_SIZE},
+    {ZoProtector_ListFileProtectRules, ZOP_FILE_ENTRY_SIZE},
+    {ZoProtector_ListRegistryProtectRules, ZOP_REGISTRY_ENTRY_SIZE},
+    {ZoProtector_ListDllWhitelistRules, ZOP_DLL_ENTRY_SIZE},
+}};
 
 }  // namespace
 
 std::int32_t ReadEntries(Table table, TableEntries& entries) {
-    const ListExport from = ExportOf(table);
+    const ListExport& from = kListExports[Index(table)];
     entries.entrySize = from.entrySize;
     constexpr std::uint32_t kFirstCapacity = 64;
     constexpr int kTries = 8;

@@ -8,10 +8,11 @@ namespace zoctl {
 
 namespace {
 
-// What a terminal shows in about one cell each: code points, counted by their first bytes.
-std::size_t CodePoints(std::string_view utf8) {
-    return static_cast<std::size_t>(std::count_if(
-        utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0u) != 0x80u; }));
+// The cells that a terminal needs, as the formatting library counts them: two for the wide characters of East Asia and
+// for most emoji. It has no call for that; but no text has more cells than bytes, and text that is padded to as many cells
+// as it has bytes grows by those that it does not fill.
+std::size_t Cells(std::string_view utf8) {
+    return utf8.empty() ? 0 : 2 * utf8.size() - zo::Format("{:<{}}", utf8, utf8.size()).size();
 }
 
 std::uint32_t DecodeAt(std::string_view utf8, std::size_t at, std::size_t& length) {
@@ -63,14 +64,14 @@ std::string TextTable::Render() const {
     std::vector<std::size_t> widths(headings_.size());
     for (const auto& line : lines) {
         for (std::size_t i = 0; i < line.size() && i < widths.size(); ++i) {
-            widths[i] = std::max(widths[i], CodePoints(line[i]));
+            widths[i] = std::max(widths[i], Cells(line[i]));
         }
     }
     std::string text;
     for (const auto& line : lines) {
         for (std::size_t i = 0; i < line.size(); ++i) {
             text += line[i];
-            if (i + 1 < line.size()) text.append(widths[i] - CodePoints(line[i]) + 2, ' ');
+            if (i + 1 < line.size()) text.append(widths[i] - Cells(line[i]) + 2, ' ');
         }
         while (!text.empty() && text.back() == ' ')
             text.pop_back();

@@ -57,18 +57,18 @@ void AddRecursiveCommand(Tool& tool, CLI::App& group, const CommandText& text, c
                     {{kind, options->name}, {"recursive", options->recursive}});
     });
     command.add_option(kind, options->name)->required();
-    command.add_flag("-r,--recursive", options->recursive, "Cover all that lies below too");
+    command.add_flag("-r,--recursive", options->recursive, "Include everything below it");
 }
 
 void AddIgnoreGroup(Tool& tool, CLI::App& parent, const IgnoreListExports& exports) {
     const std::string above = parent.get_name();
     CLI::App& group =
-        tool.AddGroup(parent, "ignore", "Processes that the filter lets pass (the list cannot be read back)");
+        tool.AddGroup(parent, "ignore", "Processes exempt from the filter (the list cannot be read back)");
     const auto options = std::make_shared<NameOptions>();
     const std::string example =
         above + " ignore add C:\\Suite\\update.exe\n" + above + " ignore add C:\\Suite\\tools --folder --recursive";
     CLI::App& add = tool.AddCommand(
-        group, {"add", "Let a process, or all from a folder, pass the filter", example.c_str()},
+        group, {"add", "Exempt a process, or every process from a folder, from the filter", example.c_str()},
         [options, exports](Output& out) {
             const std::wstring name = zo::WideFromUtf8(options->name);
             return Send(
@@ -78,9 +78,9 @@ void AddIgnoreGroup(Tool& tool, CLI::App& parent, const IgnoreListExports& expor
         });
     add.add_option("path", options->name, "The process's image file, or a folder with --folder")->required();
     CLI::Option* folder = add.add_flag("--folder", options->isFolder, "The path is a folder of images");
-    add.add_flag("-r,--recursive", options->recursive, "Cover its sub-folders too")->needs(folder);
+    add.add_flag("-r,--recursive", options->recursive, "Include its subfolders")->needs(folder);
     const std::string remove = above + " ignore remove C:\\Suite\\update.exe";
-    AddNameCommand(tool, group, {"remove", "No longer let a process pass", remove.c_str()}, "path", exports.remove,
+    AddNameCommand(tool, group, {"remove", "Remove a process's exemption", remove.c_str()}, "path", exports.remove,
                    "remove the exemption of", "No longer exempt:");
     const std::string clear = above + " ignore clear";
     AddPlainCommand(tool, group, {"clear", "Empty the list", clear.c_str()}, exports.clear, "empty the list",

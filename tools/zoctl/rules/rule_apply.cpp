@@ -73,13 +73,13 @@ int Application::RefuseMassRemoval(const Removal& removal) {
             ? std::string("The file switches all protection off.")
             : zo::Format("The file would remove, narrow or switch off {} of the {} rules that protect now.",
                          removal.removed, removal.of),
-        "Nothing was sent. Look at \"zoctl rules diff\"; if it is wanted, give --allow-mass-removal.", facts_);
+        "Nothing was sent. Look at \"zoctl rules diff\"; if this is intended, add --allow-mass-removal.", facts_);
 }
 
 int Application::ShowOnly(bool massRemoval) {
     TellSteps("would send ");
     if (massRemoval && !options_.allowMassRemoval) {
-        out_.Hint("Without --allow-mass-removal none of them is sent: they take most of the protection away.");
+        out_.Hint("Without --allow-mass-removal none of them is sent: they would remove most of the protection.");
     }
     AddSteps();
     return out_.Done(zo::Format("{} commands would be sent.", plan_.steps.size()), facts_);
@@ -117,8 +117,9 @@ void Application::TellSteps(const char* notTried) {
         }
     }
     if (!plan_.heldBack.empty()) {
-        out_.Hint(zo::Format("{} Not sent, for all that can be read is as the file wants it: {}; --resend sends them.",
-                             kUnreadableNote, Joined(PartsNotSent(plan_, results_))));
+        out_.Hint(zo::Format(
+            "{} Not sent, because everything that can be read already matches the file: {}; --resend sends them.",
+            kUnreadableNote, Joined(PartsNotSent(plan_, results_))));
     }
 }
 
@@ -130,7 +131,7 @@ void Application::AddSteps() {
 // The tables need not differ any more when only what cannot be read back is missing, so it must be asked for.
 std::string Application::NextTime() const {
     const std::vector<std::string> parts = PartsNotSent(plan_, results_);
-    if (parts.empty()) return "Apply the file again; only what is missing is sent then.";
+    if (parts.empty()) return "Apply the file again; then only what is missing is sent.";
     return zo::Format("Apply the file again with --resend: {} cannot be read back, and not all of it was sent.",
                       Joined(parts));
 }
@@ -159,9 +160,9 @@ int Application::ReadBack() {
     out_.Text(DifferenceText(difference, file_, state));
     return out_.Refuse(
         kExitNotInForce,
-        zo::Format("Not all is as the file wants it: {} of {} steps were done, {} failed, {} were not tried.", done,
-                   results_.size(), Count(Outcome::kFailed), Count(Outcome::kNotTried)),
-        "Mend what the failures name. " + NextTime(), facts_);
+        zo::Format("The driver does not fully match the file: {} of {} steps were done, {} failed, {} were not tried.",
+                   done, results_.size(), Count(Outcome::kFailed), Count(Outcome::kNotTried)),
+        "Fix the failures listed above. " + NextTime(), facts_);
 }
 
 // Held is not yet in force: the switches have a say.

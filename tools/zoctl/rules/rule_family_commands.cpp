@@ -68,7 +68,7 @@ void AddFileFolderCommand(Tool& tool, CLI::App& group) {
         group, {"add-folder", "Protect the files of a folder", "file add-folder C:\\Suite --recursive --filter *.exe"},
         WithDriver([options](Output& out) { return AddFileFolder(out, *options); }));
     command.add_option("folder", options->path)->required();
-    command.add_flag("-r,--recursive", options->recursive, "Cover its sub-folders too");
+    command.add_flag("-r,--recursive", options->recursive, "Include its subfolders");
     AddFilter(command, options->filter);
 }
 
@@ -82,10 +82,10 @@ void AddFileScopedCommand(Tool& tool, CLI::App& group) {
     command.add_option("path", options->path)->required();
     command.add_option("--scope", options->scope, "The scope's path")->required();
     command.add_flag("--folder", options->isFolder, "The path is a folder");
-    command.add_flag("-r,--recursive", options->recursive, "Cover its sub-folders too");
+    command.add_flag("-r,--recursive", options->recursive, "Include its subfolders");
     AddFilter(command, options->filter);
     command.add_flag("--scope-folder", options->scopeIsFolder, "The scope is a folder");
-    command.add_flag("--scope-recursive", options->scopeRecursive, "The scope covers its sub-folders too");
+    command.add_flag("--scope-recursive", options->scopeRecursive, "The scope includes its subfolders");
     command.add_flag("--exclusive", options->exclusive, "Make the rule exclusive");
 }
 
@@ -144,8 +144,8 @@ void RegisterDll(CLI::App& root, Tool& tool) {
     AddRecursiveCommand(tool, group,
                         {"add", "Let modules load from a folder", "dll add \"C:\\Program Files\\Suite\" --recursive"},
                         "folder", ZoProtector_AddDllWhitelistFolder, "whitelist", "Whitelisted:");
-    AddNameCommand(tool, group, {"remove", "Take a folder off the list", "dll remove \"C:\\Program Files\\Suite\""},
-                   "folder", ZoProtector_RemoveDllWhitelistFolder, "take off the list", "Taken off the list:");
+    AddNameCommand(tool, group, {"remove", "Remove a folder from the list", "dll remove \"C:\\Program Files\\Suite\""},
+                   "folder", ZoProtector_RemoveDllWhitelistFolder, "remove from the list", "Removed from the list:");
     AddPlainCommand(tool, group, {"clear", "Empty the list of folders", "dll clear"}, ZoProtector_ClearAllDllWhitelist,
                     "empty the list", "The list is empty.");
 }

@@ -83,7 +83,7 @@ bool Reader::IsObject(const Json& value, const std::string& at, std::initializer
         const std::string& name = member.key();
         const auto known = [&name](const char* other) { return name == other; };
         if (std::none_of(allowed.begin(), allowed.end(), known)) {
-            Say(at + "/" + Escaped(name), "is not a member that belongs here");
+            Say(at + "/" + Escaped(name), "is not a known member");
         }
     }
     return true;
@@ -175,7 +175,7 @@ WantedRule Reader::ProcessRule(const Json& rule, const std::string& at) {
     if (!IsObject(rule, at, {"path", "folder", "recursive"})) return wanted;
     Place(rule, at, wanted.given.name, wanted.nt.name, wanted.given.isFolder);
     wanted.given.recursive = Flag(rule, "recursive", at, false);
-    if (wanted.given.recursive && rule.contains("path")) Say(at + "/recursive", "belongs to a \"folder\" only");
+    if (wanted.given.recursive && rule.contains("path")) Say(at + "/recursive", "is allowed with a \"folder\" only");
     return wanted;
 }
 
@@ -203,11 +203,11 @@ WantedRule Reader::FileRule(const Json& rule, const std::string& at) {
     }
     if (scoped) return wanted;
     // A rule of one file takes neither; only rules with a scope go the way that allows them.
-    if (wanted.given.exclusive) Say(at + "/exclusive", "belongs to a rule with a \"scope\" only");
+    if (wanted.given.exclusive) Say(at + "/exclusive", "is allowed with a \"scope\" only");
     if (rule.contains("path") && wanted.given.recursive)
-        Say(at + "/recursive", "belongs to a \"folder\" or a \"scope\"");
+        Say(at + "/recursive", "is allowed with a \"folder\" or a \"scope\" only");
     if (rule.contains("path") && !wanted.given.filter.empty()) {
-        Say(at + "/filter", "belongs to a \"folder\" or a \"scope\"");
+        Say(at + "/filter", "is allowed with a \"folder\" or a \"scope\" only");
     }
     return wanted;
 }
@@ -254,7 +254,7 @@ void Reader::FindDuplicates(const WantedRules& rules) {
         const std::array<std::string, 3> identity = {names_.Fold(rule.nt.name), names_.Fold(rule.nt.filter),
                                                      names_.Fold(rule.nt.scope)};
         const auto [first, added] = seen.emplace(identity, rule.pointer);
-        if (!added) Say(rule.pointer, "is for the driver the same rule as " + first->second);
+        if (!added) Say(rule.pointer, "is the same rule to the driver as " + first->second);
     }
 }
 
@@ -354,7 +354,7 @@ class RepeatedMembers {
         if (event == Event::key) {
             open_.back().at = value.get<std::string>();
             if (!open_.back().names.insert(open_.back().at).second) {
-                mistakes_.push_back({Pointer(), "stands twice in one object"});
+                mistakes_.push_back({Pointer(), "duplicate member"});
             }
         } else if (event == Event::object_start || event == Event::array_start) {
             open_.push_back({event == Event::array_start, 0, {}, {}});

@@ -98,13 +98,13 @@ int Export(Output& out, const std::string& path, bool force) {
     }
     const DWORD error = ReplaceByText(path, text, force);
     if (error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS) {
-        return out.Refuse(kExitExists, "The file " + Quote(path) + " exists already.", "Give --force to replace it.");
+        return out.Refuse(kExitExists, "The file " + Quote(path) + " already exists.", "Give --force to replace it.");
     }
     if (error) return out.Fail(ZOP_STATUS_FROM_WIN32(error), Subject::kAny, "write " + Quote(path));
     const Json facts = {{"file", path}, {"leftOut", leftOut}};
     if (leftOut.empty()) return out.Done("The rules are written to " + Quote(path) + ".", facts);
     return out.Refuse(kExitFailed, "The file was written, but it does not hold every rule.",
-                      "Look at the rules left out, on standard error: no file can ask for them.", facts);
+                      "The rules left out are listed on standard error; a rule file cannot express them.", facts);
 }
 
 void AddExport(Tool& tool, CLI::App& group) {
@@ -139,7 +139,7 @@ Ended LoadRuleFile(Output& out, const std::string& path, const NameForms& names,
     out.Table(table);
     return out.Refuse(kExitUsage,
                       zo::Format("{} has {} mistake{}.", Quote(path), mistakes.size(), mistakes.size() == 1 ? "" : "s"),
-                      "Mend what is listed; docs/rules.md describes the file. Nothing was sent to the driver.",
+                      "Fix what is listed; docs/rules.md describes the file. Nothing was sent to the driver.",
                       {{"file", path}, {"mistakes", list}});
 }
 
@@ -167,9 +167,9 @@ int Diff(Output& out, const RuleFile& file, const NameForms& names) {
     out.Text(DifferenceText(difference, file, state));
     if (file.HasUnreadable()) out.Hint(kUnreadableNote);
     const Json facts = DifferenceJson(difference, file, state);
-    if (difference.None()) return out.Done("The driver holds what the file wants.", facts);
-    return out.Found(kExitNotInForce, "The driver does not hold what the file wants.", facts,
-                     "\"zoctl rules apply\" brings it there.");
+    if (difference.None()) return out.Done("The driver matches the file.", facts);
+    return out.Found(kExitNotInForce, "The driver does not match the file.", facts,
+                     "\"zoctl rules apply\" makes it match.");
 }
 
 }  // namespace
@@ -187,21 +187,21 @@ void RegisterRules(CLI::App& root, Tool& tool) {
         ->required();
 
     const auto compared = std::make_shared<std::string>();
-    tool.AddCommand(group,
-                    {"diff", "Tell what the driver has too much and too little; changes nothing",
-                     "rules diff C:\\Suite\\rules.json"},
-                    [compared](Output& out) {
-                        return CompareWithDriver(out, *compared, [&](const RuleFile& file, const NameForms& names) {
-                            return Diff(out, file, names);
-                        });
-                    })
+    tool.AddCommand(
+            group,
+            {"diff", "Show how the driver differs from the file; changes nothing", "rules diff C:\\Suite\\rules.json"},
+            [compared](Output& out) {
+                return CompareWithDriver(out, *compared, [&](const RuleFile& file, const NameForms& names) {
+                    return Diff(out, file, names);
+                });
+            })
         .add_option("file", *compared)
         ->required();
 
     const auto options = std::make_shared<ApplyOptions>();
     CLI::App& apply = tool.AddCommand(
         group,
-        {"apply", "Bring the driver to what the file wants, with the fewest commands, and read it back",
+        {"apply", "Make the driver match the file with the fewest commands, then read the result back",
          "rules apply C:\\Suite\\rules.json --dry-run\nrules apply C:\\Suite\\rules.json"},
         [options](Output& out) {
             return CompareWithDriver(out, options->file, [&](const RuleFile& file, const NameForms& names) {
@@ -211,7 +211,7 @@ void RegisterRules(CLI::App& root, Tool& tool) {
     apply.add_option("file", options->file)->required();
     apply.add_flag("--dry-run", options->dryRun, "Show the commands and send none");
     apply.add_flag("--allow-mass-removal", options->allowMassRemoval,
-                   "Go on although most rules would be removed, or all protection switched off");
+                   "Apply even if most rules would be removed or all protection switched off");
     apply.add_flag("--resend", options->resend,
                    "Send again what cannot be read back (ignore lists, overrides, switches)");
 }

@@ -54,7 +54,7 @@ Json WriteRuleFile(const DriverState& state, const NameForms& names, std::vector
         Json rules = Json::array();
         for (Rule rule : state.tables[Index(table)]) {
             const Rule held = rule;
-            rule.name = table == Table::kRegistry ? FromNtKey(rule.name) : names.FromNtPath(rule.name);
+            rule.name = Win32Name(table, rule.name, names);
             if (!rule.scope.empty()) rule.scope = names.FromNtPath(rule.scope);
             if (rule.name.empty() || (rule.scope.empty() && !held.scope.empty())) {
                 leftOut.push_back(zo::Format("{}: {} has no Win32 name", TableName(table), DescribeRule(table, held)));
@@ -64,8 +64,8 @@ Json WriteRuleFile(const DriverState& state, const NameForms& names, std::vector
             if (CanBeAskedFor(table, json, held, names)) {
                 rules.push_back(std::move(json));
             } else {
-                leftOut.push_back(
-                    zo::Format("{}: {} cannot be asked for in a file", TableName(table), DescribeRule(table, held)));
+                leftOut.push_back(zo::Format("{}: {} cannot be expressed in a rule file", TableName(table),
+                                             DescribeRule(table, held)));
             }
         }
         file[TableName(table)] = {{ListName(table), std::move(rules)}};

@@ -1,6 +1,7 @@
 #include "rule_plan.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -30,7 +31,7 @@ class RemovalNames {
     [[nodiscard]] std::string Of(const std::string& nt) const {
         const auto found = given_.find(names_.Fold(nt));
         if (found != given_.end()) return found->second;
-        return table_ == Table::kRegistry ? FromNtKey(nt) : names_.FromNtPath(nt);
+        return Win32Name(table_, nt, names_);
     }
 
   private:
@@ -239,58 +240,53 @@ Removal MeasureRemoval(const Plan& plan, const DriverState& actual, const Differ
     return removal;
 }
 
-const char* UnreadablePart(StepKind kind) {
-    switch (kind) {
-        case StepKind::kClearFileIgnore:
-        case StepKind::kAddFileIgnore:
-            return "file.ignore";
-        case StepKind::kClearRegistryIgnore:
-        case StepKind::kAddRegistryIgnore:
-            return "registry.ignore";
-        case StepKind::kClearOverrides:
-        case StepKind::kAddOverride:
-            return "signature.overrides";
-        case StepKind::kSwitchFile:
-            return "file.enabled";
-        case StepKind::kSwitchDll:
-            return "dll.enabled";
-        default:
-            return nullptr;
-    }
+namespace {
+
+const char* OnOff(const Step& step) {
+    return step.on ? "on" : "off";
 }
 
-std::string DescribeStep(const Step& step) {
-    const char* table = TableName(step.table);
-    switch (step.kind) {
-        case StepKind::kRemoveRule:
-            return zo::Format("remove all {} rules of '{}'", table, EscapeControls(step.rule.name));
-        case StepKind::kClearTable:
-            return zo::Format("clear the {} table", table);
-        case StepKind::kAddRule:
-            return zo::Format("add {} rule: {}", table, DescribeRule(step.table, step.rule));
-        case StepKind::kClearFileIgnore:
-            return "clear the file filter's ignore list";
-        case StepKind::kAddFileIgnore:
-            return "file filter ignores " + DescribeRule(Table::kFile, step.rule);
-        case StepKind::kClearRegistryIgnore:
-            return "clear the registry filter's ignore list";
-        case StepKind::kAddRegistryIgnore:
-            return "registry filter ignores " + DescribeRule(Table::kFile, step.rule);
-        case StepKind::kClearOverrides:
-            return "clear the signature overrides";
-        case StepKind::kAddOverride:
-            return zo::Format("signature override for process {}", step.pid);
-        case StepKind::kSwitchFile:
-            return zo::Format("switch the file filter {}", step.on ? "on" : "off");
-        case StepKind::kSwitchDll:
-            return zo::Format("switch the DLL load filter {}", step.on ? "on" : "off");
-        case StepKind::kSetPolicy:
-            return zo::Format("set the signature policy to mode {}, minimum level {}", step.policy.mode,
-                              step.policy.minLevel);
-        case StepKind::kSwitchMaster:
-            return zo::Format("switch protection {}", step.on ? "on" : "off");
-    }
-    return {};
+// In the order of StepKind.
+constexpr StepTraits kStepTraits[] = {
+    {nullptr, StepEffect::kTakesAway,
+     [](const Step& step) {
+         return zo::Format("remove all {} rules of '{}'", TableName(step.table), EscapeControls(step.rule.name));
+     }},
+    {nullptr, StepEffect::kTakesAway,
+     [](const Step& step) { return zo::Format("clear the {} table", TableName(step.table)); }},
+    {nullptr, StepEffect::kAdds,
+     [](const Step& step) {
+         return zo::Format("add {} rule: {}", TableName(step.table), DescribeRule(step.table, step.rule));
+     }},
+    {"file.ignore", StepEffect::kTakesAway,
+     [](const Step&) -> std::string { return "clear the file filter's ignore list"; }},
+    {"file.ignore", StepEffect::kAdds,
+     [](const Step& step) { return "file filter ignores " + DescribeRule(Table::kFile, step.rule); }},
+    {"registry.ignore", StepEffect::kTakesAway,
+     [](const Step&) -> std::string { return "clear the registry filter's ignore list"; }},
+    {"registry.ignore", StepEffect::kAdds,
+     [](const Step& step) { return "registry filter ignores " + DescribeRule(Table::kFile, step.rule); }},
+    {"signature.overrides", StepEffect::kTakesAway,
+     [](const Step&) -> std::string { return "clear the signature overrides"; }},
+    {"signature.overrides", StepEffect::kAdds,
+     [](const Step& step) { return zo::Format("signature override for process {}", step.pid); }},
+    {"file.enabled", StepEffect::kSwitches,
+     [](const Step& step) { return zo::Format("switch the file filter {}", OnOff(step)); }},
+    {"dll.enabled", StepEffect::kSwitches,
+     [](const Step& step) { return zo::Format("switch the DLL load filter {}", OnOff(step)); }},
+    {nullptr, StepEffect::kSwitches,
+     [](const Step& step) {
+         return zo::Format("set the signature policy to mode {}, minimum level {}", step.policy.mode,
+                           step.policy.minLevel);
+     }},
+    {nullptr, StepEffect::kSwitches, [](const Step& step) { return zo::Format("switch protection {}", OnOff(step)); }},
+};
+static_assert(std::size(kStepTraits) == kStepKinds);
+
+}  // namespace
+
+const StepTraits& TraitsOf(StepKind kind) {
+    return kStepTraits[static_cast<std::size_t>(kind)];
 }
 
 }  // namespace zoctl

@@ -58,6 +58,7 @@ enum class StepKind {
     kSetPolicy,
     kSwitchMaster,
 };
+inline constexpr std::size_t kStepKinds = static_cast<std::size_t>(StepKind::kSwitchMaster) + 1;
 
 struct Step {
     StepKind kind;
@@ -70,9 +71,19 @@ struct Step {
     int needs = -1;
 };
 
-[[nodiscard]] std::string DescribeStep(const Step& step);
-// The part of the file that the step belongs to when it cannot be read back ("file.ignore"), else null.
-[[nodiscard]] const char* UnreadablePart(StepKind kind);
+enum class StepEffect { kTakesAway, kAdds, kSwitches };
+
+// What is the same for all steps of a kind.
+struct StepTraits {
+    const char* unreadablePart;  // the part of the file, when it cannot be read back ("file.ignore"); else null
+    StepEffect effect;           // on a list of the driver, unless it switches something
+    std::string (*describe)(const Step&);
+};
+
+[[nodiscard]] const StepTraits& TraitsOf(StepKind kind);
+[[nodiscard]] inline std::string DescribeStep(const Step& step) {
+    return TraitsOf(step.kind).describe(step);
+}
 
 // What the driver cannot be asked for is sent whenever something else is, and when nothing that can be asked for shows
 // that the file was applied before; a second application of the same file thus sends nothing. resend sends it always.

@@ -8,10 +8,6 @@ namespace zoctl {
 
 namespace {
 
-std::string Win32Name(Table table, const std::string& nt, const NameForms& names) {
-    return table == Table::kRegistry ? FromNtKey(nt) : names.FromNtPath(nt);
-}
-
 std::string FlagText(std::uint8_t flag) {
     return flag == 0 ? "no" : flag == 1 ? "yes" : zo::Format("yes ({})", flag);
 }
@@ -53,7 +49,7 @@ TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms
         TextTable text(
             {"KIND", "RECURSIVE", "FILTER", "SCOPE", "SCOPE RECURSIVE", "EXCLUSIVE", "DRIVE PATH", "NT PATH"});
         for (const Rule& rule : rules) {
-            text.Add({rule.isFolder ? "folder" : "file", FlagText(rule.recursive), rule.filter, ScopeText(rule, names),
+            text.Add({KindName(table, rule), FlagText(rule.recursive), rule.filter, ScopeText(rule, names),
                       rule.HasScope() ? FlagText(rule.scopeRecursive) : "", FlagText(rule.exclusive),
                       Win32Name(table, rule.name, names), rule.name});
         }
@@ -61,10 +57,7 @@ TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms
     }
     TextTable text({"KIND", "RECURSIVE", table == Table::kRegistry ? "KEY" : "DRIVE PATH", "NT NAME"});
     for (const Rule& rule : rules) {
-        text.Add({table == Table::kRegistry ? "key"
-                  : rule.isFolder           ? "folder"
-                                            : "file",
-                  FlagText(rule.recursive), Win32Name(table, rule.name, names), rule.name});
+        text.Add({KindName(table, rule), FlagText(rule.recursive), Win32Name(table, rule.name, names), rule.name});
     }
     return text;
 }
@@ -89,7 +82,7 @@ std::string DifferenceText(const Difference& difference, const RuleFile& file, c
             text += zo::Format("{}: not managed by the file\n", name);
             continue;
         }
-        text += zo::Format("{}: {} in force, {} missing, {} too many, {} different\n", name, one.inForce,
+        text += zo::Format("{}: {} in force, {} missing, {} extra, {} different\n", name, one.inForce,
                            one.missing.size(), one.surplus.size(), one.changed.size());
         for (const WantedRule& rule : one.missing) {
             text += zo::Format("  + {}  ({})\n", DescribeRule(table, rule.nt), rule.pointer);

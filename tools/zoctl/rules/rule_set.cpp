@@ -84,9 +84,12 @@ bool SameFlags(const Rule& a, const Rule& b) {
            a.scopeRecursive == b.scopeRecursive && a.exclusive == b.exclusive;
 }
 
+const char* KindName(Table table, const Rule& rule) {
+    return table == Table::kRegistry ? "key" : rule.isFolder ? "folder" : "file";
+}
+
 std::string DescribeRule(Table table, const Rule& rule) {
-    const char* kind = table == Table::kRegistry ? "key" : rule.isFolder ? "folder" : "file";
-    std::string text = zo::Format("{} '{}'", kind, EscapeControls(rule.name));
+    std::string text = zo::Format("{} '{}'", KindName(table, rule), EscapeControls(rule.name));
     AppendFlag(text, "recursive", rule.recursive);
     if (!rule.filter.empty()) text += zo::Format(", filter '{}'", EscapeControls(rule.filter));
     if (rule.HasScope()) {
@@ -113,18 +116,14 @@ std::string FromNtKey(const std::string& ntKey) {
     return ntKey;
 }
 
+std::string Win32Name(Table table, const std::string& nt, const NameForms& names) {
+    return table == Table::kRegistry ? FromNtKey(nt) : names.FromNtPath(nt);
+}
+
 std::optional<Rule> DecodeEntry(Table table, std::span<const std::uint8_t> entry) {
-    switch (table) {
-        case Table::kProcess:
-            return DecodeProcess(entry);
-        case Table::kFile:
-            return DecodeFile(entry);
-        case Table::kRegistry:
-            return DecodeRegistry(entry);
-        case Table::kDll:
-            return DecodeDll(entry);
-    }
-    return std::nullopt;
+    static constexpr std::array kDecoders = {DecodeProcess, DecodeFile, DecodeRegistry, DecodeDll};
+    static_assert(kDecoders.size() == kTables);
+    return kDecoders[Index(table)](entry);
 }
 
 }  // namespace zoctl

@@ -33,6 +33,9 @@ struct Rule {
 // Whether all but the names is the same.
 [[nodiscard]] bool SameFlags(const Rule& a, const Rule& b);
 
+// "key", "folder" or "file"
+[[nodiscard]] const char* KindName(Table table, const Rule& rule);
+
 // "folder 'C:\Suite', recursive, filter '*.exe'"
 [[nodiscard]] std::string DescribeRule(Table table, const Rule& rule);
 
@@ -55,6 +58,9 @@ class NameForms {
 
 // "\REGISTRY\MACHINE\X" as HKLM\X, "\REGISTRY\USER\X" as HKU\X, any other unchanged; all are taken back as input.
 [[nodiscard]] std::string FromNtKey(const std::string& ntKey);
+
+// The name by which a rule of this table can be given to the library, or "" when there is none.
+[[nodiscard]] std::string Win32Name(Table table, const std::string& nt, const NameForms& names);
 
 // One entry of a list reply: the add record, then zero bytes. Nothing when a string has no end or the entry is not long
 // enough, that is, when the driver is not one whose entries are add records.

@@ -1,6 +1,7 @@
 #include "rule_steps.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "text.h"
 #include "zoprotector.h"
@@ -21,117 +22,73 @@ std::int32_t AddFileRule(const Rule& rule, const wchar_t* name) {
                          : ZoProtector_AddFileProtectByPath(name);
 }
 
-std::int32_t AddRule(Table table, const Rule& rule, const wchar_t* name) {
-    switch (table) {
-        case Table::kProcess:
-            return rule.isFolder ? ZoProtector_AddProcessProtectByFolder(name, rule.recursive)
-                                 : ZoProtector_AddProcessProtectByPath(name);
-        case Table::kFile:
-            return AddFileRule(rule, name);
-        case Table::kRegistry:
-            return ZoProtector_AddRegistryProtectByKey(name, rule.recursive);
-        case Table::kDll:
-            return ZoProtector_AddDllWhitelistFolder(name, rule.recursive);
-    }
-    return ZOP_E_FAILED;
+struct TableExports {
+    std::int32_t (*add)(const Rule& rule, const wchar_t* name);
+    std::int32_t (*remove)(const wchar_t* name);
+    std::int32_t (*clear)();
+};
+
+// In the order of Table.
+const TableExports kTableExports[] = {
+    {[](const Rule& rule, const wchar_t* name) {
+         return rule.isFolder ? ZoProtector_AddProcessProtectByFolder(name, rule.recursive)
+                              : ZoProtector_AddProcessProtectByPath(name);
+     },
+     ZoProtector_RemoveProcessProtect, ZoProtector_ClearAllProcessProtect},
+    {AddFileRule, ZoProtector_RemoveFileProtect, ZoProtector_ClearAllFileProtect},
+    {[](const Rule& rule, const wchar_t* name) { return ZoProtector_AddRegistryProtectByKey(name, rule.recursive); },
+     ZoProtector_RemoveRegistryProtect, ZoProtector_ClearAllRegistryProtect},
+    {[](const Rule& rule, const wchar_t* name) { return ZoProtector_AddDllWhitelistFolder(name, rule.recursive); },
+     ZoProtector_RemoveDllWhitelistFolder, ZoProtector_ClearAllDllWhitelist},
+};
+static_assert(std::size(kTableExports) == kTables);
+
+const TableExports& ExportsOf(const Step& step) {
+    return kTableExports[Index(step.table)];
 }
 
-std::int32_t RemoveRule(Table table, const wchar_t* name) {
-    switch (table) {
-        case Table::kProcess:
-            return ZoProtector_RemoveProcessProtect(name);
-        case Table::kFile:
-            return ZoProtector_RemoveFileProtect(name);
-        case Table::kRegistry:
-            return ZoProtector_RemoveRegistryProtect(name);
-        case Table::kDll:
-            return ZoProtector_RemoveDllWhitelistFolder(name);
-    }
-    return ZOP_E_FAILED;
-}
-
-std::int32_t ClearTable(Table table) {
-    switch (table) {
-        case Table::kProcess:
-            return ZoProtector_ClearAllProcessProtect();
-        case Table::kFile:
-            return ZoProtector_ClearAllFileProtect();
-        case Table::kRegistry:
-            return ZoProtector_ClearAllRegistryProtect();
-        case Table::kDll:
-            return ZoProtector_ClearAllDllWhitelist();
-    }
-    return ZOP_E_FAILED;
-}
+// In the order of StepKind; the name is the rule's.
+constexpr std::int32_t (*kSendStep[])(const Step& step, const wchar_t* name) = {
+    [](const Step& step, const wchar_t* name) { return ExportsOf(step).remove(name); },
+    [](const Step& step, const wchar_t*) { return ExportsOf(step).clear(); },
+    [](const Step& step, const wchar_t* name) { return ExportsOf(step).add(step.rule, name); },
+    [](const Step&, const wchar_t*) { return ZoProtector_ClearAllFileIgnoreProcesses(); },
+    [](const Step& step, const wchar_t* name) {
+        return ZoProtector_AddFileIgnoreProcess(name, step.rule.isFolder, step.rule.recursive);
+    },
+    [](const Step&, const wchar_t*) { return ZoProtector_ClearAllRegistryIgnoreProcesses(); },
+    [](const Step& step, const wchar_t* name) {
+        return ZoProtector_AddRegistryIgnoreProcess(name, step.rule.isFolder, step.rule.recursive);
+    },
+    [](const Step&, const wchar_t*) { return ZoProtector_ClearAllSignatureOverrides(); },
+    [](const Step& step, const wchar_t*) { return ZoProtector_AddSignatureOverride(step.pid); },
+    [](const Step& step, const wchar_t*) { return ZoProtector_EnableFileProtect(step.on ? 1 : 0); },
+    [](const Step& step, const wchar_t*) { return ZoProtector_EnableDllLoadFilter(step.on ? 1 : 0); },
+    [](const Step& step, const wchar_t*) {
+        const ZopSignaturePolicy policy{step.policy.mode, step.policy.minLevel, {}};
+        return ZoProtector_SetSignaturePolicy(&policy);
+    },
+    [](const Step& step, const wchar_t*) { return ZoProtector_SetMasterEnabled(step.on ? 1 : 0); },
+};
+static_assert(std::size(kSendStep) == kStepKinds);
 
 std::int32_t Send(const Step& step) {
-    const std::wstring name = zo::WideFromUtf8(step.rule.name);
-    switch (step.kind) {
-        case StepKind::kRemoveRule:
-            return RemoveRule(step.table, name.c_str());
-        case StepKind::kClearTable:
-            return ClearTable(step.table);
-        case StepKind::kAddRule:
-            return AddRule(step.table, step.rule, name.c_str());
-        case StepKind::kClearFileIgnore:
-            return ZoProtector_ClearAllFileIgnoreProcesses();
-        case StepKind::kAddFileIgnore:
-            return ZoProtector_AddFileIgnoreProcess(name.c_str(), step.rule.isFolder, step.rule.recursive);
-        case StepKind::kClearRegistryIgnore:
-            return ZoProtector_ClearAllRegistryIgnoreProcesses();
-        case StepKind::kAddRegistryIgnore:
-            return ZoProtector_AddRegistryIgnoreProcess(name.c_str(), step.rule.isFolder, step.rule.recursive);
-        case StepKind::kClearOverrides:
-            return ZoProtector_ClearAllSignatureOverrides();
-        case StepKind::kAddOverride:
-            return ZoProtector_AddSignatureOverride(step.pid);
-        case StepKind::kSwitchFile:
-            return ZoProtector_EnableFileProtect(step.on ? 1 : 0);
-        case StepKind::kSwitchDll:
-            return ZoProtector_EnableDllLoadFilter(step.on ? 1 : 0);
-        case StepKind::kSetPolicy: {
-            const ZopSignaturePolicy policy{step.policy.mode, step.policy.minLevel, {}};
-            return ZoProtector_SetSignaturePolicy(&policy);
-        }
-        case StepKind::kSwitchMaster:
-            return ZoProtector_SetMasterEnabled(step.on ? 1 : 0);
-    }
-    return ZOP_E_FAILED;
+    return kSendStep[static_cast<std::size_t>(step.kind)](step, zo::WideFromUtf8(step.rule.name).c_str());
 }
 
 const char* OutcomeName(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::kDone:
-            return "done";
-        case Outcome::kFailed:
-            return "failed";
-        case Outcome::kNotTried:
-            return "not tried";
-    }
-    return "";
+    static constexpr const char* kNames[] = {"done", "failed", "not tried"};
+    return kNames[static_cast<std::size_t>(outcome)];
 }
 
 // The list that the step works on; empty for a switch.
 std::string_view ListOf(const Step& step) {
-    switch (step.kind) {
-        case StepKind::kSwitchFile:
-        case StepKind::kSwitchDll:
-        case StepKind::kSetPolicy:
-        case StepKind::kSwitchMaster:
-            return {};
-        default:
-            const char* part = UnreadablePart(step.kind);
-            return part ? part : TableName(step.table);
-    }
+    const StepTraits& traits = TraitsOf(step.kind);
+    if (traits.effect == StepEffect::kSwitches) return {};
+    return traits.unreadablePart ? traits.unreadablePart : TableName(step.table);
 }
 
-bool TakesAway(StepKind kind) {
-    return kind == StepKind::kRemoveRule || kind == StepKind::kClearTable || kind == StepKind::kClearFileIgnore ||
-           kind == StepKind::kClearRegistryIgnore || kind == StepKind::kClearOverrides;
-}
-
-// Most commands to a driver that vanished under the open handle fail without saying so; then one that always works
-// tells.
+// Most commands to a driver that vanished under the open handle fail without saying so; one that always works shows it.
 bool IsGone(std::int32_t status) {
     if (status == ZOP_E_NOT_INITIALIZED || status == ZOP_E_DRIVER_NOT_FOUND) return true;
     std::uint32_t enabled = 0;
@@ -150,8 +107,9 @@ std::vector<StepResult> CarryOut(const std::vector<Step>& steps, const std::func
         if (needs >= 0 && results[static_cast<std::size_t>(needs)].outcome != Outcome::kDone) continue;
         results[i].status = Send(steps[i]);
         results[i].outcome = results[i].status < 0 ? Outcome::kFailed : Outcome::kDone;
-        if (results[i].status < 0 && (UnreadablePart(steps[i].kind) || IsGone(results[i].status))) break;
-        if (list != torn) torn = TakesAway(steps[i].kind) && results[i].status >= 0 ? list : std::string_view();
+        if (results[i].status < 0 && (TraitsOf(steps[i].kind).unreadablePart || IsGone(results[i].status))) break;
+        const bool takenAway = TraitsOf(steps[i].kind).effect == StepEffect::kTakesAway && results[i].status >= 0;
+        if (list != torn) torn = takenAway ? list : std::string_view();
     }
     return results;
 }
@@ -159,7 +117,7 @@ std::vector<StepResult> CarryOut(const std::vector<Step>& steps, const std::func
 std::vector<std::string> PartsNotSent(const Plan& plan, const std::vector<StepResult>& results) {
     std::vector<std::string> parts;
     const auto add = [&parts](const Step& step) {
-        const char* part = UnreadablePart(step.kind);
+        const char* part = TraitsOf(step.kind).unreadablePart;
         if (part && std::find(parts.begin(), parts.end(), part) == parts.end()) parts.emplace_back(part);
     };
     for (const Step& step : plan.heldBack)

@@ -67,10 +67,11 @@ void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int3
 void RegisterSignature(CLI::App& root, Tool& tool) {
     CLI::App& group = tool.AddGroup(root, "signature", "The driver's code-signature policy and its exceptions");
     const auto options = std::make_shared<PolicyOptions>();
-    CLI::App& policy = tool.AddCommand(group,
-                                       {"policy", "Show the policy, or set what is given; the numbers are the driver's",
-                                        "signature policy\nsignature policy --mode 1 --min-level 2"},
-                                       WithDriver([options](Output& out) { return ShowOrSetPolicy(out, *options); }));
+    CLI::App& policy =
+        tool.AddCommand(group,
+                        {"policy", "Show the policy, or set the values given; the driver defines what they mean",
+                         "signature policy\nsignature policy --mode 1 --min-level 2"},
+                        WithDriver([options](Output& out) { return ShowOrSetPolicy(out, *options); }));
     policy.add_option("--mode", options->mode, "0 to 255")->check(CLI::Range(0, 255));
     policy.add_option("--min-level", options->minLevel, "0 to 255")->check(CLI::Range(0, 255));
     AddVerdict(tool, group, {"query", "Show the driver's verdict on a process", "signature query 4711"},

@@ -24,7 +24,7 @@ NameForms::Converted SystemNames::ToNtPath(const std::string& path) const {
     if (status >= 0) return {zo::Utf8FromWide(nt), {}};
     return {{},
             status == ZOP_E_FAILED ? "its drive does not exist on this machine"
-                                   : "is longer than 259 characters in full, or no path that can be converted"};
+                                   : "is longer than 259 characters in full, or cannot be converted"};
 }
 
 NameForms::Converted SystemNames::ToNtKey(const std::string& key) const {
@@ -33,7 +33,7 @@ NameForms::Converted SystemNames::ToNtKey(const std::string& key) const {
     if (status >= 0) return {zo::Utf8FromWide(nt), {}};
     return {{},
             status == ZOP_E_FAILED
-                ? "the current user cannot be told"
+                ? "the current user cannot be determined"
                 : "must begin with HKLM\\, HKCR\\, HKCU\\, HKU\\, their long names or \\REGISTRY\\, and be no longer "
                   "than 511 characters in full"};
 }

@@ -144,18 +144,18 @@ int CompareManifests(Output& out, const std::string& before, const std::string& 
     out.Hint("The signatures were not checked; \"zoctl verify\" does that.");
     Json facts = {{"differences", changes.size()}, {"sameKey", old.tree.thumbprint == current.tree.thumbprint}};
     records.PutInto(facts);
-    if (changes.empty()) return out.Done("Both list the same.", facts);
+    if (changes.empty()) return out.Done("Both manifests list the same items.", facts);
     return out.Found(kExitFailed, zo::Format("{} differences.", changes.size()), facts);
 }
 
 }  // namespace
 
 void RegisterManifest(CLI::App& root, Tool& tool) {
-    CLI::App& group = tool.AddGroup(root, "manifest", "Look into the manifests of sealed folders");
+    CLI::App& group = tool.AddGroup(root, "manifest", "Inspect the manifests of signed folders");
     const auto first = std::make_shared<std::string>();
     const auto second = std::make_shared<std::string>();
     CLI::App& show =
-        tool.AddCommand(group, {"show", "List what a manifest holds", "manifest show C:\\Suite\\suite.zosig"},
+        tool.AddCommand(group, {"show", "List the contents of a manifest", "manifest show C:\\Suite\\suite.zosig"},
                         [first](Output& out) { return Show(out, *first); });
     show.add_option("file", *first, "The manifest")->required();
     tool.AllowJsonLines(show);

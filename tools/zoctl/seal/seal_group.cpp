@@ -48,7 +48,7 @@ void WarnOfKeyInside(Output& out, const SealPaths& paths) {
     const std::wstring root = zo::WideFromUtf8(paths.root);
     const bool isFile = !paths.keyFile.empty();
     if (!IsInside(zo::WideFromUtf8(isFile ? paths.keyFile : paths.keystore), root)) return;
-    out.Hint(zo::Format("Warning: the {} lies inside the folder, so the private key is shipped with what it seals.",
+    out.Hint(zo::Format("Warning: the {} is inside the folder, so the private key is shipped with what it signs.",
                         isFile ? "key file" : "keystore"));
 }
 
@@ -171,7 +171,7 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
                         [signCommand](Output& out) { return Sign(out, *signCommand); });
     AddPathOptions(sign, signCommand->paths);
     AddKeyOptions(sign, signCommand->paths, "A private key file instead of a keystore");
-    sign.add_flag("--seal-none", signCommand->sealNone, "Let every folder get new items later");
+    sign.add_flag("--seal-none", signCommand->sealNone, "Allow new items in every folder later");
     sign.add_option("--open", signCommand->open,
                     "A folder of the tree that may get new items later, with all below it; repeatable")
         ->allow_extra_args(false)  // the next word is the folder to sign
