@@ -32,7 +32,11 @@ using zostatus::ErrorTo;
 using zostatus::Status;
 using zostatus::Text;
 
-enum class Level : std::int32_t { kInfo = ZOCRASH_LOG_INFO, kWarning = ZOCRASH_LOG_WARNING, kError = ZOCRASH_LOG_ERROR };
+enum class Level : std::int32_t {
+    kInfo = ZOCRASH_LOG_INFO,
+    kWarning = ZOCRASH_LOG_WARNING,
+    kError = ZOCRASH_LOG_ERROR
+};
 
 /* Gets each message; its text is valid during the call only. */
 using OnMessage = zostatus::FunctionRef<void(Level level, std::wstring_view message)>;

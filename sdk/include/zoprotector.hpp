@@ -274,8 +274,8 @@ class [[nodiscard]] Session {
         error.Take(ZoProtector_ClearAllRegistryIgnoreProcesses(), "ZoProtector_ClearAllRegistryIgnoreProcesses");
     }
     [[nodiscard]] std::vector<ZopRegistryRuleEntry> ListRegistryProtectRules(ErrorTo error = {}) const {
-        return List<ZopRegistryRuleEntry>(&ZoProtector_ListRegistryProtectRules,
-                                          "ZoProtector_ListRegistryProtectRules", error);
+        return List<ZopRegistryRuleEntry>(&ZoProtector_ListRegistryProtectRules, "ZoProtector_ListRegistryProtectRules",
+                                          error);
     }
 
     /* Signatures and the DLL load filter */
@@ -306,8 +306,7 @@ class [[nodiscard]] Session {
         error.Take(ZoProtector_EnableDllLoadFilter(enable), "ZoProtector_EnableDllLoadFilter");
     }
     void AddDllWhitelistFolder(Text folder, Depth depth = Depth::kWithChildren, ErrorTo error = {}) const {
-        error.Take(ZoProtector_AddDllWhitelistFolder(folder.Get(), Number(depth)),
-                   "ZoProtector_AddDllWhitelistFolder");
+        error.Take(ZoProtector_AddDllWhitelistFolder(folder.Get(), Number(depth)), "ZoProtector_AddDllWhitelistFolder");
     }
     void RemoveDllWhitelistFolder(Text folder, ErrorTo error = {}) const {
         error.Take(ZoProtector_RemoveDllWhitelistFolder(folder.Get()), "ZoProtector_RemoveDllWhitelistFolder");
