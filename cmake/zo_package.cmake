@@ -12,6 +12,8 @@ install(FILES sdk/include/zoprotector.h sdk/include/zoprotector_status.h sdk/inc
         DESTINATION include)
 install(FILES README.md CHANGELOG.md DESTINATION share/doc/ZoProtectorLib)
 install(DIRECTORY docs examples DESTINATION share/doc/ZoProtectorLib)
+install(DIRECTORY bindings DESTINATION share/ZoProtectorLib
+        PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE PATTERN test EXCLUDE PATTERN .npmrc EXCLUDE)
 
 if(MINGW)
     # GNU linkers take lib/libZoProtectorLib.dll.a. Those of MSVC want an import library of their own kind.

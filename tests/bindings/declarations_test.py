@@ -1,0 +1,96 @@
+"""The declarations of the Python and the C# binding against the public headers as the compiler has them."""
+
+import ctypes
+import re
+import sys
+import unittest
+
+import layouts
+
+BINDINGS = layouts.SOURCE / "bindings"
+CALLBACKS = {"ZoSignerLogCallback", "ZoSignerSealCallback", "ZoCrashLogger", "ZoCrashBodyScrambler"}
+EXPECTED = layouts.interface()
+FUNCTIONS = {name: types for name, types in EXPECTED["calls"].items() if name not in CALLBACKS}
+
+
+def plain(kind):
+    return re.sub(r"const ?|\s", "", kind)
+
+
+class Python(unittest.TestCase):
+    NAMES = {"wchar_t*": "c_wchar_p", "void*": "c_void_p", "char**": "LP_c_char_p", "uint8_t": "c_ubyte",
+             "uint32_t": "c_uint", "int32_t": "c_int"}
+
+    @classmethod
+    def setUpClass(cls):
+        sys.path.insert(0, str(BINDINGS / "python"))
+        cls.module = __import__("zoprotectorlib")
+
+    def name(self, kind):
+        kind = plain(kind)
+        if kind in self.NAMES:
+            return self.NAMES[kind]
+        return "LP_" + self.NAMES.get(kind[:-1], kind[:-1]) if kind.endswith("*") else kind
+
+    def test_records(self):
+        for name, (size, fields) in EXPECTED["records"].items():
+            record = getattr(self.module, name)
+            placed = {field: (getattr(record, field).offset, getattr(record, field).size)
+                      for field, _ in record._fields_}
+            self.assertEqual((name, ctypes.sizeof(record), placed), (name, size, fields))
+
+    def test_functions_and_callbacks(self):
+        self.assertEqual(list(self.module.FUNCTIONS), list(FUNCTIONS))
+        self.assertEqual(len(FUNCTIONS), 72)
+        for name, kinds in EXPECTED["calls"].items():
+            given = getattr(self.module, name)._argtypes_ if name in CALLBACKS else self.module.FUNCTIONS[name]
+            names = [name for name in CALLBACKS if getattr(self.module, name) in given]
+            actual = [names[0] if kind in [getattr(self.module, n) for n in names] else kind.__name__ for kind in given]
+            self.assertEqual((name, actual), (name, [self.name(kind) for kind in kinds]))
+
+    def test_texts_end_at_their_zero(self):
+        field = (ctypes.c_uint16 * 4)(0xFC, 0x20AC, 0, 7)
+        self.assertEqual(self.module.text(field), "\u00fc\u20ac")
+
+
+class CSharp(unittest.TestCase):
+    SIZES = {"byte": 1, "ushort": 2, "int": 4, "uint": 4, "ulong": 8, "IntPtr": 8}
+
+    @classmethod
+    def setUpClass(cls):
+        cls.text = (BINDINGS / "csharp/ZoProtectorLib.cs").read_text()
+
+    def test_records(self):
+        records = {}
+        for size, name, body in re.findall(r"Explicit, Size = (\d+)\)\]\s+public unsafe struct (\w+)\s+\{(.*?)\n    \}",
+                                           self.text, re.DOTALL):
+            fields = re.findall(r"\[FieldOffset\((\d+)\)\] public (?:fixed )?(\w+) (\w+)(?:\[(\d+)\])?;", body)
+            records[name] = (int(size), {field: (int(offset), self.SIZES[kind] * int(count or 1))
+                                         for offset, kind, field, count in fields})
+        self.assertEqual(records, EXPECTED["records"])
+
+    def fits(self, kind, given):
+        """Whether a C# parameter is passed as the C one is."""
+        kind, words = plain(kind), given.split()
+        by_reference = words[0] in ("in", "out", "ref")
+        if kind == "wchar_t*":
+            return words[0] in ("string", "char*")
+        if kind.endswith("*") and by_reference:
+            return words[1] == {"uint32_t": "uint"}.get(kind[:-1], kind[:-1])
+        numbers = {"uint8_t": "byte", "uint32_t": "uint", "int32_t": "int", "char": "byte", "void": "void"}
+        bare = kind.rstrip("*")
+        accepted = {numbers.get(bare, bare) + "*" * kind.count("*")} | ({"IntPtr"} if kind == "void*" else set())
+        return not by_reference and words[0] in accepted
+
+    def test_functions_and_callbacks(self):
+        declared = dict(re.findall(r"(?:static extern int|delegate \w+) (\w+)\(\s*(.*?)\);", self.text, re.DOTALL))
+        self.assertEqual(set(declared), set(EXPECTED["calls"]))
+        for name, kinds in EXPECTED["calls"].items():
+            given = re.split(r",\s+", declared[name]) if declared[name] else []
+            self.assertEqual(len(given), len(kinds), name)
+            for kind, parameter in zip(kinds, given):
+                self.assertTrue(self.fits(kind, parameter), f"{name}: {kind} is {parameter}")
+
+
+if __name__ == "__main__":
+    unittest.main()
