@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "held_folder.h"
+#include "folder_listing.h"
 #include "long_path.h"
 
 namespace zocrash {
@@ -50,7 +50,7 @@ class TreeRemoval {
     struct Folder {
         std::wstring path;
         DWORD attributes;
-        HeldFolder held;
+        zo::HeldFolder held;
     };
 
     void Count(DWORD error) {
@@ -63,12 +63,12 @@ class TreeRemoval {
 
     // Holds the last folder of the list, removes its files and links, and puts its subfolders on the list.
     void Enter() {
-        HeldFolder held;
+        zo::HeldFolder held;
         if (const DWORD error = held.Open(pending_.back().path); error != ERROR_SUCCESS) return RemoveLast(error);
         pending_.back().held = std::move(held);
         // All at once: a listing that continues while its entries disappear can leave some out.
         std::vector<FolderEntry> entries;
-        if (const DWORD error = pending_.back().held.List(entries); error != ERROR_SUCCESS) Count(error);
+        if (const DWORD error = ListFolder(pending_.back().held, entries); error != ERROR_SUCCESS) Count(error);
         const std::wstring parent = pending_.back().path + L"\\";
         for (const FolderEntry& entry : entries) {
             if (IsFolder(entry.attributes)) {
@@ -86,7 +86,7 @@ class TreeRemoval {
         last.held.Release();
         const DWORD error = RemoveEntry(last.path, last.attributes);
         // That it is not empty says less than why it could not be opened, unless that was for being a link.
-        const bool openErrorSaysMore = openError != ERROR_SUCCESS && openError != kStoppedOnLink;
+        const bool openErrorSaysMore = openError != ERROR_SUCCESS && openError != zo::kErrorIsALink;
         Count(error == ERROR_DIR_NOT_EMPTY && openErrorSaysMore ? openError : error);
     }
 

@@ -31,8 +31,8 @@ class StagedFolder {
   private:
     [[nodiscard]] bool MakeEmpty(const std::wstring& staging);
 
-    HeldFolder parent_;
-    HeldFolder held_;
+    zo::HeldFolder parent_;
+    zo::HeldFolder held_;
     std::wstring path_;
 };
 
