@@ -3,6 +3,7 @@
 import html.parser
 import sys
 
+HIDDEN = {"style", "title", "form"}
 LINE_ENDS = {"header", "tr", "p", "h1", "h2", "pre", "section"}
 
 
@@ -12,10 +13,10 @@ class Text(html.parser.HTMLParser):
         self.text, self.hidden = [], False
 
     def handle_starttag(self, tag, attributes):
-        self.hidden = self.hidden or tag in ("style", "title")
+        self.hidden = self.hidden or tag in HIDDEN
 
     def handle_endtag(self, tag):
-        if tag in ("style", "title"):
+        if tag in HIDDEN:
             self.hidden = False
         elif tag == "th":
             self.text.append(": ")

@@ -16,7 +16,7 @@ PIECE_PAUSE_SECONDS = 0.02
 
 
 class CrashServer(http.server.ThreadingHTTPServer):
-    """TLS is made up in the connection's own thread, so that a client that stalls holds up nobody else."""
+    """The TLS handshake runs in the connection's own thread, so that a client that stalls delays nobody else."""
 
     daemon_threads = True
     request_queue_size = 64
@@ -54,10 +54,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.server.settings.note(form % values)
 
     def _path(self):
-        """The path of the request's target; None when that is none."""
+        """The path of the request's target; None when the target is malformed."""
         try:
             return urllib.parse.urlsplit(self.path).path
-        except ValueError:  # brackets that hold no address, for one
+        except ValueError:  # for example, brackets without an address in them
             return None
 
     # Pages
@@ -68,15 +68,20 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if path is None:
             return self._send(400, b"400 the address is malformed")
         path = urllib.parse.unquote(path)
+        asked = urllib.parse.parse_qs(urllib.parse.urlsplit(self.path).query)
+        page = asked.get("page", [""])[0]
+        if path == "/":
+            search = asked.get("q", [""])[0].strip()[:200]
+            return self._page(pages.index(settings.store, settings.url, search, page))
         if match := re.fullmatch(r"/crash/([0-9a-f]{32})", path):
-            return self._page(pages.crash(settings.store, match.group(1)))
+            return self._page(pages.crash(settings.store, match.group(1), page))
         if match := re.fullmatch(r"/report/([0-9]{1,9})", path):
             return self._page(pages.report(settings.store, int(match.group(1))))
         if match := re.fullmatch(r"/report/([0-9]{1,9})/dump", path):
             return self._dump(int(match.group(1)))
         if match := re.fullmatch(r"/say/(.*)", path, re.DOTALL):  # where a redirect can lead
             return self._send(200, match.group(1).encode("utf-8"))
-        return self._page(pages.index(settings.store, settings.url) if path == "/" else None)
+        return self._page(None)
 
     def _page(self, page):
         self._send(200 if page else 404, (page or pages.not_found()).encode("utf-8"), "text/html; charset=utf-8",
@@ -123,7 +128,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         return body
 
     def _reply_to(self, body, number, condition):
-        """HTTP status and text. Conditions that stand for a server that understands nothing keep nothing, either."""
+        """HTTP status and text. Conditions that imitate a server that understands nothing keep nothing."""
         settings = self.server.settings
         if condition.name in conditions.UNDERSTANDS_NOTHING:
             return 200, b""
@@ -199,6 +204,6 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.wfile.write(b"0\r\n\r\n")
 
     def _drop(self):
-        """Ends the connection without the farewell that TLS has for it."""
+        """Ends the connection without the closing message of TLS."""
         self.close_connection = True
         self.connection.shutdown(socket.SHUT_RDWR)

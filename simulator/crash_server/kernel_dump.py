@@ -1,5 +1,6 @@
-"""What the head of a kernel dump tells at a glance."""
+"""What the header of a kernel dump says about the bug check."""
 
+import re
 import struct
 
 _NAMES = {
@@ -22,7 +23,7 @@ _NAMES = {
 
 
 def bug_check(path):
-    """Code, name and the four parameters; None when the file is no 64-bit kernel dump."""
+    """Code, name and the four parameters; None when the file is not a 64-bit kernel dump."""
     try:
         with open(path, "rb") as file:
             head = file.read(0x60)
@@ -32,3 +33,9 @@ def bug_check(path):
         return None
     code, _, *parameters = struct.unpack_from("<II4Q", head, 0x38)
     return code, _NAMES.get(code, ""), parameters
+
+
+def codes_named(text):
+    """The bug checks that a search for this text means: by part of the name, or by the code as in 0xD1."""
+    named = [code for code, name in _NAMES.items() if text and text.upper() in name]
+    return named + [int(text, 16)] if re.fullmatch("0[xX][0-9a-fA-F]{1,8}", text) else named

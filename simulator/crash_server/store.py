@@ -2,6 +2,7 @@
 
 import datetime
 import json
+import re
 import sqlite3
 import threading
 
@@ -29,17 +30,30 @@ SELECT signature, MIN(time) AS first, MAX(time) AS last,
        MAX(SUM(query), SUM(1 - query)) AS seen, SUM(1 - query) AS reports, MAX(id) AS newest
 FROM (SELECT signature, time, 1 AS query, NULL AS id FROM queries
       UNION ALL SELECT signature, time, 0, id FROM reports)
+WHERE {condition}
 GROUP BY signature
 """
 
 
+def _containing(search, codes):
+    """Condition and values for crashes with this text in their signature, or in a field or the stack of a report; codes
+    are bug checks that the text means."""
+    if not search:
+        return "1", []
+    pattern = "%" + re.sub(r"([\\%_])", r"\\\1", search) + "%"
+    stacks = [pattern] + [f"%BugCheck {code:X},%" for code in codes]
+    matches = ["fields LIKE ? ESCAPE '\\'"] + ["CAST(stack AS TEXT) LIKE ? ESCAPE '\\'"] * len(stacks)
+    return (f"(signature LIKE ? ESCAPE '\\' OR signature IN (SELECT signature FROM reports WHERE {' OR '.join(matches)}))",
+            [pattern, pattern, *stacks])
+
+
 def _now():
-    """Finer than it is shown, so that the order of what comes within a second is kept."""
+    """Finer than it is shown, so that what arrives within a second stays in order."""
     return datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M:%S.%f")
 
 
 class Store:
-    """Used by all connections at once; one lock makes each call whole."""
+    """Used by all connections at once; one lock makes each call atomic."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -59,14 +73,14 @@ class Store:
             return self._database.execute(statement, values).fetchall()
 
     def add_query(self, signature):
-        """Records the query; whether a report of this signature is held already."""
+        """Records the query; returns whether a report with this signature is kept already."""
         with self._lock, self._database:
             known = self._database.execute("SELECT 1 FROM reports WHERE signature = ? LIMIT 1", (signature,)).fetchone()
             self._database.execute("INSERT INTO queries VALUES (?, ?, ?)", (signature, _now(), known is not None))
             return known is not None
 
     def add_report(self, crash):
-        """The number under which the report is kept. The dump's file is there before the record that names it."""
+        """Returns the report's number. The dump is written before the record that names it."""
         with self._lock, self._database:
             cursor = self._database.execute(
                 "INSERT INTO reports (signature, time, fields, stack, dump_size) VALUES (?, ?, ?, ?, ?)",
@@ -77,17 +91,25 @@ class Store:
     def dump_path(self, number):
         return self._dumps / f"report-{number:06}.dmp"
 
-    def crashes(self):
+    def crashes(self, search, codes, limit, skip):
         """A row for each signature, the last seen first: signature, first, last, seen, reports, newest report's id."""
-        return self._rows(_CRASHES + " ORDER BY last DESC, signature")
+        condition, values = _containing(search, codes)
+        return self._rows(_CRASHES.format(condition=condition) + " ORDER BY last DESC, signature LIMIT ? OFFSET ?",
+                          *values, limit, skip)
+
+    def total(self, search, codes):
+        """How many different crashes there are, and how often they were seen."""
+        condition, values = _containing(search, codes)
+        return self._rows("SELECT COUNT(*) AS crashes, COALESCE(SUM(seen), 0) AS seen FROM (" +
+                          _CRASHES.format(condition=condition) + ")", *values)[0]
 
     def crash(self, signature):
-        rows = self._rows(_CRASHES + " HAVING signature = ?", signature)
+        rows = self._rows(_CRASHES.format(condition="signature = ?"), signature)
         return rows[0] if rows else None
 
-    def reports(self, signature):
-        return self._rows("SELECT id, time, fields, dump_size FROM reports WHERE signature = ? ORDER BY id DESC",
-                          signature)
+    def reports(self, signature, limit, skip):
+        return self._rows("SELECT id, time, fields, dump_size FROM reports WHERE signature = ? ORDER BY id DESC"
+                          " LIMIT ? OFFSET ?", signature, limit, skip)
 
     def report(self, number):
         rows = self._rows("SELECT * FROM reports WHERE id = ?", number)

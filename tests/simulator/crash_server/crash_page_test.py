@@ -4,10 +4,12 @@ import base64
 import hashlib
 import html.parser
 import unittest
+import urllib.parse
 
-from served import Server, query_fields, report_fields
+from served import SIGNATURE, Server, query_fields, report_fields
 
 import make_dump
+import pages
 
 ATTACK = "<script>document.title='owned'</script><img src=x onerror=\"document.title='owned'\">"
 STACK = ("Kernel build 19045 (4 processors) x64\nSystem up time: 0 days 2:00:00\nLoading kernel modules\n...\n\n"
@@ -54,10 +56,12 @@ class Page(unittest.TestCase):
         return Parsed(page), response.getheader("Content-Security-Policy").split("; ")
 
     def test_an_attack_is_text(self):
-        for path in (f"/report/{self.attack}", "/crash/e05ad81f6b3c94d2870b1fe36cd4a95b"):
-            page, _ = self.get(path)
+        for path in (f"/report/{self.attack}", "/crash/e05ad81f6b3c94d2870b1fe36cd4a95b",
+                     "/?q=" + urllib.parse.quote("zzz" + ATTACK)):
+            page, policy = self.get(path)
             self.assertIn(ATTACK, page.text)
-            self.assertFalse(page.elements & {"script", "img", "iframe", "object", "form", "base"})
+            self.assertFalse(page.elements & {"script", "img", "iframe", "object", "base"})
+            self.assertIn("form-action 'self'", policy)  # the search's
             self.assertFalse([name for name in page.attributes if name.startswith("on") or name == "style"])
 
     def test_the_policy_allows_the_pages_own_style_and_nothing_else(self):
@@ -72,6 +76,37 @@ class Page(unittest.TestCase):
         page, _ = self.get("/")
         self.assertIn("4 different crashes, seen 8 times", page.text)
         self.assertLess(page.text.index("e05ad81f"), page.text.index("3f9d2c7b"))
+
+    def test_search_finds_by_each_of_its_words(self):
+        first, second, asked, attack = "3f9d2c7b", "b7714e09", "58c0e6aa", "e05ad81f"
+        for name, search, expected in [
+                ("part of a signature", "9D2C7BE", {first}), ("crash without a report", asked, {asked}),
+                ("bug check's name", "driver_irql", {first}), ("bug check's code", "0xd1", {first}),
+                ("driver in the stack", "caused by : ZoProtector", {first, second}),
+                ("program", "document.title", {attack}), ("wildcards are letters", "3f9d%f348", set()),
+                ("nothing", "", {first, second, asked, attack})]:
+            with self.subTest(name):
+                page, _ = self.get("/?q=" + urllib.parse.quote(search))
+                self.assertEqual({mark for mark in (first, second, asked, attack) if f"\n{mark}" in page.text}, expected)
+
+    def test_pages_show_each_crash_once(self):
+        with Server() as server:
+            signatures = [f"{number:032x}" for number in range(pages.PAGE_ROWS + 2)]
+            for signature in signatures:
+                server.post(query_fields(CrashSignature=signature))
+            shown = [Parsed(server.request("GET", f"/?page={page}")[1]).text for page in ("1", "2", "99", "-1")]
+        for signature in signatures:
+            self.assertEqual([text.count("\n" + signature) for text in shown[:2]].count(1), 1, signature)
+        self.assertIn("Page 2 of 2", shown[1])
+        self.assertEqual(shown[2:], [shown[1], shown[0]], "a page beyond the last is the last, any other the first")
+
+    def test_reports_of_a_crash_have_pages_too(self):
+        with Server() as server:
+            for _ in range(pages.PAGE_ROWS + 1):
+                server.post(report_fields())
+            last = Parsed(server.request("GET", f"/crash/{SIGNATURE}?page=2")[1]).text
+        self.assertIn("Report 1\n", last)
+        self.assertNotIn("Report 2\n", last)
 
 
 if __name__ == "__main__":
