@@ -28,10 +28,10 @@ def wine_command(program, *arguments):
     return [SOURCE / "scripts/wine-run", BUILD / "wine-prefix", program, *arguments]
 
 
-def wine(program, *arguments, library_folder=LIBRARY.parent):
+def wine(program, *arguments, library_folder=LIBRARY.parent, **settings):
     """Runs a Windows program; gives its exit code and what it wrote."""
-    settings = dict(os.environ, WINEPATH=windows_path(library_folder))
-    return run(*wine_command(program, *arguments), check=False, env=settings)
+    environment = dict(os.environ, WINEPATH=windows_path(library_folder))
+    return run(*wine_command(program, *arguments), check=False, env=environment, **settings)
 
 
 def windows_path(path):

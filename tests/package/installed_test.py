@@ -20,28 +20,68 @@ class Installed(unittest.TestCase):
         run("cmake", "--install", BUILD, "--prefix", cls.work / "first place")
         cls.prefix = (cls.work / "first place").rename(cls.work / "moved")  # where it must still be found
 
+        source = shutil.copytree(SOURCE / "examples", cls.work / "examples")
+        run("cmake", "-G", "Ninja", "-S", source, "-B", source / "build", "-DCMAKE_BUILD_TYPE=Release",
+            f"-DCMAKE_TOOLCHAIN_FILE={os.environ['ZO_TOOLCHAIN']}", "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror",
+            f"-DZoProtectorLib_DIR={cls.prefix}/lib/cmake/ZoProtectorLib")
+        run("cmake", "--build", source / "build")
+        cls.examples = source / "build"
+        cls.driver = {version: windows_path(cls.prefix / f"simulator/ZoProtectorDriver{version}.sys")
+                      for version in ("", "_1_0_1")}
+
     def run_installed(self, program, *arguments):
         return wine(program, *arguments, library_folder=self.prefix / "bin")
 
-    def test_program_of_a_cmake_project_uses_the_driver(self):
-        source = shutil.copytree(SOURCE / "examples/protect_folder", self.work / "protect_folder")
-        run("cmake", "-G", "Ninja", "-S", source, "-B", source / "build", f"-DCMAKE_PREFIX_PATH={self.prefix}",
-            f"-DCMAKE_TOOLCHAIN_FILE={os.environ['ZO_TOOLCHAIN']}",
-            f"-DZoProtectorLib_DIR={self.prefix}/lib/cmake/ZoProtectorLib")
-        run("cmake", "--build", source / "build")
-        program, zoctl = source / "build/protect_folder.exe", self.prefix / "bin/zoctl.exe"
-        self.assertEqual(self.run_installed(program, "C:\\Suite"), (2, "the driver is not running\n"))
+    def run_example(self, name, *arguments, **settings):
+        """From the folder where it was built, which holds the DLL: nothing else says where that is."""
+        return wine(self.examples / f"{name}.exe", *arguments, library_folder=self.work, **settings)
 
-        # A driver lives as long as its session, and a session as long as a program runs in it.
+    def keep_session(self):
+        """A driver lives as long as its session, and a session as long as a program runs in it."""
         session = subprocess.Popen(wine_command("ping", "-n", "600", "127.0.0.1"), stdin=subprocess.DEVNULL,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(session.wait)
         self.addCleanup(session.kill)
-        self.addCleanup(self.run_installed, zoctl, "driver", "uninstall")
-        for words in ("install", windows_path(self.prefix / "simulator/ZoProtectorDriver.sys")), ("start",):
-            code, text = self.run_installed(zoctl, "driver", *words)
-            self.assertEqual(code, 0, text)
-        self.assertEqual(self.run_installed(program, "C:\\Suite"), (0, "the driver held 1 file rule(s)\n"))
+        self.addCleanup(self.run_example, "manage_driver", "remove")
+
+    def test_examples_of_the_driver_follow_its_life(self):
+        self.keep_session()
+        for program in ("manage_driver", "manage_driver_in_c"):
+            steps = (("remove",), 0, "removed"), \
+                (("upgrade", self.driver["_1_0_1"]), 1, "that the driver is installed)"), \
+                (("install", "C:\\none.sys"), 1, "check the file's path, and that the driver is installed)"), \
+                (("install", self.driver[""]), 0, "installed and started"), \
+                (("upgrade", self.driver[""]), 0, "the installed driver is not older"), \
+                (("upgrade", self.driver["_1_0_1"]), 0, "replaced and restarted"), \
+                (("remove",), 0, "removed")
+            for words, code, last in steps:
+                actual = self.run_example(program, *words)
+                self.assertEqual((actual[0], actual[1].strip().endswith(last)), (code, True), (program, words, actual))
+
+    def test_examples_of_rules_and_events_use_the_driver(self):
+        self.assertEqual(self.run_example("protect_folder", "C:\\Suite"), (2, "the driver is not running\n"))
+        self.keep_session()
+        self.run_example("manage_driver", "install", self.driver[""])
+        code, text = self.run_example("protect_folder", "C:\\Suite")
+        self.assertEqual((code, text.splitlines()[-1]), (0, "the driver held 1 file rule(s)"))
+        self.assertIn("\\Suite\n", text)
+        code, text = self.run_installed(self.prefix / "simulator/simctl.exe", "inject", "1029")
+        self.assertEqual(code, 0, text)
+        self.assertEqual(self.run_example("read_events", "1029"), (0, "1024 read, 5 lost\n"))
+
+    def test_example_of_the_crash_reporter_waits_sends_and_stops(self):
+        dumps, record = self.work / "dumps", self.work / "record"
+        dumps.mkdir()
+        for name in ("dbgeng.dll", "dbghelp.dll"):
+            shutil.copy(self.prefix / "simulator" / name, self.examples)
+        run("python3", self.prefix / "simulator/debug_engine/make_dump.py", dumps / "a.dmp")
+        words = ["https://127.0.0.1:9/crash", windows_path(dumps), windows_path(record)]
+        for said, expected, outcome in ((b"stop\n", 2, "[01] found, 0 to report, 0 sent"),
+                                        (b"up\n", 0, "1 found, 1 to report, 0 sent"),
+                                        (b"up\n", 0, "0 found, 0 to report, 0 sent")):
+            code, text = self.run_example("report_crashes", *words, input=said)
+            self.assertEqual(code, expected, text)
+            self.assertRegex(text, outcome)
 
     def test_program_of_a_makefile_seals_and_verifies(self):
         source = shutil.copytree(SOURCE / "examples/seal_folder", self.work / "seal_folder")
