@@ -1,0 +1,63 @@
+"""The fixture of tests that run zoctl on trees which are made and changed from the Unix side, where links, denied folders and
+names that differ only in case can be made.
+
+Arguments of the test: the emulator's command line and zoctl.exe."""
+
+import hashlib
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCES = pathlib.Path(__file__).resolve().parents[2]
+ZOCTL = sys.argv[1:]
+# Root is never denied access; without these capabilities it is.
+UNPRIVILEGED = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--inh-caps",
+                "-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+# The pair that the build embeds by default.
+KEYS = {half: bytes.fromhex((SOURCES / folder / f"development_{half}_key.hex").read_text())
+        for half, folder in {"private": "tests/signer", "public": "signer"}.items()}
+THUMBPRINT = hashlib.sha256(KEYS["public"]).hexdigest()
+
+
+def dos(path):
+    return "Z:" + str(path).replace("/", "\\")
+
+
+class SealedTreeTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.tree, self.manifest, self.keys = (self.folder / name for name in ("tree", "seal.zosig", "keys"))
+        self.keys.mkdir()
+        for half, key in KEYS.items():
+            (self.keys / f"{half}.rsakey").write_bytes(key)
+        for name, contents in {"a.txt": "alpha", "A.TXT": "other case", "d/dot.": "dot", "d/blank ": "", "k.LNK": "link",
+                               "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o", "d/e/big": "x" * 200000}.items():
+            self.write(name, contents)
+
+    def zoctl(self, code, *arguments, prefix=()):
+        arguments = [dos(argument) if isinstance(argument, pathlib.Path) else argument for argument in arguments]
+        done = subprocess.run([*prefix, *ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+        self.assertEqual(done.returncode, code, done)
+        return done
+
+    def write(self, name, contents):
+        path = self.tree / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(contents)
+
+    def sign(self, *more, code=0):
+        return json.loads(self.zoctl(code, "sign", self.tree, "-m", self.manifest, "-k", self.keys, "--json", *more).stdout)
+
+    def verify(self, code, prefix=()):
+        return json.loads(self.zoctl(code, "verify", self.tree, "-m", self.manifest, "-k", self.keys, "--json",
+                                     prefix=prefix).stdout)
+
+    def findings(self, facts):
+        below = dos(self.tree) + "\\"
+        return sorted(f["kind"] + " " + f["path"].removeprefix(below).replace("\\", "/") for f in facts["findings"])
