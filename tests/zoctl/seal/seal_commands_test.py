@@ -6,15 +6,35 @@ import hashlib
 import json
 import os
 import pathlib
+import shutil
 import socket
 import sys
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "support"))
-from sealed_tree import THUMBPRINT, SealedTreeTest, dos  # noqa: E402
+from sealed_tree import THUMBPRINT, UNPRIVILEGED, SealedTreeTest, dos  # noqa: E402
 
 
 class SealCommandsTest(SealedTreeTest):
+    def test_verify_says_that_the_folder_is_gone_before_anything_else(self):
+        for listed in ("files", "nothing"):
+            self.tree.mkdir(exist_ok=True)
+            self.sign()
+            shutil.rmtree(self.tree)
+            with self.subTest(listed=listed):
+                facts = self.verify(3)
+                self.assertIn(dos(self.tree), facts["message"])
+                self.assertNotIn("findings", facts)
+
+    def test_a_folder_that_cannot_be_used_has_its_exit_code(self):
+        (self.tree / "d").chmod(0)
+        self.addCleanup((self.tree / "d").chmod, 0o755)
+        for folder, code in {self.folder / "none": 3, self.tree / "a.txt": 3, self.tree / "d/e": 5, "": 2}.items():
+            for verb in ("sign", "verify"):
+                with self.subTest(folder=folder, verb=verb):
+                    self.zoctl(code, verb, folder, "-m", self.manifest, "-k", self.keys, prefix=UNPRIVILEGED)
+                    self.assertFalse(self.manifest.exists())
+
     def test_keys_and_their_exit_codes(self):
         self.assertEqual(self.zoctl(0, "keys", "thumbprint", self.keys).stdout.strip(), THUMBPRINT)
         self.zoctl(6, "keys", "generate", self.keys)

@@ -11,6 +11,7 @@
 #include "open_folders.h"
 #include "progress.h"
 #include "seal_commands.h"
+#include "seal_paths.h"
 #include "signer_session.h"
 #include "text.h"
 #include "zosigner.h"
@@ -88,6 +89,7 @@ int ReportSigned(Output& out, const SignCommand& command, const SignerSession& s
 }
 
 int Sign(Output& out, const SignCommand& command) {
+    if (const Ended ended = CheckFolder(out, command.paths.root)) return *ended;
     OpenFolders open;
     if (const Ended ended = FindOpenFolders(out, command, open)) return *ended;
     WarnOfKeyInside(out, command.paths);
@@ -130,6 +132,7 @@ int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVeri
 }
 
 int Verify(Output& out, const VerifyCommand& command) {
+    if (const Ended ended = CheckFolder(out, command.paths.root)) return *ended;
     SignerSession session(out, command.paths);
     ZoSignerVerifyOptions options{};
     if (const Ended ended = session.Fill(options)) return *ended;
