@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include "owned_handles.h"
 #include "zoctl_process.h"
 
 // The driver's service as zoctl installs and removes it, and the doctor on broken set-ups of it.
@@ -70,6 +71,19 @@ TEST_F(ZoctlDriver, UpgradeReplacesAnOlderFileOnly) {
     }
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
     EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
+}
+
+TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
+    const zo::OwnedKernelObject mutex(CreateMutexW(nullptr, TRUE, L"Global\\ZoProtectorDriverInstaller"));
+    const auto commands = {"install", "upgrade", "uninstall"};
+    for (const std::string command : commands) {
+        std::vector<std::string> words = {"driver", command, "--wait", "0"};
+        if (command != "uninstall") words.push_back(File());
+        EXPECT_TRUE(Gave(RunZoctl(words), 1, "Another process is installing")) << command;
+    }
+    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
+    ReleaseMutex(mutex.Get());
+    EXPECT_EQ(RunZoctl({"driver", "install", "--wait", "0", File()}).exitCode, 0);
 }
 
 const std::wstring kKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";

@@ -3,11 +3,11 @@
 #include <memory>
 
 #include "channel.h"
-#include "console.h"
 #include "driver_commands.h"
 #include "driver_names.h"
 #include "facts.h"
 #include "format.h"
+#include "installer_command.h"
 #include "text.h"
 #include "zoprotector.h"
 
@@ -22,13 +22,7 @@ struct InstallOptions {
     bool allowUnload = false;
 };
 
-// Half an installation or half a replacement is worse than either end, so the first Ctrl-C does not end it.
-Cancellation DeferFirstCtrlC(Output& out) {
-    return Cancellation([&out] { out.Hint("Finishing; press Ctrl-C again to abort half-way."); });
-}
-
 int Install(Output& out, const InstallOptions& options) {
-    const Cancellation deferred = DeferFirstCtrlC(out);
     const std::int32_t status =
         ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), *StartTypeNumber(options.startType),
                                   zo::WideFromUtf8(options.altitude).c_str(), options.allowUnload ? 1 : 0);
@@ -69,7 +63,6 @@ int ShowService(Output& out) {
 }
 
 int Upgrade(Output& out, const std::string& path) {
-    const Cancellation deferred = DeferFirstCtrlC(out);
     std::uint32_t upgraded = 0;
     std::uint32_t replacedByDriver = 0;
     const std::int32_t status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
@@ -96,8 +89,8 @@ void AddServiceCommand(Tool& tool, CLI::App& group, const CommandText& text, std
 
 void AddInstall(Tool& tool, CLI::App& group) {
     const auto options = std::make_shared<InstallOptions>();
-    CLI::App& install = tool.AddCommand(
-        group,
+    CLI::App& install = AddInstallerCommand(
+        tool, group,
         {"install", "Copy the driver's file into the system and register its service and filter; safe to repeat",
          "driver install C:\\Suite\\ZoProtectorDriver.sys --start auto --allow-unload"},
         [options](Output& out) { return Install(out, *options); });
@@ -133,15 +126,18 @@ void RegisterDriver(CLI::App& root, Tool& tool) {
                       ZoProtector_StopDriver, "stop the driver", "The driver is stopped.");
     tool.AddCommand(group, {"status", "Show the driver's service, file and filter", "driver status --json"},
                     ShowService);
-    AddServiceCommand(tool, group,
-                      {"uninstall", "Stop the driver and remove its service, filter and file", "driver uninstall"},
-                      ZoProtector_UninstallDriver, "uninstall the driver", "The driver is uninstalled.");
+    AddInstallerCommand(tool, group,
+                        {"uninstall", "Stop the driver and remove its service, filter and file", "driver uninstall"},
+                        [](Output& out) {
+                            return out.Report(ZoProtector_UninstallDriver(), Subject::kService, "uninstall the driver",
+                                              "The driver is uninstalled.");
+                        });
     AddSetStart(tool, group);
     const auto path = std::make_shared<std::string>();
-    tool.AddCommand(group,
-                    {"upgrade", "Replace the installed driver's file with a newer one, even while it is in use",
-                     "driver upgrade C:\\Download\\ZoProtectorDriver.sys"},
-                    [path](Output& out) { return Upgrade(out, *path); })
+    AddInstallerCommand(tool, group,
+                        {"upgrade", "Replace the installed driver's file with a newer one, even while it is in use",
+                         "driver upgrade C:\\Download\\ZoProtectorDriver.sys"},
+                        [path](Output& out) { return Upgrade(out, *path); })
         .add_option("file", *path, "The new driver's file")
         ->required();
     tool.AddCommand(
