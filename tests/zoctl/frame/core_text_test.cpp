@@ -33,6 +33,21 @@ TEST(StatusTable, NamesAStatusThatHasNoRow) {
         EXPECT_TRUE(rows.emplace(row.value, row.subject).second) << row.name << " stands twice";
 }
 
+TEST(StatusTable, HasARemedyForEachStartFailure) {
+    const std::pair<std::uint32_t, const char*> rows[] = {
+        {31, "ERROR_GEN_FAILURE"},
+        {577, "ERROR_INVALID_IMAGE_HASH"},
+        {1068, "ERROR_SERVICE_DEPENDENCY_FAIL"},
+        {1275, "ERROR_DRIVER_BLOCKED"},
+    };
+    for (const auto& [error, name] : rows) {
+        const auto text =
+            zoctl::DescribeStatus(static_cast<std::int32_t>(0x80070000u | error), zoctl::Subject::kService);
+        EXPECT_EQ(text.name, name);
+        EXPECT_EQ(text.advice.find("diagnostic log"), std::string::npos) << text.advice;
+    }
+}
+
 TEST(Text, ShowsNoCharacterThatATerminalObeys) {
     const std::pair<const char*, const char*> cases[] = {
         {"C:\\plain \xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "C:\\plain \xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},

@@ -115,8 +115,21 @@ constexpr StatusRow kRows[] = {
     {0x80070430, Subject::kAny, "ERROR_SERVICE_MARKED_FOR_DELETE", "The service is about to be removed.",
      "Close what holds it open (service consoles, the running driver), or restart the system, then install it again.",
      kExitFailed},
-    {0x80070241, Subject::kAny, "ERROR_INVALID_IMAGE_HASH", "The system does not accept the driver's signature.",
-     "Use a driver that is signed for this system.", kExitFailed},
+    {0x8007001F, Subject::kService, "ERROR_GEN_FAILURE", "The driver was loaded, but its own start failed.",
+     "Look at the driver's messages in the system event log; install the version made for this Windows.", kExitFailed},
+    {0x80070241, Subject::kAny, "ERROR_INVALID_IMAGE_HASH",
+     "Windows does not accept the signature of the driver's file.",
+     "Install a file that is signed for this Windows (\"zoctl doctor\" shows who signed it), or allow test-signed "
+     "drivers "
+     "on a test machine.",
+     kExitFailed},
+    {0x8007042C, Subject::kAny, "ERROR_SERVICE_DEPENDENCY_FAIL",
+     "A service that the driver needs could not be started.",
+     "Enable and start the Filter Manager: \"sc query FltMgr\", \"sc start FltMgr\"; then start the driver again.",
+     kExitFailed},
+    {0x800704FB, Subject::kAny, "ERROR_DRIVER_BLOCKED", "Windows blocks this driver from loading.",
+     "Install a version that is not on the block list, or ask who set the policy (Memory integrity, App Control).",
+     kExitFailed},
     {0x800704C7, Subject::kAny, "ERROR_CANCELLED", "It was cancelled.", "Run it again.", kExitCancelled},
 };
 
