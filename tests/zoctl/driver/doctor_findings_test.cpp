@@ -15,6 +15,7 @@ DoctorFacts Healthy() {
     facts.imagePath = "C:\\drivers\\z.sys";
     facts.fileThere = true;
     facts.fileVersion = {1, 2, 3, 4};
+    facts.signature.forDrivers = true;
     facts.instanceRegistered = true;
     facts.altitude = "385100";
     facts.handshake = 0;
@@ -36,6 +37,7 @@ TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
         {0, [](auto& f) { f.queryStatus = INT32_MIN + 4; }, "wrong service: .*ZOP_E_ACCESS_DENIED.*"},
         {0, [](auto& f) { f.state = 3; }, "wrong service: stopping"},
         {2, [](auto& f) { f.state = 2; }, "wrong service: starting\nnote device: .*while.* starts.*"},
+        {0, [](auto& f) { f.signature.trust = 0x80096010; }, "wrong driver signature: .*changed after.*"},
         {0, [](auto& f) { f.altitude = "high"; }, "wrong filter instance: .*not a number"},
         {2, [](auto&) {}, "wrong device: does not exist although.*"},
         {32, [](auto&) {}, "note device: .*does not identify; handshake.*"},
@@ -61,6 +63,36 @@ TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
                         finding.subject + ": " + finding.text;
         }
         EXPECT_TRUE(std::regex_match(findings, std::regex(one.findings))) << one.findings << "\n" << findings;
+    }
+}
+
+TEST(JudgeSignature, SaysWhetherWindowsIsLikelyToLoadTheDriver) {
+    using zoctl::DriverSignature;
+    const struct {
+        const char* name;
+        DriverSignature signature;
+        const char* loads;
+        const char* finding;
+    } rows[] = {
+        {"by Microsoft", {0, "M", true, false}, "likely", "ok signed by M"},
+        {"by the maker",
+         {0, "Maker", false, false},
+         "unlikely",
+         "note signed by Maker, not by Microsoft.*not likely.*"},
+        {"in test mode", {0, "Maker", false, true}, "likely", "note signed by Maker.* in test mode and likely.*"},
+        {"unsigned", {0x800B0100, "", false, true}, "unlikely", "note not signed.*"},
+        {"no program", {0x800B0003, "", false, false}, "unlikely", "note not signed.*"},
+        {"foreign root", {0x800B0109, "A", false, false}, "unlikely", "note signed by A, with .* does not trust.*"},
+        {"expired", {0x800B0101, "A", false, false}, "unlikely", "note signed by A, with .*expired.*"},
+        {"revoked", {0x800B010C, "A", true, false}, "unlikely", "wrong signed by A, .*revoked"},
+        {"changed", {0x80096010, "", false, true}, "unlikely", "wrong .*changed after it was signed"},
+        {"not checked", {0x80070005, "", false, false}, "unknown", "note cannot be checked, error 0x80070005"},
+    };
+    for (const auto& row : rows) {
+        const zoctl::Finding finding = zoctl::JudgeSignature(row.signature);
+        const std::string text = std::string(SeverityName(finding.severity)) + " " + finding.text;
+        EXPECT_TRUE(std::regex_match(text, std::regex(row.finding))) << row.name << "\n" << text;
+        EXPECT_STREQ(zoctl::OutlookName(zoctl::OutlookOf(row.signature)), row.loads) << row.name;
     }
 }
 

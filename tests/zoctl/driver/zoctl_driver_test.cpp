@@ -9,6 +9,10 @@ namespace {
 
 using namespace zotest;
 
+const std::wstring kKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
+const std::wstring kFile = InstalledDriverPath();
+const std::wstring kAway = kFile + L".away";
+
 class ZoctlDriver : public testing::Test {
   protected:
     void SetUp() override { RemoveDriverService(); }
@@ -73,6 +77,25 @@ TEST_F(ZoctlDriver, UpgradeReplacesAnOlderFileOnly) {
     EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
 }
 
+TEST_F(ZoctlDriver, InstallReportsThatTheFileIsNotSigned) {
+    const ZoctlRun run = RunZoctl({"driver", "install", File(), "--json"});
+    EXPECT_TRUE(Gave(run, 0, "not signed; Windows is not likely to load the driver"));
+    EXPECT_EQ(run.json["signature"]["loads"], "unlikely");
+    EXPECT_EQ(run.json["signature"]["signer"], nullptr);
+}
+
+TEST_F(ZoctlDriver, DoctorFindsTheInstanceOfADriverPackage) {
+    InstallAndStart();
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kKey + L"\\Instances").c_str());
+    const std::wstring instances = kKey + L"\\Parameters\\Instances";
+    const auto set = [](const std::wstring& key, const wchar_t* name, const wchar_t* value) {
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, REG_SZ, value, DWORD(2 * wcslen(value) + 2));
+    };
+    set(instances, L"DefaultInstance", L"Package");
+    set(instances + L"\\Package", L"Altitude", L"385101");
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 0, "altitude 385101, below the key Parameters"));
+}
+
 TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
     const zo::OwnedKernelObject mutex(CreateMutexW(nullptr, TRUE, L"Global\\ZoProtectorDriverInstaller"));
     const auto commands = {"install", "upgrade", "uninstall"};
@@ -86,9 +109,6 @@ TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
     EXPECT_EQ(RunZoctl({"driver", "install", "--wait", "0", File()}).exitCode, 0);
 }
 
-const std::wstring kKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
-const std::wstring kFile = InstalledDriverPath();
-const std::wstring kAway = kFile + L".away";
 ChildOptions doctorOptions;
 
 void Move(const std::wstring& from, const std::wstring& to) {

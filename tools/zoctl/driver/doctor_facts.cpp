@@ -6,11 +6,13 @@
 // clang-format on
 
 #include "diagnostic_log.h"
+#include "driver_signature.h"
 #include "format.h"
 #include "image_path.h"
 #include "library_settings.h"
 #include "owned_handles.h"
 #include "service_names.h"
+#include "system_call.h"
 #include "table_entries.h"
 #include "text.h"
 #include "zoprotector.h"
@@ -40,6 +42,24 @@ bool MarkedForDeletion() {
            GetLastError() == ERROR_SERVICE_MARKED_FOR_DELETE;
 }
 
+std::wstring RegistryText(HKEY key, const wchar_t* subkey, const wchar_t* value) {
+    wchar_t text[MAX_PATH] = {};
+    DWORD size = sizeof(text);
+    const LSTATUS error = RegGetValueW(key, subkey, value, RRF_RT_REG_SZ, nullptr, text, &size);
+    return error == ERROR_SUCCESS ? text : std::wstring();
+}
+
+// Driver packages for Windows 11 24H2 and later register the instance below the key Parameters, where the filter
+// manager looks too.
+void FindInstanceUnderParameters(DoctorFacts& facts) {
+    const std::wstring instances = std::wstring(zop::kServiceKey) + L"\\Parameters\\" + zop::kInstancesKeyName;
+    const std::wstring name = RegistryText(HKEY_LOCAL_MACHINE, instances.c_str(), L"DefaultInstance");
+    if (name.empty()) return;
+    const std::wstring altitude = RegistryText(HKEY_LOCAL_MACHINE, (instances + L"\\" + name).c_str(), L"Altitude");
+    facts.altitude = zo::Utf8FromWide(altitude);
+    facts.instanceRegistered = facts.underParameters = !altitude.empty();
+}
+
 void AskService(DoctorFacts& facts) {
     ZoProtectorDriverStatus status{};
     facts.queryStatus = ZoProtector_QueryDriverStatus(&status);
@@ -51,8 +71,11 @@ void AskService(DoctorFacts& facts) {
     facts.altitude = zo::Utf8FromWide(status.altitude);
     facts.fileVersion = {status.fileVersionMajor, status.fileVersionMinor, status.fileVersionBuild,
                          status.fileVersionRevision};
-    const DWORD attributes = GetFileAttributesW(zop::ZopResolveImagePath(status.imagePath).c_str());
+    const std::wstring file = zop::ZopResolveImagePath(status.imagePath);
+    const DWORD attributes = GetFileAttributesW(file.c_str());
     facts.fileThere = attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    if (facts.fileThere) facts.signature = ReadDriverSignature(file);
+    if (!facts.instanceRegistered) FindInstanceUnderParameters(facts);
     if (status.state != ZOP_DRIVER_NOT_INSTALLED) facts.markedForDeletion = MarkedForDeletion();
 }
 
@@ -72,9 +95,7 @@ std::vector<std::string> DeviceHolders() {
     };
     using Query = NTSTATUS(NTAPI*)(HANDLE, IO_STATUS_BLOCK*, void*, ULONG, ULONG);
     constexpr ULONG kProcessIdsUsingFile = 47;
-    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void*>(ntdll ? GetProcAddress(ntdll, "NtQueryInformationFile") : nullptr));
+    const auto query = SystemCall<Query>(L"ntdll.dll", "NtQueryInformationFile");
     const zo::OwnedFile device(CreateFileW(kDevicePath, FILE_READ_ATTRIBUTES,
                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                            OPEN_EXISTING, 0, nullptr));

@@ -20,16 +20,6 @@ std::string StatusWords(std::int32_t status) {
     return zo::Format("{} ({} {})", text.meaning, text.name, text.value);
 }
 
-Finding Good(const char* subject, std::string text) {
-    return {subject, Severity::kGood, std::move(text), {}};
-}
-Finding Note(const char* subject, std::string text, std::string remedy) {
-    return {subject, Severity::kNote, std::move(text), std::move(remedy)};
-}
-Finding Wrong(const char* subject, std::string text, std::string remedy) {
-    return {subject, Severity::kWrong, std::move(text), std::move(remedy)};
-}
-
 Finding JudgeState(const DoctorFacts& facts) {
     switch (facts.state) {
         case ZOP_DRIVER_RUNNING:
@@ -92,7 +82,8 @@ Finding JudgeInstance(const DoctorFacts& facts) {
     if (!number) {
         return Wrong("filter instance", zo::Format("its altitude \"{}\" is not a number", facts.altitude), remedy);
     }
-    return Good("filter instance", "altitude " + facts.altitude);
+    return Good("filter instance",
+                "altitude " + facts.altitude + (facts.underParameters ? ", below the key Parameters" : ""));
 }
 
 void JudgeService(const DoctorFacts& facts, std::vector<Finding>& findings) {
@@ -113,6 +104,7 @@ void JudgeService(const DoctorFacts& facts, std::vector<Finding>& findings) {
     findings.push_back(JudgeStartType(facts));
     findings.push_back(JudgeFile(facts));
     JudgeVersion(facts, findings);
+    if (facts.fileThere) findings.push_back(JudgeSignature(facts.signature));
     findings.push_back(JudgeInstance(facts));
 }
 
@@ -232,18 +224,6 @@ std::vector<Finding> Judge(const DoctorFacts& facts) {
                                 "For development only; ship a library that was built with your own."));
     }
     return findings;
-}
-
-const char* SeverityName(Severity severity) {
-    switch (severity) {
-        case Severity::kGood:
-            return "ok";
-        case Severity::kNote:
-            return "note";
-        case Severity::kWrong:
-            return "wrong";
-    }
-    return "";
 }
 
 }  // namespace zoctl

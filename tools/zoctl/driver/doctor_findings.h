@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "finding.h"
+#include "signature_findings.h"
+
 namespace zoctl {
 
 struct DoctorFacts {
@@ -18,8 +21,10 @@ struct DoctorFacts {
     std::string imagePath;         // as the service manager has it
     bool fileThere = false;
     std::array<std::uint32_t, 4> fileVersion = {};
+    DriverSignature signature;  // of a file that is there
     bool instanceRegistered = false;
     std::string altitude;
+    bool underParameters = false;  // the instance is registered below the key Parameters, as packages do it
     bool markedForDeletion = false;
 
     std::optional<std::uint32_t> deviceError;  // Win32, 0 when it opened; nothing when it was not tried
@@ -45,17 +50,6 @@ struct DoctorFacts {
     std::string developmentSettings;  // as DevelopmentSettings gives them
 };
 
-enum class Severity { kGood, kNote, kWrong };
-
-struct Finding {
-    const char* subject;
-    Severity severity;
-    std::string text;
-    std::string remedy;  // empty when there is nothing to do
-};
-
 [[nodiscard]] std::vector<Finding> Judge(const DoctorFacts& facts);
-// "ok", "note", "wrong"
-[[nodiscard]] const char* SeverityName(Severity severity);
 
 }  // namespace zoctl

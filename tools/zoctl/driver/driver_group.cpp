@@ -5,8 +5,10 @@
 #include "channel.h"
 #include "driver_commands.h"
 #include "driver_names.h"
+#include "driver_signature.h"
 #include "facts.h"
 #include "format.h"
+#include "image_path.h"
 #include "installer_command.h"
 #include "text.h"
 #include "zoprotector.h"
@@ -22,6 +24,19 @@ struct InstallOptions {
     bool allowUnload = false;
 };
 
+// Whether Windows is likely to load the installed file, which is better known before the start fails.
+void ReportSignature(Output& out, Json& facts) {
+    ZoProtectorDriverStatus record{};
+    if (ZoProtector_QueryDriverStatus(&record) < 0) return;  // it is installed, only nothing more is known about it
+    const DriverSignature signature = ReadDriverSignature(zop::ZopResolveImagePath(record.imagePath));
+    const Finding finding = JudgeSignature(signature);
+    facts["signature"] = {{"signer", signature.signer.empty() ? Json(nullptr) : Json(signature.signer)},
+                          {"loads", OutlookName(OutlookOf(signature))},
+                          {"finding", finding.text}};
+    if (finding.severity == Severity::kGood) return;
+    out.Hint(zo::Format("{}: {}. {}", finding.subject, finding.text, finding.remedy));
+}
+
 int Install(Output& out, const InstallOptions& options) {
     const std::int32_t status =
         ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), *StartTypeNumber(options.startType),
@@ -29,8 +44,10 @@ int Install(Output& out, const InstallOptions& options) {
     const std::string what = options.source.empty() ? "install the driver file next to zoctl"
                                                     : "install the driver " + Quote(options.source);
     if (status < 0) return out.Fail(status, Subject::kInstall, what);
+    Json facts = {{"startType", options.startType}};
+    ReportSignature(out, facts);
     out.Hint("Start it with \"zoctl driver start\".");
-    return out.Done("The driver is installed.", {{"startType", options.startType}});
+    return out.Done("The driver is installed.", facts);
 }
 
 Facts ServiceFacts(const ZoProtectorDriverStatus& record) {
