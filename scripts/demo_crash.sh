@@ -18,7 +18,9 @@ Show 'trust_certificate add C:\server.der' ZoWine "$bin/trust_certificate.exe" a
 
 Say "A kernel crash dump appears: the system stopped in a driver called storage.sys, with the suite's driver on the stack."
 mkdir -p "$drive/Dumps"
-Show 'make_dump.py C:\Dumps\today.dmp' simulator/debug_engine/make_dump.py --bugcheck 0xD1 --module storage.sys --module ZoProtector.sys \
+# Bug check 0xD1: address read, IRQL, 0 for a read, and the instruction that did it, which is storage+0x1200.
+Show 'make_dump.py C:\Dumps\today.dmp' simulator/debug_engine/make_dump.py --bugcheck 0xD1 \
+    --parameters 0x10 2 0 0xfffff80604001200 --module storage.sys --module ZoProtector.sys \
     --frame nt+0x3f5e40 --frame storage+0x1200 --frame ZoProtector+0x1a2b "$drive/Dumps/today.dmp"
 crashOptions=(--dumps 'C:\Dumps' --target ZoProtector --record 'C:\crash-record')
 Zoctl crash list "${crashOptions[@]:0:4}"
