@@ -72,7 +72,7 @@ struct StatusReplyOptions {
 
 Answer SetStatusReply(const StatusReplyOptions& options) {
     if (options.own != options.numbers.empty()) {
-        throw Failure{kUsage, "give four pairs FLAG COUNT, or --own alone"};
+        throw Failure{kUsage, "give four pairs of flag and count, or --own alone"};
     }
     Device().ChangeSettings([&](ZoSimSettings& settings) {
         settings.useStatusReply = options.own ? 0 : 1;
@@ -121,7 +121,7 @@ struct SignatureOptions {
 
 Answer SetSignature(const SignatureOptions& options) {
     if (options.forget != options.verdict.empty()) {
-        throw Failure{kUsage, "give the verdict FIRST SECOND, or --forget alone"};
+        throw Failure{kUsage, "give the two numbers of the verdict, or --forget alone"};
     }
     ZoSimPidSignature known = options.known;
     known.forget = options.forget;
@@ -200,7 +200,8 @@ void AddSettings(Tool& tool) {
         "status-reply", "Set the four pairs that get-status answers",
         "status-reply 1 10 1 20 0 0 1 5\nstatus-reply --own",
         [](CLI::App& command, StatusReplyOptions& options) {
-            command.add_option("FLAG COUNT", options.numbers, "Four flags (0 to 255) with their counts")->expected(8);
+            command.add_option("PAIRS", options.numbers, "Four flags (0 to 255), each followed by its count")
+                ->expected(8);
             command.add_flag("--own", options.own, "Answer from the driver's own state again");
         },
         SetStatusReply);
@@ -234,7 +235,7 @@ void AddChangeCommands(Tool& tool) {
         "signature 4242 1 3\nsignature 4242 1 3 --refreshed 0 0\nsignature 4242 --forget",
         [](CLI::App& command, SignatureOptions& options) {
             command.add_option("PID", options.known.pid, "The process")->required();
-            command.add_option("FIRST SECOND", options.verdict, "What a query answers, each from 0 to 255")
+            command.add_option("VERDICT", options.verdict, "The two numbers that a query answers, each from 0 to 255")
                 ->expected(2);
             command.add_option("--refreshed", options.refreshed, "What a refresh answers (default: the same)")
                 ->expected(2);
