@@ -11,7 +11,7 @@ namespace zobench {
 namespace {
 
 constexpr double kTarget = 1.02;
-constexpr std::uint32_t kCalls = 25;
+constexpr std::uint32_t kCalls = 5;
 constexpr std::uint32_t kListRoom = 64;  // as the layer takes at first
 constexpr std::uint32_t kPollRoom = 256;
 
