@@ -15,6 +15,8 @@ foreach(folder sdk signer crash_report)
 endforeach()
 target_include_directories(ZoProtectorLib INTERFACE $<INSTALL_INTERFACE:include>)
 
+zo_split_symbols(ZoProtectorLib)
+
 # What a deployment has not set. The private half of the development key is in tests/signer, and the address and the
 # scrambler key of the crash reporter are known to everyone who has the sources: no such DLL is to be shipped.
 get_property(zo_development_settings GLOBAL PROPERTY zo_development_settings)

@@ -15,6 +15,9 @@ install(DIRECTORY docs examples DESTINATION share/doc/ZoProtectorLib)
 install(DIRECTORY bindings DESTINATION share/ZoProtectorLib
         PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE PATTERN test EXCLUDE PATTERN .npmrc EXCLUDE)
 
+get_property(zo_symbols GLOBAL PROPERTY zo_symbols_of_ZoProtectorLib)
+install(FILES "${zo_symbols}" DESTINATION bin)
+
 if(MINGW)
     # GNU linkers take lib/libZoProtectorLib.dll.a. Those of MSVC want an import library of their own kind.
     set(zo_def "${CMAKE_BINARY_DIR}/lib/ZoProtectorLib.def")

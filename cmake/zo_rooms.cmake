@@ -25,6 +25,7 @@ function(zo_room name)
         foreach(seen ${room_SEES})
             target_include_directories(${part} PRIVATE "${CMAKE_SOURCE_DIR}/${seen}")
         endforeach()
+        target_compile_options(${part} PRIVATE ${zo_debug_options})
         if(WIN32 AND NOT MSVC)
             # The library's guards for function-local statics leave kernel handles behind at every load and unload.
             target_compile_options(${part} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-threadsafe-statics>)

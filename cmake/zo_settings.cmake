@@ -14,8 +14,14 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${zo_bin}$<0:>")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib$<0:>")
 
 option(ZO_BUILD_TESTS "Build the tests and benchmarks too, which need GoogleTest and Python 3" ON)
+option(ZO_COMPILE_TOGETHER "Compile the files of programs that parse large headers as one; the linter wants each by itself" ON)
 option(ZO_SANITIZE "Build natively under AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 option(ZO_WARNINGS_ARE_ERRORS "Stop the build at the first warning" ON)
+
+# Parsing the header-only libraries costs more than the code of a program itself: its files pay that once.
+function(zo_compile_together target)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ${ZO_COMPILE_TOGETHER} UNITY_BUILD_BATCH_SIZE 0)
+endfunction()
 
 # zo_flags is how things are compiled and linked; zo_settings, what everything here links, adds text formatting.
 add_library(zo_flags INTERFACE)
@@ -54,6 +60,8 @@ elseif(ZO_SANITIZE)
     target_link_options(zo_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
+include(zo_symbols)
+
 # std::format where the library has it, {fmt} otherwise.
 include(CheckCXXSourceCompiles)
 if(MSVC)
@@ -89,6 +97,7 @@ else()
     # What header-only use of {fmt} would compile again into every user of text formatting is compiled once.
     add_library(zo_fmt_code STATIC "${CMAKE_SOURCE_DIR}/base/fmt_code.cpp")
     target_link_libraries(zo_fmt_code PRIVATE zo_flags zo_fmt)
+    target_compile_options(zo_fmt_code PRIVATE ${zo_debug_options})
     if(WIN32 AND NOT MSVC)
         target_compile_options(zo_fmt_code PRIVATE -fno-threadsafe-statics)  # it becomes part of the DLL: see zo_rooms.cmake
     endif()

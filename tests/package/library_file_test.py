@@ -34,7 +34,7 @@ class LibraryFile(unittest.TestCase):
         for name, bit in (("high-entropy addresses", 0x20), ("random base", 0x40), ("no execution of data", 0x100)):
             self.assertTrue(characteristics & bit, name)
         self.assertRegex(self.facts, r"Base Relocation Directory|\.reloc")
-        self.assertRegex(run(os.environ["ZO_NM"], LIBRARY), r"\b__stack_chk_fail\b")
+        self.assertRegex(run(os.environ["ZO_NM"], f"{LIBRARY}.debug"), r"\b__stack_chk_fail\b")
         self.assertRegex(self.facts, r"Time/Date\s+(00000000|Thu Jan  1 00:00:00 1970)")
         self.assertNotIn(str(SOURCE).encode(), self.content)
 
