@@ -21,6 +21,8 @@ class Engine final : public ClientSlots, public ControlSlots {
   public:
     // Made with one reference.
     Engine() = default;
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, PVOID* object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;

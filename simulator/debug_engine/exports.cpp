@@ -33,6 +33,7 @@ HRESULT Create(REFIID id, PVOID* object) {
         if (line.act == Act::kFail) return static_cast<HRESULT>(line.number);
         if (line.act == Act::kNull) return S_OK;
     }
+    // It counts its references, and the last Release deletes it. NOLINTNEXTLINE(cppcoreguidelines-owning-memory)
     Engine* engine = new (std::nothrow) Engine;
     if (engine == nullptr) return E_OUTOFMEMORY;
     const HRESULT result = engine->QueryInterface(id, object);

@@ -20,7 +20,8 @@ const SimTableKind kSimTableKinds[ZOSIM_TABLE_COUNT] = {
 
 /* Records are packed and entries are multiples of 4 bytes apart, but fields lie anywhere. */
 static uint16_t UnitAt(const uint8_t* field, uint32_t index) {
-    return (uint16_t)(field[2 * index] | (field[2 * index + 1] << 8));
+    const uint8_t* const unit = field + (size_t)2 * index;
+    return (uint16_t)(unit[0] | (unit[1] << 8));
 }
 
 static uint32_t HashField(const uint8_t* record, SimField field, uint32_t hash) {

@@ -83,7 +83,8 @@ BOOLEAN SimTakeFault(uint32_t code, ZoSimFault* fault) {
             continue;
         }
         *fault = *candidate;
-        if (candidate->times != ZOSIM_FOR_EVER && --candidate->times == 0) DropFault(i);
+        if (candidate->times != ZOSIM_FOR_EVER) --candidate->times;
+        if (candidate->times == 0) DropFault(i);
         return TRUE;
     }
     return FALSE;

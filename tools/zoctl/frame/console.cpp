@@ -66,7 +66,7 @@ bool WriteToConsole(HANDLE console, std::wstring_view wide) {
 std::vector<std::string> CommandLineArguments() {
     int count = 0;
     wchar_t** arguments = CommandLineToArgvW(GetCommandLineW(), &count);
-    const zo::OwnedLocalMemory owner(arguments);
+    const zo::OwnedLocalMemory owner(static_cast<void*>(arguments));
     std::vector<std::string> utf8;
     for (int i = 1; i < count; ++i)
         utf8.push_back(zo::Utf8FromWide(arguments[i]));
