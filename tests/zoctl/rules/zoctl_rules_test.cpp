@@ -1,3 +1,4 @@
+#include "folder_link.h"
 #include "zoctl_process.h"
 
 namespace {
@@ -115,6 +116,68 @@ TEST_F(ZoctlRules, CheckNamesEveryMistakeAndNeedsNoDriver) {
     EXPECT_TRUE(Gave(Do("check", kFull), 0));
     EXPECT_TRUE(Gave(Rules({"check", Path("none.json")}), 3));
     EXPECT_EQ(Simulator().RequestCount(), 0u);
+}
+
+// A drive letter that is another name of a folder, until the end of its life.
+class SubstitutedDrive {
+  public:
+    explicit SubstitutedDrive(const std::wstring& folder) : target_(L"\\??\\" + folder) {
+        EXPECT_TRUE(DefineDosDeviceW(DDD_RAW_TARGET_PATH, L"Q:", target_.c_str()));
+    }
+    ~SubstitutedDrive() { DefineDosDeviceW(DDD_RAW_TARGET_PATH | DDD_REMOVE_DEFINITION, L"Q:", target_.c_str()); }
+
+  private:
+    std::wstring target_;
+};
+
+// A key that leads to another one, until the end of its life.
+class RegistryLink {
+  public:
+    RegistryLink(const wchar_t* name, const std::wstring& target) {
+        RegCreateKeyExW(HKEY_CURRENT_USER, name, 0, nullptr, REG_OPTION_CREATE_LINK | REG_OPTION_VOLATILE,
+                        KEY_ALL_ACCESS, nullptr, &link_, nullptr);
+        EXPECT_EQ(
+            RegSetValueExW(link_, L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.c_str()),
+                           static_cast<DWORD>(target.size() * sizeof(wchar_t))),
+            ERROR_SUCCESS);
+    }
+    ~RegistryLink() {  // RegDeleteKeyW would follow it
+        const FARPROC function = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey");
+        reinterpret_cast<LONG(WINAPI*)(HANDLE)>(reinterpret_cast<void*>(function))(link_);
+        RegCloseKey(link_);
+    }
+
+  private:
+    HKEY link_ = nullptr;
+};
+
+TEST_F(ZoctlRules, CheckNotesNamesThatTheKernelNeverSees) {
+    WriteFileBytes(folder_ / "longfoldername" / "a.exe", "");
+    LinkFolder(folder_ / "longfoldername", folder_ / "link");
+    const SubstitutedDrive drive(folder_.Path().wstring());
+    const RegistryLink key(L"zotest_link", L"\\REGISTRY\\MACHINE\\SOFTWARE");
+    wchar_t shortName[MAX_PATH] = {};
+    ASSERT_NE(GetShortPathNameW((folder_ / "longfoldername").c_str(), shortName, MAX_PATH), 0u);
+    const std::string shortFolder = std::filesystem::path(shortName).filename().string();
+    Json file = {{"version", 1}};
+    for (const std::string& path : {Path("longfoldername\\a.exe"), Path("LONGFOLDERNAME"), Path("none\\a.exe"),
+                                    std::string("\\\\server\\share\\a.exe"), Path("link\\a.exe"), Path("link\\none"),
+                                    Path((shortFolder + "\\a.exe").c_str()), std::string("Q:\\a.exe")}) {
+        file["process"]["rules"].push_back({{"path", path}});
+    }
+    file["file"]["rules"] = {{{"path", Path("x")}, {"scope", {{"folder", Path("link")}}}}};
+    file["registry"] = {{"rules", {{{"key", "HKLM\\SOFTWARE"}}, {{"key", "HKCU\\zotest_link\\none"}}}},
+                        {"ignore", {{{"path", Path("link")}}}}};
+    const ZoctlRun run = Do("check", file.dump());
+    EXPECT_TRUE(Gave(run, 0, "Note: /process/rules/3: The driver never sees the name"));
+    std::string pointers;
+    for (const Json& note : run.json["notes"])
+        pointers += note["pointer"].get<std::string>() + " ";
+    EXPECT_EQ(
+        pointers,
+        "/process/rules/3 /process/rules/4 /process/rules/5 /process/rules/6 /process/rules/7 /file/rules/0/scope "
+        "/registry/rules/1 /registry/ignore/0 ")
+        << run.out;
 }
 
 TEST_F(ZoctlRules, ApplyRefusesAMassRemovalUnlessAllowed) {

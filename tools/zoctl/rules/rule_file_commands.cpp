@@ -8,9 +8,11 @@
 #include "format.h"
 #include "owned_handles.h"
 #include "rule_apply.h"
+#include "rule_lint.h"
 #include "rule_report.h"
 #include "rules_commands.h"
 #include "system_names.h"
+#include "system_places.h"
 #include "text.h"
 #include "zoprotector_status.h"
 
@@ -143,10 +145,21 @@ Ended LoadRuleFile(Output& out, const std::string& path, const NameForms& names,
                       {{"file", path}, {"mistakes", list}});
 }
 
+Json FindingJson(const LintFinding& finding) {
+    return {{"kind", finding.kind}, {"pointer", finding.pointer}, {"message", finding.message}};
+}
+
 int Check(Output& out, const std::string& path) {
+    const SystemNames names;
     RuleFile file;
-    if (const Ended ended = LoadRuleFile(out, path, SystemNames(), file)) return *ended;
-    return out.Done(Quote(path) + " has no mistakes.", {{"file", path}, {"mistakes", Json::array()}});
+    if (const Ended ended = LoadRuleFile(out, path, names, file)) return *ended;
+    Json notes = Json::array();
+    for (const LintFinding& finding : FindUnseenNames(file, SystemPlaces(names))) {
+        out.Hint(zo::Format("Note: {}: {}", finding.pointer, finding.message));
+        notes.push_back(FindingJson(finding));
+    }
+    return out.Done(Quote(path) + " has no mistakes.",
+                    {{"file", path}, {"mistakes", Json::array()}, {"notes", std::move(notes)}});
 }
 
 // The two that compare a file with the driver: the file first, since its mistakes can be shown without a driver.
