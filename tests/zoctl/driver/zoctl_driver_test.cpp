@@ -77,6 +77,43 @@ TEST_F(ZoctlDriver, UpgradeReplacesAnOlderFileOnly) {
     EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
 }
 
+TEST_F(ZoctlDriver, InstallKeepsTheSettingsUnlessTold) {
+    const struct {
+        std::vector<std::string> options;
+        Json settings;
+        Json changed;  // the names of the settings
+    } rows[] = {
+        {{"--start", "auto", "--altitude", "385100.5", "--allow-unload"}, {"auto", "385100.5", true}, Json::array()},
+        {{}, {"auto", "385100.5", true}, Json::array()},
+        {{"--altitude", "385101"}, {"auto", "385101", true}, {"altitude"}},
+        {{"--start", "demand", "--no-allow-unload"}, {"demand", "385101", false}, {"startType", "allowUnload"}},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> words = {"driver", "install", File(), "--json"};
+        words.insert(words.end(), row.options.begin(), row.options.end());
+        Json json = RunZoctl(words).json;
+        EXPECT_EQ(Json({json["startType"], json["altitude"], json["allowUnload"]}), row.settings) << json;
+        Json changed = Json::array();
+        for (const Json& change : json["changed"])
+            changed.push_back(change["setting"]);
+        EXPECT_EQ(changed, row.changed) << json;
+    }
+    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"startType", "demand"}, {"altitude", "385101"}}));
+}
+
+TEST_F(ZoctlDriver, InstallRefusesAnAltitudeThatIsNotANumber) {
+    for (const char* altitude : {"high", "385100.", ".5", "1.2.3", "-1", "0x10"}) {
+        EXPECT_TRUE(Gave(RunZoctl({"driver", "install", File(), "--altitude", altitude}), 2)) << altitude;
+    }
+    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
+}
+
+TEST_F(ZoctlDriver, InstallReportsAFileThatItDidNotReplace) {
+    const std::string other = File("ZoProtectorDriver_1_0_1.sys");
+    ASSERT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
+    EXPECT_TRUE(Gave(RunZoctl({"driver", "install", other, "--json"}), 0, "was kept", {{"fileKept", true}}));
+}
+
 TEST_F(ZoctlDriver, InstallReportsThatTheFileIsNotSigned) {
     const ZoctlRun run = RunZoctl({"driver", "install", File(), "--json"});
     EXPECT_TRUE(Gave(run, 0, "not signed; Windows is not likely to load the driver"));

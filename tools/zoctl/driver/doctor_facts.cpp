@@ -12,6 +12,7 @@
 #include "library_settings.h"
 #include "owned_handles.h"
 #include "service_names.h"
+#include "service_registry.h"
 #include "system_call.h"
 #include "table_entries.h"
 #include "text.h"
@@ -42,24 +43,6 @@ bool MarkedForDeletion() {
            GetLastError() == ERROR_SERVICE_MARKED_FOR_DELETE;
 }
 
-std::wstring RegistryText(HKEY key, const wchar_t* subkey, const wchar_t* value) {
-    wchar_t text[MAX_PATH] = {};
-    DWORD size = sizeof(text);
-    const LSTATUS error = RegGetValueW(key, subkey, value, RRF_RT_REG_SZ, nullptr, text, &size);
-    return error == ERROR_SUCCESS ? text : std::wstring();
-}
-
-// Driver packages for Windows 11 24H2 and later register the instance below the key Parameters, where the filter
-// manager looks too.
-void FindInstanceUnderParameters(DoctorFacts& facts) {
-    const std::wstring instances = std::wstring(zop::kServiceKey) + L"\\Parameters\\" + zop::kInstancesKeyName;
-    const std::wstring name = RegistryText(HKEY_LOCAL_MACHINE, instances.c_str(), L"DefaultInstance");
-    if (name.empty()) return;
-    const std::wstring altitude = RegistryText(HKEY_LOCAL_MACHINE, (instances + L"\\" + name).c_str(), L"Altitude");
-    facts.altitude = zo::Utf8FromWide(altitude);
-    facts.instanceRegistered = facts.underParameters = !altitude.empty();
-}
-
 void AskService(DoctorFacts& facts) {
     ZoProtectorDriverStatus status{};
     facts.queryStatus = ZoProtector_QueryDriverStatus(&status);
@@ -75,7 +58,10 @@ void AskService(DoctorFacts& facts) {
     const DWORD attributes = GetFileAttributesW(file.c_str());
     facts.fileThere = attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     if (facts.fileThere) facts.signature = ReadDriverSignature(file);
-    if (!facts.instanceRegistered) FindInstanceUnderParameters(facts);
+    if (!facts.instanceRegistered) {
+        facts.altitude = AltitudeUnderParameters();
+        facts.instanceRegistered = facts.underParameters = !facts.altitude.empty();
+    }
     if (status.state != ZOP_DRIVER_NOT_INSTALLED) facts.markedForDeletion = MarkedForDeletion();
 }
 

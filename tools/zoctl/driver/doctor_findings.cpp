@@ -76,10 +76,7 @@ void JudgeVersion(const DoctorFacts& facts, std::vector<Finding>& findings) {
 Finding JudgeInstance(const DoctorFacts& facts) {
     const std::string remedy = "Register it again with \"zoctl driver install PATH\".";
     if (!facts.instanceRegistered) return Wrong("filter instance", "not registered, or without an altitude", remedy);
-    // Altitudes are decimal numbers, with a fraction where one had to be squeezed in.
-    const bool number =
-        facts.altitude.find_first_not_of("0123456789.") == std::string::npos && facts.altitude.front() != '.';
-    if (!number) {
+    if (!IsAltitude(facts.altitude)) {
         return Wrong("filter instance", zo::Format("its altitude \"{}\" is not a number", facts.altitude), remedy);
     }
     return Good("filter instance",

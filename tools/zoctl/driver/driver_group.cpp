@@ -1,14 +1,10 @@
-#include <algorithm>
-#include <iterator>
 #include <memory>
 
 #include "channel.h"
 #include "driver_commands.h"
 #include "driver_names.h"
-#include "driver_signature.h"
 #include "facts.h"
 #include "format.h"
-#include "image_path.h"
 #include "installer_command.h"
 #include "text.h"
 #include "zoprotector.h"
@@ -17,45 +13,9 @@ namespace zoctl {
 
 namespace {
 
-struct InstallOptions {
-    std::string source;
-    std::string startType = "demand";
-    std::string altitude;
-    bool allowUnload = false;
-};
-
-// Whether Windows is likely to load the installed file, which is better known before the start fails.
-void ReportSignature(Output& out, Json& facts) {
-    ZoProtectorDriverStatus record{};
-    if (ZoProtector_QueryDriverStatus(&record) < 0) return;  // it is installed, only nothing more is known about it
-    const DriverSignature signature = ReadDriverSignature(zop::ZopResolveImagePath(record.imagePath));
-    const Finding finding = JudgeSignature(signature);
-    facts["signature"] = {{"signer", signature.signer.empty() ? Json(nullptr) : Json(signature.signer)},
-                          {"loads", OutlookName(OutlookOf(signature))},
-                          {"finding", finding.text}};
-    if (finding.severity == Severity::kGood) return;
-    out.Hint(zo::Format("{}: {}. {}", finding.subject, finding.text, finding.remedy));
-}
-
-int Install(Output& out, const InstallOptions& options) {
-    const std::int32_t status =
-        ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), *StartTypeNumber(options.startType),
-                                  zo::WideFromUtf8(options.altitude).c_str(), options.allowUnload ? 1 : 0);
-    const std::string what = options.source.empty() ? "install the driver file next to zoctl"
-                                                    : "install the driver " + Quote(options.source);
-    if (status < 0) return out.Fail(status, Subject::kInstall, what);
-    Json facts = {{"startType", options.startType}};
-    ReportSignature(out, facts);
-    out.Hint("Start it with \"zoctl driver start\".");
-    return out.Done("The driver is installed.", facts);
-}
-
 Facts ServiceFacts(const ZoProtectorDriverStatus& record) {
     const bool installed = record.state != ZOP_DRIVER_NOT_INSTALLED;
     const bool registered = record.instanceRegistered != 0;
-    const std::uint32_t version[] = {record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild,
-                                     record.fileVersionRevision};
-    const bool hasVersion = std::any_of(std::begin(version), std::end(version), [](auto part) { return part != 0; });
     const std::string altitude = zo::Utf8FromWide(record.altitude);
     const auto ifInstalled = [installed](const char* label) { return installed ? label : nullptr; };
     Facts facts;
@@ -65,7 +25,7 @@ Facts ServiceFacts(const ZoProtectorDriverStatus& record) {
     facts.Add(ifInstalled("image path"), "imagePath", zo::Utf8FromWide(record.imagePath));
     facts.Add(nullptr, "instanceRegistered", registered);
     facts.Add(ifInstalled("filter altitude"), "altitude", altitude, registered ? altitude : "not registered");
-    facts.Add(ifInstalled("file version"), "fileVersion", hasVersion ? VersionText(version) : "none");
+    facts.Add(ifInstalled("file version"), "fileVersion", FileVersionText(record));
     return facts;
 }
 
@@ -102,21 +62,6 @@ void AddServiceCommand(Tool& tool, CLI::App& group, const CommandText& text, std
         const Cancellation deferred = DeferFirstCtrlC(out);
         return out.Report(call(), Subject::kService, what, done);
     });
-}
-
-void AddInstall(Tool& tool, CLI::App& group) {
-    const auto options = std::make_shared<InstallOptions>();
-    CLI::App& install = AddInstallerCommand(
-        tool, group,
-        {"install", "Copy the driver's file into the system and register its service and filter; safe to repeat",
-         "driver install C:\\Suite\\ZoProtectorDriver.sys --start auto --allow-unload"},
-        [options](Output& out) { return Install(out, *options); });
-    install.add_option("source", options->source, "The driver's file; ZoProtectorDriver.sys next to zoctl if left out");
-    install.add_option("--start", options->startType, "When the driver starts")
-        ->check(CLI::IsMember(kStartTypes))
-        ->capture_default_str();
-    install.add_option("--altitude", options->altitude, "The filter's altitude; 385100 if left out");
-    install.add_flag("--allow-unload", options->allowUnload, "Let the driver be stopped without a restart");
 }
 
 void AddSetStart(Tool& tool, CLI::App& group) {

@@ -1,9 +1,9 @@
 #include "driver_names.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "format.h"
-#include "zoprotector.h"
 
 namespace zoctl {
 
@@ -30,6 +30,21 @@ std::string VersionText(std::span<const std::uint32_t> parts) {
     for (const std::uint32_t part : parts)
         text += zo::Format("{}{}", text.empty() ? "" : ".", part);
     return text;
+}
+
+std::string FileVersionText(const ZoProtectorDriverStatus& record) {
+    const std::uint32_t parts[] = {record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild,
+                                   record.fileVersionRevision};
+    const bool none = std::all_of(std::begin(parts), std::end(parts), [](std::uint32_t part) { return part == 0; });
+    return none ? "none" : VersionText(parts);
+}
+
+bool IsAltitude(std::string_view text) {
+    const auto isNumber = [](std::string_view digits) {
+        return !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
+    };
+    const std::size_t point = text.find('.');
+    return isNumber(text.substr(0, point)) && (point == std::string_view::npos || isNumber(text.substr(point + 1)));
 }
 
 }  // namespace zoctl
