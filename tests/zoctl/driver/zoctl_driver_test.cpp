@@ -133,6 +133,15 @@ TEST_F(ZoctlDriver, DoctorFindsTheInstanceOfADriverPackage) {
     EXPECT_TRUE(Gave(Zoctl("doctor"), 0, "altitude 385101, below the key Parameters"));
 }
 
+TEST_F(ZoctlDriver, UpgradeReplacesNothingWhenNothingIsInstalled) {
+    const auto nextToZoctl = ProgramFolder() / "ZoProtectorDriver.sys";
+    const TempFolder folder;
+    std::filesystem::copy(nextToZoctl, folder.Path() / "copy.sys");
+    EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File("ZoProtectorDriver_1_0_1.sys")}), 3, "driver install"));
+    EXPECT_EQ(ReadFileBytes(nextToZoctl), ReadFileBytes(folder.Path() / "copy.sys"));
+    std::filesystem::copy(folder.Path() / "copy.sys", nextToZoctl, std::filesystem::copy_options::overwrite_existing);
+}
+
 TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
     const zo::OwnedKernelObject mutex(CreateMutexW(nullptr, TRUE, L"Global\\ZoProtectorDriverInstaller"));
     const auto commands = {"install", "upgrade", "uninstall"};

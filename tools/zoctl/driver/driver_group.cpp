@@ -40,9 +40,14 @@ int ShowService(Output& out) {
 }
 
 int Upgrade(Output& out, const std::string& path) {
+    // Without a service the library would take the file next to zoctl for the installed one.
+    ZoProtectorDriverStatus record{};
+    std::int32_t status = ZoProtector_QueryDriverStatus(&record);
+    if (status >= 0 && record.state == ZOP_DRIVER_NOT_INSTALLED) status = ZOP_E_DRIVER_NOT_FOUND;
+    if (status < 0) return out.Fail(status, Subject::kService, "upgrade the driver to " + Quote(path));
     std::uint32_t upgraded = 0;
     std::uint32_t replacedByDriver = 0;
-    const std::int32_t status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
+    status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
     ZoProtector_Uninitialize();  // the upgrade may have opened the channel
     const Json facts = {{"upgraded", upgraded != 0}, {"replacedByDriver", replacedByDriver != 0}};
     if (status < 0) return out.Fail(status, Subject::kUpgrade, "upgrade the driver to " + Quote(path), facts);
