@@ -7,6 +7,7 @@
 #include "cng.h"
 #include "errors.h"
 #include "files.h"
+#include "message_beginnings.h"
 #include "owned_handles.h"
 #include "tree_path.h"
 
@@ -60,13 +61,13 @@ bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningK
     const zo::OwnedFile file(
         CreateFileW(LongForm(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
-        report.Error("Create manifest -> Win32 {}", GetLastError());
+        report.Error("{}{}", kManifestNotCreated, GetLastError());
         return false;
     }
     const std::string signatureLine = SignatureLine(signature);
     for (const std::string_view piece : {kMagicLine, std::string_view(signatureLine), std::string_view(body)}) {
         if (const std::uint32_t error = zo::WriteWhole(file.Get(), piece); error != ERROR_SUCCESS) {
-            report.Error("Write manifest -> Win32 {}", error);
+            report.Error("{}{}", kManifestNotWritten, error);
             return false;
         }
     }

@@ -27,10 +27,15 @@ inline constexpr std::string_view kNotUtf16Name = "name that is not valid UTF-16
 inline constexpr std::string_view kListingFailed = "iter: ";  // the error's text follows, no path
 inline constexpr std::string_view kFilesFound = "Found ";     // the number of files follows
 
+// Signing, before it fails: of the system's errors, a text after the folder's path and kBeforeErrorText, or a number.
+inline constexpr std::string_view kRootNotListed = "open root '";
+inline constexpr std::string_view kManifestNotCreated = "Create manifest -> Win32 ";
+inline constexpr std::string_view kManifestNotWritten = "Write manifest -> Win32 ";
+
 // Either, before anything else: the key blob is not a key of the kind needed.
 inline constexpr std::string_view kKeyImportFailed = "ImportKeyBlob ";
 
-// What follows the path of kUnseenFolder; of kInvalidSignature; of kHashFailed and kSignFailed.
+// What follows the path of kUnseenFolder and kRootNotListed; of kInvalidSignature; of kHashFailed and kSignFailed.
 inline constexpr std::string_view kBeforeErrorText = "': ";
 inline constexpr std::string_view kBeforeSignatureStatus = " (0x";
 inline constexpr std::string_view kBeforeStatus = "' -> 0x";

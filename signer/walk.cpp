@@ -47,7 +47,7 @@ class Walker {
         directories_.push_back({std::string(kRootDirectory)});
         if (const std::uint32_t error = Enter(std::string(kRootDirectory), root_.Long(kRootDirectory));
             error != ERROR_SUCCESS) {
-            report_.Error("open root '{}': {}", root_.Shown(), zo::ErrorText(error));
+            report_.Error("{}{}{}{}", kRootNotListed, root_.Shown(), kBeforeErrorText, zo::ErrorText(error));
             return false;
         }
         while (!levels_.empty())

@@ -71,6 +71,9 @@ typedef uint32_t ZoSignerLogLevel;
  *     "[XTRA] new mklink (reparse point) created in sealed dir: PATH"
  *     "cannot list sealed dir 'PATH': TEXT"                    level 2; what it holds is unknown; TEXT is the system's
  *   signing
+ *     "open root 'PATH': TEXT"                                 level 2; the folder to seal cannot be listed
+ *     "Create manifest -> Win32 NUMBER"                        level 2; the manifest cannot be created
+ *     "Write manifest -> Win32 NUMBER"                         level 2; it cannot be written
  *     "Found NUMBER files, "                                   what is signed now, shortcuts included
  *     "hash 'PATH' -> 0x........ (skipped)"                    a file cannot be read and is left out
  *     "sign 'PATH' -> 0x........ (skipped)"                    a file cannot be signed and is left out
