@@ -40,9 +40,11 @@ class SealedTreeTest(unittest.TestCase):
                                "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o", "d/e/big": "x" * 200000}.items():
             self.write(name, contents)
 
-    def zoctl(self, code, *arguments, prefix=()):
+    def zoctl(self, code, *arguments, prefix=(), merged=False):
+        """merged: standard error among standard output, in the order in which they were written."""
         arguments = [dos(argument) if isinstance(argument, pathlib.Path) else argument for argument in arguments]
-        done = subprocess.run([*prefix, *ZOCTL, *arguments], capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+        done = subprocess.run([*prefix, *ZOCTL, *arguments], stdout=subprocess.PIPE, text=True, timeout=120,
+                              stderr=subprocess.STDOUT if merged else subprocess.PIPE, stdin=subprocess.DEVNULL)
         self.assertEqual(done.returncode, code, done)
         return done
 

@@ -28,6 +28,9 @@ TEST(StatusTable, NamesAStatusThatHasNoRow) {
     EXPECT_EQ(describe(0x80004004), "E_ABORT 0x80004004 130");
     EXPECT_EQ(describe(0x80070ABC), "HRESULT_FROM_WIN32(2748) 0x80070ABC 1");
     EXPECT_EQ(describe(0x8BADF00D), "unnamed status 0x8BADF00D 1");
+    // The diagnostic log holds nothing about the signer.
+    const auto advice = zoctl::DescribeStatus(static_cast<std::int32_t>(0xD0000001), zoctl::Subject::kSigner).advice;
+    EXPECT_EQ(advice.find("log"), std::string::npos) << advice;
     std::set<std::pair<std::uint32_t, zoctl::Subject>> rows;
     for (const auto& row : zoctl::StatusTable())
         EXPECT_TRUE(rows.emplace(row.value, row.subject).second) << row.name << " stands twice";

@@ -219,6 +219,7 @@ TEST(ZoctlSeal, VerifyFailsWhenASealedFolderCannotBeListed) {
         return RunZoctl({verb, (folder / "tree").string(), "-m", (folder / "m").string(), "-k",
                          (folder / "keys").string(), "--json"});
     };
+    ASSERT_TRUE(Gave(RunZoctl({"keys", "generate", (folder / "keys").string()}), 0));
     ASSERT_EQ(run("sign").exitCode, 0);
     const zo::OwnedFile held(
         CreateFileW(shut.c_str(), FILE_LIST_DIRECTORY, 0, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));

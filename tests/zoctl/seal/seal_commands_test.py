@@ -6,6 +6,7 @@ import hashlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import socket
 import sys
@@ -34,6 +35,79 @@ class SealCommandsTest(SealedTreeTest):
                 with self.subTest(folder=folder, verb=verb):
                     self.zoctl(code, verb, folder, "-m", self.manifest, "-k", self.keys, prefix=UNPRIVILEGED)
                     self.assertFalse(self.manifest.exists())
+
+    def refused(self, code, *arguments, **how):
+        """The document of a command that gives a reason of its own."""
+        facts = json.loads(self.zoctl(code, *arguments, "--json", **how).stdout)
+        self.assertFalse(re.search("Win32|NTSTATUS|log|It failed", facts["message"] + facts["advice"]), facts)
+        return facts
+
+    def test_sign_neither_makes_nor_replaces_keys(self):
+        private = self.keys / "private.rsakey"
+        public = (self.keys / "public.rsakey").read_bytes()
+        for name, contents in {"absent": None, "damaged": b"x" * 300, "empty": b"", "public": public}.items():
+            with self.subTest(name):
+                private.unlink(missing_ok=True)
+                if contents is not None:
+                    private.write_bytes(contents)
+                facts = self.refused(33, "sign", self.tree, "-m", self.manifest, "-k", self.keys)
+                self.assertIn(dos(private), facts["message"])
+                self.assertIn("zoctl keys generate", facts["advice"])
+                self.assertEqual(private.read_bytes() if private.exists() else None, contents)
+                self.assertEqual((self.keys / "public.rsakey").read_bytes(), public)
+        self.refused(33, "sign", self.tree, "-m", self.manifest, "-k", self.folder / "mistyped")
+        self.assertFalse((self.folder / "mistyped").exists())
+        self.assertFalse(self.manifest.exists())
+
+    def test_keys_generate_replaces_only_what_it_is_told_to(self):
+        long = self.folder / "/".join(["n" * 90] * 3)
+        for file in [folder / f"{half}.rsakey" for folder in (self.folder / "new", long) for half in ("private", "public")]:
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_bytes(b"mine")
+            facts = self.refused(6, "keys", "generate", file.parent)
+            self.assertIn(dos(file), facts["message"])
+            self.assertEqual([path.read_bytes() for path in file.parent.iterdir()], [b"mine"])
+            file.unlink()
+        closed = self.folder / "closed"
+        closed.mkdir(mode=0)
+        self.refused(6, "keys", "generate", closed, prefix=UNPRIVILEGED)
+        self.zoctl(0, "keys", "generate", self.keys, "--replace")
+        self.assertNotEqual(self.zoctl(0, "keys", "thumbprint", self.keys).stdout.strip(), THUMBPRINT)
+
+    def test_failures_name_what_failed(self):
+        closed, damaged = self.folder / "closed", self.folder / "damaged"
+        closed.mkdir(mode=0)
+        damaged.write_bytes(b"ZOSIG1")
+        for name, code, verb, manifest in (
+                ("access denied", 5, "sign", closed / "new"), ("access denied", 5, "verify", closed / "old"),
+                ("folder cannot be made", 5, "sign", closed / "folder/m"), ("folder is a file", 1, "sign", self.tree / "a.txt/m"),
+                ("a folder", 5, "sign", self.tree / "d"), ("missing", 3, "verify", self.tree / "none"),
+                ("damaged", 32, "verify", damaged)):
+            with self.subTest(name):
+                facts = self.refused(code, verb, self.tree, "-m", manifest, "-k", self.keys, prefix=UNPRIVILEGED)
+                self.assertIn(dos(manifest.parent if name.startswith("folder ") else manifest), facts["message"])
+        for arguments in (("verify", self.tree, "-m", "", "-k", self.keys), ("sign", self.tree, "-m", "", "-k", self.keys),
+                          ("manifest", "show", "")):
+            self.assertIn("manifest is empty", self.refused(2, *arguments)["message"])
+        self.refused(5, "keys", "generate", closed / "new", "--replace", prefix=UNPRIVILEGED)
+        self.refused(2, "keys", "generate", "")
+
+    def test_the_result_comes_before_the_hints(self):
+        # Standard error last, in one text, as a terminal shows both.
+        self.write("keys/private.rsakey", "")
+        (self.tree / "keys/private.rsakey").write_bytes((self.keys / "private.rsakey").read_bytes())
+        commands = {"Signed.": ("sign", self.tree, "-m", self.manifest, "-k", self.tree / "keys"),
+                    "Created": ("keys", "generate", self.folder / "new"),
+                    "difference": ("manifest", "diff", self.folder / "old", self.manifest)}
+        self.sign()
+        self.manifest.rename(self.folder / "old")
+        self.write("a.txt", "changed")
+        for result, arguments in commands.items():
+            text = self.zoctl(1 if result == "difference" else 0, *arguments, merged=True).stdout
+            hint = text.splitlines()[-1]
+            self.assertLess(text.index(result), text.index(hint), text)
+            self.assertNotEqual(result, hint)
+        self.assertIn("\n1 difference.\n", text)
 
     def test_keys_and_their_exit_codes(self):
         self.assertEqual(self.zoctl(0, "keys", "thumbprint", self.keys).stdout.strip(), THUMBPRINT)
@@ -68,6 +142,7 @@ class SealCommandsTest(SealedTreeTest):
 
     def test_warns_of_a_key_inside_the_tree(self):
         inside = self.tree / "keys"
+        shutil.copytree(self.keys, inside)
         done = self.zoctl(0, "sign", self.tree, "-m", self.manifest, "-k", inside)
         self.assertIn("keystore is inside", done.stderr)
         self.assertNotIn("\r", done.stderr)  # progress is for terminals

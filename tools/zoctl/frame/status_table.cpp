@@ -159,7 +159,9 @@ StatusText DescribeStatus(std::int32_t status, Subject subject) {
         if (row.subject == Subject::kAny) found = &row;
     }
     if (found) return {found->name, value, found->meaning, found->advice, found->exitCode};
-    const std::string advice = "The diagnostic log (\"zoctl doctor\" shows its path) may say more.";
+    const std::string advice = subject == Subject::kSigner
+                                   ? "Run it again with --json: \"problem\" names the step that failed."
+                                   : "The diagnostic log (\"zoctl doctor\" shows its path) may say more.";
     if ((bits & 0xFFFF0000u) == 0x80070000u) {
         return {zo::Format("HRESULT_FROM_WIN32({})", bits & 0xFFFFu), value, "The system reported an error.", advice,
                 kExitFailed};

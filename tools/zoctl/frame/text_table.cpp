@@ -53,6 +53,10 @@ std::string EscapeControls(std::string_view utf8) {
     return text;
 }
 
+std::string Counted(std::uint64_t count, std::string_view noun) {
+    return zo::Format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
 std::string TextTable::Render() const {
     std::vector<std::vector<std::string>> lines;
     lines.push_back(headings_);

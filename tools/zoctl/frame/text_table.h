@@ -15,6 +15,9 @@ namespace zoctl {
 // paths are full of them.
 [[nodiscard]] std::string EscapeControls(std::string_view utf8);
 
+// "1 file", "2 files"; for nouns that take an s.
+[[nodiscard]] std::string Counted(std::uint64_t count, std::string_view noun);
+
 class TextTable {
   public:
     explicit TextTable(std::vector<std::string> headings) : headings_(std::move(headings)) {}

@@ -1,9 +1,13 @@
 #include <windows.h>
 
-#include "console.h"
+#include <filesystem>
+
+#include "error_text.h"
 #include "format.h"
 #include "hex.h"
+#include "key_source.h"
 #include "seal_commands.h"
+#include "seal_paths.h"
 #include "signer_session.h"
 #include "text.h"
 #include "zosigner.h"
@@ -21,17 +25,36 @@ int ShowThumbprint(Output& out, const std::string& keystore, std::string_view se
     return out.Done("", {{"keystore", keystore}, {"thumbprint", HexJson(thumbprint)}});
 }
 
-int Generate(Output& out, const std::string& keystore, bool replace) {
-    const std::wstring privateFile = zo::WideFromUtf8(keystore + "\\private.rsakey");
-    if (!replace && GetFileAttributesW(privateFile.c_str()) != INVALID_FILE_ATTRIBUTES) {
+// Ends the command when the keystore has one of the two files, or when that cannot be determined.
+Ended CheckNoKeys(Output& out, const std::string& keystore) {
+    for (const std::string& file : {PrivateKeyFile(keystore), PublicKeyFile(keystore)}) {
+        const PathState state = StateOf(file);
+        if (state.Absent()) continue;
         return out.Refuse(
-            kExitExists, zo::Format("{} already has a private key.", Quote(keystore)),
-            "Use --replace to throw it away: what it has sealed can then no more be sealed again with it.");
+            kExitExists,
+            state.error == ERROR_SUCCESS ? zo::Format("{} already exists.", Quote(file))
+                                         : zo::Format("It cannot be determined whether {} already exists: {}",
+                                                      Quote(file), zo::ErrorText(state.error)),
+            "Name another folder, or use --replace: nothing can then be signed with the old key any more.");
     }
-    const std::int32_t status = ZoSigner_GenerateKeyPair(zo::WideFromUtf8(keystore).c_str());
+    return std::nullopt;
+}
+
+int Generate(Output& out, const std::string& keystore, bool replace) {
+    if (keystore.empty()) return out.Refuse(kExitUsage, "The name of the keystore is empty.", "Name a folder.");
+    if (!replace) {
+        if (const Ended ended = CheckNoKeys(out, keystore)) return *ended;
+    }
+    std::int32_t status = 0;
+    try {
+        status = ZoSigner_GenerateKeyPair(zo::WideFromUtf8(keystore).c_str());
+    } catch (const std::filesystem::filesystem_error& error) {
+        return RefuseFolder(out, error);
+    }
     if (status < 0) return out.Fail(status, Subject::kSigner, "create a key pair in " + Quote(keystore));
+    const int exitCode = ShowThumbprint(out, keystore, "Created a key pair. Its thumbprint:");
     out.Hint("Keep private.rsakey secret; give public.rsakey to those who verify.");
-    return ShowThumbprint(out, keystore, "Created a key pair. Its thumbprint:");
+    return exitCode;
 }
 
 }  // namespace

@@ -4,13 +4,13 @@
 #include <chrono>
 #include <iterator>
 
-#include "error_text.h"
 #include "files.h"
 #include "format.h"
 #include "hex.h"
 #include "manifest_reader.h"
 #include "output.h"
 #include "seal_commands.h"
+#include "seal_paths.h"
 #include "text.h"
 
 namespace zoctl {
@@ -66,13 +66,9 @@ std::vector<Item> SortedItems(const zosigner::ListedTree& tree) {
 
 // Ends the command when the manifest cannot be read.
 Ended Load(Output& out, const std::string& path, ManifestListing& listing) {
+    if (const Ended ended = CheckManifestName(out, path)) return ended;
     const zo::FileReadResult read = zo::ReadWholeFile(zo::WideFromUtf8(path).c_str(), listing.bytes);
-    if (!read) {
-        const int refused = read.error == ERROR_ACCESS_DENIED ? kExitAccess : kExitUnreadable;
-        return out.Refuse(read.Absent() ? kExitNoDriver : refused,
-                          zo::Format("{} cannot be read: {}", Quote(path), zo::ErrorText(read.error)),
-                          "Check the path of the manifest.");
-    }
+    if (!read) return RefuseUnreadable(out, path, read.error);
     const std::string fault = ReadListing(listing);
     if (fault.empty()) return std::nullopt;
     return out.Refuse(kExitTampered, zo::Format("{} is not a manifest: {}.", Quote(path), fault),
@@ -94,10 +90,11 @@ int Show(Output& out, const std::string& path) {
     out.Text(zo::Format("Root        {}\nThumbprint  {}\nSigned      {}\n\n", EscapeControls(listing.tree.root),
                         thumbprint, time));
     out.Table(table);
-    out.Hint("The signature was not checked; \"zoctl verify\" does that.");
     Json facts = {{"root", listing.tree.root}, {"thumbprint", thumbprint}, {"signed", time}};
     items.PutInto(facts);
-    return out.Done("", facts);
+    const int exitCode = out.Done("", facts);
+    out.Hint("The signature was not checked; \"zoctl verify\" does that.");
+    return exitCode;
 }
 
 struct Change {
@@ -141,11 +138,12 @@ int CompareManifests(Output& out, const std::string& before, const std::string& 
         records.Add(std::move(json));
     }
     if (!table.Empty()) out.Table(table);
-    out.Hint("The signatures were not checked; \"zoctl verify\" does that.");
     Json facts = {{"differences", changes.size()}, {"sameKey", old.tree.thumbprint == current.tree.thumbprint}};
     records.PutInto(facts);
-    if (changes.empty()) return out.Done("Both manifests list the same items.", facts);
-    return out.Found(kExitFailed, zo::Format("{} differences.", changes.size()), facts);
+    const int exitCode = changes.empty() ? out.Done("Both manifests list the same items.", facts)
+                                         : out.Found(kExitFailed, Counted(changes.size(), "difference") + ".", facts);
+    out.Hint("The signatures were not checked; \"zoctl verify\" does that.");
+    return exitCode;
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 
-#include "console.h"
 #include "facts.h"
 #include "format.h"
 #include "manifest_reader.h"
@@ -69,33 +68,33 @@ int ReportSigned(Output& out, const SignCommand& command, const SignerSession& s
                  const ZoSignerSignResult& result) {
     const std::size_t unreadable = session.Count("unreadable");
     Facts facts;
-    facts.Add(nullptr, "manifest", command.paths.manifest);
+    facts.Add("manifest", "manifest", command.paths.manifest);
     facts.Add("entries", "entries", result.entries);
     facts.Add("directories", "directories", result.directories);
     facts.Add("sealed", "sealedDirectories", result.sealedDirectories);
     facts.Add(nullptr, "open", open.Names());
     facts.Add("not read", "unreadable", unreadable);
-    facts.Add(nullptr, "thumbprint", HexJson(result.thumbprint));
+    facts.Add("thumbprint", "thumbprint", HexJson(result.thumbprint));
     session.ShowFindings();
-    out.Table(facts.Line());
+    out.Table(facts.Sheet({"SIGNED", ""}));
+    const Json members = session.AddedTo(facts.Members());
+    const int exitCode =
+        unreadable != 0 && command.strict
+            ? out.Found(kExitUnreadable, "Signed, but not everything could be read (--strict).", members)
+            : out.Done("Signed.", members);
+    if (unreadable != 0) out.Hint("Not everything could be read; the manifest does not cover what is listed above.");
     for (const std::string& name : open.NotAsked())
         out.Hint(zo::Format("{} was not left open: it is behind a link, and links are not signed.", Quote(name)));
-    const Json members = session.AddedTo(facts.Members());
-    if (unreadable != 0 && command.strict) {
-        return out.Found(kExitUnreadable, "Signed, but not everything could be read (--strict).", members);
-    }
-    if (unreadable != 0) out.Hint("Not everything could be read; the manifest does not cover what is listed above.");
-    return out.Done("Signed.", members);
+    WarnOfKeyInside(out, command.paths);
+    return exitCode;
 }
 
 int Sign(Output& out, const SignCommand& command) {
-    if (const Ended ended = CheckFolder(out, command.paths.root)) return *ended;
-    OpenFolders open;
-    if (const Ended ended = FindOpenFolders(out, command, open)) return *ended;
-    WarnOfKeyInside(out, command.paths);
-    SignerSession session(out, command.paths);
+    SignerSession session(out, command.paths, SealVerb::kSign);
     ZoSignerSignOptions options{};
     if (const Ended ended = session.Fill(options)) return *ended;
+    OpenFolders open;
+    if (const Ended ended = FindOpenFolders(out, command, open)) return *ended;
     options.sealMode = command.sealNone ? ZOSIG_SEAL_NONE : open.Empty() ? ZOSIG_SEAL_ALL : ZOSIG_SEAL_ASK;
     options.sealCallback = OpenFolders::Ask;
     options.sealContext = &open;
@@ -105,9 +104,9 @@ int Sign(Output& out, const SignCommand& command) {
         const Progress progress(out, "signing", {[&session] { return session.Counts(); }});
         status = ZoSigner_SignDirectory(&options, &result);
     } catch (const std::filesystem::filesystem_error& error) {
-        return session.Fail(error);
+        return RefuseFolder(out, error, session.AddedTo(Json::object()));
     }
-    return status >= 0 ? ReportSigned(out, command, session, open, result) : session.Fail(status, "sign");
+    return status >= 0 ? ReportSigned(out, command, session, open, result) : session.Fail(status);
 }
 
 int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVerifyResult& result) {
@@ -122,8 +121,9 @@ int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVeri
     const Json facts = session.AddedTo({{"counts", counts.Members()}, {"thumbprint", HexJson(result.thumbprint)}});
     // A sealed folder that cannot be listed may hold anything, whatever else was found.
     if (const std::size_t unseen = session.Count("unreadable"); unseen != 0) {
-        out.Hint("Check that you have access to these folders and that no other program uses them, then verify again.");
-        return out.Found(kExitUnreadable, zo::Format("Sealed folders that could not be listed: {}.", unseen), facts);
+        return out.Found(
+            kExitUnreadable, zo::Format("{} could not be listed.", Counted(unseen, "sealed folder")), facts,
+            "Check that you have access to these folders and that no other program uses them, then verify again.");
     }
     const int bits = (result.extra != 0 ? kVerifyExtra : 0) | (result.missing != 0 ? kVerifyMissing : 0) |
                      (result.bad != 0 ? kVerifyBad : 0);
@@ -132,8 +132,7 @@ int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVeri
 }
 
 int Verify(Output& out, const VerifyCommand& command) {
-    if (const Ended ended = CheckFolder(out, command.paths.root)) return *ended;
-    SignerSession session(out, command.paths);
+    SignerSession session(out, command.paths, SealVerb::kVerify);
     ZoSignerVerifyOptions options{};
     if (const Ended ended = session.Fill(options)) return *ended;
     ZoSignerVerifyResult result{};
@@ -146,7 +145,7 @@ int Verify(Output& out, const VerifyCommand& command) {
                                   : ZoSigner_VerifyDirectory(&options, &result);
     }
     const bool checked = status >= 0 || status == ZOSIG_E_VERIFY_FAILED || session.Count("unreadable") != 0;
-    return checked ? ReportVerified(out, session, result) : session.Fail(status, "verify");
+    return checked ? ReportVerified(out, session, result) : session.Fail(status);
 }
 
 // Exactly one of the ways to name a key.

@@ -4,6 +4,7 @@
 // gone as one missing file after the other, and it replaces whatever file is named as the manifest.
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include "output.h"
@@ -24,5 +25,15 @@ struct PathState {
 
 // Ends the command when the folder to sign or to verify is not there.
 [[nodiscard]] Ended CheckFolder(Output& out, const std::string& folder);
+
+// Ends the command when the manifest's name is empty.
+[[nodiscard]] Ended CheckManifestName(Output& out, const std::string& manifest);
+
+// Ends a command whose manifest cannot be read, or cannot be written. error: Win32.
+int RefuseUnreadable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts = Json::object());
+int RefuseUnwritable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts = Json::object());
+
+// Ends a command for which the library could not create a folder.
+int RefuseFolder(Output& out, const std::filesystem::filesystem_error& error, const Json& facts = Json::object());
 
 }  // namespace zoctl

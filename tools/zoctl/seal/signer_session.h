@@ -5,50 +5,50 @@
 
 #include <atomic>
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "key_source.h"
 #include "output.h"
 #include "signer_messages.h"
 
 namespace zoctl {
 
-// A folder's or a file's place as the library wants it.
 struct SealPaths {
     std::string root;
     std::string manifest;
     std::string keystore;
-    std::string keyFile;  // a blob instead of the keystore
+    std::string keyFile;  // instead of the keystore
 };
+
+enum class SealVerb { kSign, kVerify };
 
 class SignerSession {
   public:
-    SignerSession(Output& out, const SealPaths& paths);
+    SignerSession(Output& out, const SealPaths& paths, SealVerb verb);
     SignerSession(const SignerSession&) = delete;
     SignerSession& operator=(const SignerSession&) = delete;
 
     // Paths, key and log of ZoSignerSignOptions or ZoSignerVerifyOptions, which point into this object. The command ends
-    // when the key file cannot be read.
+    // when a path is missing or the key cannot be read.
     template <typename Options>
     [[nodiscard]] Ended Fill(Options& options) {
-        if (const Ended ended = ReadKeyFile()) return ended;
+        if (const Ended ended = CheckPaths()) return ended;
+        if (const Ended ended = ReadKeyBytes()) return ended;
         options.root = root_.c_str();
         options.manifest = manifest_.c_str();
         options.keystore = keystore_.c_str();
-        options.keyBlob = blob_.data();
-        options.keyBlobSize = static_cast<std::uint32_t>(blob_.size());
+        options.keyBlob = key_.data();
+        options.keyBlobSize = static_cast<std::uint32_t>(key_.size());
         options.logCallback = Log;
         options.logContext = this;
         return std::nullopt;
     }
 
-    // Ends a call that failed with a status. verb: "sign" or "verify".
-    int Fail(std::int32_t status, const std::string& verb) const;
-    // Ends a signing that failed because a folder for the key or the manifest cannot be created.
-    int Fail(const std::filesystem::filesystem_error& error) const;
+    // Ends a call that failed with a status.
+    int Fail(std::int32_t status) const;
 
-    // "120 files, 2 findings", from any thread while the call runs.
+    // "120 files, 1 finding", from any thread while the call runs.
     [[nodiscard]] std::string Counts() const;
 
     // Shows the findings as a table, if there are any.
@@ -60,14 +60,21 @@ class SignerSession {
   private:
     static void Log(void* session, std::uint32_t level, const wchar_t* message);
     void Take(std::uint32_t level, const std::string& text);
-    [[nodiscard]] Ended ReadKeyFile();
+    [[nodiscard]] Ended CheckPaths() const;
+    [[nodiscard]] Ended ReadKeyBytes();
+    [[nodiscard]] int FailToSign(std::int32_t status) const;
+    [[nodiscard]] int FailToVerify(std::int32_t status) const;
+    // The Win32 error at the end of a message that begins like this; 0 for other messages.
+    [[nodiscard]] std::uint32_t ErrorAfter(std::string_view beginning) const;
 
     Output& out_;
     const SealPaths& paths_;
+    const SealVerb verb_;
+    KeySource source_;  // of the key's bytes; no file when the library takes the key from the keystore
     std::wstring root_;
     std::wstring manifest_;
     std::wstring keystore_;
-    std::vector<std::uint8_t> blob_;
+    KeyBytes key_;
     std::vector<SignerFinding> findings_;
     Records findingRecords_;
     std::string problem_;  // what the library's error messages said, for a command that failed
