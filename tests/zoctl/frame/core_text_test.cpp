@@ -6,6 +6,7 @@
 
 #include "exit_codes.h"
 #include "status_table.h"
+#include "suggestion.h"
 #include "text_table.h"
 
 namespace {
@@ -49,6 +50,16 @@ TEST(StatusTable, HasARemedyForEachStartFailure) {
         EXPECT_EQ(text.name, name);
         EXPECT_EQ(text.advice.find("diagnostic log"), std::string::npos) << text.advice;
     }
+}
+
+TEST(Suggestion, IsTheNameWithTheFewestMistakes) {
+    const std::vector<std::string> names = {"install", "uninstall", "start", "stop", "status"};
+    const std::pair<const char*, const char*> cases[] = {
+        {"instal", "install"}, {"INSTALL", "install"}, {"sotp", "stop"}, {"statsu", "status"},
+        {"stat", "start"},     {"xxxx", ""},           {"s", ""},
+    };
+    for (const auto& [word, name] : cases)
+        EXPECT_EQ(zoctl::ClosestName(word, names), name) << word;
 }
 
 TEST(Text, ShowsNoCharacterThatATerminalObeys) {

@@ -119,10 +119,26 @@ TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
     const ZoctlRun nameless = Zoctl("nonsense --jsonl");
     EXPECT_TRUE(Gave(nameless, 2, "\nzoctl: ", {{"command", nullptr}}));
     EXPECT_EQ(std::count(nameless.out.begin(), nameless.out.end(), '\n'), 1) << nameless.out;
-    EXPECT_TRUE(Gave(Zoctl("--help"), 0, "Exit codes:"));
-    EXPECT_TRUE(Gave(Zoctl("file ignore add --help"), 0, "zoctl file ignore add C:\\"));
     EXPECT_TRUE(Gave(Zoctl("--version"), 0, "zoctl 1."));
     EXPECT_TRUE(Gave(Zoctl("--version"), 0, "development settings: ZO_"));
+}
+
+TEST_F(ZoctlCommands, AMistypedCommandIsNamedWithTheOneThatWasMeant) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"driver instal C:\\a.sys", "unknown command 'instal'; did you mean 'install'?"},
+        {"drivr", "unknown command 'drivr'; did you mean 'driver'?"},
+        {"file ignore ad C:\\a", "unknown command 'ad'; did you mean 'add'?"},
+        {"crash nonsense", "unknown command 'nonsense'\n"},
+    };
+    for (const auto& [line, words] : cases)
+        EXPECT_TRUE(Gave(Zoctl(line), 2, words)) << line;
+}
+
+TEST_F(ZoctlCommands, HelpIsShownHoweverItIsAskedFor) {
+    for (const std::string line : {"--help", "-h", "help", "/?"})
+        EXPECT_TRUE(Gave(Zoctl(line), 0, "Exit codes:")) << line;
+    for (const std::string line : {"file ignore add --help", "help file ignore add", "file ignore add /?"})
+        EXPECT_TRUE(Gave(Zoctl(line), 0, "zoctl file ignore add C:\\")) << line;
 }
 
 TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {

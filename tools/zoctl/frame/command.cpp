@@ -4,6 +4,8 @@
 #include <sstream>
 
 #include "console.h"
+#include "format.h"
+#include "suggestion.h"
 
 namespace zoctl {
 
@@ -24,10 +26,48 @@ std::string PathOf(const CLI::App& command) {
     return above.empty() ? command.get_name() : above + " " + command.get_name();
 }
 
-// The innermost command that the parser had reached, for its help.
-const CLI::App* Deepest(const CLI::App& app) {
-    const auto parsed = app.get_subcommands();
-    return parsed.empty() ? &app : Deepest(*parsed.front());
+// Where a command line leads: the innermost group or command that it names, and the word at which that ended because
+// the group has no such command; "" when there is no such word.
+struct Way {
+    const CLI::App* reached;
+    std::string unknown{};
+};
+
+Way Follow(const CLI::App& root, const std::vector<std::string>& arguments) {
+    const CLI::App* app = &root;
+    for (const std::string& argument : arguments) {
+        const auto below = app->get_subcommands([](const CLI::App*) { return true; });
+        if (below.empty()) break;  // a command: its own arguments follow
+        if (argument.starts_with('-')) continue;
+        const auto named =
+            std::ranges::find_if(below, [&](const CLI::App* one) { return one->get_name() == argument; });
+        if (named == below.end()) return {app, argument};
+        app = *named;
+    }
+    return {app};
+}
+
+std::vector<std::string> NamesBelow(const CLI::App& group) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : group.get_subcommands([](const CLI::App*) { return true; }))
+        names.push_back(command->get_name());
+    return names;
+}
+
+std::string UnknownCommand(const Way& way) {
+    const std::string known = ClosestName(way.unknown, NamesBelow(*way.reached));
+    return zo::Format("unknown command {}{}", Quote(way.unknown),
+                      known.empty() ? "" : zo::Format("; did you mean '{}'?", known));
+}
+
+// Other ways to ask for help, which people try: "zoctl help driver install", "zoctl driver /?".
+std::vector<std::string> WithHelpFlag(std::vector<std::string> arguments) {
+    if (!arguments.empty() && arguments.front() == "help") {
+        std::ranges::rotate(arguments, arguments.begin() + 1);
+        arguments.back() = "--help";
+    }
+    std::ranges::replace(arguments, std::string("/?"), std::string("--help"));
+    return arguments;
 }
 
 }  // namespace
@@ -65,16 +105,18 @@ int Tool::ReportUsage(const CLI::ParseError& error, const std::vector<std::strin
     const auto given = [&arguments](const char* option) {
         return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
     };
-    const std::string path = PathOf(*Deepest(root_));
+    const Way way = Follow(root_, arguments);
+    const std::string path = PathOf(*way.reached);
     Output out(path, given("--jsonl")  ? OutputMode::kJsonLines
                      : given("--json") ? OutputMode::kJson
                                        : OutputMode::kText);
     return out.Refuse(
-        kExitUsage, EscapeControls(error.what()),
+        kExitUsage, way.unknown.empty() ? EscapeControls(error.what()) : UnknownCommand(way),
         path.empty() ? "\"zoctl --help\" shows the commands." : "\"zoctl " + path + " --help\" shows what it accepts.");
 }
 
-int Tool::Run(const std::vector<std::string>& arguments) {
+int Tool::Run(const std::vector<std::string>& commandLine) {
+    const std::vector<std::string> arguments = WithHelpFlag(commandLine);
     try {
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
         root_.parse(reversed);

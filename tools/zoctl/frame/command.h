@@ -29,7 +29,7 @@ class Tool {
     // Adds --jsonl to a command whose output is a stream.
     void AllowJsonLines(CLI::App& command);
 
-    [[nodiscard]] int Run(const std::vector<std::string>& arguments);
+    [[nodiscard]] int Run(const std::vector<std::string>& commandLine);
 
   private:
     [[nodiscard]] int ReportUsage(const CLI::ParseError& error, const std::vector<std::string>& arguments);
