@@ -74,7 +74,7 @@ std::int32_t TakeInterface(HRESULT result, void* object, zo::OwnedInterface<Inte
 
 }  // namespace
 
-HRESULT TextCaptureCallbacks::QueryInterface(REFIID interfaceId, PVOID* object) {
+HRESULT TextCaptureCallbacks::QueryInterface(REFIID interfaceId, PVOID* object) noexcept {
     if (!Same(interfaceId, kUnknownId) && !Same(interfaceId, kOutputCallbacksId)) {
         *object = nullptr;
         return E_NOINTERFACE;
@@ -84,7 +84,7 @@ HRESULT TextCaptureCallbacks::QueryInterface(REFIID interfaceId, PVOID* object) 
     return S_OK;
 }
 
-HRESULT TextCaptureCallbacks::Output(ULONG, PCSTR text) {
+HRESULT TextCaptureCallbacks::Output(ULONG, PCSTR text) noexcept {
     if (text == nullptr || failure_) return S_OK;
     try {
         captured_ += text;

@@ -19,10 +19,10 @@ class TextCaptureCallbacks : public IDebugOutputCallbacks {
     // The engine releases but never destroys it; its own type is what is destroyed.
     virtual ~TextCaptureCallbacks() = default;
 
-    STDMETHOD(QueryInterface)(REFIID interfaceId, PVOID* object) override;
-    STDMETHOD_(ULONG, AddRef)() override { return 1; }
-    STDMETHOD_(ULONG, Release)() override { return 1; }
-    STDMETHOD(Output)(ULONG mask, PCSTR text) override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID interfaceId, PVOID* object) noexcept override;
+    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
+    HRESULT STDMETHODCALLTYPE Output(ULONG mask, PCSTR text) noexcept override;
 
     // What was printed since the last call. Raises what went wrong while it was captured, as a rule std::bad_alloc.
     [[nodiscard]] std::string Take();
