@@ -16,12 +16,13 @@ endif()
 function(zo_split_symbols target)
     set(file "$<TARGET_FILE:${target}>")
     if(MSVC)
-        # /DEBUG alone keeps unused code. The DLL names its .pdb without the build's folder.
+        # /DEBUG alone keeps unused code. As below, the DLL names its .pdb without the build's folder.
         target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF "/PDBALTPATH:%_PDB%")
         set(symbols "$<TARGET_PDB_FILE:${target}>")
     elseif(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
         set(symbols "${zo_bin}/${target}.pdb")
-        target_link_options(${target} PRIVATE "-Wl,--pdb=${symbols}" -Wl,--strip-debug)
+        target_link_options(${target} PRIVATE "-Wl,--pdb=${symbols}" -Wl,--strip-debug
+                            "-Wl,-Xlink=-pdbaltpath:${target}.pdb")
     else()
         set(symbols "${zo_bin}/${target}.dll.debug")
         # --preserve-dates keeps the linker's time stamp of 0; otherwise no two builds would give the same bytes.
