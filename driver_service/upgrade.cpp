@@ -2,9 +2,11 @@
 // the new file is loaded when the service is next started. docs/upgrade.md says what is on disk after each failure.
 
 #include <mutex>
+#include <optional>
 
 #include "copy_driver_file.h"
 #include "driver_paths.h"
+#include "file_id.h"
 #include "file_version.h"
 #include "locks.h"
 #include "owned_handles.h"
@@ -43,11 +45,22 @@ DWORD MoveOver(const ZopPathBuffer& source, const ZopPathBuffer& target) {
     return MoveFileExW(source.Text(), target.Text(), MOVEFILE_REPLACE_EXISTING) ? ERROR_SUCCESS : GetLastError();
 }
 
+std::optional<zo::FileId> IdOf(const ZopPathBuffer& file) {
+    return zo::FileIdOf(file.Text(), zo::LastLink::kDoNotFollow);
+}
+
 // While this is open, nobody can write to the file, delete it or put another in its place. Empty when somebody else has
 // it open for that already.
 zo::OwnedFile HoldInPlace(const ZopPathBuffer& file) {
     return zo::OwnedFile(CreateFileW(file.Text(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+// The staging file is not held just after the rename and just before it is moved back. No driver is better than one that
+// somebody put there in between.
+void DeleteUnlessSame(const ZopPathBuffer& file, const std::optional<zo::FileId>& id) {
+    const std::optional<zo::FileId> now = IdOf(file);
+    if (id && now && *now != *id) DeleteFileW(file.Text());
 }
 
 std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const ZopPathBuffer& installed,
@@ -56,6 +69,7 @@ std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const ZopPathBuffer
     if (error == ERROR_SUCCESS) return ZOP_OK;
     if (!IsLocked(error)) return ZopMapServiceError(error);
 
+    const std::optional<zo::FileId> old = IdOf(installed);
     // A running image cannot be written, but it can be renamed.
     error = MoveOver(installed, staging);
     if (error != ERROR_SUCCESS) return MapFileError(error);
@@ -67,7 +81,7 @@ std::int32_t ReplaceByFileOperations(const wchar_t* newFile, const ZopPathBuffer
     if (error == ERROR_SUCCESS) return ZOP_OK;
     held.Reset();  // a held file cannot be renamed
     // The copy's error is what the caller has to know, whether or not the old file could be put back.
-    static_cast<void>(MoveOver(staging, installed));
+    if (MoveOver(staging, installed) == ERROR_SUCCESS) DeleteUnlessSame(installed, old);
     return MapFileError(error);
 }
 

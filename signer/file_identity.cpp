@@ -1,9 +1,8 @@
 #include "file_identity.h"
 
-#include <algorithm>
-#include <cstring>
 #include <optional>
 
+#include "file_id.h"
 #include "owned_handles.h"
 #include "tree_path.h"
 
@@ -15,16 +14,6 @@ zo::OwnedFile OpenForAttributes(const std::wstring& path) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     return zo::OwnedFile(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-}
-
-// Nothing where the file system has no 128-bit ids, or gives zero instead.
-std::optional<FILE_ID_INFO> IdOf(const std::wstring& path) {
-    const zo::OwnedFile file = OpenForAttributes(path);
-    FILE_ID_INFO id{};
-    if (!file || !GetFileInformationByHandleEx(file.Get(), FileIdInfo, &id, sizeof(id))) return std::nullopt;
-    const auto isZero = [](BYTE byte) { return byte == 0; };
-    if (std::all_of(std::begin(id.FileId.Identifier), std::end(id.FileId.Identifier), isZero)) return std::nullopt;
-    return id;
 }
 
 bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b) {
@@ -64,12 +53,9 @@ bool FileIdentity::MayBe(const DirectoryItem& item) const {
 
 bool FileIdentity::Is(const std::wstring& path, const DirectoryItem& item) const {
     if (!item.IsReparsePoint()) {
-        const auto own = IdOf(path_);
-        const auto other = own ? IdOf(path) : std::nullopt;
-        if (other) {
-            return other->VolumeSerialNumber == own->VolumeSerialNumber &&
-                   std::memcmp(&other->FileId, &own->FileId, sizeof(own->FileId)) == 0;
-        }
+        const auto own = zo::FileIdOf(path_.c_str(), zo::LastLink::kFollow);
+        const auto other = own ? zo::FileIdOf(path.c_str(), zo::LastLink::kFollow) : std::nullopt;
+        if (other) return *other == *own;
     }
     // The item's path is not resolved again: that could drop a dot at its end, which makes it another file.
     return EqualIgnoringCase(path, path_);

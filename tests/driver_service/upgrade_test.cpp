@@ -48,10 +48,27 @@ BOOL WINAPI ScriptedCopy(const wchar_t* from, const wchar_t* to, BOOL failIfTher
     return IsScripted(copyErrors) ? FALSE : CopyFileW(from, to, failIfThere);
 }
 
+// When somebody puts another file in the place of the renamed one.
+enum class Swap { kNever, kAfterTheRename, kBeforeTheMoveBack };
+Swap swap = Swap::kNever;
+constexpr char kForeign[] = "foreign";
+
+void SwapFile(const wchar_t* path) {
+    std::filesystem::rename(path, std::filesystem::path(path).replace_extension("aside"));
+    WriteFileBytes(path, kForeign);
+    swap = Swap::kNever;
+}
+
 BOOL WINAPI ScriptedMove(const wchar_t* from, const wchar_t* to, DWORD flags) {
     EXPECT_EQ(flags & MOVEFILE_COPY_ALLOWED, 0u) << "on another volume the old file must not be copied";
     if (IsScripted(moveErrors)) return FALSE;
-    if (flags != MOVEFILE_DELAY_UNTIL_REBOOT) return MoveFileExW(from, to, flags);
+    if (flags != MOVEFILE_DELAY_UNTIL_REBOOT) {
+        const bool isMoveBack = !deletedAtRestart.empty();
+        if (isMoveBack && swap == Swap::kBeforeTheMoveBack) SwapFile(from);
+        const BOOL done = MoveFileExW(from, to, flags);
+        if (!isMoveBack && swap == Swap::kAfterTheRename) SwapFile(to);
+        return done;
+    }
     EXPECT_EQ(to, nullptr);
     deletedAtRestart = from;
     return TRUE;
@@ -242,6 +259,18 @@ TEST_F(UpgradeTest, TheRenamedFileCannotBeReplacedUntilTheNewOneIsInPlace) {
     attackedFolder.clear();
     EXPECT_EQ(attackErrors, std::vector<DWORD>{ERROR_SHARING_VIOLATION});
     ExpectUpgraded(0, 0);
+}
+
+TEST_F(UpgradeTest, NoOtherFileBecomesTheDriverWhenTheOldOneIsMovedBack) {
+    for (const Swap when : {Swap::kAfterTheRename, Swap::kBeforeTheMoveBack}) {
+        WriteFileBytes(installed_, old_);
+        deletedAtRestart.clear();
+        swap = when;
+        copyErrors = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
+        EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL));
+        EXPECT_EQ(swap, Swap::kNever) << "it was swapped";
+        EXPECT_FALSE(std::filesystem::exists(installed_)) << static_cast<int>(when);
+    }
 }
 
 TEST_F(UpgradeTest, ARunningDriverKeepsRunning) {
