@@ -45,9 +45,9 @@
  *   starts with the first ZoProtector_Initialize of the process, which also deletes files that were last written more
  *   than seven days ago. Others can read the file meanwhile, but not write to it: of two processes that log on the same
  *   day as the same user only the first reaches the file, the other one its debugger output. Where ZoProtector, Logs or
- *   the day's file is a link, lines go to the debugger only and nothing is deleted. A service or another program with
- *   rights of its own should set TMP to a private folder before its first call: where the temporary folder is open to
- *   every user, others can read the log, or keep it from being written.
+ *   the day's file is a link, a hard link included, lines go to the debugger only; nothing is deleted through a link. A
+ *   service or another program with rights of its own should set TMP to a private folder before its first call: where
+ *   the temporary folder is open to every user, others can read the log, or keep it from being written.
  *
  * The driver's answer
  *   Functions that send a command return, besides the statuses listed with them, "the driver's answer":

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "locks.h"
 #include "log_folder.h"
@@ -35,7 +36,10 @@ ZopLogTime LocalTime() {
 void WriteLine(const ZopLogTime& time, std::uint32_t level, std::string_view message) {
     if (time.day != logState.dayOfFile) logState.file.Reset();
     if (!logState.file) {
-        logState.file.Reset(logState.folder.OpenFileOf(time));
+        zo::OwnedFile file;
+        // Without a file the line goes to the debugger only.
+        static_cast<void>(logState.folder.OpenFileOf(time, file));
+        logState.file.Reset(std::move(file));
         logState.dayOfFile = time.day;
     }
     const std::string line = ZopLogLine(time, level, message);
@@ -56,10 +60,12 @@ void ZopLogInit() {
     logState.folder.DeleteOldFiles();
 }
 
-std::wstring ZopLogPath() {
+ZopLogTrial ZopTryLog() {
     ZopLogFolder folder;
     folder.Find();
-    return folder.PathOfFile(LocalTime());
+    const ZopLogTime time = LocalTime();
+    zo::OwnedFile file;
+    return {folder.PathOfFile(time), folder.OpenFileOf(time, file)};
 }
 
 void ZopLogWrite(std::uint32_t level, std::string_view message) {

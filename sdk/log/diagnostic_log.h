@@ -23,9 +23,14 @@ inline constexpr std::uint32_t kLogInfo = 2;
 // call of a process does anything. Not for concurrent calls: ZoProtector_Initialize calls it under the SDK lock.
 void ZopLogInit();
 
-// The path of today's file, in the directory that ZopLogInit takes and makes. Opens nothing and needs no ZopLogInit:
-// for checks whether the log can be written.
-[[nodiscard]] std::wstring ZopLogPath();
+struct ZopLogTrial {
+    std::wstring path;        // of today's file
+    std::uint32_t error = 0;  // Win32; 0 when lines would reach it, zo::kErrorIsALink when a link keeps them from it
+};
+
+// Opens today's file as the first line of a process would, and closes it. Needs no ZopLogInit: for checks whether the
+// log can be written. While this process has the file open, the error is that of a file in use.
+[[nodiscard]] ZopLogTrial ZopTryLog();
 
 // Writes one line, from any thread. message is UTF-8 and needs no line end.
 void ZopLogWrite(std::uint32_t level, std::string_view message);

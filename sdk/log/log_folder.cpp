@@ -1,7 +1,7 @@
 #include "log_folder.h"
 
-#include <cstdint>
 #include <filesystem>
+#include <utility>
 
 #include "held_folder.h"
 
@@ -10,21 +10,34 @@ namespace zop {
 namespace {
 
 // Both folders of the log. While this lives, neither can become a link.
-struct HeldLogFolders {
-    HeldLogFolders(const std::wstring& parentPath, const std::wstring& folderPath)
-        : held(parent.Open(parentPath) == ERROR_SUCCESS && folder.Open(folderPath) == ERROR_SUCCESS) {}
+class HeldLogFolders {
+  public:
+    // Gives the Win32 error, 0 when both are held.
+    [[nodiscard]] std::uint32_t Hold(const std::wstring& parent, const std::wstring& folder) {
+        const std::uint32_t error = parent_.Open(parent);
+        return error != ERROR_SUCCESS ? error : folder_.Open(folder);
+    }
 
-    zo::HeldFolder parent;
-    zo::HeldFolder folder;
-    bool held;
+  private:
+    zo::HeldFolder parent_;
+    zo::HeldFolder folder_;
 };
 
-zo::OwnedFile OpenUnlessLink(const std::wstring& path) {
+// Whether the file has another name, too. It may be a file that others must not change: making a second name of a file
+// needs no right to write to it.
+bool HasOtherNames(HANDLE file) {
+    FILE_STANDARD_INFO info{};
+    return !GetFileInformationByHandleEx(file, FileStandardInfo, &info, sizeof(info)) || info.NumberOfLinks > 1;
+}
+
+std::uint32_t OpenUnlessLink(const std::wstring& path, zo::OwnedFile& file) {
     // Without FILE_SHARE_WRITE: lines of two processes never mix, the second one writes to its debugger only.
-    zo::OwnedFile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    if (file && zo::IsLink(file.Get(), path)) file.Reset();
-    return file;
+    zo::OwnedFile opened(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                     FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if (!opened) return GetLastError();
+    if (zo::IsLink(opened.Get(), path) || HasOtherNames(opened.Get())) return zo::kErrorIsALink;
+    file = std::move(opened);
+    return ERROR_SUCCESS;
 }
 
 std::uint64_t Ticks(const FILETIME& time) {
@@ -52,8 +65,8 @@ std::wstring ZopLogFolder::PathOfFile(const ZopLogTime& time) const {
 
 void ZopLogFolder::DeleteOldFiles() const {
     if (!IsBelowTemporaryFolder()) return;
-    const HeldLogFolders folders(parent_, folder_);
-    if (!folders.held) return;
+    HeldLogFolders folders;
+    if (folders.Hold(parent_, folder_) != ERROR_SUCCESS) return;
     WIN32_FIND_DATAW entry{};
     const zo::OwnedFind search(FindFirstFileW((folder_ + L"\\ZoProtector_*.log").c_str(), &entry));
     if (!search) return;
@@ -66,12 +79,12 @@ void ZopLogFolder::DeleteOldFiles() const {
     } while (FindNextFileW(search.Get(), &entry));
 }
 
-zo::OwnedFile ZopLogFolder::OpenFileOf(const ZopLogTime& time) const {
+std::uint32_t ZopLogFolder::OpenFileOf(const ZopLogTime& time, zo::OwnedFile& file) const {
+    HeldLogFolders folders;
     if (IsBelowTemporaryFolder()) {
-        const HeldLogFolders folders(parent_, folder_);
-        return folders.held ? OpenUnlessLink(PathOfFile(time)) : zo::OwnedFile();
+        if (const std::uint32_t error = folders.Hold(parent_, folder_); error != ERROR_SUCCESS) return error;
     }
-    return OpenUnlessLink(PathOfFile(time));
+    return OpenUnlessLink(PathOfFile(time), file);
 }
 
 }  // namespace zop

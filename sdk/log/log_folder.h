@@ -3,6 +3,7 @@
 // Where the files of the diagnostic log are. A service's temporary folder may be open to every user, who could plant a
 // link in the place of a folder or file of the log; nothing here goes through one.
 
+#include <cstdint>
 #include <string>
 
 #include "log_line.h"
@@ -21,8 +22,9 @@ class ZopLogFolder {
     // Those that were last written more than seven days ago. Nothing in the current folder is deleted.
     void DeleteOldFiles() const;
 
-    // For appending. Empty when the file cannot be opened, or is reached through a link.
-    [[nodiscard]] zo::OwnedFile OpenFileOf(const ZopLogTime& time) const;
+    // For appending. Gives the Win32 error, 0 when the file is open; zo::kErrorIsALink when it is reached through a link
+    // or has another name.
+    [[nodiscard]] std::uint32_t OpenFileOf(const ZopLogTime& time, zo::OwnedFile& file) const;
 
   private:
     [[nodiscard]] bool IsBelowTemporaryFolder() const noexcept { return !parent_.empty(); }

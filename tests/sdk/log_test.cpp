@@ -142,6 +142,16 @@ TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsALink) {
     EXPECT_EQ(zotest::ReadFileBytes(zotest::TodaysLog()), "foreign");
 }
 
+TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsAHardLink) {
+    zotest::WriteFileBytes(folder / "foreign", "foreign");
+    create_directories(zotest::TodaysLog().parent_path());
+    create_hard_link(folder / "foreign", zotest::TodaysLog());
+    const zotest::DebugOutput debugger;
+    sdk_.Initialize();
+    EXPECT_EQ(debugger.Strings().size(), 2u);
+    EXPECT_EQ(zotest::ReadFileBytes(folder / "foreign"), "foreign");
+}
+
 TEST_F(Log, FallsBackToTheCurrentFolderWithoutSweepingIt) {
     const auto before = std::filesystem::current_path();
     current_path(folder.Path());

@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include "folder_link.h"
 #include "owned_handles.h"
 #include "zoctl_process.h"
 
@@ -153,6 +154,17 @@ TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
     ReleaseMutex(mutex.Get());
     EXPECT_EQ(RunZoctl({"driver", "install", "--wait", "0", File()}).exitCode, 0);
+}
+
+TEST_F(ZoctlDriver, DoctorOpensNoLogThroughALink) {
+    const TempFolder temporary;
+    const TempFolder foreign;
+    zo::CreateDirectories(temporary / "ZoProtector");
+    LinkFolder(foreign.Path(), temporary / "ZoProtector" / "Logs");
+    ChildOptions options;
+    options.environment = {{L"TMP", temporary.Path().wstring()}};
+    EXPECT_TRUE(Gave(Zoctl("doctor", options), 40, "is not written, because it or its folder is a link"));
+    EXPECT_TRUE(std::filesystem::is_empty(foreign.Path()));
 }
 
 ChildOptions doctorOptions;

@@ -151,11 +151,9 @@ void AskDriver(DoctorFacts& facts) {
 
 // Before the library logs for the first time in this process, for it keeps its file open and to itself.
 void TryLog(DoctorFacts& facts) {
-    const std::wstring path = zop::ZopLogPath();
-    facts.logFile = zo::Utf8FromWide(path);
-    const zo::OwnedFile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                         FILE_ATTRIBUTE_NORMAL, nullptr));
-    facts.logError = file ? 0 : GetLastError();
+    const zop::ZopLogTrial trial = zop::ZopTryLog();
+    facts.logFile = zo::Utf8FromWide(trial.path);
+    facts.logError = trial.error;
 }
 
 }  // namespace

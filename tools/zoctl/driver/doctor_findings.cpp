@@ -14,6 +14,7 @@ namespace {
 constexpr std::uint32_t kErrorFileNotFound = 2;
 constexpr std::uint32_t kErrorAccessDenied = 5;
 constexpr std::uint32_t kErrorSharingViolation = 32;
+constexpr std::uint32_t kErrorReparsePointEncountered = 4395;
 
 std::string StatusWords(std::int32_t status) {
     const StatusText text = DescribeStatus(status, Subject::kAny);
@@ -204,6 +205,10 @@ Finding JudgeLog(const DoctorFacts& facts) {
     if (facts.logError == kErrorSharingViolation) {
         return Note("diagnostic log", facts.logFile + " is written by another process",
                     "Lines of other processes reach only a debugger until that process ends.");
+    }
+    if (facts.logError == kErrorReparsePointEncountered) {
+        return Wrong("diagnostic log", facts.logFile + " is not written, because it or its folder is a link",
+                     "Remove the link, or set TMP to a folder that only this user can change.");
     }
     return Wrong("diagnostic log", zo::Format("{} cannot be written, error {}", facts.logFile, facts.logError),
                  "Give this user write access to the folder, or set TMP to a folder that can be written.");
