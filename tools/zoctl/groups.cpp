@@ -5,6 +5,7 @@
 #include "events_group.h"
 #include "rules_commands.h"
 #include "seal_commands.h"
+#include "upgrade_commands.h"
 
 namespace zoctl {
 
@@ -13,6 +14,7 @@ std::span<const RegisterGroup> CommandGroups() {
     static constexpr RegisterGroup kGroups[] = {
         RegisterDoctor,
         RegisterDriver,
+        RegisterUpgrade,
         RegisterStatus,
         RegisterProcess,
         RegisterFile,

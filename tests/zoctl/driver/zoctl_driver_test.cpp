@@ -2,7 +2,7 @@
 
 #include "folder_link.h"
 #include "owned_handles.h"
-#include "zoctl_process.h"
+#include "zoctl_service.h"
 
 // The driver's service as zoctl installs and removes it, and the doctor on broken set-ups of it.
 
@@ -14,21 +14,7 @@ const std::wstring kKey = L"SYSTEM\\CurrentControlSet\\Services\\ZoProtector";
 const std::wstring kFile = InstalledDriverPath();
 const std::wstring kAway = kFile + L".away";
 
-class ZoctlDriver : public testing::Test {
-  protected:
-    void SetUp() override { RemoveDriverService(); }
-    void TearDown() override { RemoveDriverService(); }
-
-    static void InstallAndStart() {
-        ASSERT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
-        ASSERT_EQ(Zoctl("driver start").exitCode, 0);
-    }
-
-    // A driver file next to the programs.
-    static std::string File(const char* name = "ZoProtectorDriver.sys") {
-        return zo::Utf8FromWide((ProgramFolder() / name).wstring());
-    }
-};
+class ZoctlDriver : public ZoctlServiceTest {};
 
 TEST_F(ZoctlDriver, CommandsWalkTheServiceFromInstallToUninstall) {
     EXPECT_EQ(Zoctl("driver start").exitCode, 3);

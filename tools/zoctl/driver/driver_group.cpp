@@ -39,27 +39,6 @@ int ShowService(Output& out) {
     return out.Done("", facts.Members());
 }
 
-int Upgrade(Output& out, const std::string& path) {
-    // Without a service the library would take the file next to zoctl for the installed one.
-    ZoProtectorDriverStatus record{};
-    std::int32_t status = ZoProtector_QueryDriverStatus(&record);
-    if (status >= 0 && record.state == ZOP_DRIVER_NOT_INSTALLED) status = ZOP_E_DRIVER_NOT_FOUND;
-    if (status < 0) return out.Fail(status, Subject::kService, "upgrade the driver to " + Quote(path));
-    std::uint32_t upgraded = 0;
-    std::uint32_t replacedByDriver = 0;
-    status = ZoProtector_UpgradeDriver(zo::WideFromUtf8(path).c_str(), &upgraded, &replacedByDriver);
-    ZoProtector_Uninitialize();  // the upgrade may have opened the channel
-    const Json facts = {{"upgraded", upgraded != 0}, {"replacedByDriver", replacedByDriver != 0}};
-    if (status < 0) return out.Fail(status, Subject::kUpgrade, "upgrade the driver to " + Quote(path), facts);
-    if (!upgraded)
-        return out.Done("Nothing was replaced: the installed driver is as new as the file, or newer.", facts);
-    out.Hint("The running driver keeps its old image; the new file is loaded the next time the driver starts.");
-    return out.Done(replacedByDriver
-                        ? "The driver's file was replaced, by the driver itself because the file was locked."
-                        : "The driver's file was replaced.",
-                    facts);
-}
-
 // A command without arguments over one export of the service.
 void AddServiceCommand(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(), const char* what,
                        const char* done) {
@@ -100,13 +79,6 @@ void RegisterDriver(CLI::App& root, Tool& tool) {
                                               "The driver is uninstalled.");
                         });
     AddSetStart(tool, group);
-    const auto path = std::make_shared<std::string>();
-    AddInstallerCommand(tool, group,
-                        {"upgrade", "Replace the installed driver's file with a newer one, even while it is in use",
-                         "driver upgrade C:\\Download\\ZoProtectorDriver.sys"},
-                        [path](Output& out) { return Upgrade(out, *path); })
-        .add_option("file", *path, "The new driver's file")
-        ->required();
     tool.AddCommand(
         group, {"self-protect", "Have the driver protect its own file and service key", "driver self-protect"},
         WithDriver([](Output& out) {

@@ -53,8 +53,9 @@ void Output::Line(const Json& object) {
 }
 
 int Output::Finish(int exitCode, Json document, const Json& facts) {
+    const Json members = reshape_ ? reshape_(facts, exitCode) : facts;
     if (Machine()) {
-        document.update(facts);
+        document.update(members);
         if (command_.empty()) document["command"] = nullptr;
         Put(Dump(document, Lines() ? -1 : 2) + "\n");
     }

@@ -60,6 +60,10 @@ class Output {
     // A failure that has no status of the library.
     int Refuse(int exitCode, std::string_view message, std::string_view advice, const Json& facts = Json::object());
 
+    // For a command that is made of others: its document gets what this makes of the facts of the part that ends it.
+    using Reshape = std::function<Json(const Json& facts, int exitCode)>;
+    void ReshapeFacts(Reshape reshape) { reshape_ = std::move(reshape); }
+
     // The end of a stream that is no document.
     int End(int exitCode);
 
@@ -75,6 +79,7 @@ class Output {
     std::string command_;
     OutputMode mode_;
     bool writable_ = true;
+    Reshape reshape_;
 };
 
 // What the command does; returns the exit code, which the calls above give.
