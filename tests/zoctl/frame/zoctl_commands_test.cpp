@@ -112,6 +112,8 @@ TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
                                  "events --interval 5",
                                  "events --registry --from 1",
                                  "events --registry-from 1",
+                                 "events --jsonl",
+                                 "crash list --max-bytes -1",
                                  "force-crash"};
     for (const std::string& line : lines)
         EXPECT_TRUE(Gave(Zoctl(line + (line.empty() ? "--json" : " --json")), 2, "Next: ", {{"ok", false}})) << line;
@@ -201,6 +203,15 @@ TEST_F(ZoctlCommands, EventsShowLossesInTheirPlaceAndContinueFromAPosition) {
     const ZoctlRun more = Zoctl(onwards);
     EXPECT_TRUE(Gave(more, 0, "event_0000040D.exe"));
     EXPECT_TRUE(Gave(more, 0, "2 received + 0 lost = 2 produced"));
+}
+
+TEST_F(ZoctlCommands, EventsFailOnLossOnlyWhenEventsWereLost) {
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE + 12);
+    for (const char* form : {"", " --json", " --jsonl"}) {
+        EXPECT_TRUE(Gave(Zoctl(std::string("events --fail-on-loss") + form), 60, "12 events were lost.")) << form;
+    }
+    EXPECT_TRUE(Gave(Zoctl("events --json"), 0));
+    EXPECT_TRUE(Gave(Zoctl("events --fail-on-loss --json --from 1036"), 0));
 }
 
 TEST_F(ZoctlCommands, EventsEndForABusyDriverAFailureAndAClosedReader) {

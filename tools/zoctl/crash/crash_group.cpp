@@ -200,7 +200,8 @@ void AddTargets(CLI::App& command, CrashOptions& options) {
 
 void AddFolderOptions(CLI::App& command, CrashOptions& options) {
     command.add_option("--dumps", options.dumpFolder, "Folder of the dumps; detected if left out");
-    command.add_option("--max-bytes", options.maxBytes, "Ignore larger dumps (10485760 if left out)");
+    command.add_option("--max-bytes", options.maxBytes, "Ignore larger dumps (10485760 if left out)")
+        ->check(CLI::NonNegativeNumber);
 }
 
 void AddSendOptions(CLI::App& command, CrashOptions& options) {

@@ -20,6 +20,7 @@ struct EventOptions {
     bool registry = false;
     bool both = false;
     bool bytes = false;
+    bool failOnLoss = false;
     std::optional<std::uint32_t> from;
     std::optional<std::uint32_t> registryFrom;
     std::uint32_t capacity = 256;
@@ -138,7 +139,15 @@ std::vector<Ring> RingsOf(const EventOptions& options) {
     return rings;
 }
 
-int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status, bool cancelled, EventSink& sink) {
+// How the reading ended.
+struct End {
+    std::int32_t status = ZOP_OK;
+    bool cancelled = false;
+    bool failOnLoss = false;
+};
+
+int TellTotals(Output& out, const std::vector<Ring>& rings, const End& end, EventSink& sink) {
+    std::uint64_t lost = 0;
     Json totals = Json::array();
     for (const Ring& ring : rings) {
         const std::string text =
@@ -149,13 +158,19 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, std::int32_t status,
         if (!out.Writable()) out.Hint(text);  // the reader of the events is gone; whoever started this is not
         if (out.Lines()) out.Line(ring.Total());
         totals.push_back(ring.Total());
+        lost += ring.lost;
     }
     Json facts = {{"totals", totals}};
     sink.PutInto(facts);
-    if (status < 0) return out.Fail(status, Subject::kRule, "read the events", facts);
-    if (out.Lines()) return out.End(cancelled ? kExitCancelled : kExitDone);
-    return cancelled ? out.Found(kExitCancelled, "Cancelled.", facts, "Continue from the positions in the totals.")
-                     : out.Done("", facts);
+    if (end.status < 0) return out.Fail(end.status, Subject::kRule, "read the events", facts);
+    if (end.failOnLoss && lost > 0) {
+        return out.Found(kExitEventsLost,
+                         lost == 1 ? std::string("1 event was lost.") : zo::Format("{} events were lost.", lost),
+                         out.Lines() ? Json::object() : facts, "Poll more often: see docs/events.md.");
+    }
+    if (out.Lines()) return out.End(end.cancelled ? kExitCancelled : kExitDone);
+    return end.cancelled ? out.Found(kExitCancelled, "Cancelled.", facts, "Continue from the positions in the totals.")
+                         : out.Done("", facts);
 }
 
 int Events(Output& out, const EventOptions& options) {
@@ -168,7 +183,7 @@ int Events(Output& out, const EventOptions& options) {
     do {
         status = Drain(rings, options, sink, stop);
     } while (status >= 0 && options.follow && !stop() && !cancellation.Wait(options.interval.value_or(kInterval)));
-    return TellTotals(out, rings, status, cancellation.Requested(), sink);
+    return TellTotals(out, rings, {status, cancellation.Requested(), options.failOnLoss}, sink);
 }
 
 // What does not go together; null when all does.
@@ -204,6 +219,7 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
     command.add_flag("--registry", options->registry, "The registry ring instead of the main one");
     command.add_flag("--both", options->both, "Both rings");
     command.add_flag("--bytes", options->bytes, "Show all bytes of each event, not only the first 40");
+    command.add_flag("--fail-on-loss", options->failOnLoss, "End with exit code 60 when events were lost");
     command.add_option("--from", options->from, "Position in the main ring to continue from; 0 is the beginning");
     command.add_option("--registry-from", options->registryFrom, "The same for the registry ring");
     command.add_option("--capacity", options->capacity, "Events per poll")

@@ -97,7 +97,8 @@ CLI::App& Tool::AddCommand(CLI::App& parent, const CommandText& text, Action act
 }
 
 void Tool::AllowJsonLines(CLI::App& command) {
-    command.add_flag("--jsonl", jsonLines_, "One JSON object per line, written as things happen");
+    command.add_flag("--jsonl", jsonLines_, "One JSON object per line, written as things happen")
+        ->excludes(command.get_option("--json"));
 }
 
 int Tool::ReportUsage(const CLI::ParseError& error, const std::vector<std::string>& arguments) {
@@ -129,6 +130,7 @@ int Tool::Run(const std::vector<std::string>& commandLine) {
         return ReportUsage(error, arguments);
     }
     Output out(chosenName_, jsonLines_ ? OutputMode::kJsonLines : json_ ? OutputMode::kJson : OutputMode::kText);
+    out.PrepareForCtrlC();
     try {
         return chosen_(out);
     } catch (const std::bad_alloc&) {

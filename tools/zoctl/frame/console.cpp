@@ -18,27 +18,13 @@ struct CtrlC {
     std::function<void()>* hook = nullptr;
     HANDLE event = nullptr;  // the living Cancellation's
     bool pressed = false;
+    zo::CriticalSection writing;  // of standard output, and the text below
+    std::string lastWords;
 };
 
 CtrlC& State() {
     static CtrlC state;
     return state;
-}
-
-BOOL WINAPI OnCtrlC(DWORD kind) {
-    if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) return FALSE;
-    CtrlC& state = State();
-    {
-        const std::lock_guard guard(state.lock);
-        if (state.event && !state.pressed) {
-            state.pressed = true;
-            SetEvent(state.event);
-            if (*state.hook) (*state.hook)();
-            return TRUE;
-        }
-    }
-    TerminateProcess(GetCurrentProcess(), kExitCancelled);
-    return TRUE;
 }
 
 HANDLE HandleOf(Stream stream) {
@@ -61,6 +47,48 @@ bool WriteToConsole(HANDLE console, std::wstring_view wide) {
     return true;
 }
 
+bool WriteTo(HANDLE handle, std::string_view utf8) {
+    if (IsConsole(handle)) return WriteToConsole(handle, zo::WideFromUtf8(utf8));
+    while (!utf8.empty()) {
+        DWORD written = 0;
+        const auto piece = static_cast<DWORD>(std::min<std::size_t>(utf8.size(), 1u << 20));
+        if (!WriteFile(handle, utf8.data(), piece, &written, nullptr) || written == 0) return false;
+        utf8.remove_prefix(written);
+    }
+    return true;
+}
+
+// For programs: at a console nobody reads a document. A reader that stopped reading must not keep the process alive, so
+// the wait for the line being written has an end.
+void WriteLastWords(CtrlC& state) {
+    constexpr int kTries = 100;
+    if (IsConsole(HandleOf(Stream::kOut))) return;
+    for (int i = 0; i < kTries; ++i) {
+        if (state.writing.try_lock()) {
+            WriteTo(HandleOf(Stream::kOut), state.lastWords);
+            return;  // with the lock: nothing comes after the last words
+        }
+        Sleep(10);
+    }
+}
+
+BOOL WINAPI OnCtrlC(DWORD kind) {
+    if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) return FALSE;
+    CtrlC& state = State();
+    {
+        const std::lock_guard guard(state.lock);
+        if (state.event && !state.pressed) {
+            state.pressed = true;
+            SetEvent(state.event);
+            if (*state.hook) (*state.hook)();
+            return TRUE;
+        }
+    }
+    WriteLastWords(state);
+    TerminateProcess(GetCurrentProcess(), kExitCancelled);
+    return TRUE;
+}
+
 }  // namespace
 
 std::vector<std::string> CommandLineArguments() {
@@ -73,16 +101,21 @@ std::vector<std::string> CommandLineArguments() {
     return utf8;
 }
 
+void SetLastWords(std::string text) {
+    const std::lock_guard guard(State().writing);
+    State().lastWords = std::move(text);
+}
+
 bool Write(Stream stream, std::string_view utf8) {
-    const HANDLE handle = HandleOf(stream);
-    if (IsConsole(handle)) return WriteToConsole(handle, zo::WideFromUtf8(utf8));
-    while (!utf8.empty()) {
-        DWORD written = 0;
-        const auto piece = static_cast<DWORD>(std::min<std::size_t>(utf8.size(), 1u << 20));
-        if (!WriteFile(handle, utf8.data(), piece, &written, nullptr) || written == 0) return false;
-        utf8.remove_prefix(written);
-    }
-    return true;
+    if (stream != Stream::kOut) return WriteTo(HandleOf(stream), utf8);
+    const std::lock_guard guard(State().writing);
+    return WriteTo(HandleOf(stream), utf8);
+}
+
+bool WriteOnlyDocument(std::string_view utf8) {
+    const std::lock_guard guard(State().writing);
+    State().lastWords.clear();
+    return WriteTo(HandleOf(Stream::kOut), utf8);
 }
 
 bool IsTerminal(Stream stream) {

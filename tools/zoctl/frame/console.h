@@ -21,6 +21,10 @@ enum class Stream { kOut, kError };
 
 // To a console as UTF-16, elsewhere as UTF-8. False when it could not be written (a closed pipe, a full disk).
 bool Write(Stream stream, std::string_view utf8);
+// What Ctrl-C writes to standard output when it ends the process at once; "" for nothing.
+void SetLastWords(std::string text);
+// Writes to standard output, and nothing is left to say for Ctrl-C.
+bool WriteOnlyDocument(std::string_view utf8);
 [[nodiscard]] bool IsTerminal(Stream stream);
 [[nodiscard]] bool InputIsTerminal();
 // One line from standard input, without its end.

@@ -19,7 +19,9 @@ std::span<const ExitCodeRow> ExitCodeTable() {
         {"33", "no key, or the wrong key"},
         {"34", "sign --strict, verify or manifest could not read everything"},
         {"40", "doctor found a problem"},
+        {"41", "rules check --lint found something"},
         {"50", "rules not all in force"},
+        {"60", "events --fail-on-loss: events were lost"},
         {"130", "cancelled"},
     };
     return kRows;

@@ -23,7 +23,9 @@ enum ExitCode : int {
     kExitKey = 33,
     kExitUnreadable = 34,
     kExitDoctor = 40,
+    kExitLint = 41,
     kExitNotInForce = 50,
+    kExitEventsLost = 60,
     kExitCancelled = 130,
 };
 

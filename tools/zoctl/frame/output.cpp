@@ -32,7 +32,8 @@ Json StatusJson(std::int32_t status, Subject subject) {
 }
 
 void Output::Put(std::string_view text) {
-    if (!Write(Stream::kOut, text)) writable_ = false;
+    const bool written = mode_ == OutputMode::kJson ? WriteOnlyDocument(text) : Write(Stream::kOut, text);
+    if (!written) writable_ = false;
 }
 
 void Output::Text(std::string_view text) {
@@ -57,7 +58,7 @@ int Output::Finish(int exitCode, Json document, const Json& facts) {
     if (Machine()) {
         document.update(members);
         if (command_.empty()) document["command"] = nullptr;
-        Put(Dump(document, Lines() ? -1 : 2) + "\n");
+        if (!WriteOnlyDocument(Dump(document, Lines() ? -1 : 2) + "\n")) writable_ = false;
     }
     return End(exitCode);
 }
@@ -66,7 +67,18 @@ std::string Output::Name() const {
     return command_.empty() ? "zoctl" : "zoctl " + command_;
 }
 
+void Output::PrepareForCtrlC() const {
+    if (!Machine()) return;
+    const Json document = {{"command", command_},
+                           {"ok", false},
+                           {"exitCode", static_cast<int>(kExitCancelled)},
+                           {"message", "Cancelled half-way."},
+                           {"advice", "Run it again."}};
+    SetLastWords(Dump(document, Lines() ? -1 : 2) + "\n");
+}
+
 int Output::End(int exitCode) {
+    SetLastWords({});
     if (writable_) return exitCode;
     Hint("zoctl: the output could not be written.");
     return exitCode == kExitDone ? static_cast<int>(kExitFailed) : exitCode;

@@ -37,6 +37,8 @@ class Output {
     [[nodiscard]] bool Lines() const { return mode_ == OutputMode::kJsonLines; }
     [[nodiscard]] const std::string& Command() const { return command_; }
     void SetMode(OutputMode mode) { mode_ = mode; }
+    // From now on Ctrl-C leaves a document behind even where it ends the process at once.
+    void PrepareForCtrlC() const;
 
     // For people only; control characters are the caller's (Quote, TextTable) to make safe.
     void Text(std::string_view text);
