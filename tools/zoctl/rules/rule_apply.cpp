@@ -48,6 +48,11 @@ std::string Joined(const std::vector<std::string>& parts) {
     return text;
 }
 
+std::string NotAdded(const FullTable& table) {
+    return table.notAdded == 1 ? std::string("1 rule was not added.")
+                               : zo::Format("{} rules were not added.", table.notAdded);
+}
+
 int Application::Run() {
     DriverState state;
     if (const Ended ended = LoadDriverState(out_, state)) return *ended;
@@ -98,7 +103,9 @@ int Application::CarryOutAndReadBack() {
 }
 
 void Application::TellSteps(const char* notTried) {
+    const std::vector<FullTable> full = FullTables(plan_.steps, results_);
     for (std::size_t i = 0; i < plan_.steps.size(); ++i) {
+        if (LeftOutAsFull(plan_.steps[i], results_[i], full)) continue;
         const std::string step = DescribeStep(plan_.steps[i]);
         switch (results_[i].outcome) {
             case Outcome::kDone:
@@ -116,6 +123,8 @@ void Application::TellSteps(const char* notTried) {
             }
         }
     }
+    for (const FullTable& table : full)
+        out_.Text(zo::Format("{}: the driver's table is full; {}\n", table.name, NotAdded(table)));
     if (!plan_.heldBack.empty()) {
         out_.Hint(zo::Format(
             "{} Not sent, because everything that can be read already matches the file: {}; --resend sends them.",
@@ -126,6 +135,10 @@ void Application::TellSteps(const char* notTried) {
 void Application::AddSteps() {
     facts_["steps"] = StepsJson(plan_.steps, results_);
     facts_["notSent"] = PartsNotSent(plan_, results_);
+    Json full = Json::array();
+    for (const FullTable& table : FullTables(plan_.steps, results_))
+        full.push_back({{"table", std::string(table.name)}, {"notAdded", table.notAdded}});
+    facts_["fullTables"] = std::move(full);
 }
 
 // The tables need not differ any more when only what cannot be read back is missing, so it must be asked for.
@@ -158,11 +171,15 @@ int Application::ReadBack() {
     facts_["protection"] = state.masterEnabled;
     if (difference.None() && done == static_cast<std::ptrdiff_t>(results_.size())) return TellHeld(difference, state);
     out_.Text(DifferenceText(difference, file_, state));
+    const bool full = !FullTables(plan_.steps, results_).empty();
     return out_.Refuse(
-        kExitNotInForce,
+        full ? kExitFull : kExitNotInForce,
         zo::Format("The driver does not fully match the file: {} of {} steps were done, {} failed, {} were not tried.",
                    done, results_.size(), Count(Outcome::kFailed), Count(Outcome::kNotTried)),
-        "Fix the failures listed above. " + NextTime(), facts_);
+        (full ? "Take rules out of the file, or cover several with one folder rule: a table is full. "
+              : "Fix the failures listed above. ") +
+            NextTime(),
+        facts_);
 }
 
 // Held is not yet in force: the switches have a say.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 
 #include "text.h"
 #include "zoprotector.h"
@@ -100,18 +101,41 @@ bool IsGone(std::int32_t status) {
 std::vector<StepResult> CarryOut(const std::vector<Step>& steps, const std::function<bool()>& stop) {
     std::vector<StepResult> results(steps.size());
     std::string_view torn;  // the list of which something was taken away
+    std::set<std::string_view> full;
     for (std::size_t i = 0; i < steps.size(); ++i) {
         const std::string_view list = ListOf(steps[i]);
         if ((list.empty() || list != torn) && stop()) break;
         const int needs = steps[i].needs;
         if (needs >= 0 && results[static_cast<std::size_t>(needs)].outcome != Outcome::kDone) continue;
+        const StepEffect effect = TraitsOf(steps[i].kind).effect;
+        if (effect == StepEffect::kAdds && full.contains(list)) continue;
         results[i].status = Send(steps[i]);
         results[i].outcome = results[i].status < 0 ? Outcome::kFailed : Outcome::kDone;
         if (results[i].status < 0 && (TraitsOf(steps[i].kind).unreadablePart || IsGone(results[i].status))) break;
-        const bool takenAway = TraitsOf(steps[i].kind).effect == StepEffect::kTakesAway && results[i].status >= 0;
+        if (results[i].status == ZOP_E_QUOTA_EXCEEDED && effect == StepEffect::kAdds) full.insert(list);
+        const bool takenAway = effect == StepEffect::kTakesAway && results[i].status >= 0;
         if (list != torn) torn = takenAway ? list : std::string_view();
     }
     return results;
+}
+
+std::vector<FullTable> FullTables(const std::vector<Step>& steps, const std::vector<StepResult>& results) {
+    std::vector<FullTable> full;
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        if (results[i].status == ZOP_E_QUOTA_EXCEEDED) full.push_back({ListOf(steps[i])});
+    }
+    for (FullTable& table : full) {
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            const bool adds = TraitsOf(steps[i].kind).effect == StepEffect::kAdds && ListOf(steps[i]) == table.name;
+            if (adds && results[i].outcome != Outcome::kDone) ++table.notAdded;
+        }
+    }
+    return full;
+}
+
+bool LeftOutAsFull(const Step& step, const StepResult& result, const std::vector<FullTable>& full) {
+    return result.outcome == Outcome::kNotTried && TraitsOf(step.kind).effect == StepEffect::kAdds &&
+           std::any_of(full.begin(), full.end(), [&](const FullTable& table) { return table.name == ListOf(step); });
 }
 
 std::vector<std::string> PartsNotSent(const Plan& plan, const std::vector<StepResult>& results) {
