@@ -12,11 +12,18 @@ std::string FlagText(std::uint8_t flag) {
     return flag == 0 ? "no" : flag == 1 ? "yes" : zo::Format("yes ({})", flag);
 }
 
-// The scope's drive path, or what the driver calls it where none leads there.
-std::string ScopeText(const Rule& rule, const NameForms& names) {
+// The name to show for one of the driver's.
+std::string ShownName(Table table, const std::string& name, const NameForms& names, bool nt) {
+    const std::string win32 = nt ? std::string() : Win32Name(table, name, names);
+    return win32.empty() ? name : win32;
+}
+
+std::string ScopeText(const Rule& rule, const NameForms& names, bool nt) {
     if (!rule.HasScope()) return {};
-    const std::string win32 = names.FromNtPath(rule.scope);
-    return zo::Format("{} {}", rule.scopeIsFolder ? "folder" : "file", win32.empty() ? rule.scope : win32);
+    std::string text =
+        zo::Format("{} {}", rule.scopeIsFolder ? "folder" : "file", ShownName(Table::kFile, rule.scope, names, nt));
+    if (rule.scopeRecursive) text += ", recursive";
+    return text;
 }
 
 bool OnlyByClear(const TableDifference& table, const Rule& rule) {
@@ -44,20 +51,23 @@ Json TableDifferenceJson(Table table, const TableDifference& difference) {
 
 }  // namespace
 
-TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names) {
-    if (table == Table::kFile) {
-        TextTable text(
-            {"KIND", "RECURSIVE", "FILTER", "SCOPE", "SCOPE RECURSIVE", "EXCLUSIVE", "DRIVE PATH", "NT PATH"});
-        for (const Rule& rule : rules) {
-            text.Add({KindName(table, rule), FlagText(rule.recursive), rule.filter, ScopeText(rule, names),
-                      rule.HasScope() ? FlagText(rule.scopeRecursive) : "", FlagText(rule.exclusive),
-                      Win32Name(table, rule.name, names), rule.name});
-        }
-        return text;
-    }
-    TextTable text({"KIND", "RECURSIVE", table == Table::kRegistry ? "KEY" : "DRIVE PATH", "NT NAME"});
+TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names, bool nt) {
+    const auto any = [&rules](auto uses) { return std::any_of(rules.begin(), rules.end(), uses); };
+    const bool filter = any([](const Rule& rule) { return !rule.filter.empty(); });
+    const bool scope = any([](const Rule& rule) { return rule.HasScope() || rule.exclusive; });
+    std::vector<std::string> headings = {"KIND", "RECURSIVE",
+                                         table == Table::kRegistry ? "KEY"
+                                         : nt                      ? "NT PATH"
+                                                                   : "PATH"};
+    if (filter) headings.emplace_back("FILTER");
+    if (scope) headings.insert(headings.end(), {"SCOPE", "EXCLUSIVE"});
+    TextTable text(std::move(headings));
     for (const Rule& rule : rules) {
-        text.Add({KindName(table, rule), FlagText(rule.recursive), Win32Name(table, rule.name, names), rule.name});
+        std::vector<std::string> cells = {KindName(table, rule), FlagText(rule.recursive),
+                                          ShownName(table, rule.name, names, nt)};
+        if (filter) cells.push_back(rule.filter);
+        if (scope) cells.insert(cells.end(), {ScopeText(rule, names, nt), FlagText(rule.exclusive)});
+        text.Add(std::move(cells));
     }
     return text;
 }
