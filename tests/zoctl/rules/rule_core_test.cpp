@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 
+#include "fake_names.h"
 #include "rule_file.h"
 #include "rule_plan.h"
 
@@ -14,39 +15,7 @@ namespace {
 
 using namespace zoctl;
 
-// A machine with the drives C: and D: (volumes 1 and 2).
-class FakeNames : public NameForms {
-  public:
-    Converted ToNtPath(const std::string& path) const override {
-        if (path.starts_with("\\\\")) return {path, ""};
-        const std::string drive = Fold(path.substr(0, 2));
-        if (drive != "C:" && drive != "D:") return {"", "no such drive"};
-        return {(drive == "C:" ? "\\Device\\HarddiskVolume1" : "\\Device\\HarddiskVolume2") + path.substr(2), ""};
-    }
-    Converted ToNtKey(const std::string& key) const override {
-        for (const auto& [root, nt] : {std::pair{"HKLM\\", "\\REGISTRY\\MACHINE\\"},
-                                       {"HKU\\", "\\REGISTRY\\USER\\"},
-                                       {"\\REGISTRY\\", "\\REGISTRY\\"}}) {
-            if (Fold(key).starts_with(root)) return {nt + key.substr(std::string(root).size()), ""};
-        }
-        return {"", "unknown root"};
-    }
-    std::string FromNtPath(const std::string& nt) const override {
-        for (const char* drive : {"C:", "D:"}) {
-            const std::string volume = ToNtPath(drive).text;
-            if (Fold(nt).starts_with(Fold(volume) + "\\")) return drive + nt.substr(volume.size());
-        }
-        return nt.starts_with("\\\\") ? nt : "";
-    }
-    std::string Fold(const std::string& text) const override {
-        std::string upper = text;
-        std::transform(upper.begin(), upper.end(), upper.begin(),
-                       [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
-        return upper;
-    }
-};
-
-const FakeNames kNames;
+const zotest::FakeNames kNames;
 
 // Reads a rule file; says its mistakes as lines "POINTER: MESSAGE".
 std::string Mistakes(const std::string& text, RuleFile* file = nullptr) {
@@ -81,6 +50,20 @@ TEST(RuleFileCheck, ReportsTheOneMistakeAtItsPlace) {
                 ExpectOneMistake(document.dump(), change[change.size() > 2 ? 2 : 0], "");
             }
         }
+    }
+}
+
+TEST(RuleFileCheck, ReadsUtf16OfBothByteOrders) {
+    const std::string text = R"({"version": 1, "process": {"rules": [{"path": "C:\\a"}]}})";
+    std::string little = "\xFF\xFE", big = "\xFE\xFF";
+    for (const char c : text) {
+        little += {c, '\0'};
+        big += {'\0', c};
+    }
+    for (const std::string& bytes : {little, big}) {
+        RuleFile file;
+        EXPECT_EQ(Mistakes(bytes, &file), "");
+        EXPECT_EQ(file.Count(Table::kProcess), 1u);
     }
 }
 

@@ -180,6 +180,37 @@ TEST_F(ZoctlRules, CheckNotesNamesThatTheKernelNeverSees) {
         << run.out;
 }
 
+TEST_F(ZoctlRules, LintLooksAtThisMachine) {
+    WriteFileBytes(folder_ / "suite" / "in" / "a.exe", "");
+    LinkFolder(folder_ / "suite", folder_ / "link");
+    const auto rule = [this](const char* filter, bool recursive) {
+        return Json{{"folder", Path("suite")}, {"filter", filter}, {"recursive", recursive}};
+    };
+    Json file = {{"version", 1}};
+    file["file"]["rules"] = {rule("*.EXE", true), {{"folder", Path("suite\\in")}, {"filter", "*.exe"}}};
+    EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint"}), 41, "covered by /file/rules/0"));
+    file["file"]["rules"] = {
+        rule("*.EXE", true), rule("*.dll", false), {{"path", Path("link\\in\\a.exe")}}, {{"path", Path("none")}}};
+    const ZoctlRun run = Do("check", file.dump(), {"--lint", "--json"});
+    std::string kinds;
+    for (const Json& finding : run.json["findings"])
+        kinds += finding["kind"].get<std::string>() + " " + finding["pointer"].get<std::string>() + " ";
+    EXPECT_EQ(kinds, "absent /file/rules/3 unseenName /file/rules/2 filterMatchesNothing /file/rules/1 ") << run.out;
+    file["file"]["rules"] = {rule("*.EXE", true)};
+    EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint", "--json"}), 0, "", {{"findings", Json::array()}}));
+}
+
+TEST_F(ZoctlRules, ListFitsATerminalAndShowsNtPathsOnRequest) {
+    EXPECT_TRUE(Gave(Apply(kFull), 0));
+    const ZoctlRun drive = Rules({"list"});
+    EXPECT_TRUE(Gave(drive, 0, "C:\\d "));
+    EXPECT_EQ(drive.out.find("\\Device\\"), std::string::npos) << drive.out;
+    std::istringstream lines(drive.out);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 100u) << line;
+    EXPECT_TRUE(Gave(Rules({"list", "--nt"}), 0, "folder \\Device\\HarddiskVolume1\\s"));
+}
+
 TEST_F(ZoctlRules, ApplyRefusesAMassRemovalUnlessAllowed) {
     ASSERT_EQ(Apply(kFull).exitCode, 0);
     const char* const empty = R"({"version": 1, "process": {"rules": []}, "file": {"rules": []},
@@ -196,14 +227,22 @@ TEST_F(ZoctlRules, ApplyRefusesAMassRemovalUnlessAllowed) {
     EXPECT_EQ(changes_, Codes{});
 }
 
-TEST_F(ZoctlRules, ApplyNamesTheStepThatFailed) {
+TEST_F(ZoctlRules, ApplyStopsAtAFullTableAndCountsTheRest) {
     Simulator().SetCapacity(ZOSIM_TABLE_PROCESS, 2);
-    const ZoctlRun full = Apply(kAbc);
-    EXPECT_TRUE(Gave(full, 50, "", {{"inForce", 2}}));
-    EXPECT_EQ(full.json["steps"][1]["outcome"], "done");
-    EXPECT_EQ(full.json["steps"][2]["outcome"], "failed");
-    EXPECT_EQ(full.json["steps"][2]["status"]["name"], "ZOP_E_QUOTA_EXCEEDED");
-    EXPECT_EQ(full.json["difference"]["tables"]["process"]["missing"][0]["pointer"], "/process/rules/2");
+    Json file = Json::parse(kAbc);
+    for (int i = 0; i < 50; ++i)
+        file["process"]["rules"].push_back({{"path", "C:\\more" + std::to_string(i)}});
+    file["registry"]["rules"] = {{{"key", "HKLM\\S"}}};
+    const ZoctlRun run = Apply(file.dump());
+    EXPECT_TRUE(Gave(run, 8, "", {{"inForce", 3}, {"fullTables", {{{"table", "process"}, {"notAdded", 51}}}}}));
+    EXPECT_EQ(std::count(changes_.begin(), changes_.end(), ZOP_IOCTL_ADD_PROCESS_RULE), 3);
+    EXPECT_EQ(run.json["steps"][2]["outcome"], "failed");
+    EXPECT_EQ(run.json["steps"][2]["status"]["name"], "ZOP_E_QUOTA_EXCEEDED");
+    EXPECT_EQ(run.json["steps"][3]["outcome"], "not tried");
+    EXPECT_EQ(run.json["difference"]["tables"]["process"]["missing"][0]["pointer"], "/process/rules/2");
+    const ZoctlRun text = Do("apply", file.dump(), {});
+    EXPECT_TRUE(Gave(text, 8, "process: the driver's table is full; 51 rules were not added."));
+    EXPECT_EQ(text.out.find("not tried"), std::string::npos) << text.out;
 }
 
 TEST_F(ZoctlRules, AFailedAddStopsNoOtherStepAndIsSentAgain) {
@@ -241,7 +280,7 @@ TEST_F(ZoctlRules, ADriverThatNoLongerAnswersFailsOneStepOnly) {
 // What cannot be read back goes first and the rest waits for it: otherwise the next application would find nothing wrong.
 TEST_F(ZoctlRules, ApplyAfterAFailureSendsAgainWhatCannotBeReadBack) {
     Simulator().FailNext(ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, 0xC0000044);
-    EXPECT_TRUE(Gave(Apply(kFull), 50, "again with --resend", {{"notSent", kUnreadable}}));
+    EXPECT_TRUE(Gave(Apply(kFull), 8, "again with --resend", {{"notSent", kUnreadable}}));
     EXPECT_EQ(changes_, (Codes{ZOP_IOCTL_CLEAR_FILE_IGNORE_PROCESSES, ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS}));
     EXPECT_TRUE(Gave(Apply(kFull), 0, "", {{"notSent", Json::array()}}));
     EXPECT_EQ(Simulator().State().tableCount[ZOSIM_TABLE_FILE_IGNORE], 1u);

@@ -1,5 +1,7 @@
 #include "utf16_text.h"
 
+#include <vector>
+
 namespace zoctl {
 
 namespace {
@@ -38,6 +40,19 @@ std::string Utf8FromUnits(std::span<const std::uint16_t> units) {
         AppendUtf8(text, point);
     }
     return text;
+}
+
+std::string Utf8OfFile(std::string_view bytes) {
+    if (bytes.starts_with("\xEF\xBB\xBF")) return std::string(bytes.substr(3));
+    const bool littleEndian = bytes.starts_with("\xFF\xFE");
+    if (!littleEndian && !bytes.starts_with("\xFE\xFF")) return std::string(bytes);
+    std::vector<std::uint16_t> units;
+    for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
+        const auto first = static_cast<unsigned char>(bytes[i]);
+        const auto second = static_cast<unsigned char>(bytes[i + 1]);
+        units.push_back(static_cast<std::uint16_t>(littleEndian ? first | (second << 8) : (first << 8) | second));
+    }
+    return Utf8FromUnits(units);
 }
 
 }  // namespace zoctl

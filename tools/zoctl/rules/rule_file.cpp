@@ -6,6 +6,7 @@
 
 #include "driver_records.h"
 #include "format.h"
+#include "utf16_text.h"
 
 namespace zoctl {
 
@@ -387,10 +388,9 @@ class RepeatedMembers {
 }  // namespace
 
 RuleFile ReadRuleFile(std::string_view text, const NameForms& names, std::vector<Mistake>& mistakes) {
-    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     Json file;
     try {
-        file = Json::parse(text, RepeatedMembers(mistakes));
+        file = Json::parse(Utf8OfFile(text), RepeatedMembers(mistakes));
     } catch (const Json::exception& error) {  // of its grammar, or of a number that no type holds
         // The parser's words carry line and column, behind a prefix of its own.
         const std::string words = error.what();

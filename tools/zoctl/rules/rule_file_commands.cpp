@@ -23,7 +23,7 @@ namespace {
 
 // ---- list
 
-int ListTables(Output& out, const std::vector<Table>& tables) {
+int ListTables(Output& out, const std::vector<Table>& tables, bool nt) {
     const SystemNames names;
     Json facts = Json::object();
     for (const Table table : tables) {
@@ -33,7 +33,7 @@ int ListTables(Output& out, const std::vector<Table>& tables) {
             return out.Fail(status, Subject::kRule, zo::Format("read the {} table", TableName(table)), facts);
         }
         out.Text(zo::Format("{} rules: {}\n", TableName(table), contents.total));
-        if (!contents.rules.empty()) out.Table(RuleTable(table, contents.rules, names));
+        if (!contents.rules.empty()) out.Table(RuleTable(table, contents.rules, names, nt));
         for (const std::string& entry : contents.unknown)
             out.Text(zo::Format("entry of unknown form: {}\n", entry));
         facts[TableName(table)] = TableJson(table, contents.rules, names);
@@ -44,18 +44,20 @@ int ListTables(Output& out, const std::vector<Table>& tables) {
 
 void AddList(Tool& tool, CLI::App& group) {
     const auto only = std::make_shared<std::string>();
-    tool.AddCommand(group,
-                    {"list", "Show the rules that the driver holds, in its own names and as drive paths",
-                     "rules list\nrules list --table file --json"},
-                    WithDriver([only](Output& out) {
-                        std::vector<Table> tables;
-                        for (const Table table : kAllTables) {
-                            if (only->empty() || *only == TableName(table)) tables.push_back(table);
-                        }
-                        return ListTables(out, tables);
-                    }))
-        .add_option("--table", *only, "Only this table")
+    const auto nt = std::make_shared<bool>(false);
+    CLI::App& command = tool.AddCommand(group,
+                                        {"list", "Show the rules that the driver holds, as drive paths",
+                                         "rules list\nrules list --table file --nt\nrules list --json"},
+                                        WithDriver([only, nt](Output& out) {
+                                            std::vector<Table> tables;
+                                            for (const Table table : kAllTables) {
+                                                if (only->empty() || *only == TableName(table)) tables.push_back(table);
+                                            }
+                                            return ListTables(out, tables, *nt);
+                                        }));
+    command.add_option("--table", *only, "Only this table")
         ->check(CLI::IsMember({"process", "file", "registry", "dll"}));
+    command.add_flag("--nt", *nt, "Show the driver's own NT names instead of drive paths");
 }
 
 // ---- export
@@ -128,17 +130,38 @@ Json FindingJson(const LintFinding& finding) {
     return {{"kind", finding.kind}, {"pointer", finding.pointer}, {"message", finding.message}};
 }
 
-int Check(Output& out, const std::string& path) {
+// With the facts of a file without mistakes.
+int ReportFindings(Output& out, const std::string& path, const std::vector<LintFinding>& findings, Json facts) {
+    TextTable table({"WHERE", "KIND", "FINDING"});
+    Json list = Json::array();
+    for (const LintFinding& finding : findings) {
+        table.Add({finding.pointer, finding.kind, finding.message});
+        list.push_back(FindingJson(finding));
+    }
+    facts["findings"] = std::move(list);
+    if (findings.empty())
+        return out.Done(Quote(path) + " has no mistakes, and nothing to note on this machine.", facts);
+    out.Table(table);
+    return out.Found(kExitLint,
+                     zo::Format("{} has no mistakes, but {} finding{} on this machine.", Quote(path), findings.size(),
+                                findings.size() == 1 ? "" : "s"),
+                     facts, "docs/rules.md explains each kind of finding.");
+}
+
+int Check(Output& out, const std::string& path, bool lint) {
     const SystemNames names;
     RuleFile file;
     if (const Ended ended = LoadRuleFile(out, path, names, file)) return *ended;
+    const SystemPlaces places(names);
+    Json facts = {{"file", path}, {"mistakes", Json::array()}};
+    if (lint) return ReportFindings(out, path, Lint(file, names, places), std::move(facts));
     Json notes = Json::array();
-    for (const LintFinding& finding : FindUnseenNames(file, SystemPlaces(names))) {
+    for (const LintFinding& finding : FindUnseenNames(file, places)) {
         out.Hint(zo::Format("Note: {}: {}", finding.pointer, finding.message));
         notes.push_back(FindingJson(finding));
     }
-    return out.Done(Quote(path) + " has no mistakes.",
-                    {{"file", path}, {"mistakes", Json::array()}, {"notes", std::move(notes)}});
+    facts["notes"] = std::move(notes);
+    return out.Done(Quote(path) + " has no mistakes.", facts);
 }
 
 // The two that compare a file with the driver: the file first, since its mistakes can be shown without a driver.
@@ -172,11 +195,13 @@ void RegisterRules(CLI::App& root, Tool& tool) {
     AddExport(tool, group);
 
     const auto checked = std::make_shared<std::string>();
-    tool.AddCommand(
-            group, {"check", "Find every mistake in a rule file; needs no driver", "rules check C:\\Suite\\rules.json"},
-            [checked](Output& out) { return Check(out, *checked); })
-        .add_option("file", *checked)
-        ->required();
+    const auto lint = std::make_shared<bool>(false);
+    CLI::App& check = tool.AddCommand(group,
+                                      {"check", "Find every mistake in a rule file; needs no driver",
+                                       "rules check C:\\Suite\\rules.json\nrules check C:\\Suite\\rules.json --lint"},
+                                      [checked, lint](Output& out) { return Check(out, *checked, *lint); });
+    check.add_option("file", *checked)->required();
+    check.add_flag("--lint", *lint, "Also find what is useless on this machine; exit code 41 when there is something");
 
     const auto compared = std::make_shared<std::string>();
     tool.AddCommand(

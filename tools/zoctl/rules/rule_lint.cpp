@@ -45,7 +45,118 @@ void AddUnseenNames(const std::vector<NamedPlace>& named, std::vector<LintFindin
     }
 }
 
+void AddAbsent(const std::vector<NamedPlace>& named, std::vector<LintFinding>& findings) {
+    for (const auto& [pointer, given, place] : named) {
+        if (place.presence != Presence::kAbsent) continue;
+        findings.push_back(
+            {"absent", pointer, zo::Format("'{}' does not exist on this machine.", EscapeControls(given))});
+    }
+}
+
+// A rule's names as the driver compares them.
+struct FoldedRule {
+    const WantedRule* rule;
+    std::string name;
+    std::string filter;
+    std::string scope;
+};
+
+// Whether the outer rule's place has all of the inner one's in it.
+bool Contains(Table table, const FoldedRule& outer, const FoldedRule& inner) {
+    const Rule& wide = outer.rule->given;
+    const Rule& narrow = inner.rule->given;
+    const bool holdsOthers = table == Table::kRegistry ? wide.recursive != 0 : wide.isFolder != 0;
+    if (inner.name == outer.name) return wide.isFolder == narrow.isFolder && (wide.recursive || !narrow.recursive);
+    if (!holdsOthers || !inner.name.starts_with(outer.name + "\\")) return false;
+    const bool child = inner.name.find('\\', outer.name.size() + 1) == std::string::npos;
+    return wide.recursive || (child && !narrow.isFolder);
+}
+
+bool SameScope(const FoldedRule& a, const FoldedRule& b) {
+    const Rule& one = a.rule->given;
+    const Rule& other = b.rule->given;
+    return a.scope == b.scope && one.scopeIsFolder == other.scopeIsFolder &&
+           one.scopeRecursive == other.scopeRecursive && one.exclusive == other.exclusive;
+}
+
+void AddCovered(Table table, const std::optional<WantedRules>& rules, const NameForms& names,
+                std::vector<LintFinding>& findings) {
+    if (!rules) return;
+    std::vector<FoldedRule> folded;
+    for (const WantedRule& rule : *rules) {
+        folded.push_back({&rule, names.Fold(rule.nt.name), names.Fold(rule.nt.filter), names.Fold(rule.nt.scope)});
+        while (folded.back().name.ends_with('\\'))
+            folded.back().name.pop_back();
+    }
+    for (const FoldedRule& inner : folded) {
+        for (const FoldedRule& outer : folded) {
+            if (&outer == &inner || !Contains(table, outer, inner)) continue;
+            const bool sameFilter = outer.filter == inner.filter;
+            const bool sameScope = SameScope(outer, inner);
+            if (sameFilter && sameScope) {
+                findings.push_back({"coveredTwice", inner.rule->pointer,
+                                    zo::Format("is covered by {} already.", outer.rule->pointer)});
+            } else if ((sameFilter || outer.filter.empty()) && (sameScope || !outer.rule->given.HasScope())) {
+                findings.push_back({"shadowed", inner.rule->pointer,
+                                    zo::Format("is inside {}, which covers the same files without this rule's {}.",
+                                               outer.rule->pointer, sameFilter ? "scope" : "filter")});
+            } else {
+                continue;
+            }
+            break;  // one wider rule is reason enough
+        }
+    }
+}
+
+void AddFruitlessFilters(const RuleFile& file, const Places& places, std::vector<LintFinding>& findings) {
+    const auto& rules = file.tables[Index(Table::kFile)];
+    if (!rules) return;
+    for (const WantedRule& rule : *rules) {
+        const Rule& given = rule.given;
+        if (!given.isFolder || given.filter.empty()) continue;
+        if (places.AnyFile(given.name, given.recursive != 0, given.filter) != Presence::kAbsent) continue;
+        findings.push_back({"filterMatchesNothing", rule.pointer,
+                            zo::Format("No file of '{}' matches the filter '{}' on this machine.",
+                                       EscapeControls(given.name), EscapeControls(given.filter))});
+    }
+}
+
 }  // namespace
+
+bool FitsFilter(std::string_view pattern, std::string_view name) {
+    std::size_t at = 0;
+    std::size_t in = 0;
+    std::size_t star = std::string_view::npos;
+    std::size_t resume = 0;
+    while (in < name.size()) {
+        if (at < pattern.size() && pattern[at] == '*') {
+            star = at++;
+            resume = in;
+        } else if (at < pattern.size() && (pattern[at] == '?' || pattern[at] == name[in])) {
+            ++at;
+            ++in;
+        } else if (star != std::string_view::npos) {  // the last star takes one more
+            at = star + 1;
+            in = ++resume;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', at) == std::string_view::npos;
+}
+
+std::vector<LintFinding> Lint(const RuleFile& file, const NameForms& names, const Places& places) {
+    std::vector<LintFinding> findings;
+    const std::vector<NamedPlace> named = NamedPlaces(file, places);
+    AddAbsent(named, findings);
+    AddUnseenNames(named, findings);
+    for (const Table table : kAllTables)
+        AddCovered(table, file.tables[Index(table)], names, findings);
+    AddCovered(Table::kProcess, file.fileIgnore, names, findings);
+    AddCovered(Table::kProcess, file.registryIgnore, names, findings);
+    AddFruitlessFilters(file, places, findings);
+    return findings;
+}
 
 std::vector<LintFinding> FindUnseenNames(const RuleFile& file, const Places& places) {
     std::vector<LintFinding> findings;

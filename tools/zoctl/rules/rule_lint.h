@@ -3,6 +3,7 @@
 // What is wrong with a rule file on this machine although it has no mistakes. Pure.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "rule_file.h"
@@ -19,5 +20,13 @@ struct LintFinding {
 // Names that the kernel never sees, so that a rule for them matches nothing: links, mount points, short (8.3) names,
 // substituted and network drives, and registry links.
 [[nodiscard]] std::vector<LintFinding> FindUnseenNames(const RuleFile& file, const Places& places);
+
+// All findings: names that lead nowhere on this machine, unseen names, rules that a wider rule of the same list covers,
+// and filters that no file fits. The pattern language of filters is the driver's; here * is any text and ? any one
+// character, ignoring case.
+[[nodiscard]] std::vector<LintFinding> Lint(const RuleFile& file, const NameForms& names, const Places& places);
+
+// Both folded. Bytes of UTF-8 beyond ASCII count as characters of their own for "?".
+[[nodiscard]] bool FitsFilter(std::string_view pattern, std::string_view name);
 
 }  // namespace zoctl

@@ -23,6 +23,9 @@ class Places {
     virtual ~Places() = default;
     [[nodiscard]] virtual Place OfPath(const std::string& path, const std::string& nt) const = 0;
     [[nodiscard]] virtual Place OfKey(const std::string& nt) const = 0;
+    // Whether a file of the folder fits the filter; kUnknown when the folder cannot be read to its end.
+    [[nodiscard]] virtual Presence AnyFile(const std::string& folder, bool recursive,
+                                           const std::string& filter) const = 0;
 };
 
 }  // namespace zoctl

@@ -6,9 +6,11 @@
 #include <array>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "format.h"
 #include "owned_handles.h"
+#include "rule_lint.h"
 #include "text.h"
 
 namespace zoctl {
@@ -166,6 +168,33 @@ Place SystemPlaces::OfKey(const std::string& nt) const {
         return {Presence::kAbsent, {}, {}};
     }
     return {};
+}
+
+Presence SystemPlaces::AnyFile(const std::string& folder, bool recursive, const std::string& filter) const {
+    constexpr int kMostNames = 100000;
+    const std::string pattern = names_.Fold(filter);
+    std::vector<std::wstring> folders = {FullPath(zo::WideFromUtf8(folder))};
+    if (folders[0].size() < 2 || folders[0][1] != L':' || DriveDetour(folders[0].substr(0, 2))) {
+        return Presence::kUnknown;
+    }
+    for (int names = 0; !folders.empty();) {
+        const std::wstring open = std::move(folders.back());
+        folders.pop_back();
+        WIN32_FIND_DATAW found{};
+        const zo::OwnedFind find(FindFirstFileW((open + L"\\*").c_str(), &found));
+        if (!find) return Presence::kUnknown;
+        do {
+            const std::wstring name = found.cFileName;
+            if (name == L"." || name == L"..") continue;
+            if (++names > kMostNames) return Presence::kUnknown;
+            if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+                if (FitsFilter(pattern, names_.Fold(zo::Utf8FromWide(name)))) return Presence::kThere;
+            } else if (recursive && !IsLink(found)) {
+                folders.push_back(open + L"\\" + name);
+            }
+        } while (FindNextFileW(find.Get(), &found));
+    }
+    return Presence::kAbsent;
 }
 
 }  // namespace zoctl

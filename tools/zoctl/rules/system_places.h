@@ -14,6 +14,8 @@ class SystemPlaces : public Places {
 
     [[nodiscard]] Place OfPath(const std::string& path, const std::string& nt) const override;
     [[nodiscard]] Place OfKey(const std::string& nt) const override;
+    // Does not enter links, and gives up after 100,000 names.
+    [[nodiscard]] Presence AnyFile(const std::string& folder, bool recursive, const std::string& filter) const override;
 
   private:
     const NameForms& names_;
