@@ -167,6 +167,21 @@ class SealCommandsTest(SealedTreeTest):
             self.assertEqual((facts["unreadable"], self.findings(facts)), (1, ["unreadable sock"]))
             self.sign("--strict", code=34)
 
+    def test_strict_fails_for_everything_that_the_seal_does_not_cover(self):
+        (self.tree / "open/below").mkdir()
+        for name, options, code, counts in (
+                ("d/link", (), 34, (0, 1)), ("link", ("--open", "d"), 34, (0, 1)), ("d/link", ("--open", "d"), 0, (0, 0)),
+                ("open/below/link", ("--open", "OPEN"), 0, (0, 0)), ("link", ("--open", "."), 0, (0, 0)),
+                ("d/link", ("--seal-none",), 0, (0, 0)), ("d/e/a\x01b", (), 34, (1, 0)), ("d/a\x01b", ("--open", "d"), 34, (1, 0))):
+            with self.subTest(name=name, options=options):
+                spoilt = self.tree / name
+                spoilt.symlink_to(self.keys) if "link" in name else spoilt.write_text("x")
+                facts = self.sign("--strict", *options, code=code)
+                spoilt.unlink()
+                self.assertEqual((facts["unlistable"], facts["linksInSealedFolders"]), counts)
+                kind = "skipped link" if "link" in name else "unlistable"
+                self.assertEqual([found["kind"] for found in facts["findings"]], [kind])
+
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")
         old = self.manifest.rename(self.folder / "old.zosig")

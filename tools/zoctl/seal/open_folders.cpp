@@ -43,7 +43,7 @@ bool OpenFolders::Add(const std::wstring& root, const std::wstring& name) {
     if (name.empty() || zo::FullPath(root.c_str(), base) != ERROR_SUCCESS) return false;
     const std::filesystem::path named = (std::filesystem::path(base) / name).lexically_normal().make_preferred();
     const std::wstring full = WithoutLastSeparators(named.wstring());
-    base = WithoutLastSeparators(base);
+    root_ = base = WithoutLastSeparators(base);
     if (!IsOrLiesBelow(full, base, L'\\')) return false;
     if (full.size() == base.size()) {
         folders_.push_back({L"."});
@@ -73,6 +73,14 @@ std::vector<std::string> OpenFolders::NotAsked() const {
 
 bool OpenFolders::Folder::Holds(const std::wstring& other) const {
     return path == L"." || IsOrLiesBelow(other, path, L'/');
+}
+
+bool OpenFolders::HoldsItem(const std::string& path) const {
+    const std::wstring full = zo::WideFromUtf8(path);
+    if (folders_.empty() || !IsOrLiesBelow(full, root_, L'\\') || full.size() == root_.size()) return false;
+    std::wstring relative = full.substr(root_.size() + 1);
+    std::replace(relative.begin(), relative.end(), L'\\', L'/');
+    return std::any_of(folders_.begin(), folders_.end(), [&](const Folder& folder) { return folder.Holds(relative); });
 }
 
 std::int32_t OpenFolders::Ask(void* context, const wchar_t* path, std::int32_t* seal, std::int32_t*) {

@@ -21,6 +21,9 @@ class OpenFolders {
     // Those that the library did not come by, as what lies behind a link.
     [[nodiscard]] std::vector<std::string> NotAsked() const;
 
+    // Whether the item, whose full path the library reported, is in one of the folders.
+    [[nodiscard]] bool HoldsItem(const std::string& path) const;
+
     // For ZoSignerSealCallback; the context is the folders.
     static std::int32_t Ask(void* context, const wchar_t* path, std::int32_t* seal, std::int32_t* applyToRest);
 
@@ -32,6 +35,7 @@ class OpenFolders {
         [[nodiscard]] bool Holds(const std::wstring& other) const;
     };
 
+    std::wstring root_;  // absolute, without a separator at its end
     std::vector<Folder> folders_;
 };
 

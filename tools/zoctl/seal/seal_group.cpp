@@ -64,25 +64,46 @@ Ended FindOpenFolders(Output& out, const SignCommand& command, OpenFolders& open
     return std::nullopt;
 }
 
+// What is in the folder, but not in its manifest.
+struct Uncovered {
+    std::size_t unreadable;
+    std::size_t unlistable;
+    std::size_t links;  // in sealed folders, where verifying reports them as extra
+
+    [[nodiscard]] bool Any() const { return unreadable + unlistable + links != 0; }
+};
+
+Uncovered FindUncovered(const SignCommand& command, const SignerSession& session, const OpenFolders& open) {
+    Uncovered uncovered{session.Count("unreadable"), session.Count("unlistable"), 0};
+    for (const SignerFinding& finding : session.Findings()) {
+        const bool isLink = std::string_view(finding.kind) == kSkippedLink;
+        if (isLink && !command.sealNone && !open.HoldsItem(finding.path)) ++uncovered.links;
+    }
+    return uncovered;
+}
+
 int ReportSigned(Output& out, const SignCommand& command, const SignerSession& session, const OpenFolders& open,
                  const ZoSignerSignResult& result) {
-    const std::size_t unreadable = session.Count("unreadable");
+    const Uncovered uncovered = FindUncovered(command, session, open);
     Facts facts;
     facts.Add("manifest", "manifest", command.paths.manifest);
     facts.Add("entries", "entries", result.entries);
     facts.Add("directories", "directories", result.directories);
     facts.Add("sealed", "sealedDirectories", result.sealedDirectories);
     facts.Add(nullptr, "open", open.Names());
-    facts.Add("not read", "unreadable", unreadable);
+    facts.Add("not readable", "unreadable", uncovered.unreadable);
+    facts.Add("not listable", "unlistable", uncovered.unlistable);
+    facts.Add("links in sealed folders", "linksInSealedFolders", uncovered.links);
     facts.Add("thumbprint", "thumbprint", HexJson(result.thumbprint));
     session.ShowFindings();
     out.Table(facts.Sheet({"SIGNED", ""}));
     const Json members = session.AddedTo(facts.Members());
     const int exitCode =
-        unreadable != 0 && command.strict
-            ? out.Found(kExitUnreadable, "Signed, but not everything could be read (--strict).", members)
+        uncovered.Any() && command.strict
+            ? out.Found(kExitUnreadable, "Signed, but the seal does not cover everything (--strict).", members)
             : out.Done("Signed.", members);
-    if (unreadable != 0) out.Hint("Not everything could be read; the manifest does not cover what is listed above.");
+    if (uncovered.Any()) out.Hint("The seal does not cover the findings that are listed above.");
+    if (uncovered.links != 0) out.Hint("Links in sealed folders count as extra when the folder is verified.");
     for (const std::string& name : open.NotAsked())
         out.Hint(zo::Format("{} was not left open: it is behind a link, and links are not signed.", Quote(name)));
     WarnOfKeyInside(out, command.paths);
@@ -178,7 +199,7 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
                     "A folder of the tree that may get new items later, with all below it; repeatable")
         ->allow_extra_args(false)  // the next word is the folder to sign
         ->excludes(sign.get_option("--seal-none"));
-    sign.add_flag("--strict", signCommand->strict, "Exit with 34 when anything could not be read");
+    sign.add_flag("--strict", signCommand->strict, "Exit with 34 when the seal does not cover everything");
     tool.AllowJsonLines(sign);
 
     const auto verifyCommand = std::make_shared<VerifyCommand>();

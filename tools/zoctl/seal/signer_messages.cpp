@@ -28,6 +28,8 @@ constexpr MessageRow kMessageRows[] = {
     {zosigner::kSkippedLink, "skipped link", "links are not sealed", ""},
     {zosigner::kHashFailed, "unreadable", "cannot be read", zosigner::kBeforeStatus},
     {zosigner::kSignFailed, "unreadable", "cannot be signed", zosigner::kBeforeStatus},
+    {zosigner::kControlCharacterName, "unlistable", "control characters in the name", ""},
+    {zosigner::kNotUtf16Name, "unlistable", "name is not valid UTF-16", ""},
     {zosigner::kListingFailed, "unreadable", "folder cannot be listed", ""},
 };
 

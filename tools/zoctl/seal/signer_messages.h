@@ -10,8 +10,10 @@
 
 namespace zoctl {
 
+inline constexpr std::string_view kSkippedLink = "skipped link";
+
 struct SignerFinding {
-    const char* kind;  // "extra", "missing", "bad", "unreadable", "skipped link", "warning"
+    const char* kind;  // "extra", "missing", "bad", "unreadable", "unlistable", "skipped link", "warning"
     const char* detail;
     std::string path;  // the whole message where it names no path
 };

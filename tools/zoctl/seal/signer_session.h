@@ -53,6 +53,7 @@ class SignerSession {
 
     // Shows the findings as a table, if there are any.
     void ShowFindings() const;
+    [[nodiscard]] const std::vector<SignerFinding>& Findings() const { return findings_; }
     [[nodiscard]] std::size_t Count(std::string_view kind) const;
     // "findings", unless they have been streamed, and the library's "problem", as members after the facts.
     [[nodiscard]] Json AddedTo(Json facts) const;
