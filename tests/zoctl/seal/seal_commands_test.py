@@ -74,6 +74,16 @@ class SealCommandsTest(SealedTreeTest):
         self.zoctl(0, "keys", "generate", self.keys, "--replace")
         self.assertNotEqual(self.zoctl(0, "keys", "thumbprint", self.keys).stdout.strip(), THUMBPRINT)
 
+    def test_sign_replaces_manifests_only(self):
+        for name, contents, code in (("notes", b"my notes\n", 6), ("short", b"ZOSIG", 6), ("empty", b"", 6), ("begun", b"ZOSIG1\n", 0)):
+            with self.subTest(name):
+                self.manifest.write_bytes(contents)
+                self.sign(code=code)
+                self.assertEqual(self.manifest.read_bytes() == contents, code == 6)
+        self.manifest.write_bytes(b"my notes\n")
+        self.sign("--force")
+        self.verify(0)
+
     def test_failures_name_what_failed(self):
         closed, damaged = self.folder / "closed", self.folder / "damaged"
         closed.mkdir(mode=0)
@@ -81,7 +91,7 @@ class SealCommandsTest(SealedTreeTest):
         for name, code, verb, manifest in (
                 ("access denied", 5, "sign", closed / "new"), ("access denied", 5, "verify", closed / "old"),
                 ("folder cannot be made", 5, "sign", closed / "folder/m"), ("folder is a file", 1, "sign", self.tree / "a.txt/m"),
-                ("a folder", 5, "sign", self.tree / "d"), ("missing", 3, "verify", self.tree / "none"),
+                ("a folder", 2, "sign", self.tree / "d"), ("missing", 3, "verify", self.tree / "none"),
                 ("damaged", 32, "verify", damaged)):
             with self.subTest(name):
                 facts = self.refused(code, verb, self.tree, "-m", manifest, "-k", self.keys, prefix=UNPRIVILEGED)

@@ -24,6 +24,7 @@ struct SignCommand {
     bool sealNone = false;
     std::vector<std::string> open;  // folders left open, relative to the root
     bool strict = false;
+    bool force = false;
 };
 
 struct VerifyCommand {
@@ -114,6 +115,7 @@ int Sign(Output& out, const SignCommand& command) {
     SignerSession session(out, command.paths, SealVerb::kSign);
     ZoSignerSignOptions options{};
     if (const Ended ended = session.Fill(options)) return *ended;
+    if (const Ended ended = CheckReplaceable(out, command.paths.manifest, command.force)) return *ended;
     OpenFolders open;
     if (const Ended ended = FindOpenFolders(out, command, open)) return *ended;
     options.sealMode = command.sealNone ? ZOSIG_SEAL_NONE : open.Empty() ? ZOSIG_SEAL_ALL : ZOSIG_SEAL_ASK;
@@ -200,6 +202,7 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
         ->allow_extra_args(false)  // the next word is the folder to sign
         ->excludes(sign.get_option("--seal-none"));
     sign.add_flag("--strict", signCommand->strict, "Exit with 34 when the seal does not cover everything");
+    sign.add_flag("--force", signCommand->force, "Replace an existing file that is not a manifest");
     tool.AllowJsonLines(sign);
 
     const auto verifyCommand = std::make_shared<VerifyCommand>();

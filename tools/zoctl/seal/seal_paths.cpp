@@ -5,6 +5,8 @@
 #include "error_text.h"
 #include "format.h"
 #include "long_path.h"
+#include "manifest_text.h"
+#include "owned_handles.h"
 #include "text.h"
 
 namespace zoctl {
@@ -50,6 +52,29 @@ Ended CheckFolder(Output& out, const std::string& folder) {
 Ended CheckManifestName(Output& out, const std::string& manifest) {
     if (!manifest.empty()) return std::nullopt;
     return out.Refuse(kExitUsage, "The name of the manifest is empty.", "Name the manifest file.");
+}
+
+Ended CheckReplaceable(Output& out, const std::string& manifest, bool anyFile) {
+    const PathState state = StateOf(manifest);
+    if (state.error != ERROR_SUCCESS) return std::nullopt;  // nothing to replace, or creating the file gives the reason
+    if (state.IsFolder()) {
+        return out.Refuse(kExitUsage, zo::Format("{} is a folder, not a manifest file.", Quote(manifest)),
+                          "Name the file to write the manifest to.");
+    }
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const DWORD access = anyFile ? GENERIC_WRITE : GENERIC_READ | GENERIC_WRITE;
+    const zo::OwnedFile file(CreateFileW(zo::LongForm(zo::WideFromUtf8(manifest).c_str()).c_str(), access, kShareAll,
+                                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return RefuseUnwritable(out, manifest, GetLastError());
+    // A manifest of a damaged or newer form is still one.
+    constexpr std::string_view kMagic = zosigner::kMagicLine.substr(0, zosigner::kMagicLine.size() - 1);
+    char beginning[kMagic.size()]{};
+    DWORD read = 0;
+    const bool isManifest = !anyFile && ReadFile(file.Get(), beginning, sizeof beginning, &read, nullptr) &&
+                            std::string_view(beginning, read) == kMagic;
+    if (anyFile || isManifest) return std::nullopt;
+    return out.Refuse(kExitExists, zo::Format("{} already exists and is not a manifest.", Quote(manifest)),
+                      "Nothing was signed. Check the path of the manifest, or use --force to replace the file.");
 }
 
 int RefuseUnreadable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts) {

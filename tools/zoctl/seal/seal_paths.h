@@ -29,6 +29,10 @@ struct PathState {
 // Ends the command when the manifest's name is empty.
 [[nodiscard]] Ended CheckManifestName(Output& out, const std::string& manifest);
 
+// Ends the signing when the file that the manifest would replace is not a manifest (unless told to replace any file) or
+// cannot be written.
+[[nodiscard]] Ended CheckReplaceable(Output& out, const std::string& manifest, bool anyFile);
+
 // Ends a command whose manifest cannot be read, or cannot be written. error: Win32.
 int RefuseUnreadable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts = Json::object());
 int RefuseUnwritable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts = Json::object());
