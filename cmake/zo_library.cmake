@@ -26,5 +26,7 @@ if(zo_development_settings)
     message(NOTICE "Development settings, not to be shipped (README.md, Building): ${zo_development_settings}")
     set(zo_special_build "development settings: ${zo_development_settings}")
 endif()
+get_property(zo_embedded_public_key GLOBAL PROPERTY zo_embedded_public_key)
 zo_version_resource(ZoProtectorLib TYPE VFT_DLL SPECIAL_BUILD "${zo_special_build}"
+                    PUBLIC_KEY "${zo_embedded_public_key}"
                     DESCRIPTION "ZoProtector driver SDK, directory signer and crash reporter")

@@ -9,7 +9,10 @@
 
 namespace zoctl {
 
-std::string DevelopmentSettings() {
+namespace {
+
+// A text of the version resource of the library's file.
+std::string VersionText(const wchar_t* name) {
     wchar_t path[MAX_PATH] = {};
     const DWORD units = GetModuleFileNameW(GetModuleHandleW(L"ZoProtectorLib.dll"), path, MAX_PATH);
     const DWORD size = units > 0 && units < MAX_PATH ? GetFileVersionInfoSizeW(path, nullptr) : 0;
@@ -17,10 +20,21 @@ std::string DevelopmentSettings() {
     void* text = nullptr;
     UINT length = 0;
     if (size == 0 || !GetFileVersionInfoW(path, 0, size, resource.data()) ||
-        !VerQueryValueW(resource.data(), L"\\StringFileInfo\\040904B0\\SpecialBuild", &text, &length)) {
+        !VerQueryValueW(resource.data(), (L"\\StringFileInfo\\040904B0\\" + std::wstring(name)).c_str(), &text,
+                        &length)) {
         return {};
     }
     return zo::Utf8FromWide(static_cast<const wchar_t*>(text));
+}
+
+}  // namespace
+
+std::string DevelopmentSettings() {
+    return VersionText(L"SpecialBuild");
+}
+
+std::string EmbeddedPublicKey() {
+    return VersionText(L"EmbeddedPublicKey");
 }
 
 }  // namespace zoctl

@@ -10,4 +10,7 @@ namespace zoctl {
 // when it was not, or when its file cannot be read.
 [[nodiscard]] std::string DevelopmentSettings();
 
+// The hexadecimal text of the public key that the library was built with; empty when its file cannot be read.
+[[nodiscard]] std::string EmbeddedPublicKey();
+
 }  // namespace zoctl

@@ -2,11 +2,14 @@
 
 #include <string_view>
 
+#include "cng.h"
 #include "console.h"
 #include "error_text.h"
 #include "files.h"
 #include "format.h"
 #include "hex.h"
+#include "key_blob.h"
+#include "owned_handles.h"
 #include "seal_paths.h"
 #include "text.h"
 
@@ -14,7 +17,6 @@ namespace zoctl {
 
 namespace {
 
-constexpr std::string_view kStandardInput = "-";
 constexpr std::size_t kLargestInput = 0x10000;  // far more than a key
 
 // Secrets often come as text, and not every shell can pass bytes on: hexadecimal digits are taken as well. A key itself
@@ -78,6 +80,20 @@ std::string PrivateKeyFile(const std::string& keystore) {
 
 std::string PublicKeyFile(const std::string& keystore) {
     return keystore + "\\public.rsakey";
+}
+
+bool ThumbprintOf(const KeyBytes& key, std::uint8_t (&thumbprint)[32]) {
+    using zosigner::KeyBlobKind;
+    const bool isPublic = zosigner::CheckKeyBlob(key, KeyBlobKind::kPublic) >= 0;
+    if (!isPublic && zosigner::CheckKeyBlob(key, KeyBlobKind::kFullPrivate) < 0) return false;
+    zo::OwnedAlgorithm provider;
+    zo::OwnedCryptoKey handle;
+    std::vector<std::uint8_t> blob;
+    return BCryptOpenAlgorithmProvider(provider.Out(), BCRYPT_RSA_ALGORITHM, nullptr, 0) >= 0 &&
+           BCryptImportKeyPair(provider.Get(), nullptr, isPublic ? BCRYPT_RSAPUBLIC_BLOB : BCRYPT_RSAFULLPRIVATE_BLOB,
+                               handle.Out(), const_cast<PUCHAR>(key.data()), static_cast<ULONG>(key.size()), 0) >= 0 &&
+           zo::ExportKey(handle.Get(), BCRYPT_RSAPUBLIC_BLOB, blob) >= 0 &&
+           zo::HashOnce(BCRYPT_SHA256_ALGORITHM, blob, thumbprint) >= 0;
 }
 
 Ended ReadKey(Output& out, const KeySource& source, KeyBytes& key) {

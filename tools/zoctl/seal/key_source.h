@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "output.h"
@@ -22,8 +23,11 @@ struct KeyBytes : std::vector<std::uint8_t> {
     ~KeyBytes() { SecureZeroMemory(data(), size()); }
 };
 
+// Names standard input as a key file.
+inline constexpr std::string_view kStandardInput = "-";
+
 struct KeySource {
-    std::string file;    // "-" is standard input
+    std::string file;    // or kStandardInput
     std::string name;    // begins a sentence: "The key file 'D:\Keys\private.rsakey'"
     std::string advice;  // for a source that has no usable key
 };
@@ -35,6 +39,9 @@ struct KeySource {
 // The key files of a keystore.
 [[nodiscard]] std::string PrivateKeyFile(const std::string& keystore);
 [[nodiscard]] std::string PublicKeyFile(const std::string& keystore);
+
+// The thumbprint of a public or private key. False when the bytes are not a key.
+[[nodiscard]] bool ThumbprintOf(const KeyBytes& key, std::uint8_t (&thumbprint)[32]);
 
 // Ends the command when there are no bytes. Whether they are a key is for the library to find out.
 [[nodiscard]] Ended ReadKey(Output& out, const KeySource& source, KeyBytes& key);

@@ -48,6 +48,7 @@ bool IsInside(const std::wstring& path, const std::wstring& tree) {
 void WarnOfKeyInside(Output& out, const SealPaths& paths) {
     const std::wstring root = zo::WideFromUtf8(paths.root);
     const bool isFile = !paths.keyFile.empty();
+    if (paths.keyFile == kStandardInput) return;
     if (!IsInside(zo::WideFromUtf8(isFile ? paths.keyFile : paths.keystore), root)) return;
     out.Hint(zo::Format("Warning: the {} is inside the folder, so the private key is shipped with what it signs.",
                         isFile ? "key file" : "keystore"));
@@ -195,7 +196,7 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
                          "sign C:\\Suite --manifest C:\\Suite\\suite.zosig --keystore D:\\Keys\\suite --open logs"},
                         [signCommand](Output& out) { return Sign(out, *signCommand); });
     AddPathOptions(sign, signCommand->paths);
-    AddKeyOptions(sign, signCommand->paths, "A private key file instead of a keystore");
+    AddKeyOptions(sign, signCommand->paths, "A private key file instead of a keystore; - is standard input");
     sign.add_flag("--seal-none", signCommand->sealNone, "Allow new items in every folder later");
     sign.add_option("--open", signCommand->open,
                     "A folder of the tree that may get new items later, with all below it; repeatable")
@@ -212,7 +213,8 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
                          "verify C:\\Suite --manifest C:\\Suite\\suite.zosig --keystore D:\\Keys\\suite"},
                         [verifyCommand](Output& out) { return Verify(out, *verifyCommand); });
     AddPathOptions(verify, verifyCommand->paths);
-    AddKeyOptions(verify, verifyCommand->paths, "A public or private key file instead of a keystore")
+    AddKeyOptions(verify, verifyCommand->paths,
+                  "A public or private key file instead of a keystore; - is standard input")
         .add_flag("--embedded-key", verifyCommand->embedded, "The key that the library was built with");
     tool.AllowJsonLines(verify);
 }
