@@ -40,11 +40,12 @@ class SealedTreeTest(unittest.TestCase):
                                "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o", "d/e/big": "x" * 200000}.items():
             self.write(name, contents)
 
-    def zoctl(self, code, *arguments, prefix=(), merged=False):
-        """merged: standard error among standard output, in the order in which they were written."""
+    def zoctl(self, code, *arguments, prefix=(), merged=False, given=b""):
+        """given: standard input. merged: standard error among standard output, in the order in which they were written."""
         arguments = [dos(argument) if isinstance(argument, pathlib.Path) else argument for argument in arguments]
-        done = subprocess.run([*prefix, *ZOCTL, *arguments], stdout=subprocess.PIPE, text=True, timeout=120,
-                              stderr=subprocess.STDOUT if merged else subprocess.PIPE, stdin=subprocess.DEVNULL)
+        done = subprocess.run([*prefix, *ZOCTL, *arguments], stdout=subprocess.PIPE, input=given, timeout=120,
+                              stderr=subprocess.STDOUT if merged else subprocess.PIPE)
+        done.stdout, done.stderr = ((text or b"").decode() for text in (done.stdout, done.stderr))
         self.assertEqual(done.returncode, code, done)
         return done
 

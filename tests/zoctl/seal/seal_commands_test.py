@@ -192,6 +192,43 @@ class SealCommandsTest(SealedTreeTest):
                 kind = "skipped link" if "link" in name else "unlistable"
                 self.assertEqual([found["kind"] for found in facts["findings"]], [kind])
 
+    def test_a_key_can_come_from_standard_input(self):
+        private = (self.keys / "private.rsakey").read_bytes()
+        digits = private.hex().encode()
+        for name, given in {"bytes": private, "digits": digits, "lines of digits": digits[:100] + b"\r\n" + digits[100:] + b"\n"}.items():
+            with self.subTest(name):
+                for verb in ("sign", "verify"):
+                    self.zoctl(0, verb, self.tree, "-m", self.manifest, "--key", "-", given=given)
+                self.assertEqual(self.zoctl(0, "keys", "thumbprint", "-", given=given).stdout.strip(), THUMBPRINT)
+        for name, given in {"nothing": b"", "cut": private[:-1], "too much": private + b"x", "odd": digits[:-1]}.items():
+            with self.subTest(name):
+                self.refused(33, "sign", self.tree, "-m", self.manifest, "--key", "-", given=given)
+                self.refused(33, "keys", "thumbprint", "-", given=given)
+
+    def test_thumbprint_of_key_files_and_of_the_built_in_key(self):
+        for key in (self.keys, self.keys / "private.rsakey", self.keys / "public.rsakey", "--embedded-key"):
+            facts = json.loads(self.zoctl(0, "keys", "thumbprint", key, "--json").stdout)
+            self.assertEqual(facts["thumbprint"], THUMBPRINT, key)
+        self.refused(33, "keys", "thumbprint", self.tree / "a.txt")
+        self.refused(33, "keys", "thumbprint", self.folder / "none")
+        self.zoctl(2, "keys", "thumbprint")
+        self.zoctl(2, "keys", "thumbprint", self.keys, "--embedded-key")
+
+    def test_a_dry_run_shows_what_would_be_listed_and_writes_nothing(self):
+        self.manifest = self.tree / "d/seal.zosig"
+        before = None
+        for written in (False, True):
+            facts = self.sign("--open", "open", "--dry-run")
+            self.assertEqual(self.manifest.read_bytes() if written else self.manifest.exists(), before or False)
+            signed = self.sign("--open", "open")
+            before = self.manifest.read_bytes()
+            shown = json.loads(self.zoctl(0, "manifest", "show", self.manifest, "--json").stdout)
+            self.assertEqual(facts.pop("items"), shown["items"])
+            self.assertEqual((facts.pop("dryRun"), signed.pop("dryRun"), facts), (True, False, signed))
+        self.write("d/a\x01b", "")
+        self.sign("--dry-run", "--strict", code=34)
+        self.assertIn("nothing was written", self.zoctl(0, "sign", "--dry-run", self.tree, "-m", self.manifest, "-k", self.keys).stdout)
+
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")
         old = self.manifest.rename(self.folder / "old.zosig")

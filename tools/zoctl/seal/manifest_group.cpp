@@ -31,39 +31,6 @@ std::string FileTimeText(std::uint64_t time) {
                       clock.minutes().count(), clock.seconds().count());
 }
 
-// One line of a manifest, comparable as a whole. The path comes first: equal ones stand together when sorted.
-struct Item {
-    std::string_view path;
-    std::string_view kind;
-    std::uint64_t size = 0;
-    std::string_view digest{};
-
-    auto operator<=>(const Item&) const = default;
-
-    [[nodiscard]] bool IsFile() const { return kind == "file"; }
-    [[nodiscard]] Json ToJson() const {
-        Json json = {{"kind", kind}, {"path", path}};
-        if (IsFile()) json.update({{"size", size}, {"digest", digest}});
-        return json;
-    }
-};
-
-std::vector<Item> SortedItems(const zosigner::ListedTree& tree) {
-    std::vector<Item> items;
-    items.reserve(tree.directories.size() + tree.entries.size());
-    for (const zosigner::ListedDirectory& directory : tree.directories)
-        items.push_back({directory.path, directory.sealed ? "sealed folder" : "open folder"});
-    for (const zosigner::ListedEntry& entry : tree.entries) {
-        if (entry.anchor) {
-            items.push_back({entry.path, "shortcut"});
-        } else {
-            items.push_back({entry.path, "file", entry.size, entry.digest});
-        }
-    }
-    std::sort(items.begin(), items.end());
-    return items;
-}
-
 // Ends the command when the manifest cannot be read.
 Ended Load(Output& out, const std::string& path, ManifestListing& listing) {
     if (const Ended ended = CheckManifestName(out, path)) return ended;
@@ -80,7 +47,7 @@ int Show(Output& out, const std::string& path) {
     if (const Ended ended = Load(out, path, listing)) return *ended;
     TextTable table({"kind", "size", "SHA-256", "path"});
     Records items(out, "items");
-    for (const Item& item : SortedItems(listing.tree)) {
+    for (const ManifestItem& item : SortedItems(listing.tree)) {
         table.Add({std::string(item.kind), item.IsFile() ? std::to_string(item.size) : "", std::string(item.digest),
                    std::string(item.path)});
         items.Add(item.ToJson());
@@ -98,18 +65,18 @@ int Show(Output& out, const std::string& path) {
 }
 
 struct Change {
-    const char* what;  // "removed", "changed", "added"
-    Item item;         // of a change, the newer one
+    const char* what;   // "removed", "changed", "added"
+    ManifestItem item;  // of a change, the newer one
 };
 
-std::vector<Change> Changes(const std::vector<Item>& before, const std::vector<Item>& after) {
-    std::vector<Item> gone;
-    std::vector<Item> come;
+std::vector<Change> Changes(const std::vector<ManifestItem>& before, const std::vector<ManifestItem>& after) {
+    std::vector<ManifestItem> gone;
+    std::vector<ManifestItem> come;
     std::set_difference(before.begin(), before.end(), after.begin(), after.end(), std::back_inserter(gone));
     std::set_difference(after.begin(), after.end(), before.begin(), before.end(), std::back_inserter(come));
     std::vector<Change> changes;
     auto next = come.begin();
-    for (const Item& old : gone) {
+    for (const ManifestItem& old : gone) {
         for (; next != come.end() && next->path < old.path; ++next)
             changes.push_back({"added", *next});
         if (next != come.end() && next->path == old.path) {

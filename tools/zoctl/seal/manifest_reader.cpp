@@ -1,9 +1,33 @@
 #include "manifest_reader.h"
 
+#include <algorithm>
+
 #include "files.h"
 #include "text.h"
 
 namespace zoctl {
+
+Json ManifestItem::ToJson() const {
+    Json json = {{"kind", kind}, {"path", path}};
+    if (IsFile()) json.update({{"size", size}, {"digest", digest}});
+    return json;
+}
+
+std::vector<ManifestItem> SortedItems(const zosigner::ListedTree& tree) {
+    std::vector<ManifestItem> items;
+    items.reserve(tree.directories.size() + tree.entries.size());
+    for (const zosigner::ListedDirectory& directory : tree.directories)
+        items.push_back({directory.path, directory.sealed ? "sealed folder" : "open folder"});
+    for (const zosigner::ListedEntry& entry : tree.entries) {
+        if (entry.anchor) {
+            items.push_back({entry.path, "shortcut"});
+        } else {
+            items.push_back({entry.path, "file", entry.size, entry.digest});
+        }
+    }
+    std::sort(items.begin(), items.end());
+    return items;
+}
 
 std::string ReadListing(ManifestListing& listing) {
     zosigner::SignedText parts;

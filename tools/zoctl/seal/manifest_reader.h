@@ -3,10 +3,14 @@
 // A manifest as "zoctl manifest" shows it: read without a key and so without believing it. Whether the signature holds
 // only "zoctl verify" can say.
 
+#include <compare>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "manifest_text.h"
+#include "output.h"
 
 namespace zoctl {
 
@@ -18,6 +22,21 @@ struct ManifestListing {
     std::string bytes;  // of the file
     zosigner::ListedTree tree;
 };
+
+// One line of a manifest, comparable as a whole. The path comes first: equal ones are neighbours when sorted.
+struct ManifestItem {
+    std::string_view path;
+    std::string_view kind;  // "file", "shortcut", "sealed folder", "open folder"
+    std::uint64_t size = 0;
+    std::string_view digest{};
+
+    auto operator<=>(const ManifestItem&) const = default;
+
+    [[nodiscard]] bool IsFile() const { return kind == "file"; }
+    [[nodiscard]] Json ToJson() const;
+};
+
+[[nodiscard]] std::vector<ManifestItem> SortedItems(const zosigner::ListedTree& tree);
 
 // Takes the bytes apart. Gives the fault, or an empty text when there is none.
 [[nodiscard]] std::string ReadListing(ManifestListing& listing);

@@ -13,6 +13,7 @@
 #include "seal_paths.h"
 #include "signer_session.h"
 #include "text.h"
+#include "trial_manifest.h"
 #include "zosigner.h"
 
 namespace zoctl {
@@ -25,6 +26,7 @@ struct SignCommand {
     std::vector<std::string> open;  // folders left open, relative to the root
     bool strict = false;
     bool force = false;
+    bool dryRun = false;
 };
 
 struct VerifyCommand {
@@ -84,11 +86,11 @@ Uncovered FindUncovered(const SignCommand& command, const SignerSession& session
     return uncovered;
 }
 
-int ReportSigned(Output& out, const SignCommand& command, const SignerSession& session, const OpenFolders& open,
-                 const ZoSignerSignResult& result) {
-    const Uncovered uncovered = FindUncovered(command, session, open);
+Facts SignedFacts(const SignCommand& command, const OpenFolders& open, const Uncovered& uncovered,
+                  const ZoSignerSignResult& result) {
     Facts facts;
     facts.Add("manifest", "manifest", command.paths.manifest);
+    facts.Add(nullptr, "dryRun", command.dryRun);
     facts.Add("entries", "entries", result.entries);
     facts.Add("directories", "directories", result.directories);
     facts.Add("sealed", "sealedDirectories", result.sealedDirectories);
@@ -97,19 +99,51 @@ int ReportSigned(Output& out, const SignCommand& command, const SignerSession& s
     facts.Add("not listable", "unlistable", uncovered.unlistable);
     facts.Add("links in sealed folders", "linksInSealedFolders", uncovered.links);
     facts.Add("thumbprint", "thumbprint", HexJson(result.thumbprint));
-    session.ShowFindings();
-    out.Table(facts.Sheet({"SIGNED", ""}));
-    const Json members = session.AddedTo(facts.Members());
-    const int exitCode =
-        uncovered.Any() && command.strict
-            ? out.Found(kExitUnreadable, "Signed, but the seal does not cover everything (--strict).", members)
-            : out.Done("Signed.", members);
+    return facts;
+}
+
+void ShowHints(Output& out, const SignCommand& command, const OpenFolders& open, const Uncovered& uncovered) {
     if (uncovered.Any()) out.Hint("The seal does not cover the findings that are listed above.");
     if (uncovered.links != 0) out.Hint("Links in sealed folders count as extra when the folder is verified.");
     for (const std::string& name : open.NotAsked())
         out.Hint(zo::Format("{} was not left open: it is behind a link, and links are not signed.", Quote(name)));
     WarnOfKeyInside(out, command.paths);
+}
+
+// items: what a dry run found, which would be listed.
+int ReportSigned(Output& out, const SignCommand& command, const SignerSession& session, const OpenFolders& open,
+                 const ZoSignerSignResult& result, const Records& items) {
+    const Uncovered uncovered = FindUncovered(command, session, open);
+    const Facts facts = SignedFacts(command, open, uncovered, result);
+    session.ShowFindings();
+    out.Table(facts.Sheet({command.dryRun ? "DRY RUN" : "SIGNED", ""}));
+    Json members = session.AddedTo(facts.Members());
+    if (command.dryRun) items.PutInto(members);
+    const std::string sentence = command.dryRun ? "Dry run: nothing was written" : "Signed";
+    const int exitCode =
+        uncovered.Any() && command.strict
+            ? out.Found(kExitUnreadable,
+                        sentence + (command.dryRun ? "; the seal would not cover everything (--strict)."
+                                                   : ", but the seal does not cover everything (--strict)."),
+                        members)
+            : out.Done(sentence + ".", members);
+    ShowHints(out, command, open, uncovered);
     return exitCode;
+}
+
+// Shows what the trial manifest lists, and takes the manifest itself out of the count.
+Ended ShowTrial(Output& out, const SignCommand& command, const TrialManifest& trial, ZoSignerSignResult& result,
+                Records& items) {
+    ManifestListing listing;
+    if (const Ended ended = trial.Read(out, command.paths.root, command.paths.manifest, listing)) return ended;
+    result.entries = static_cast<std::uint32_t>(listing.tree.entries.size());
+    TextTable table({"kind", "size", "path"});
+    for (const ManifestItem& item : SortedItems(listing.tree)) {
+        table.Add({std::string(item.kind), item.IsFile() ? std::to_string(item.size) : "", std::string(item.path)});
+        items.Add(item.ToJson());
+    }
+    out.Table(table);
+    return std::nullopt;
 }
 
 int Sign(Output& out, const SignCommand& command) {
@@ -119,6 +153,11 @@ int Sign(Output& out, const SignCommand& command) {
     if (const Ended ended = CheckReplaceable(out, command.paths.manifest, command.force)) return *ended;
     OpenFolders open;
     if (const Ended ended = FindOpenFolders(out, command, open)) return *ended;
+    TrialManifest trial;
+    if (command.dryRun) {
+        if (const Ended ended = trial.Create(out)) return *ended;
+        options.manifest = trial.Path().c_str();
+    }
     options.sealMode = command.sealNone ? ZOSIG_SEAL_NONE : open.Empty() ? ZOSIG_SEAL_ALL : ZOSIG_SEAL_ASK;
     options.sealCallback = OpenFolders::Ask;
     options.sealContext = &open;
@@ -130,7 +169,12 @@ int Sign(Output& out, const SignCommand& command) {
     } catch (const std::filesystem::filesystem_error& error) {
         return RefuseFolder(out, error, session.AddedTo(Json::object()));
     }
-    return status >= 0 ? ReportSigned(out, command, session, open, result) : session.Fail(status);
+    if (status < 0) return session.Fail(status);
+    Records items(out, "items");
+    if (command.dryRun) {
+        if (const Ended ended = ShowTrial(out, command, trial, result, items)) return *ended;
+    }
+    return ReportSigned(out, command, session, open, result, items);
 }
 
 int ReportVerified(Output& out, const SignerSession& session, const ZoSignerVerifyResult& result) {
@@ -204,6 +248,7 @@ void RegisterSeal(CLI::App& root, Tool& tool) {
         ->excludes(sign.get_option("--seal-none"));
     sign.add_flag("--strict", signCommand->strict, "Exit with 34 when the seal does not cover everything");
     sign.add_flag("--force", signCommand->force, "Replace an existing file that is not a manifest");
+    sign.add_flag("--dry-run", signCommand->dryRun, "Show what would be listed, and write nothing");
     tool.AllowJsonLines(sign);
 
     const auto verifyCommand = std::make_shared<VerifyCommand>();
