@@ -246,7 +246,8 @@ void AddChangeCommands(Tool& tool) {
         "counters", "Set the driver's counters, which go on from there; those not named become 0",
         "counters requests=100 events-dropped=7\ncounters 12=1",
         [](CLI::App& command, CounterOptions& options) {
-            command.add_option("COUNTER=VALUE", options.assignments, "Names, or numbers from 0 to 17")->required();
+            command.add_option("ASSIGNMENTS", options.assignments, "COUNTER=VALUE, by name or by number from 0 to 17")
+                ->required();
         },
         SetCounters);
 }
