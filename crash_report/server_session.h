@@ -24,7 +24,7 @@ class ServerSession {
     [[nodiscard]] ServerReply Send(RequestBody document) const;
 
   private:
-    OwnedInternet session_;
+    zo::OwnedInternet session_;
     std::string userAgent_;
     std::string url_;
     BodyScrambler scrambler_;

@@ -37,23 +37,23 @@ std::string ReadReply(HINTERNET request, const std::atomic<bool>& cancel) {
 
 }  // namespace
 
-std::int32_t OpenInternetSession(const std::string& userAgent, OwnedInternet& session) {
+std::int32_t OpenInternetSession(const std::string& userAgent, zo::OwnedInternet& session) {
     session.Reset(InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
     return session ? zo::kOk : zo::HresultFromWin32(GetLastError());
 }
 
-ServerReply Post(const OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body,
+ServerReply Post(const zo::OwnedInternet& session, const std::string& url, std::span<const std::uint8_t> body,
                  const std::atomic<bool>& cancel) {
     ServerUrl server;
     if (!session || !ParseServerUrl(url, server)) return {};
     if (body.size() > std::numeric_limits<DWORD>::max()) return {};  // the platform cannot send it
 
-    const OwnedInternet connection(InternetConnectA(session.Get(), server.host.c_str(), server.port, nullptr, nullptr,
-                                                    INTERNET_SERVICE_HTTP, 0, 0));
+    const zo::OwnedInternet connection(InternetConnectA(session.Get(), server.host.c_str(), server.port, nullptr,
+                                                        nullptr, INTERNET_SERVICE_HTTP, 0, 0));
     if (!connection) return {};
     const char* acceptTypes[] = {"text/*", nullptr};
-    const OwnedInternet request(HttpOpenRequestA(connection.Get(), "POST", server.path.c_str(), "HTTP/1.1", nullptr,
-                                                 acceptTypes, kRequestFlags, 0));
+    const zo::OwnedInternet request(HttpOpenRequestA(connection.Get(), "POST", server.path.c_str(), "HTTP/1.1", nullptr,
+                                                     acceptTypes, kRequestFlags, 0));
     if (!request) return {};
 
     // The platform only reads the body.

@@ -4,23 +4,12 @@
 #include <list>
 #include <stdexcept>
 
+#include "command_line.h"
 #include "owned_handles.h"
 #include "temp_folder.h"
 
 namespace zotest {
 namespace {
-
-// A backslash is only special before a quotation mark, and then it is doubled.
-std::wstring Quoted(const std::wstring& argument) {
-    std::wstring text = L"\"";
-    std::size_t backslashes = 0;
-    for (const wchar_t c : argument) {
-        if (c == L'"') text.append(backslashes + 1, L'\\');
-        backslashes = c == L'\\' ? backslashes + 1 : 0;
-        text += c;
-    }
-    return text.append(backslashes, L'\\') + L'"';
-}
 
 struct Pipe {
     Pipe() {
@@ -47,9 +36,9 @@ std::string ReadAll(HANDLE handle) {
 
 ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring>& arguments,
                      const ChildOptions& options) {
-    std::wstring line = Quoted(program);
+    std::wstring line = zo::QuotedArgument(program);
     for (const std::wstring& argument : arguments)
-        line += L' ' + Quoted(argument);
+        line += L' ' + zo::QuotedArgument(argument);
 
     Pipe in;
     Pipe out;
