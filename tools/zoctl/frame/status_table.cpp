@@ -131,6 +131,19 @@ constexpr StatusRow kRows[] = {
      "Install a version that is not on the block list, or ask who set the policy (Memory integrity, App Control).",
      kExitFailed},
     {0x800704C7, Subject::kAny, "ERROR_CANCELLED", "It was cancelled.", "Run it again.", kExitCancelled},
+
+    {0x80070002, Subject::kEngine, "ERROR_FILE_NOT_FOUND", "dbgeng.dll or dbghelp.dll was not found.",
+     "Copy both from the Debugging Tools for Windows into the folder of zoctl.exe.", kExitNoDriver},
+    {0x8007007E, Subject::kEngine, "ERROR_MOD_NOT_FOUND", "A debugger library lacks another DLL that it needs.",
+     "Copy the DLLs of the Debugging Tools for Windows into the folder of zoctl.exe.", kExitFailed},
+    {0x8007007F, Subject::kEngine, "ERROR_PROC_NOT_FOUND", "dbgeng.dll is not a debugger engine.",
+     "Replace the dbgeng.dll in the folder of zoctl.exe by that of the Debugging Tools for Windows.", kExitFailed},
+    {0x800700C1, Subject::kEngine, "ERROR_BAD_EXE_FORMAT", "A debugger library is not a 64-bit DLL.",
+     "Use the 64-bit DLLs of the Debugging Tools for Windows.", kExitFailed},
+    {0x80004001, Subject::kEngine, "E_NOTIMPL", "This debugger engine cannot analyse dumps.",
+     "Copy dbgeng.dll and dbghelp.dll from the Debugging Tools for Windows into the folder of zoctl.exe.", kExitFailed},
+    {0x80070570, Subject::kEngine, "ERROR_FILE_CORRUPT", "The file is damaged or is not a kernel dump.",
+     "Check whether the file was copied completely.", kExitFailed},
 };
 
 }  // namespace
@@ -159,9 +172,11 @@ StatusText DescribeStatus(std::int32_t status, Subject subject) {
         if (row.subject == Subject::kAny) found = &row;
     }
     if (found) return {found->name, value, found->meaning, found->advice, found->exitCode};
-    const std::string advice = subject == Subject::kSigner
-                                   ? "Run it again with --json: \"problem\" names the step that failed."
-                                   : "The diagnostic log (\"zoctl doctor\" shows its path) may say more.";
+    std::string advice = "The diagnostic log (\"zoctl doctor\" shows its path) may say more.";
+    if (subject == Subject::kSigner) advice = "Run it again with --json: \"problem\" names the step that failed.";
+    if (subject == Subject::kCrash || subject == Subject::kEngine) {
+        advice = "Run it again with --json: \"messages\" may say more.";
+    }
     if ((bits & 0xFFFF0000u) == 0x80070000u) {
         return {zo::Format("HRESULT_FROM_WIN32({})", bits & 0xFFFFu), value, "The system reported an error.", advice,
                 kExitFailed};

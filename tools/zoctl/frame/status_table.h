@@ -22,6 +22,7 @@ enum class Subject {
     kCopy,     // a copy made by the driver
     kSigner,
     kCrash,
+    kEngine,  // the debugger engine, loading it or analysing a dump
 };
 
 struct StatusRow {
