@@ -56,13 +56,13 @@ std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& re
 
     DebugEngine engine;
     if (const std::int32_t status = engine.Open(); status < 0) {
-        reporter_.Log(ZOCRASH_LOG_ERROR, "DbgEng load failed: 0x{:08x}", zo::Bits(status));
+        reporter_.Log(ZOCRASH_LOG_ERROR, kEngineFailedMessage, zo::Bits(status));
         return status;
     }
     CrashProtocolDocument document(reporter_.settings);
     ServerSession server(reporter_);
     if (const std::int32_t status = server.Open(); status < 0) {
-        reporter_.Log(ZOCRASH_LOG_ERROR, "Protocol init failed: 0x{:08x}", zo::Bits(status));
+        reporter_.Log(ZOCRASH_LOG_ERROR, kInternetFailedMessage, zo::Bits(status));
         return status;
     }
 

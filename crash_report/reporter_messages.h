@@ -14,6 +14,10 @@ inline constexpr char kDumpFolderMessage[] = "Minidump dir: {}";
 inline constexpr char kDumpsFoundMessage[] = "Found {} new minidump(s)";
 inline constexpr char kDumpAnalysedMessage[] = "Dump {} matched=[{}] upload={}";
 inline constexpr char kDumpFailedMessage[] = "Analyze failed: {} (0x{:08x})";
+inline constexpr char kEngineFailedMessage[] = "DbgEng load failed: 0x{:08x}";
+inline constexpr char kInternetFailedMessage[] = "Protocol init failed: 0x{:08x}";
+inline constexpr char kCopyFailedMessage[] = "Driver-side copy failed: 0x{:08x} (files={}, dirs={}, skipped={})";
+inline constexpr char kNowhereToStageMessage[] = "Access denied to minidump dir and %TEMP% is unavailable; aborting";
 
 // The parts of a message that were formatted into the placeholders, in their order; empty when the message does not
 // have this format. The search runs from the right: only the first part, a path, can hold text of the format itself.

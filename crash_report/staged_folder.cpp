@@ -10,6 +10,7 @@
 #include "files.h"
 #include "folder_removal.h"
 #include "long_path.h"
+#include "reporter_messages.h"
 #include "text.h"
 #include "zoprotector.h"
 
@@ -31,7 +32,7 @@ bool IsLink(const std::filesystem::path& path) {
 }
 
 std::int32_t NowhereToStage(const CrashReporterContext& reporter) {
-    reporter.Log(ZOCRASH_LOG_ERROR, "Access denied to minidump dir and %TEMP% is unavailable; aborting");
+    reporter.Log(ZOCRASH_LOG_ERROR, kNowhereToStageMessage);
     return zo::HresultFromWin32(ERROR_ACCESS_DENIED);
 }
 
@@ -74,8 +75,7 @@ std::int32_t StagedFolder::CopyFrom(const CrashReporterContext& reporter, const 
     std::uint32_t skipped = 0;
     const std::int32_t status = ZoProtector_CopyDirectory(source.c_str(), path_.c_str(), 1, 1, &files, &dirs, &skipped);
     if (status < 0) {
-        reporter.Log(ZOCRASH_LOG_ERROR, "Driver-side copy failed: 0x{:08x} (files={}, dirs={}, skipped={})",
-                     zo::Bits(status), files, dirs, skipped);
+        reporter.Log(ZOCRASH_LOG_ERROR, kCopyFailedMessage, zo::Bits(status), files, dirs, skipped);
         return status;
     }
     reporter.Log(ZOCRASH_LOG_INFO, "Staged minidumps: files={}, dirs={}, skipped={}; using {} for the rest of this run",

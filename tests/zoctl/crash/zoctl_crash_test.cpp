@@ -20,21 +20,28 @@ class ZoctlCrash : public ServerTest {
 
     std::string Dump(const char* name) { return (dumps_ / name).string(); }
 
-    // "crash COMMAND ..." with this test's folders, record and server where the command takes them.
+    // "crash COMMAND ..." with this test's folders, record and server where the command takes them and the words do not.
     ZoctlRun Crash(Strings words) {
         const std::string command = words.front();
+        const bool sends = command == "run" || command == "upload";
+        const auto add = [&words](const char* option, const std::string& value) {
+            if (std::find(words.begin(), words.end(), option) == words.end())
+                words.insert(words.end(), {option, value});
+        };
+        if (command == "list" || command == "run") add("--dumps", dumps_.string());
+        if (command != "analyse") add("--record", record_.string());
+        if (sends) add("--server", Url());
         words.insert(words.begin(), "crash");
-        if (command == "list" || command == "run") words.insert(words.end(), {"--dumps", dumps_.string()});
-        if (command != "analyse") words.insert(words.end(), {"--record", record_.string()});
-        if (command == "run" || command == "upload") words.insert(words.end(), {"--server", Url()});
         return RunZoctl(words);
     }
 
-    // One member of every dump.
-    static std::string Each(const ZoctlRun& run, const char* member) {
+    static std::string Text(const Json& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
+
+    // One member of every dump or entry of the journal, "/" after each.
+    static std::string Each(const ZoctlRun& run, const char* list, const char* member) {
         std::string values;
-        for (const Json& dump : run.json["dumps"])
-            values += dump.value(member, Json()).dump() + " ";
+        for (const Json& entry : run.json[list])
+            values += Text(entry.value(member, Json())) + "/";
         return values;
     }
 
@@ -55,8 +62,8 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     const ZoctlRun list = Crash({"list", "--json"});
     EXPECT_TRUE(Gave(list, 1));  // one could not be analysed
     EXPECT_EQ(Numbers(list), "3 1 0 0 2 0 0 0 2 0 0 ");
-    EXPECT_EQ(Each(list, "matched"), "[\"ZoProtector\"] [] [] ");
-    EXPECT_EQ(Each(list, "failure"), "null null \"0x80070570\" ");
+    EXPECT_EQ(Each(list, "dumps", "matched"), "[\"ZoProtector\"]/[]/[]/");
+    EXPECT_EQ(Each(list, "dumps", "failure"), "null/null/0x80070570/");
     EXPECT_EQ(list.json["dumps"][0]["signature"].get<std::string>().size(), 32u);
     const ZoctlRun text = Crash({"list", "--target", "STORAGE+0x", "--target", "nt+"});
     EXPECT_TRUE(Gave(text, 1, "STORAGE+0x|nt+"));
@@ -76,7 +83,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
 TEST_F(ZoctlCrash, TakesTargetNamesInTheCodePageOfTheEngine) {
     Script("OutputStackTrace say caf\xE9\n");
     const ZoctlRun list = Crash({"list", "--json", "--target", "CAF\xC3\x89"});
-    EXPECT_EQ(Each(list, "matched"), "[\"CAF\xC3\x89\"] [\"CAF\xC3\x89\"] [] ");
+    EXPECT_EQ(Each(list, "dumps", "matched"), "[\"CAF\xC3\x89\"]/[\"CAF\xC3\x89\"]/[]/");
 
     Configure();
     const char* names[] = {"\xE9"};
@@ -105,17 +112,136 @@ TEST_F(ZoctlCrash, SendsEachDumpOnceAndTellsWhatBecameOfIt) {
     EXPECT_EQ(Record(), kBase + 1);
 }
 
-TEST_F(ZoctlCrash, SaysWhatIsWrongInOneSentenceAndItsExitCode) {
-    EXPECT_EQ(Crash({"upload", Dump("missing.dmp")}).exitCode, 3);
-    EXPECT_EQ(Zoctl("crash upload").exitCode, 2);
-    EXPECT_EQ(Zoctl("crash run --max-bytes many").exitCode, 2);
-    std::filesystem::create_directories(record_);
-    EXPECT_TRUE(Gave(Crash({"list", "--json"}), 1, "record cannot be copied"));
+// Mistakes that would use dumps up: each is refused before anything is sent or the record is moved.
+struct Mistake {
+    const char* name;
+    const char* script;
+    Strings words;  // ~ is the test's folder
+    int exitCode;
+    const char* message;
+};
+
+const Mistake kMistakes[] = {
+    {"plain HTTP", "", {"run", "--server", "http://localhost/crash"}, 2, "is not the address of a crash server"},
+    {"a server without a host", "", {"upload", "~dumps/1.dmp", "--server", "https:///crash"}, 2, "is not the address"},
+    {"no server at the address", "", {"run", "--server", "https://localhost:1/crash"}, 1, "(error 12029)"},
+    {"a missing dump folder", "", {"run", "--dumps", "~none"}, 3, "none': The folder does not exist."},
+    {"a missing folder to list", "", {"list", "--dumps", "~none"}, 3, "none': The folder does not exist."},
+    {"a dump for a folder", "", {"run", "--dumps", "~dumps/1.dmp"}, 2, "is not a folder"},
+    {"a folder to upload", "", {"upload", "~dumps"}, 2, "is a folder, not a dump"},
+    {"a folder to analyse", "", {"analyse", "~dumps"}, 2, "is a folder, not a dump"},
+    {"a dump that is missing", "", {"analyse", "~none.dmp"}, 3, "Could not analyse '"},
+    {"a folder for the record", "", {"run", "--record", "~dumps"}, 5, "Could not read the record"},
+    {"a folder for the journal", "", {"run", "--journal", "~dumps"}, 5, "Could not write the journal"},
+    {"no journal to show", "", {"history", "--journal", "~none"}, 3, "Could not read the journal"},
+    {"an engine that does not start",
+     "DebugCreate fail 0x80004001",
+     {"run"},
+     1,
+     "Could not set up the debugger engine"},
+    {"an engine that fails for all",
+     "OpenDumpFile fail 0x80004001",
+     {"run"},
+     1,
+     "failed for '1.dmp', '2.dmp', although"},
+    {"an engine that fails for one",
+     "[1.dmp]\nReadBugCheckData fail 0x80004001",
+     {"run"},
+     1,
+     "failed for '1.dmp', alth"},
+    {"no dump", "", {"upload"}, 2, "file is required"},
+    {"a size in words", "", {"run", "--max-bytes", "many"}, 2, "--max-bytes"},
+    {"a negative size", "", {"run", "--max-bytes", "-1"}, 2, "--max-bytes"},
+};
+
+TEST_F(ZoctlCrash, RefusesAMistakeBeforeItCostsADump) {
+    const std::size_t before = Posts();
+    for (const Mistake& mistake : kMistakes) {
+        SCOPED_TRACE(mistake.name);
+        SetRecord(kBase);
+        Script(mistake.script);
+        Strings words = mistake.words;
+        for (std::string& word : words) {
+            if (word.starts_with('~')) word = (folder_ / word.substr(1)).string();
+        }
+        const ZoctlRun run = Crash(words);
+        EXPECT_TRUE(Gave(run, mistake.exitCode, mistake.message));
+        EXPECT_EQ(run.err.find("diagnostic log"), std::string::npos) << run.err;
+        EXPECT_EQ(Record(), kBase);
+    }
+    EXPECT_EQ(Posts(), before);
+}
+
+TEST_F(ZoctlCrash, RefusesAServerWhoseCertificateIsNotTrusted) {
+    ASSERT_EQ(Trust(L"remove", "certificate.der"), 0u);
+    EXPECT_TRUE(Gave(Crash({"run", "--json"}), 1, "cannot be used: the certificate", {{"sent", false}}));
+    ASSERT_EQ(Trust(L"add", "certificate.der"), 0u);
+    EXPECT_EQ(Record(), 0u);
+    const ZoctlRun history = Crash({"history", "--json"});
+    EXPECT_EQ(Each(history, "entries", "result"), "refused/notSelected/notAnalysed/");
+    EXPECT_EQ(Each(history, "entries", "offeredAgain"), "true/true/true/");
+    EXPECT_GE(history.json["entries"][0]["probe"]["error"], 12000);
+}
+
+TEST_F(ZoctlCrash, DoesNotNeedAServerWhenNoDumpWouldBeSent) {
+    EXPECT_TRUE(Gave(Crash({"run", "--target", "nobody", "--server", "https://localhost:1/"}), 1, "3 new, 0 selected"));
+    EXPECT_EQ(Record(), kBase + 3);
+}
+
+TEST_F(ZoctlCrash, PassesDumpsThatTheEngineFailsForWhenAskedTo) {
+    Script("[1.dmp]\nOpenDumpFile fail 0x80004001\n");
+    const ZoctlRun run = Crash({"run", "--json", "--pass-failed", "--all"});
+    EXPECT_EQ(Each(run, "dumps", "result"), "notAnalysed/sent/notAnalysed/");
+    EXPECT_EQ(Record(), kBase + 3);
+}
+
+TEST_F(ZoctlCrash, SaysThatTheEngineIsAtFaultOnlyWhenASoundDumpFailsLikeAllOthers) {
+    Script("OpenDumpFile fail 0x80070570\n");  // what the damaged dump gives in any case
+    EXPECT_TRUE(Gave(Crash({"list"}), 1, "The debugger engine is at fault: it failed for every dump with ERROR_FILE"));
+    for (const char* sound : {"1.dmp", "2.dmp"})
+        std::filesystem::remove(dumps_ / sound);
+    const ZoctlRun list = Crash({"list"});
+    EXPECT_TRUE(Gave(list, 1, "could not be analysed, ERROR_FILE_CORRUPT (0x80070570)"));
+    EXPECT_EQ((list.out + list.err).find("at fault"), std::string::npos);
+}
+
+TEST_F(ZoctlCrash, KeepsAJournalOfEachDumpsOutcome) {
+    const ZoctlRun run = Crash({"run", "--json"});
+    const ZoctlRun history = Crash({"history", "--json"});
+    EXPECT_EQ(Each(history, "entries", "result"), "sent/notSelected/notAnalysed/");
+    EXPECT_EQ(Each(history, "entries", "sent"), "true/false/false/");
+    EXPECT_EQ(Each(history, "entries", "offeredAgain"), "false/false/false/");
+    const Json first = history.json["entries"][0];
+    EXPECT_EQ(first["bugCheck"]["code"], "0x0000001E");
+    EXPECT_EQ(first["bugCheck"]["parameters"][3], "0x0000000000000028");
+    EXPECT_EQ(first["signature"], Field(NewRequests()[0].document, "CrashSignature"));
+    EXPECT_EQ(first["server"], Url());
+    EXPECT_EQ(history.json["entries"][1]["signature"].get<std::string>().size(), 32u);
+    EXPECT_EQ(run.json["journal"], history.json["journal"]);
+
+    EXPECT_TRUE(Gave(Crash({"history", "--dump", "2.DMP"}), 0, "0x000000D1  -"));
+    EXPECT_TRUE(Gave(Crash({"history", "--dump", "9.dmp"}), 7, "has no entry for '9.dmp'"));
+    EXPECT_EQ(Each(Crash({"history", "--last", "1", "--json"}), "entries", "path"), Dump("3.dmp") + "/");
+}
+
+TEST_F(ZoctlCrash, ShowsAJournalThatSomebodyDamaged) {
+    const std::string journal = (folder_ / "journal").string();
+    zotest::WriteFileBytes(journal, "{\"path\":7,\"matched\":[1],\"bugCheck\":4,\"outcome\":\"a\\u001b\"}\n[]\n{\n");
+    const ZoctlRun history = Crash({"history", "--journal", journal});
+    EXPECT_TRUE(Gave(history, 0, "-     -     -          ?        a\\x1B"));
+    EXPECT_TRUE(Gave(history, 0, "left out: 2."));
+}
+
+TEST_F(ZoctlCrash, DoesNotClaimToHaveSentADumpWhenTheCountersLeaveItOpen) {
+    EXPECT_TRUE(Gave(Crash({"upload", Dump("1.dmp")}), 0));
+    std::filesystem::remove(dumps_ / "3.dmp");
     RemoveRecord();
-    Script("DebugCreate fail 0x80004001\n");
-    const ZoctlRun engine = Crash({"run", "--json"});
-    EXPECT_TRUE(Gave(engine, 1, "0x80004001"));
-    EXPECT_EQ(Numbers(engine), "3 0 0 3 0 0 0 0 0 0 0 ");
+    const ZoctlRun run = Crash({"run", "--all", "--json"});
+    EXPECT_EQ(Each(run, "dumps", "result"), "undetermined/undetermined/");
+    EXPECT_EQ(Each(run, "dumps", "sent"), "false/false/");
+    EXPECT_TRUE(Gave(run, 0, "of 2 selected dumps, 1 sent, 1 known to the server", {{"sent", true}}));
+    RemoveRecord();
+    EXPECT_TRUE(Gave(Crash({"run", "--json"}), 0, "", {{"sent", false}}));  // the server knows it
 }
 
 }  // namespace

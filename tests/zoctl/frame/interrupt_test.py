@@ -52,20 +52,38 @@ class InterruptTest(unittest.TestCase):
         self.assertEqual(code, 130, shown)
         self.assertIn("1 received + 0 lost = 1 produced", shown)
 
-    def test_a_crash_run_ends_at_the_next_check(self):
+    def interrupted_crash_run(self, dumps_opened, *arguments):
+        """Presses Ctrl-C when the engine has opened this many dumps of a run over two; gives the code, all that was
+        shown, and the number opened by the end."""
         with tempfile.TemporaryDirectory() as name:
             dumps, record, script, calls = (pathlib.Path(name) / part for part in ("dumps", "record", "script", "calls"))
             dumps.mkdir()
             for dump in "a.dmp", "b.dmp":
                 shutil.copy(BUILT / "dumps/ours.dmp", dumps / dump)
-            script.write_text("WaitForEvent hang 3000\n")
+            script.write_text("[a.dmp]\nWaitForEvent hang 3000\n")
+
+            def opened():
+                return calls.read_text().count("OpenDumpFile") if calls.exists() else 0
 
             code, shown = interrupted(
-                lambda _: calls.exists() and "OpenDumpFile" in calls.read_text(), "crash", "run", "--dumps", dos(dumps), "--record", dos(record), "--server", "https://localhost:1/",
+                lambda _: opened() >= dumps_opened, "crash", "run", "--dumps", dos(dumps), "--record", dos(record),
+                "--server", "https://localhost:1/", *arguments,
                 ZO_DEBUG_ENGINE_SCRIPT=dos(script), ZO_DEBUG_ENGINE_LOG=dos(calls))
-            self.assertEqual(code, 130, shown)
-            self.assertIn("2 new, 1 selected", shown)
-            self.assertEqual(calls.read_text().count("OpenDumpFile"), 1)
+            return code, shown, opened()
+
+    def test_a_crash_run_ends_at_the_next_check_before_anything_is_sent(self):
+        code, shown, opened = self.interrupted_crash_run(1)
+        self.assertEqual(code, 130, shown)
+        self.assertRegex(shown, r"a\.dmp .* not sent: cancelled")
+        self.assertIn("The record was not changed", shown)
+        self.assertEqual(opened, 1)
+
+    def test_a_crash_run_says_which_dumps_a_cancel_gave_up(self):
+        code, shown, opened = self.interrupted_crash_run(3, "--target", "nobody")  # no dump needs the server
+        self.assertEqual(code, 130, shown)
+        self.assertRegex(shown, r"b\.dmp .* the run ended before this dump's turn")
+        self.assertIn("not offered again", shown)
+        self.assertEqual(opened, 3)
 
 
 if __name__ == "__main__":

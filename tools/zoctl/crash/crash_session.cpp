@@ -9,10 +9,10 @@
 
 #include "channel.h"
 #include "console.h"
+#include "crash_files.h"
 #include "error_text.h"
 #include "errors.h"
 #include "files.h"
-#include "local_app_data.h"
 #include "owned_handles.h"
 #include "reporter_messages.h"
 #include "text.h"
@@ -20,12 +20,6 @@
 namespace zoctl {
 
 namespace {
-
-std::filesystem::path RecordPath(const CrashOptions& options) {
-    if (!options.record.empty()) return zo::WideFromUtf8(options.record);
-    const std::filesystem::path folder = zo::LocalAppDataFolder();
-    return folder.empty() ? folder : folder / ZOCRASH_DEFAULT_RECORD;
-}
 
 // A copy of the record that the reporter may move on as it likes; gone at the end.
 class RecordCopy {
@@ -74,7 +68,32 @@ std::vector<std::string> ComparedNames(const CrashOptions& options) {
     return names;
 }
 
-// Hears the reporter out for one call.
+// From the file itself, while it is there: a copy that the driver made goes with the run.
+DumpHeader HeaderOf(const std::string& path) {
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const zo::OwnedFile file(CreateFileW(zo::WideFromUtf8(path).c_str(), GENERIC_READ, kShareAll, nullptr,
+                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return ReadDumpHeader([&file](std::uint64_t offset, std::size_t size) {
+        std::string bytes(size, '\0');
+        const LARGE_INTEGER place{.QuadPart = static_cast<LONGLONG>(offset)};
+        DWORD read = 0;
+        if (!file || !SetFilePointerEx(file.Get(), place, nullptr, FILE_BEGIN) ||
+            !ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(size), &read, nullptr)) {
+            read = 0;  // such a header is not sound
+        }
+        bytes.resize(read);
+        return bytes;
+    });
+}
+
+std::string FieldOf(const std::string& document, const std::string& field) {
+    const std::string open = "\r\n<" + field + ">";
+    const std::size_t start = document.find(open);
+    if (start == std::string::npos) return "";
+    return document.substr(start + open.size(), document.find("</" + field + ">", start) - start - open.size());
+}
+
+// Collects the reporter's messages during one call.
 class Listener {
   public:
     Listener(CrashResult& result, const CrashOptions& options, const std::function<void(const CrashMessage&)>& progress)
@@ -93,7 +112,12 @@ class Listener {
                                  std::uint32_t, std::uint32_t*) {
         CrashResult& result = static_cast<Listener*>(context)->result_;
         ++result.heldBack;
-        if (!result.dumps.empty()) result.dumps.back().document.assign(in, in + inLength);
+        if (!result.dumps.empty()) {
+            CrashDumpLine& dump = result.dumps.back();
+            dump.document.assign(in, in + inLength);
+            dump.signature = FieldOf(dump.document, "CrashSignature");
+            dump.address = FieldOf(dump.document, "ErrAddr");
+        }
         return zo::kFail;
     }
 
@@ -103,7 +127,9 @@ class Listener {
         if (const auto analysed = MessageParts(zocrash::kDumpAnalysedMessage, message.text); !analysed.empty()) {
             TakeAnalysed(analysed[0], analysed[1], analysed[2]);
         } else if (const auto failed = MessageParts(zocrash::kDumpFailedMessage, message.text); !failed.empty()) {
-            result_.dumps.push_back({.path = std::string(failed[0]), .failure = "0x" + std::string(failed[1])});
+            const auto status = std::stoul(std::string(failed[1]), nullptr, 16);
+            result_.dumps.push_back({.path = std::string(failed[0]), .failure = static_cast<std::int32_t>(status)});
+            result_.dumps.back().header = HeaderOf(result_.dumps.back().path);
         }
         if (progress_) progress_(message);
         result_.messages.push_back(std::move(message));
@@ -111,6 +137,7 @@ class Listener {
 
     void TakeAnalysed(std::string_view path, std::string_view matched, std::string_view selected) {
         CrashDumpLine dump{.path = std::string(path), .selected = selected == "true"};
+        dump.header = HeaderOf(dump.path);
         std::istringstream names{std::string(matched)};
         for (std::string name; std::getline(names, name, '|');) {
             const auto given = given_.find(name);
@@ -171,7 +198,7 @@ CrashResult RunCrashReporter(const CrashOptions& options, CrashMode mode,
     // The driver copies a dump folder that denies access. Where there is no driver, such a folder stays closed.
     std::optional<Channel> channel;
     if (options.file.empty()) channel.emplace();
-    const std::filesystem::path record = RecordPath(options);
+    const std::filesystem::path record = CrashRecordPath(options.record);
     const Cancellation cancellation([] { ZoCrashReport_Cancel(); });
     if (mode == CrashMode::kSend) {
         Configure(options, mode, record, cancellation);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The crash reporter as zoctl drives it: settings from options, its messages heard, its documents held back when
-// nothing is to be sent, Ctrl-C passed on as a cancel.
+// The crash reporter as zoctl drives it: it is configured from options, its messages are collected, its documents are
+// held back when nothing is to be sent, and Ctrl-C cancels it.
 
 #include <cstdint>
 #include <filesystem>
@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "dump_header.h"
 #include "zocrashreport.h"
 
 namespace zoctl {
@@ -20,21 +21,27 @@ struct CrashOptions {
     std::uint32_t lcid = 0;
     std::string dumpFolder;
     std::string record;
+    std::string journal;
     std::uint64_t maxBytes = 0;
     bool all = false;
     bool plain = false;
+    bool passFailed = false;  // also dumps for which the engine seems to be at fault
     std::vector<std::string> targets;
     bool dryRun = false;
     std::string file;  // of the commands for one dump
 };
 
-// One new dump as the reporter's messages tell of it.
+// One new dump as the reporter's messages describe it.
 struct CrashDumpLine {
     std::string path;
     std::vector<std::string> matched = {};
     bool selected = false;
-    std::string failure = {};   // the status of an analysis that failed, "0x..."
-    std::string document = {};  // the query that was held back
+    bool reached = true;       // false when the run ended before this dump's turn
+    std::int32_t failure = 0;  // the status of an analysis that failed
+    DumpHeader header = {};
+    std::string signature = {};  // these three only when the query was held back
+    std::string address = {};
+    std::string document = {};
 };
 
 struct CrashMessage {
