@@ -26,11 +26,11 @@ crashOptions=(--dumps 'C:\Dumps' --target ZoProtector --record 'C:\crash-record'
 Zoctl crash list "${crashOptions[@]:0:4}"
 Say "The run has it analysed, finds the driver on the stack, asks the server whether it knows this crash, and uploads."
 Zoctl crash run "${crashOptions[@]}" --server "https://localhost:$port/crash"
-Say "What the server holds, as its own page tells it:"
+Say "What the server received, as its web page shows it:"
 Report() {
     curl --silent --show-error --fail --cacert "$work/server/certificate.pem" "https://localhost:$port/report/1" |
         python3 scripts/html_text.py
 }
 Show "curl https://localhost:$port/report/1" Report
-Say "A second run finds nothing new: the record says how far the last one came."
+Say "A second run finds nothing new: the record says up to which dump the last run came."
 Zoctl crash run "${crashOptions[@]}" --server "https://localhost:$port/crash"

@@ -1,7 +1,7 @@
 # To be sourced by scripts/demo: the chapters about the driver.
 
 Chapter "A machine without a driver" \
-    "A fresh Wine prefix stands for a Windows machine. zoctl is the command-line tool over the library's exports; each
+    "A fresh Wine prefix plays the part of a Windows machine. zoctl is the command-line tool over the library's exports; each
      command below is a call or two of them."
 Zoctl driver status
 
@@ -11,7 +11,7 @@ Chapter "Installing and starting the driver" \
 Zoctl driver install "$drivers\\ZoProtectorDriver.sys" --allow-unload
 Zoctl driver start
 Zoctl driver status
-Say "Now the driver can be opened and asked how it is:"
+Say "Now the driver can be opened and its status read:"
 Zoctl status
 
 RunningAgent() {
@@ -60,7 +60,7 @@ Chapter "What the driver saw" \
     "The driver writes what it sees into rings; the library drains them. simctl makes the simulator see three things:"
 Simctl inject 3
 Zoctl events
-Say "When nobody reads for long, the ring runs over. What was lost is told at the place where it is missing:"
+Say "When nobody reads for a while, the ring overflows. Lost events are reported where they are missing:"
 Simctl inject 1500
 ShowSome 4 "zoctl events" ZoWine "$bin/zoctl.exe" events
 Zoctl stats
