@@ -139,7 +139,8 @@ typedef struct ZoSignerVerifyResult {
 /* Makes a new RSA-2048 pair and saves it as private.rsakey and public.rsakey in the keystore folder, which is created
  * with its ancestors if missing. Both files are always replaced. Where the file system has access lists, only the
  * calling user, the local system and administrators can open the private file; an older file whose access list cannot
- * be set is deleted and created anew. The private key is not encrypted.
+ * be set is deleted and created anew. But an older file keeps its owner, who can change that list again, and a link in
+ * its place is followed: use a folder that nobody else can write to. The private key is not encrypted.
  *
  *   0            done
  *   0x80070057   keystore is null or empty
