@@ -60,13 +60,10 @@ TEST(GenerateKeyPair, RaisesAnErrorWhereTheFolderCannotBeMade) {
     EXPECT_THROW(ZoSigner_GenerateKeyPair((folder / "file" / "keys").c_str()), std::filesystem::filesystem_error);
 }
 
-TEST(GenerateKeyPair, RequiresAKeystore) {
+TEST(KeystoreExports, RequireTheirArguments) {
+    std::uint8_t print[32];
     EXPECT_EQ(ZoSigner_GenerateKeyPair(nullptr), kInvalidArgument);
     EXPECT_EQ(ZoSigner_GenerateKeyPair(L""), kInvalidArgument);
-}
-
-TEST(GetPublicKeyThumbprint, RequiresBothArguments) {
-    std::uint8_t print[32];
     EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(nullptr, print), kInvalidArgument);
     EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(L"x", nullptr), kInvalidArgument);
 }
@@ -95,12 +92,9 @@ struct FreshPair : testing::Test {
     }
 };
 
-TEST_F(FreshPair, IsMadeWhereThereIsNoPrivateKey) {
+TEST_F(FreshPair, IsMadeWhereThePrivateKeyIsMissingOrDoesNotImport) {
     std::filesystem::remove(file);
     ExpectMade({making});
-}
-
-TEST_F(FreshPair, IsMadeWhereThePrivateKeyDoesNotImport) {
     WriteFileBytes(file, kJunk);
     ExpectMade({"2 ImportPrivateKey" + kNotSupported, making});
 }
@@ -138,42 +132,40 @@ HANDLE WINAPI CreateWithoutWriteDac(const wchar_t* path, DWORD access, DWORD sha
     return INVALID_HANDLE_VALUE;
 }
 
-struct ForeignFile : testing::Test {
-    const TempFolder folder;
-    const std::filesystem::path file = folder / "private.rsakey";
-    const ImportHook hook{"CreateFileW", CreateWithoutWriteDac};
+bool deletionFails;
 
-    void SetUp() override {
-        writeDacOpens = 0;
-        WriteFileBytes(file, "foreign");
-        std::filesystem::create_hard_link(file, folder / "same file");
-    }
-};
-
-TEST_F(ForeignFile, IsReplacedByANewFileWhenItsAccessListCannotBeSet) {
-    writeDacError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), 0);
-    EXPECT_EQ(ReadFileBytes(folder / "same file"), "foreign") << "the key went into a file of another's list";
-    EXPECT_EQ(ReadFileBytes(file).size(), 1179u);
-    EXPECT_EQ(writeDacOpens, 1);
-}
-
-BOOL WINAPI DeleteNothing(const wchar_t*) {
+BOOL WINAPI DeleteUnlessRefused(const wchar_t* path) {
+    if (!deletionFails) return DeleteFileW(path);
     SetLastError(ERROR_ACCESS_DENIED);
     return FALSE;
 }
 
-TEST_F(ForeignFile, StaysWhenItCannotBeDeletedEither) {
-    writeDacError = ERROR_ACCESS_DENIED;
-    const ImportHook deletion("DeleteFileW", DeleteNothing);
-    EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), kWriteFault);
-    EXPECT_EQ(ReadFileBytes(file), "foreign");
-}
-
-TEST_F(ForeignFile, StaysWhenItIsInUse) {
-    writeDacError = ERROR_SHARING_VIOLATION;
-    EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), kWriteFault);
-    EXPECT_EQ(ReadFileBytes(file), "foreign");
+TEST(GenerateKeyPair, WritesNoKeyIntoAFileWhoseAccessListCannotBeSet) {
+    const struct {
+        const char* name;
+        std::uint32_t error;
+        bool deletionFails;
+        bool isReplaced;  // by a new file
+    } rows[] = {
+        {"access denied", ERROR_ACCESS_DENIED, false, true},
+        {"access denied, deletion too", ERROR_ACCESS_DENIED, true, false},
+        {"in use", ERROR_SHARING_VIOLATION, false, false},
+    };
+    const ImportHook creation("CreateFileW", CreateWithoutWriteDac);
+    const ImportHook deletion("DeleteFileW", DeleteUnlessRefused);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const TempFolder folder;
+        WriteFileBytes(folder / "private.rsakey", "foreign");
+        std::filesystem::create_hard_link(folder / "private.rsakey", folder / "same file");
+        writeDacOpens = 0;
+        writeDacError = row.error;
+        deletionFails = row.deletionFails;
+        EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), row.isReplaced ? 0 : kWriteFault);
+        EXPECT_EQ(ReadFileBytes(folder / "same file"), "foreign");
+        EXPECT_EQ(ReadFileBytes(folder / "private.rsakey").size(), row.isReplaced ? 1179u : 7u);
+        EXPECT_EQ(writeDacOpens, 1);
+    }
 }
 
 // ---- Which key verification takes
@@ -196,6 +188,11 @@ TEST(VerificationKey, IsThePublicFileOrElseThePrivateOne) {
         {"private only", "", PrivateKey(), 0, {summary}},
         {"neither", "", "", ZOSIG_E_NO_KEY, {none}},
         {"bad public", kJunk, PrivateKey(), ZOSIG_E_NO_KEY, {"2 ImportPublicKey" + kNotSupported, none}},
+        {"public cut by a byte",
+         publicKey.substr(0, 282),
+         PrivateKey(),
+         ZOSIG_E_NO_KEY,
+         {"2 ImportPublicKey" + kNotSupported, none}},
         {"bad private", "", kJunk, ZOSIG_E_NO_KEY, {"2 ImportPrivateKey(forVerify)" + kNotSupported, none}},
         {"public of another pair",
          other,
@@ -224,8 +221,7 @@ constexpr std::uint32_t kDoesNotFit = 0xC00000BB;
 struct BlobRow {
     const char* name;
     std::string bytes;
-    std::uint32_t size;
-    std::uint32_t verifying;  // the NTSTATUS of the import, 0 when it is taken
+    std::uint32_t verifying = kDoesNotFit;  // the NTSTATUS of the import, 0 when it is taken
     std::uint32_t signing = kDoesNotFit;
 };
 
@@ -238,87 +234,51 @@ std::string With(std::string blob, std::size_t field, std::uint32_t value) {
 std::vector<BlobRow> BlobRows() {
     const std::string full = PrivateKey();
     const std::string half = PublicHalf(full);
-    const auto whole = [](const char* name, const std::string& bytes, std::uint32_t verifying,
-                          std::uint32_t signing = kDoesNotFit) {
-        return BlobRow{name, bytes, static_cast<std::uint32_t>(bytes.size()), verifying, signing};
-    };
     return {
-        whole("full private", full, 0, 0),
-        whole("public", half, 0),
-        whole("junk", kJunk, kDoesNotFit),
-        {"one byte", full, 1, kTooShort, kTooShort},
-        {"less than a public header", half, 23, kTooShort, kTooShort},
-        {"public header with the key behind it", half, 24, kDoesNotFit},
-        {"private header with the key behind it", full, 24, kDoesNotFit},
-        {"public cut by a byte", half, 282, kDoesNotFit},
-        {"private cut to its public half", full, 283, kDoesNotFit},
-        {"private cut by a byte", full, 1178, kDoesNotFit},
-        whole("public with a byte behind it", half + "x", kDoesNotFit),
-        whole("private with a byte behind it", full + "x", kDoesNotFit),
-        whole("private named RSA2", With(full, 0, 0x32415352), kDoesNotFit),
-        whole("private named public", With(full, 0, 0x31415352), kDoesNotFit),
-        whole("public of 1024 bits", With(half, 1, 1024), kDoesNotFit),
-        whole("private of 4096 bits", With(full, 1, 4096), kDoesNotFit),
-        whole("exponent of no bytes", With(half, 2, 0).erase(24, 3), kDoesNotFit),
-        whole("exponent longer than 32 bits count", With(half, 2, 0xFFFFFFFF), kDoesNotFit),
-        whole("sizes that make up for each other", With(With(half, 2, 4), 3, 255), kDoesNotFit),
-        whole("primes that make up for each other", With(With(full, 4, 126), 5, 131), kDoesNotFit),
-        whole("private without primes", With(With(full, 4, 0), 5, 0), kDoesNotFit),
+        {"full private", full, 0, 0},
+        {"public", half, 0},
+        {"less than a public header", half.substr(0, 23), kTooShort, kTooShort},
+        {"public header", half.substr(0, 24)},
+        {"private header", full.substr(0, 24)},
+        {"public cut by a byte", half.substr(0, 282)},
+        {"private cut by a byte", full.substr(0, 1178)},
+        {"public with a byte behind it", half + "x"},
+        {"private with a byte behind it", full + "x"},
+        {"private named RSA2", With(full, 0, 0x32415352)},
+        {"private named public", With(full, 0, 0x31415352)},
+        {"public of 1024 bits", With(half, 1, 1024)},
+        {"private of 4096 bits", With(full, 1, 4096)},
+        {"exponent of no bytes", With(half, 2, 0).erase(24, 3)},
+        {"exponent longer than 32 bits count", With(half, 2, 0xFFFFFFFF)},
+        {"sizes that make up for each other", With(With(half, 2, 4), 3, 255)},
+        {"primes that make up for each other", With(With(full, 4, 126), 5, 131)},
+        {"private without primes", With(With(full, 4, 0), 5, 0)},
     };
 }
 
 template <typename Outcome>
-void ExpectImport(const Outcome& outcome, std::uint32_t status, bool isTaken) {
-    if (isTaken) {
-        EXPECT_EQ(outcome.status, 0);
-        return;
-    }
-    EXPECT_EQ(zo::Bits(outcome.status), status | 0x10000000);
+void ExpectImport(const Outcome& outcome, std::uint32_t status) {
+    EXPECT_EQ(zo::Bits(outcome.status), status == 0 ? 0 : status | 0x10000000);
+    if (status == 0) return;
     EXPECT_EQ(outcome.messages, Lines{zo::Format("2 ImportKeyBlob -> NTSTATUS 0x{:08X}", status)});
 }
 
-TEST(KeyBlob, IsCheckedAgainstItsHeader) {
+TEST(KeyBlob, IsCheckedAgainstItsHeaderAndTakenInsteadOfTheKeystore) {
     const SealedTree tree;
     ASSERT_EQ(tree.Sign().status, 0);
     for (const BlobRow& row : BlobRows()) {
         SCOPED_TRACE(row.name);
         const auto use = [&row](auto& options) {
-            options.keystore = nullptr;
             options.keyBlob = reinterpret_cast<const std::uint8_t*>(row.bytes.data());
-            options.keyBlobSize = row.size;
+            options.keyBlobSize = static_cast<std::uint32_t>(row.bytes.size());
         };
-        ExpectImport(tree.Verify(use), row.verifying, row.verifying == 0);
-        ExpectImport(tree.Sign(use), row.signing, row.signing == 0);
+        const auto useAlone = [&use](auto& options) {
+            use(options);
+            options.keystore = nullptr;
+        };
+        ExpectImport(tree.Verify(use), row.verifying);
+        ExpectImport(tree.Sign(useAlone), row.signing);
     }
-}
-
-TEST(KeyBlob, IsCheckedInFilesToo) {
-    const SealedTree tree;
-    ASSERT_EQ(tree.Sign().status, 0);
-    for (const BlobRow& row : BlobRows()) {
-        SCOPED_TRACE(row.name);
-        WriteFileBytes(tree.keystore / "public.rsakey", row.bytes.substr(0, row.size));
-        const auto outcome = tree.Verify();
-        if (row.verifying == 0 && row.signing != 0) {
-            EXPECT_EQ(outcome.status, 0);
-            continue;
-        }
-        EXPECT_EQ(outcome.status, ZOSIG_E_NO_KEY);  // a public file holds no private key
-        const std::uint32_t status = row.verifying == 0 ? kDoesNotFit : row.verifying;
-        EXPECT_EQ(outcome.messages[0], zo::Format("2 ImportPublicKey -> NTSTATUS 0x{:08X}", status));
-    }
-}
-
-TEST(KeyBlob, MakesTheKeystoreUnneeded) {
-    const SealedTree tree;
-    const std::string key = PrivateKey();
-    const auto use = [&key](auto& options) {
-        options.keystore = L"not looked at";
-        options.keyBlob = reinterpret_cast<const std::uint8_t*>(key.data());
-        options.keyBlobSize = static_cast<std::uint32_t>(key.size());
-    };
-    EXPECT_EQ(tree.Sign(use).status, 0);
-    EXPECT_EQ(tree.Verify(use).status, 0);
 }
 
 }  // namespace

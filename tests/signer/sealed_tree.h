@@ -83,30 +83,23 @@ inline zo::OwnedFile Hold(const std::filesystem::path& path) {
     return zo::OwnedFile(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
-// What verification reports about one item.
-struct Finding {
+// What verification reports about one item: the counter that grows, and how the message begins (level and text).
+struct FindingKind {
     std::uint32_t ZoSignerVerifyResult::* counter;
-    std::string beginning;  // level and text
-    std::string path;       // relative to the root
+    std::string beginning;
 };
-inline Finding Changed(const std::string& path) {
-    return {&ZoSignerVerifyResult::bad, "2 [BAD ] hash mismatch: ", path};
-}
-inline Finding Missing(const std::string& path) {
-    return {&ZoSignerVerifyResult::missing, "1 [MISS] ", path};
-}
-inline Finding MissingShortcut(const std::string& path) {
-    return {&ZoSignerVerifyResult::missing, "1 [MISS] shortcut anchor: ", path};
-}
-inline Finding ExtraFile(const std::string& path) {
-    return {&ZoSignerVerifyResult::extra, "2 [XTRA] unexpected file in sealed dir: ", path};
-}
-inline Finding ExtraFolder(const std::string& path) {
-    return {&ZoSignerVerifyResult::extra, "2 [XTRA] unexpected dir  in sealed dir: ", path};
-}
-inline Finding ExtraLink(const std::string& path) {
-    return {&ZoSignerVerifyResult::extra, "2 [XTRA] new mklink (reparse point) created in sealed dir: ", path};
-}
+inline const FindingKind kChanged{&ZoSignerVerifyResult::bad, "2 [BAD ] hash mismatch: "};
+inline const FindingKind kMissing{&ZoSignerVerifyResult::missing, "1 [MISS] "};
+inline const FindingKind kMissingShortcut{&ZoSignerVerifyResult::missing, "1 [MISS] shortcut anchor: "};
+inline const FindingKind kExtraFile{&ZoSignerVerifyResult::extra, "2 [XTRA] unexpected file in sealed dir: "};
+inline const FindingKind kExtraFolder{&ZoSignerVerifyResult::extra, "2 [XTRA] unexpected dir  in sealed dir: "};
+inline const FindingKind kExtraLink{&ZoSignerVerifyResult::extra,
+                                    "2 [XTRA] new mklink (reparse point) created in sealed dir: "};
+
+struct Finding {
+    FindingKind kind;
+    std::string path;  // relative to the root
+};
 
 template <typename Result>
 struct Outcome {
@@ -114,6 +107,10 @@ struct Outcome {
     Result result{};
     Lines messages;  // "2 text": level and text
 };
+
+// What the seal callback does with one folder.
+using SealFunction =
+    std::function<std::int32_t(const std::wstring& path, std::int32_t& seal, std::int32_t& applyToRest)>;
 
 struct SealedTree {
     TempFolder folder;
@@ -150,11 +147,22 @@ struct SealedTree {
     [[nodiscard]] std::string Shown(const std::string& relative) const {
         return zo::Utf8FromWide(At(relative).wstring());
     }
-    [[nodiscard]] std::string Shown(const Finding& finding) const { return finding.beginning + Shown(finding.path); }
+    [[nodiscard]] std::string Shown(const Finding& finding) const {
+        return finding.kind.beginning + Shown(finding.path);
+    }
     [[nodiscard]] std::string ManifestBytes() const { return ReadFileBytes(manifest); }
 
     Outcome<ZoSignerSignResult> Sign(const std::function<void(ZoSignerSignOptions&)>& change = {}) const {
         return Call(ZoSigner_SignDirectory, change);
+    }
+    Outcome<ZoSignerSignResult> SignAsking(SealFunction ask, std::uint32_t mode = ZOSIG_SEAL_ASK) const {
+        return Sign([&](ZoSignerSignOptions& options) {
+            options.sealMode = mode;
+            options.sealContext = &ask;
+            options.sealCallback = [](void* function, const wchar_t* path, std::int32_t* seal, std::int32_t* rest) {
+                return (*static_cast<SealFunction*>(function))(path, *seal, *rest);
+            };
+        });
     }
     Outcome<ZoSignerVerifyResult> Verify(const std::function<void(ZoSignerVerifyOptions&)>& change = {},
                                          decltype(ZoSigner_VerifyDirectory) verify = ZoSigner_VerifyDirectory) const {
@@ -193,12 +201,9 @@ struct StandardTree : SealedTree {
     }
 
     Outcome<ZoSignerSignResult> SignAllButOpen() const {
-        return Sign([](ZoSignerSignOptions& options) {
-            options.sealMode = ZOSIG_SEAL_ASK;
-            options.sealCallback = [](void*, const wchar_t* path, std::int32_t* seal, std::int32_t*) {
-                *seal = std::wstring(path) != L"open";
-                return 0;
-            };
+        return SignAsking([](const std::wstring& path, std::int32_t& seal, std::int32_t&) {
+            seal = path != L"open";
+            return 0;
         });
     }
 
@@ -210,7 +215,7 @@ struct StandardTree : SealedTree {
         expected.ok = expected.directories = 5;
         Lines messages;
         for (const Finding& finding : findings) {
-            ++(expected.*finding.counter);
+            ++(expected.*finding.kind.counter);
             messages.push_back(Shown(finding));
         }
         expected.ok -= expected.bad + expected.missing;

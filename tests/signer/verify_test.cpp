@@ -32,37 +32,32 @@ TEST(Verify, ReportsEveryKindOfChange) {
          [](const Tree& tree) {
              tree.Write("a.txt", "a.tx"), tree.Write("d/b.txt", "d/B.txt"), tree.Write("open/o.txt", "");
          },
-         {Changed("a.txt"), Changed("d/b.txt"), Changed("open/o.txt")}},
-        {"contents swapped",
-         [](const Tree& tree) { tree.Write("a.txt", "d/b.txt"), tree.Write("d/b.txt", "a.txt"); },
-         {Changed("a.txt"), Changed("d/b.txt")}},
-        {"folder removed", [](const Tree& tree) { tree.Remove("d"); }, {Missing("d/b.txt"), Missing("d/e/c.txt")}},
-        {"folder replaced by a file",
-         [](const Tree& tree) { tree.Remove("d"), tree.Write("d", ""); },
-         {Missing("d/b.txt"), Missing("d/e/c.txt")}},
-        {"folder renamed",
-         [](const Tree& tree) { tree.Rename("d", "z"); },
-         {Missing("d/b.txt"), Missing("d/e/c.txt"), ExtraFolder("z")}},
+         {{kChanged, "a.txt"}, {kChanged, "d/b.txt"}, {kChanged, "open/o.txt"}}},
+        {"folder removed",
+         [](const Tree& tree) { tree.Remove("d"); },
+         {{kMissing, "d/b.txt"}, {kMissing, "d/e/c.txt"}}},
         {"files renamed, one in the open folder",
          [](const Tree& tree) { tree.Rename("d/b.txt", "d/z.txt"), tree.Rename("open/o.txt", "open/p.txt"); },
-         {Missing("d/b.txt"), Missing("open/o.txt"), ExtraFile("d/z.txt")}},
+         {{kMissing, "d/b.txt"}, {kMissing, "open/o.txt"}, {kExtraFile, "d/z.txt"}}},
+        {"root removed",
+         [](const Tree& tree) { RemoveTree(tree.root.wstring()); },
+         {{kMissing, "a.txt"},
+          {kMissing, "d/b.txt"},
+          {kMissing, "d/e/c.txt"},
+          {kMissingShortcut, "link.lnk"},
+          {kMissing, "open/o.txt"}}},
         {"letter case of names",
          [](const Tree& tree) { tree.RenameTwice("a.txt", "A.TXT"), tree.RenameTwice("d", "D"); },
-         {ExtraFile("A.TXT"), ExtraFolder("D")}},
+         {{kExtraFile, "A.TXT"}, {kExtraFolder, "D"}}},
         {"new folder, reported once whatever it holds",
          [](const Tree& tree) { tree.Write("empty/new/x/y", ""); },
-         {ExtraFolder("empty/new")}},
+         {{kExtraFolder, "empty/new"}}},
         {"file and shortcut replaced by folders",
          [](const Tree& tree) {
              tree.Remove("a.txt"), tree.MakeFolder("a.txt");
              tree.Remove("link.lnk"), tree.MakeFolder("link.lnk");
          },
-         {Missing("a.txt"), MissingShortcut("link.lnk")}},
-        {"one of each",
-         [](const Tree& tree) {
-             tree.Write("a.txt", "!"), tree.Remove("link.lnk"), tree.Write("0", ""), tree.MakeFolder("d/1");
-         },
-         {Changed("a.txt"), MissingShortcut("link.lnk"), ExtraFile("0"), ExtraFolder("d/1")}},
+         {{kMissing, "a.txt"}, {kMissingShortcut, "link.lnk"}}},
     });
 }
 
@@ -71,7 +66,6 @@ TEST(Verify, AcceptsWhatASealDoesNotPromise) {
     using Tree = SealedTree;
     CheckEach({
         {"shortcut edited", [](const Tree& tree) { tree.Write("link.lnk", "elsewhere"); }},
-        {"shortcut emptied", [](const Tree& tree) { tree.Write("link.lnk", ""); }},
         {"open folder gets more",
          [](const Tree& tree) { tree.Write("open/new.exe", ""), tree.Write("open/n/e/w", ""); }},
         {"letter case in the open folder", [](const Tree& tree) { tree.RenameTwice("open/o.txt", "open/O.TXT"); }},
@@ -82,17 +76,6 @@ TEST(Verify, AcceptsWhatASealDoesNotPromise) {
     });
 }
 
-TEST(Verify, AcceptsAnOlderSealPutBackWithItsFiles) {
-    const StandardTree tree;
-    const std::string older = tree.ManifestBytes();
-    tree.Write("a.txt", "fixed");
-    ASSERT_EQ(tree.SignAllButOpen().status, 0);
-    tree.Write("a.txt", "a.txt");
-    tree.ExpectFindings({Changed("a.txt")});
-    WriteFileBytes(tree.manifest, older);
-    tree.ExpectFindings({});
-}
-
 TEST(Verify, AcceptsATreeThatWasMoved) {
     StandardTree tree;
     const std::filesystem::path sealedAt = std::exchange(tree.root, tree.folder / L"moved \u00e4");
@@ -100,28 +83,17 @@ TEST(Verify, AcceptsATreeThatWasMoved) {
     tree.ExpectFindings({});
 }
 
-TEST(Verify, ReportsEveryFileMissingWhenTheRootIsGone) {
-    const StandardTree tree;
-    RemoveTree(tree.root.wstring());
-    tree.ExpectFindings({Missing("a.txt"), Missing("d/b.txt"), Missing("d/e/c.txt"), MissingShortcut("link.lnk"),
-                         Missing("open/o.txt")});
-}
-
 TEST(Verify, CountsAFileThatCannotBeReadAsMissing) {
     const StandardTree tree;
     const zo::OwnedFile held = Hold(tree.At("a.txt"));
-    tree.ExpectFindings({Missing("a.txt")});
+    tree.ExpectFindings({{kMissing, "a.txt"}});
 }
 
-TEST(Verify, ShowsAFolderMadeForTheManifestOnlyInASealedFolder) {
+TEST(Verify, ReportsAFolderMadeForTheManifestInASealedFolder) {
     StandardTree tree;
-    tree.manifest = tree.At("open/new/seal");
-    ASSERT_EQ(tree.SignAllButOpen().status, 0);
-    tree.ExpectFindings({});
     tree.manifest = tree.At("d/new/seal");
-    tree.Remove("open/new");
     ASSERT_EQ(tree.SignAllButOpen().status, 0);
-    tree.ExpectFindings({ExtraFolder("d/new")});
+    tree.ExpectFindings({{kExtraFolder, "d/new"}});
 }
 
 TEST(Verify, FailsWithTheErrorOfAManifestThatCannotBeRead) {
@@ -143,24 +115,17 @@ TEST(VerifyWithEmbeddedKey, UsesTheKeyOfTheBuildAndIgnoresTheCallers) {
     const StandardTree tree;
     const std::uint8_t junk[283] = {};
     const auto verify = [&tree, &junk] {
-        return tree.Verify([&junk](auto& options) { options.keyBlob = junk, options.keyBlobSize = sizeof(junk); },
-                           ZoSigner_VerifyDirectoryWithEmbeddedKey);
+        const auto ignored = [&junk](auto& options) {
+            options.keystore = nullptr;
+            options.keyBlob = junk;
+            options.keyBlobSize = sizeof(junk);
+        };
+        return tree.Verify(ignored, ZoSigner_VerifyDirectoryWithEmbeddedKey);
     };
     EXPECT_EQ(verify().status, 0);
     ASSERT_EQ(ZoSigner_GenerateKeyPair(tree.keystore.c_str()), 0);
     ASSERT_EQ(tree.Sign().status, 0);
     EXPECT_EQ(verify().status, ZOSIG_E_TAMPERED);
-}
-
-TEST(VerifyWithEmbeddedKey, RequiresRootAndManifestButNoKeystore) {
-    const StandardTree tree;
-    const auto status = [&tree](const auto& change) {
-        return tree.Verify(change, ZoSigner_VerifyDirectoryWithEmbeddedKey).status;
-    };
-    EXPECT_EQ(status([](auto& options) { options.keystore = nullptr; }), 0);
-    EXPECT_EQ(status([](auto& options) { options.root = nullptr; }), kInvalidArgument);
-    EXPECT_EQ(status([](auto& options) { options.manifest = nullptr; }), kInvalidArgument);
-    EXPECT_EQ(ZoSigner_VerifyDirectoryWithEmbeddedKey(nullptr, nullptr), kInvalidArgument);
 }
 
 }  // namespace
