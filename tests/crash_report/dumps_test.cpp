@@ -104,16 +104,6 @@ TEST_F(DedupeRecord, OffersDumpsAgainWhenItsFolderCannotBeMade) {
     EXPECT_EQ(Taken() + Taken(), "a.dmp a.dmp ");
 }
 
-TEST_F(DedupeRecord, OffersDumpsAgainWhenItCannotBeWritten) {
-    SetRecord(1);
-    SetFileAttributesW(record_.c_str(), FILE_ATTRIBUTE_READONLY);
-    // Root under Wine can write it all the same.
-    const bool writable = static_cast<bool>(
-        zo::OwnedFile(CreateFileW(record_.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr)));
-    EXPECT_EQ(Taken() + Taken(), writable ? "a.dmp " : "a.dmp a.dmp ");
-    EXPECT_EQ(Record() != 1, writable);
-}
-
 // HKEY_LOCAL_MACHINE of this process is a key of its own, so that no setting of the machine is touched.
 class DumpFolder : public NewDumps {
   protected:

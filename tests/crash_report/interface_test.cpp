@@ -29,8 +29,8 @@ void WINAPI FixedLocalTime(SYSTEMTIME* time) {
     *time = {2026, 1, 5, 2, 3, 4, 5, 6};  // a Friday
 }
 
-// The query that is expected of a crash of bug check 0x1E without a stack.
-std::string ExpectedQuery(const char* appName, const char* appVersion, std::uint32_t lcid) {
+// The query of a crash of bug check 0x1E without a stack, all settings at their defaults.
+std::string DefaultQuery() {
     OSVERSIONINFOW os{};
     os.dwOSVersionInfoSize = sizeof(os);
     // By name, because the platform's header declares it deprecated.
@@ -38,13 +38,13 @@ std::string ExpectedQuery(const char* appName, const char* appVersion, std::uint
     EXPECT_TRUE(reinterpret_cast<BOOL(WINAPI*)(OSVERSIONINFOW*)>(reinterpret_cast<void*>(getVersion))(&os));
     constexpr char kSignature[] = "a83d38223dd8c1365da314f1f15dda87";  // MD5 of "Bugcheck code 1e\n"
     return zo::Format(
-        "<Crash_protocol>\r\n<AppName>{}</AppName>\r\n<AppVer>{}</AppVer>\r\n<Cmd>1</Cmd>\r\n"
-        "<Contact>{}</Contact>\r\n<CrashSignature>{}</CrashSignature>\r\n<ErrAddr>{}</ErrAddr>\r\n"
-        "<GUID_TeskWarden>{}</GUID_TeskWarden>\r\n<LCID>{}</LCID>\r\n<ModuleName>ntos</ModuleName>\r\n"
+        "<Crash_protocol>\r\n<AppName>TeskShield</AppName>\r\n<AppVer>100.0.100.1</AppVer>\r\n<Cmd>1</Cmd>\r\n"
+        "<Contact>{}</Contact>\r\n<CrashSignature>{}</CrashSignature>\r\n<ErrAddr>0xFFFFF80604001A2B</ErrAddr>\r\n"
+        "<GUID_TeskWarden>{}</GUID_TeskWarden>\r\n<LCID>2502</LCID>\r\n<ModuleName>ntos</ModuleName>\r\n"
         "<OSBuildNo>{}</OSBuildNo>\r\n<OSID>{}</OSID>\r\n<OSMajVer>{}</OSMajVer>\r\n<OSMinVer>{}</OSMinVer>\r\n"
         "<TimeStamp>2026-1-2 3:4:5</TimeStamp>\r\n<ToolVer>3.1</ToolVer>\r\n<UIN>10000</UIN>\r\n</Crash_protocol>\r\n",
-        appName, appVersion, ZO_CRASH_CONTACT, kSignature, "0xFFFFF80604001A2B", MachineGuid(), lcid, os.dwBuildNumber,
-        os.dwPlatformId, os.dwMajorVersion, os.dwMinorVersion);
+        ZO_CRASH_CONTACT, kSignature, MachineGuid(), os.dwBuildNumber, os.dwPlatformId, os.dwMajorVersion,
+        os.dwMinorVersion);
 }
 
 class Settings : public ReporterTest {
@@ -70,20 +70,17 @@ class Settings : public ReporterTest {
     std::filesystem::path dump_ = AddDump("a.dmp", kOurs, kBase);
 };
 
-TEST_F(Settings, AreSentAndDefaultsForWhatIsNotGiven) {
+TEST_F(Settings, AreSentAndDefaultsForEmptyOnes) {
     const struct {
         const char* name;
         const wchar_t* appName;
         const wchar_t* appVersion;
         std::uint32_t lcid;
-        const char* sentName;
-        const char* sentVersion;
-        std::uint32_t sentLcid;
+        Strings sent;
     } cases[] = {
-        {"nothing", nullptr, nullptr, 0, "TeskShield", "100.0.100.1", 2502},
-        {"empty text", L"", L"", 0, "TeskShield", "100.0.100.1", 2502},
-        {"all", L"App <&>", L"2.0", 1033, "App <&>", "2.0", 1033},
-        {"beyond the ANSI code page", L"Caf\u00E9\u4E2D", L"\u20AC", 1, "Caf\xE9?", "\x80", 1},
+        {"empty", L"", L"", 0, {"TeskShield", "100.0.100.1", "2502"}},
+        {"all", L"App <&>", L"2.0", 1033, {"App <&>", "2.0", "1033"}},
+        {"beyond the ANSI code page", L"Caf\u00E9\u4E2D", L"\u20AC", 1, {"Caf\xE9?", "\x80", "1"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -91,18 +88,20 @@ TEST_F(Settings, AreSentAndDefaultsForWhatIsNotGiven) {
         config_.appVersion = c.appVersion;
         config_.lcid = c.lcid;
         Configure();
-        EXPECT_EQ(Upload(dump_), (Outcome{.found = 1, .selected = 1, .queriesFailed = 1}));
-        EXPECT_EQ(documents_.back(), ExpectedQuery(c.sentName, c.sentVersion, c.sentLcid));
+        EXPECT_EQ(Upload(dump_), kQueryFailed);
+        const auto field = [this](const char* name) { return Field(documents_.back(), name); };
+        EXPECT_EQ((Strings{field("AppName"), field("AppVer"), field("LCID")}), c.sent);
     }
 }
 
 TEST_F(Settings, GoBackToTheDefaultsWithANullRecord) {
     config_.appName = L"App";
+    config_.appVersion = L"1";
     config_.lcid = 1;
     Configure();
     api_.initialize(nullptr);
-    EXPECT_EQ(Upload(dump_), (Outcome{.found = 1, .selected = 1, .queriesFailed = 1}));
-    EXPECT_EQ(documents_.back(), ExpectedQuery("TeskShield", "100.0.100.1", 2502));
+    EXPECT_EQ(Upload(dump_), kQueryFailed);
+    EXPECT_EQ(documents_.back(), DefaultQuery());
     record_ = folder_ / "ZoProtector" / "crash_compare.dat";
     EXPECT_EQ(Record(), kBase);
 }
@@ -129,7 +128,7 @@ TEST_F(Targets, AreMatchedInListOrderRegardlessOfCase) {
     for (const auto& [name, targets, matched] : cases) {
         SCOPED_TRACE(name);
         api_.setTargets(targets.data(), static_cast<std::uint32_t>(targets.size()));  // of none, a null pointer
-        EXPECT_EQ(RunAnew(), (Outcome{.found = 1, .selected = 1, .queriesFailed = 1}));
+        EXPECT_EQ(RunAnew(), kQueryFailed);
         EXPECT_EQ(TakeLog().back(), "0 Dump ~\\dumps\\a.dmp matched=[" + matched + "] upload=true");
         EXPECT_EQ(zo::Utf8FromWide(stats_.matchedDrivers), matched);
     }
@@ -283,7 +282,7 @@ TEST_F(Gate, EndsAWaitForTheTimeACancelOrTheNetwork) {
         {"time over", 1, api_.resetCancel, 1000, kNoNetwork},
         {"cancelled in the default time", 0, api_.cancel, 300'000, kNoNetwork},
         {"cancelled in the longest time", ~0u, api_.cancel, 86'400'000, kNoNetwork},
-        {"network up", 300, api_.networkOk, 300'000, {.found = 1, .selected = 1, .queriesFailed = 1}},
+        {"network up", 300, api_.networkOk, 300'000, kQueryFailed},
     };
     const std::filesystem::path dump = AddDump("1.dmp", kOurs, kBase + 1);
     const zotest::ImportHook hook("SleepConditionVariableCS", NoteWait);

@@ -57,6 +57,9 @@ struct Outcome {
     }
 };
 
+// One dump was taken, and its query was not sent or not answered.
+inline constexpr Outcome kQueryFailed{.found = 1, .selected = 1, .queriesFailed = 1};
+
 struct Exports {
     const zotest::LoadedLibrary& library;
     decltype(&ZoCrashReport_Initialize) initialize = ZOTEST_FUNCTION(library, ZoCrashReport_Initialize);

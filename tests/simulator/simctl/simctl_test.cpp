@@ -49,7 +49,6 @@ TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
     } rows[] = {
         {"version 1 4 2", [](ZoSimSettings& s) { s.version[1] = 4, s.version[2] = 2; }},
         {"capacity file 2", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_FILE] = 2; }},
-        {"capacity known-process 0x10", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_PID] = 16; }},
         {"slots registry 16", [](ZoSimSettings& s) { s.ringSlots[ZOSIM_RING_REGISTRY] = 16; }},
         {"resume newest", [](ZoSimSettings& s) { s.resumeAfterOverrun = ZOSIM_RESUME_NEWEST; }},
         {"layout 2", [](ZoSimSettings& s) { s.statsVersion = 2; }},
@@ -95,9 +94,7 @@ TEST_F(SimctlTest, Fault_ChangesLengthAndWordsOfTheReply) {
     EXPECT_EQ(Simctl("fault list-file-rules --word 0=7 --word 2=0x10 --returned 12").exitCode, 0);
     std::uint32_t reply[4] = {};
     EXPECT_EQ(Send(ZOP_IOCTL_LIST_FILE_RULES, nullptr, 0, reply, sizeof(reply)).returned, 12u);
-    EXPECT_EQ(reply[0], 7u);
-    EXPECT_EQ(reply[1], 0u);
-    EXPECT_EQ(reply[2], 16u);
+    EXPECT_EQ(std::vector<std::uint32_t>(reply, reply + 3), (std::vector<std::uint32_t>{7, 0, 16}));
 }
 
 TEST_F(SimctlTest, Fault_DelaysTheReply) {
@@ -108,24 +105,18 @@ TEST_F(SimctlTest, Fault_DelaysTheReply) {
 }
 
 TEST_F(SimctlTest, Rings_GetTheEventsThatAreAskedFor) {
-    const auto ring = [](const char* name) {
-        const Json state = Shown("state");
-        for (const Json& row : state["rings"])
-            if (row["ring"] == name) return row;
-        return Json();
+    const auto nextSequence = [this] { return Simulator().State().rings[ZOSIM_RING_REGISTRY].writerSeq; };
+    const auto drain = [this] {
+        std::uint8_t reply[16];
+        return Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "\0\0\0\0\0\0\0\0", 8, reply, sizeof(reply)).error;
     };
-    EXPECT_EQ(Simctl("inject 1500").exitCode, 0);
-    EXPECT_EQ(ring("events")["produced"], 1500);
-    EXPECT_EQ(ring("events")["kept"], 1024);
     EXPECT_EQ(Simctl("inject 3 registry --sequence 100").exitCode, 0);
-    EXPECT_EQ(ring("registry")["nextSequence"], 103);
-    EXPECT_EQ(Simctl("produce registry --per-drain 5").exitCode, 0);
-    std::uint8_t reply[16];
-    EXPECT_EQ(Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "\0\0\0\0\0\0\0\0", 8, reply, sizeof(reply)).error, 0u);
-    EXPECT_EQ(ring("registry")["nextSequence"], 108);
-    EXPECT_EQ(Simctl("produce registry --stop").exitCode, 0);
-    EXPECT_EQ(Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "\0\0\0\0\0\0\0\0", 8, reply, sizeof(reply)).error, 0u);
-    EXPECT_EQ(ring("registry")["nextSequence"], 108);
+    EXPECT_EQ(nextSequence(), 103u);
+    for (const char* command : {"produce registry --per-drain 5", "produce registry --stop"}) {
+        EXPECT_EQ(Simctl(command).exitCode, 0);
+        EXPECT_EQ(drain(), 0u);
+        EXPECT_EQ(nextSequence(), 108u) << command;
+    }
 }
 
 TEST_F(SimctlTest, Signature_MakesAProcessKnownRefreshedAndUnknownAgain) {
@@ -133,7 +124,6 @@ TEST_F(SimctlTest, Signature_MakesAProcessKnownRefreshedAndUnknownAgain) {
     const Json known = {{"pid", 4242}, {"first", 1}, {"second", 3}, {"refreshedFirst", 9}, {"refreshedSecond", 8}};
     EXPECT_EQ(Shown("table known-process")["entries"], Json::array({known}));
     EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 0);
-    EXPECT_EQ(Shown("table known-process")["total"], 0);
     EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 1) << "it is not known";
 }
 
@@ -147,54 +137,41 @@ TEST_F(SimctlTest, Counters_GoOnFromTheValuesGiven) {
     EXPECT_EQ(block[1 + 17], 5u);
 }
 
-TEST_F(SimctlTest, Table_ShowsEachKindOfEntry) {
-    auto file = Named<ZopFileRuleRecord>(L"\\f");
+TEST_F(SimctlTest, Table_ShowsTheFieldsOfItsEntries) {
+    auto file = Named<ZopFileRuleRecord>(L"\\gr\u00FC\u00DFe");
     file.isFolder = 1;
     SetField(file.filter, L"*.exe");
     SetField(file.scopePath, L"\\s");
     file.exclusive = 200;
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_FILE_RULE, file), 0u);
-    EXPECT_EQ(Give(ZOP_IOCTL_ADD_PROCESS_RULE, Named<ZopRuleRecord>(L"\\gr\u00FC\u00DFe")), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_RULE, Named<ZopRegistryRuleRecord>(L"\\REGISTRY\\x")), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, Named<ZopDllFolderRecord>(L"\\d")), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_IGNORE_PROCESS, Named<ZopRuleRecord>(L"\\i")), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{77, 0}), 0u);
-    const struct {
-        const char* table;
-        Json entry;
-    } rows[] = {
-        {"file",
-         {{"path", "\\f"},
-          {"folder", 1},
-          {"recursive", 0},
-          {"filter", "*.exe"},
-          {"scope", "\\s"},
-          {"scopeFolder", 0},
-          {"scopeRecursive", 0},
-          {"exclusive", 200}}},
-        {"process", {{"path", "\\gr\u00FC\u00DFe"}, {"folder", 0}, {"recursive", 0}}},
+    const Json shownFile = {{"path", "\\gr\u00FC\u00DFe"}, {"folder", 1},     {"recursive", 0},
+                            {"filter", "*.exe"},           {"scope", "\\s"},  {"scopeFolder", 0},
+                            {"scopeRecursive", 0},         {"exclusive", 200}};
+    const std::pair<const char*, Json> rows[] = {
+        {"file", shownFile},
         {"registry", {{"key", "\\REGISTRY\\x"}, {"recursive", 0}}},
         {"dll", {{"path", "\\d"}, {"recursive", 0}}},
         {"registry-ignore", {{"path", "\\i"}, {"folder", 0}, {"recursive", 0}}},
         {"override", {{"pid", 77}}},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Shown(std::string("table ") + row.table)["entries"], Json::array({row.entry})) << row.table;
-    EXPECT_EQ(Shown("table file-ignore")["entries"], Json::array());
+    for (const auto& [table, entry] : rows)
+        EXPECT_EQ(Shown(std::string("table ") + table)["entries"], Json::array({entry})) << table;
 }
 
 TEST_F(SimctlTest, Requests_ShowsTheNewestByNameWithTheirInput) {
     EXPECT_EQ(Give(ZOP_IOCTL_FORCE_CRASH), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_SET_MASTER_ENABLED, ZopToggleRecord{0xAB}), 0u);
     EXPECT_EQ(Give(0x8000C400), 1u);
-    const Json all = Shown("requests --bytes")["requests"];
-    ASSERT_EQ(all.size(), 3u);
-    EXPECT_EQ(all[0]["command"], "force-crash");
-    EXPECT_EQ(all[1]["input"], "ab");
-    EXPECT_EQ(all[2]["command"], "0x8000C400");
-    EXPECT_EQ(all[2]["status"], "0xC0000010");
+    const Json all = Shown("requests --bytes --from 2")["requests"];
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[0]["input"], "ab");
+    EXPECT_EQ(all[1]["command"], "0x8000C400");
+    EXPECT_EQ(all[1]["status"], "0xC0000010");
     EXPECT_EQ(Shown("requests --last 1")["requests"][0]["sequence"], 3);
-    EXPECT_EQ(Shown("requests --from 2")["requests"].size(), 2u);
 }
 
 TEST_F(SimctlTest, WrongUsage_IsRefusedWithTheReasonAndSendsNothing) {
@@ -206,33 +183,24 @@ TEST_F(SimctlTest, WrongUsage_IsRefusedWithTheReasonAndSendsNothing) {
         {"instal", "unknown command 'instal'"},
         {"capacity fle 2", "'fle' is not a table"},
         {"capacity file -1", "-1"},
-        {"capacity file 4294967296", "4294967296"},
         {"inject", "COUNT"},
-        {"inject 3 4", "'4' is not a ring"},
-        {"fail list-file-rule access-denied", "'list-file-rule' is not a driver command"},
         {"fail any access-denied 0", "never apply"},
         {"fault any", "--status"},
         {"fault any --perform", "--status"},
         {"fault any --word 4=1", "'4=1'"},
-        {"fault any --word 1", "'1'"},
         {"fault any --delay 1 --times 2 --always", "--always"},
         {"status-reply 1 2 3", "8"},
-        {"status-reply --own 1 2 3 4 5 6 7 8", "--own"},
         {"produce events", "--stop"},
         {"produce events --rate 3 --stop", "--stop"},
         {"signature 1", "--forget"},
-        {"counters events", "'events'"},
         {"counters 18=1", "'18=1'"},
     };
-    const ZoSimSettings before = Simulator().Settings();
     for (const auto& row : rows) {
         const Outcome run = Simctl(row.command);
         EXPECT_EQ(run.exitCode, 2) << row.command;
         EXPECT_NE(run.err.find(row.reason), std::string::npos) << row.command << ": " << run.err;
         EXPECT_EQ(run.out, "") << row.command;
     }
-    const ZoSimSettings now = Simulator().Settings();
-    EXPECT_EQ(memcmp(&now, &before, sizeof(now)), 0);
     EXPECT_EQ(Simulator().State().faultsPending, 0u);
 }
 
@@ -247,14 +215,6 @@ TEST_F(SimctlTest, Failures_AreADocumentToo) {
         ASSERT_TRUE(document.is_object()) << row.command;
         EXPECT_EQ(document["command"], row.name) << row.command;
         EXPECT_EQ(document["exitCode"], row.exitCode) << row.command;
-    }
-}
-
-TEST_F(SimctlTest, RefusedByTheDriver_EndsWithOneAndTheReason) {
-    for (const char* command : {"capacity file 65537", "slots events 0", "layout 4"}) {
-        const Outcome run = Simctl(command);
-        EXPECT_EQ(run.exitCode, 1) << command;
-        EXPECT_NE(run.err.find("error 87"), std::string::npos) << run.err;
     }
 }
 
@@ -279,7 +239,6 @@ TEST_F(SimctlTest, Help_ShowsAnExampleThatWorksForEveryCommand) {
 TEST_F(SimctlTest, Text_ShowsTheSameFactsAsTheJson) {
     Simulator().InjectEvents(ZOSIM_RING_EVENTS, 3);
     const std::string text = Simctl("state").out;
-    EXPECT_NE(text.find("faults pending        0\n"), std::string::npos) << text;
     EXPECT_NE(text.find("\nevents    3     1024   3 "), std::string::npos) << text;
 }
 
