@@ -101,6 +101,10 @@ class SealCommandsTest(SealedTreeTest):
             self.assertIn("manifest is empty", self.refused(2, *arguments)["message"])
         self.refused(5, "keys", "generate", closed / "new", "--replace", prefix=UNPRIVILEGED)
         self.refused(2, "keys", "generate", "")
+        for verb in ("sign", "verify"):
+            self.refused(2, verb, self.tree, "-m", self.folder / "m", "-k", "")
+        (self.folder / "shut/private.rsakey").mkdir(parents=True)
+        self.refused(1, "keys", "generate", self.folder / "shut", "--replace")
 
     def test_the_result_comes_before_the_hints(self):
         # Standard error last, in one text, as a terminal shows both.
@@ -185,6 +189,7 @@ class SealCommandsTest(SealedTreeTest):
                 ("d/link", ("--seal-none",), 0, (0, 0)), ("d/e/a\x01b", (), 34, (1, 0)), ("d/a\x01b", ("--open", "d"), 34, (1, 0))):
             with self.subTest(name=name, options=options):
                 spoilt = self.tree / name
+                spoilt.unlink(missing_ok=True)
                 spoilt.symlink_to(self.keys) if "link" in name else spoilt.write_text("x")
                 facts = self.sign("--strict", *options, code=code)
                 spoilt.unlink()

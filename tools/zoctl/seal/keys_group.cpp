@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "error_text.h"
+#include "errors.h"
 #include "format.h"
 #include "hex.h"
 #include "key_source.h"
@@ -84,6 +85,10 @@ int Generate(Output& out, const std::string& keystore, bool replace) {
         status = ZoSigner_GenerateKeyPair(zo::WideFromUtf8(keystore).c_str());
     } catch (const std::filesystem::filesystem_error& error) {
         return RefuseFolder(out, error);
+    }
+    if (status == zo::HresultFromWin32(ERROR_WRITE_FAULT)) {
+        return out.Refuse(kExitFailed, zo::Format("The key files in {} cannot be written.", Quote(keystore)),
+                          "Check that you may write to the folder, and that no other program uses its key files.");
     }
     if (status < 0) return out.Fail(status, Subject::kSigner, "create a key pair in " + Quote(keystore));
     const int exitCode = ShowThumbprint(out, keystore, "Created a key pair. Its thumbprint:");

@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "error_text.h"
+#include "errors.h"
 #include "format.h"
 #include "hex.h"
 #include "message_beginnings.h"
@@ -111,8 +112,8 @@ int SignerSession::FailToSign(std::int32_t status) const {
 
 int SignerSession::FailToVerify(std::int32_t status) const {
     const Json facts = AddedTo(Json::object());
-    // The library returns no other Win32 error before it has begun to check the folder.
-    if ((zo::Bits(status) & 0xFFFF0000u) == 0x80070000u) {
+    // But for a wrong argument, the library returns no other Win32 error before it has begun to check the folder.
+    if (status != zo::kInvalidArgument && (zo::Bits(status) & 0xFFFF0000u) == 0x80070000u) {
         return RefuseUnreadable(out_, paths_.manifest, zo::Bits(status) & 0xFFFFu, facts);
     }
     if (status == ZOSIG_E_BAD_MANIFEST) {
