@@ -122,6 +122,17 @@ TEST_F(SimulatorRules, LargeTablesStayConsistent) {
         ASSERT_EQ(Add(kFamilies[0], known), 183u);
 }
 
+TEST_F(SimulatorCommands, TheStatusShowsSwitchesAsTheirBytesAndTheSizesOfTables) {
+    EXPECT_EQ(Give(ZOP_IOCTL_SET_MASTER_ENABLED, ZopToggleRecord{9}), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ENABLE_FILE_PROTECT, ZopToggleRecord{1}), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ENABLE_DLL_LOAD_FILTER, ZopToggleRecord{200}), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_RULE, Named<ZopRegistryRuleRecord>(L"\\REGISTRY\\x")), 0u);
+    std::uint8_t status[20] = {};
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATUS, nullptr, 0, status, 20).returned, 20u);
+    const std::uint8_t expected[20] = {9, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 200, 0, 0, 0, 0};
+    EXPECT_EQ(memcmp(status, expected, 20), 0);
+}
+
 TEST_F(SimulatorCommands, ProcessesAreKnownByTheWholeOfTheirNumber) {
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{0, 0}), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{0x01000000, 0}), 0u);
@@ -172,6 +183,18 @@ TEST_F(SimulatorCommands, ADrainGoesByThePositionAndTheSmallerOfRequestAndBuffer
         const std::uint32_t expected[] = {step.count, step.dropped, step.position};
         EXPECT_EQ(memcmp(reply.data(), expected, sizeof(expected)), 0) << "step " << (&step - steps);
     }
+}
+
+TEST_F(SimulatorCommands, EventsHaveTheDocumentedLayout) {
+    Simulator().SetSequence(ZOSIM_RING_REGISTRY, 0xABCD);
+    Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 1);
+    std::uint8_t reply[16 + 1076];
+    EXPECT_EQ(Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "\xCD\xAB\0\0\1\0\0\0", 8, reply, sizeof(reply)).error, 0u);
+    ZoSimRegistryEvent event;
+    memcpy(&event, reply + 16, sizeof(event));
+    ZoSimRegistryEvent expected{0xABCD, 3, event.time, 1981, 1982, 0, 1, 51, {}, {}};
+    SetField(expected.key, L"\\REGISTRY\\MACHINE\\SOFTWARE\\Simulated\\event_0000ABCD");
+    EXPECT_EQ(memcmp(&event, &expected, sizeof(event)), 0);
 }
 
 TEST_F(SimulatorCommands, AProducerFillsTheRingAsTimePasses) {
