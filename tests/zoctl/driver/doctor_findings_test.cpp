@@ -1,4 +1,5 @@
 #include "doctor_findings.h"
+#include "crash_findings.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,19 @@
 namespace {
 
 using zoctl::DoctorFacts;
+
+// A line for each finding that is not good; only those have a remedy.
+std::string Objections(const std::vector<zoctl::Finding>& findings) {
+    std::string text;
+    for (const zoctl::Finding& finding : findings) {
+        const bool good = finding.severity == zoctl::Severity::kGood;
+        EXPECT_EQ(finding.remedy.empty(), good) << finding.text;
+        if (good) continue;
+        text += (text.empty() ? "" : "\n") + std::string(SeverityName(finding.severity)) + " " + finding.subject +
+                ": " + finding.text;
+    }
+    return text;
+}
 
 DoctorFacts Healthy() {
     DoctorFacts facts;
@@ -54,14 +68,7 @@ TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
         DoctorFacts facts = Healthy();
         facts.deviceError = one.deviceError;
         one.spoil(facts);
-        std::string findings;
-        for (const zoctl::Finding& finding : zoctl::Judge(facts)) {
-            const bool good = finding.severity == zoctl::Severity::kGood;
-            EXPECT_EQ(finding.remedy.empty(), good) << finding.text;
-            if (good) continue;
-            findings += (findings.empty() ? "" : "\n") + std::string(SeverityName(finding.severity)) + " " +
-                        finding.subject + ": " + finding.text;
-        }
+        const std::string findings = Objections(zoctl::Judge(facts));
         EXPECT_TRUE(std::regex_match(findings, std::regex(one.findings))) << one.findings << "\n" << findings;
     }
 }
@@ -93,6 +100,32 @@ TEST(JudgeSignature, SaysWhetherWindowsIsLikelyToLoadTheDriver) {
         const std::string text = std::string(SeverityName(finding.severity)) + " " + finding.text;
         EXPECT_TRUE(std::regex_match(text, std::regex(row.finding))) << row.name << "\n" << text;
         EXPECT_STREQ(zoctl::OutlookName(zoctl::OutlookOf(row.signature)), row.loads) << row.name;
+    }
+}
+
+TEST(JudgeCrashReports, FindsTheSpoiltFactAndNothingElse) {
+    using zoctl::CrashFacts;
+    const struct {
+        void (*spoil)(CrashFacts&);
+        const char* findings;
+    } rows[] = {
+        {[](auto&) {}, ""},
+        {[](auto& f) { f.missingLibrary = "dbgeng.dll"; }, "note debugger engine: dbgeng.dll is neither.*"},
+        {[](auto& f) { f.dumpFolderError = 3; }, ""},
+        {[](auto& f) { f.dumpFolderError = 5; }, "note dump folder: D cannot be read by this user"},
+        {[](auto& f) { f.dumpFolderError = 21; }, "wrong dump folder: D cannot be read, error 21"},
+        {[](auto& f) { f.record.error = 5; }, "wrong crash record: R cannot be written, error 5"},
+        {[](auto& f) { f.journal.error = 5; }, "wrong crash journal: J cannot be written, error 5"},
+        {[](auto& f) { f.record.path.clear(); }, "wrong crash record: .*no folder.*"},
+        {[](auto& f) { f.serverError = 0; }, ""},
+        {[](auto& f) { f.serverError = 12002; }, "wrong crash server: S cannot be used: slow \\(error 12002\\)"},
+    };
+    for (const auto& row : rows) {
+        CrashFacts facts{"", "D", 0, {"R", 0}, {"J", 0}, "S", std::nullopt, "slow"};
+        row.spoil(facts);
+        EXPECT_TRUE(std::regex_match(Objections(zoctl::JudgeCrashReports(facts)), std::regex(row.findings)))
+            << row.findings << "\n"
+            << Objections(zoctl::JudgeCrashReports(facts));
     }
 }
 

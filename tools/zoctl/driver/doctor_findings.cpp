@@ -11,11 +11,6 @@ namespace zoctl {
 
 namespace {
 
-constexpr std::uint32_t kErrorFileNotFound = 2;
-constexpr std::uint32_t kErrorAccessDenied = 5;
-constexpr std::uint32_t kErrorSharingViolation = 32;
-constexpr std::uint32_t kErrorReparsePointEncountered = 4395;
-
 std::string StatusWords(std::int32_t status) {
     const StatusText text = DescribeStatus(status, Subject::kAny);
     return zo::Format("{} ({} {})", text.meaning, text.name, text.value);

@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <iterator>
+#include <memory>
 
+#include "crash_facts.h"
 #include "doctor_facts.h"
 #include "driver_commands.h"
 #include "format.h"
@@ -25,9 +28,10 @@ Json MeasuredJson(const DoctorFacts& facts) {
             {"unsignedBypassAttempts", ifRead(facts.statsStatus, facts.bypassAttempts)}};
 }
 
-int Doctor(Output& out) {
+int Doctor(Output& out, bool online) {
     const DoctorFacts facts = GatherDoctorFacts();
-    const std::vector<Finding> findings = Judge(facts);
+    std::vector<Finding> findings = Judge(facts);
+    std::ranges::move(JudgeCrashReports(GatherCrashFacts(online)), std::back_inserter(findings));
     TextTable table({"", "SUBJECT", "FINDING"});
     std::string remedies;
     Json list = Json::array();
@@ -53,10 +57,14 @@ int Doctor(Output& out) {
 }  // namespace
 
 void RegisterDoctor(CLI::App& root, Tool& tool) {
+    const auto online = std::make_shared<bool>(false);
     tool.AddCommand(root,
-                    {"doctor", "Check service, file, filter, device, driver and log, and say how to fix what is wrong",
-                     "doctor\ndoctor --json"},
-                    Doctor);
+                    {"doctor",
+                     "Check service, file, filter, device, driver, log and crash reporter, and say how to fix what is "
+                     "wrong",
+                     "doctor\ndoctor --online --json"},
+                    [online](Output& out) { return Doctor(out, *online); })
+        .add_flag("--online", *online, "Also ask whether the crash server answers, for at most 10 seconds");
 }
 
 }  // namespace zoctl

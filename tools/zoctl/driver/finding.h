@@ -2,9 +2,17 @@
 
 // One thing that the doctor looked at. Pure.
 
+#include <cstdint>
 #include <string>
 
 namespace zoctl {
+
+// Win32 errors that findings are made of, for code without windows.h.
+inline constexpr std::uint32_t kErrorFileNotFound = 2;
+inline constexpr std::uint32_t kErrorPathNotFound = 3;
+inline constexpr std::uint32_t kErrorAccessDenied = 5;
+inline constexpr std::uint32_t kErrorSharingViolation = 32;
+inline constexpr std::uint32_t kErrorReparsePointEncountered = 4395;
 
 enum class Severity { kGood, kNote, kWrong };
 
