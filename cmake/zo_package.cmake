@@ -60,7 +60,7 @@ install(FILES $<TARGET_FILE:ZoProtectorLib> DESTINATION simulator)
 install(DIRECTORY simulator/crash_server DESTINATION simulator USE_SOURCE_PERMISSIONS
         PATTERN CMakeLists.txt EXCLUDE PATTERN "*.cpp" EXCLUDE PATTERN __pycache__ EXCLUDE)
 install(FILES cmake/zo_crash_settings.cmake DESTINATION simulator/crash_server)  # where the server finds its default key
-install(FILES simulator/installed/README.md DESTINATION simulator)
+install(FILES simulator/installed/README.md simulator/vocabulary.json DESTINATION simulator)
 install(FILES simulator/debug_engine/README.md DESTINATION simulator/debug_engine)
 install(PROGRAMS simulator/debug_engine/make_dump.py DESTINATION simulator/debug_engine)
 install(FILES simulator/include/zoprotector_simulator.h DESTINATION include)

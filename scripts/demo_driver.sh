@@ -60,10 +60,12 @@ Chapter "What the driver saw" \
     "The driver writes what it sees into rings; the library drains them. simctl makes the simulator see three things:"
 Simctl inject 3
 Zoctl events
+Say "The fields are the driver's own. A file of their names turns the bytes into columns, and selects:"
+Zoctl events --vocabulary "$drivers\\vocabulary.json" --where kind=process
 Say "When nobody reads for a while, the ring overflows. Lost events are reported where they are missing:"
 Simctl inject 1500
 ShowSome 4 "zoctl events" ZoWine "$bin/zoctl.exe" events
-Zoctl stats
+Zoctl stats --vocabulary "$drivers\\vocabulary.json"
 
 Chapter "A newer driver, while the old one runs" \
     "The new file carries version 1.0.1. A running driver's file cannot be overwritten; the library moves it aside and puts

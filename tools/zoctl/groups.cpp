@@ -6,6 +6,7 @@
 #include "rules_commands.h"
 #include "seal_commands.h"
 #include "upgrade_commands.h"
+#include "vocabulary_option.h"
 
 namespace zoctl {
 
@@ -23,6 +24,7 @@ std::span<const RegisterGroup> CommandGroups() {
         RegisterSignature,
         RegisterRules,
         RegisterEvents,
+        RegisterVocabulary,
         RegisterKeys,
         RegisterSeal,
         RegisterManifest,

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "fake_names.h"
+#include "wildcards.h"
 
 namespace {
 
@@ -84,9 +85,9 @@ TEST(RuleLint, FindsWhatIsUselessInTheOtherLists) {
 
 TEST(RuleLint, FiltersMatchAsFileNamePatternsDo) {
     for (const auto& [pattern, name] : {std::pair{"*", ""}, {"*.EXE", "A.EXE"}, {"A?C*", "ABCD"}, {"*A*B", "XAYAB"}})
-        EXPECT_TRUE(FitsFilter(pattern, name)) << pattern << " " << name;
+        EXPECT_TRUE(FitsPattern(pattern, name)) << pattern << " " << name;
     for (const auto& [pattern, name] : {std::pair{"", "A"}, {"*.EXE", "A.EXEX"}, {"A?C", "AC"}, {"*A*B", "XBA"}})
-        EXPECT_FALSE(FitsFilter(pattern, name)) << pattern << " " << name;
+        EXPECT_FALSE(FitsPattern(pattern, name)) << pattern << " " << name;
 }
 
 }  // namespace

@@ -9,13 +9,14 @@
 #include "facts.h"
 #include "format.h"
 #include "text.h"
+#include "vocabulary_option.h"
 #include "zoprotector.h"
 
 namespace zoctl {
 
 namespace {
 
-int Stats(Output& out) {
+int Stats(Output& out, const Vocabulary& vocabulary) {
     ZopStats stats{};
     const std::int32_t status = ZoProtector_GetStats(&stats);
     if (status < 0) return out.Fail(status, Subject::kRule, "read the counters");
@@ -28,8 +29,11 @@ int Stats(Output& out) {
               hasBypass ? std::string() : "not known to this driver");
     Json counters = Json::array();
     const auto add = [&](std::size_t offset, std::uint32_t value) {
-        facts.Add(zo::Format("at byte {}", offset).c_str(), nullptr, value);
+        const auto name = vocabulary.counters.find(offset);
+        const bool named = name != vocabulary.counters.end();
+        facts.Add(named ? name->second.c_str() : zo::Format("at byte {}", offset).c_str(), nullptr, value);
         counters.push_back({{"offset", offset}, {"value", value}});
+        if (named) counters.back()["name"] = name->second;
     };
     for (std::size_t i = 0; i < std::size(stats.counters); ++i)
         add(offsetof(ZopStats, counters) + 4 * i, stats.counters[i]);
@@ -94,7 +98,11 @@ int ForceCrash(Output& out, bool yes) {
 }  // namespace
 
 void RegisterMaintenance(CLI::App& root, Tool& tool) {
-    tool.AddCommand(root, {"stats", "Show the driver's counters", "stats --json"}, WithDriver(Stats));
+    VocabularyOption names;
+    CLI::App& stats = tool.AddCommand(
+        root, {"stats", "Show the driver's counters", "stats --vocabulary C:\\Suite\\driver.json\nstats --json"},
+        names.WithNames(Stats));
+    names.AddTo(stats);
 
     const auto copy = std::make_shared<CopyOptions>();
     CLI::App& copyCommand =

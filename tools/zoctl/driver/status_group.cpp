@@ -3,6 +3,7 @@
 #include "driver_names.h"
 #include "facts.h"
 #include "format.h"
+#include "vocabulary_option.h"
 #include "zoprotector.h"
 
 namespace zoctl {
@@ -17,7 +18,21 @@ Json PairsJson(const ZopStatus& status) {
             {{"flag", status.flag4}, {"count", status.count4}}};
 }
 
-int ShowRunningDriver(Output& out) {
+// A row for each number of a pair that has names, else one for the pair.
+void AddPair(Facts& facts, std::size_t number, Json& pair, const Vocabulary& vocabulary) {
+    if (vocabulary.status.empty()) {
+        facts.Add(zo::Format("pair {}", number + 1).c_str(), nullptr, nullptr,
+                  zo::Format("flag {}  count {}", pair["flag"].get<unsigned>(), pair["count"].get<unsigned>()));
+        return;
+    }
+    const PairNames& names = vocabulary.status[number];
+    facts.Add(names.flag.c_str(), nullptr, pair["flag"]);
+    facts.Add(names.count.c_str(), nullptr, pair["count"]);
+    pair["flagName"] = names.flag;
+    pair["countName"] = names.count;
+}
+
+int ShowRunningDriver(Output& out, const Vocabulary& vocabulary) {
     std::uint32_t version[3] = {};
     std::uint32_t enabled = 0;
     ZopStatus pairs{};
@@ -31,12 +46,9 @@ int ShowRunningDriver(Output& out) {
     Facts facts;
     facts.Add("version", "driverVersion", VersionText(version));
     facts.Add("protection", "enabled", enabled != 0, enabled ? "on" : "off");
-    const Json pairsJson = PairsJson(pairs);
-    for (std::size_t i = 0; i < pairsJson.size(); ++i) {
-        facts.Add(zo::Format("pair {}", i + 1).c_str(), nullptr, nullptr,
-                  zo::Format("flag {}  count {}", pairsJson[i]["flag"].get<unsigned>(),
-                             pairsJson[i]["count"].get<unsigned>()));
-    }
+    Json pairsJson = PairsJson(pairs);
+    for (std::size_t i = 0; i < pairsJson.size(); ++i)
+        AddPair(facts, i, pairsJson[i], vocabulary);
     facts.Add(nullptr, "pairs", pairsJson);
     out.Table(facts.Sheet({"DRIVER", ""}));
     if (!enabled) out.Hint("Protection is switched off; \"zoctl enable\" switches it on.");
@@ -53,8 +65,11 @@ void AddMasterSwitch(Tool& tool, CLI::App& root, const CommandText& text, bool o
 }  // namespace
 
 void RegisterStatus(CLI::App& root, Tool& tool) {
-    tool.AddCommand(root, {"status", "Show the running driver's version, master switch and counts", "status"},
-                    WithDriver(ShowRunningDriver));
+    VocabularyOption names;
+    names.AddTo(tool.AddCommand(root,
+                                {"status", "Show the running driver's version, master switch and counts",
+                                 "status\nstatus --vocabulary C:\\Suite\\driver.json"},
+                                names.WithNames(ShowRunningDriver)));
     AddMasterSwitch(tool, root, {"enable", "Switch all protection on", "enable"}, true);
     AddMasterSwitch(tool, root, {"disable", "Switch all protection off; the rules stay", "disable"}, false);
 }

@@ -9,6 +9,7 @@
 #include "events_group.h"
 #include "format.h"
 #include "hex.h"
+#include "vocabulary_option.h"
 #include "zoprotector.h"
 
 namespace zoctl {
@@ -21,6 +22,10 @@ struct EventOptions {
     bool both = false;
     bool bytes = false;
     bool failOnLoss = false;
+    std::vector<std::string> where;
+    VocabularyOption vocabularyFile;
+    Vocabulary vocabulary;
+    std::vector<Condition> conditions;
     std::optional<std::uint32_t> from;
     std::optional<std::uint32_t> registryFrom;
     std::uint32_t capacity = 256;
@@ -42,6 +47,7 @@ struct Ring {
     DrainExport drain;
     std::size_t recordSize;
     std::uint32_t position;
+    const std::vector<EventField>* fields;  // of the vocabulary; none without one
     std::uint64_t received = 0;
     std::uint64_t lost = 0;
 
@@ -58,7 +64,7 @@ struct Ring {
 // Where what is drained goes: to the reader at once, or into the one document.
 class EventSink {
   public:
-    EventSink(Output& out, bool bytes) : out_(out), bytes_(bytes), records_(out, "records") {}
+    EventSink(Output& out, const EventOptions& options) : out_(out), options_(options), records_(out, "records") {}
 
     void Lost(const Ring& ring, std::uint32_t count) {
         out_.Text(zo::Format("{}  LOST {} events, overwritten before they were read\n", ring.name, count));
@@ -67,14 +73,23 @@ class EventSink {
 
     // False when it could not be written.
     bool Event(const Ring& ring, std::span<const std::uint8_t> record) {
+        const auto holds = [&](const Condition& condition) { return Holds(condition, *ring.fields, record); };
+        if (!std::all_of(options_.conditions.begin(), options_.conditions.end(), holds)) return out_.Writable();
         const std::vector<std::string> strings = FindStrings(record);
         if (out_.Machine()) {
-            records_.Add({{"type", "event"}, {"ring", ring.name}, {"strings", strings}, {"hex", zo::ToHex(record)}});
+            Json event = {{"type", "event"}, {"ring", ring.name}, {"strings", strings}, {"hex", zo::ToHex(record)}};
+            for (const EventField& field : *ring.fields)
+                event["fields"][field.name] = FieldJson(field, record);
+            records_.Add(std::move(event));
+            return out_.Writable();
+        }
+        if (!ring.fields->empty()) {
+            Columns(ring, record);
             return out_.Writable();
         }
         // The driver's fields are unknown; the first bytes are where most drivers keep theirs.
         constexpr std::size_t kShown = 40;
-        std::string line = zo::Format("{}  {}", ring.name, zo::ToHex(bytes_ ? record : record.first(kShown)));
+        std::string line = zo::Format("{}  {}", ring.name, zo::ToHex(options_.bytes ? record : record.first(kShown)));
         for (const std::string& text : strings)
             line += "  " + Quote(text);
         out_.Text(line + "\n");
@@ -84,9 +99,30 @@ class EventSink {
     void PutInto(Json& facts) { records_.PutInto(facts); }
 
   private:
+    // A line of the ring's table, below its headings when another ring's came before.
+    void Columns(const Ring& ring, std::span<const std::uint8_t> record) {
+        std::string headings;
+        std::string line;
+        const auto add = [](std::string& text, const std::string& cell, std::size_t width) {
+            text += zo::Format("{:<{}}  ", cell, width);
+        };
+        for (const EventField& field : *ring.fields) {
+            if (!field.column) continue;
+            add(headings, field.name, FieldWidth(field));
+            add(line, FieldText(field, record), FieldWidth(field));
+        }
+        if (options_.bytes) line += zo::ToHex(record);
+        for (std::string* text : {&headings, &line})
+            text->erase(text->find_last_not_of(' ') + 1);
+        if (headed_ != ring.name) out_.Text(zo::Format("{} events\n{}\n", ring.name, headings));
+        headed_ = ring.name;
+        out_.Text(line + "\n");
+    }
+
     Output& out_;
-    bool bytes_;
+    const EventOptions& options_;
     Records records_;
+    std::string headed_;  // the ring whose headings were the last
 };
 
 // One poll. An event counts as received once it could be written; the position stays before the first that could not.
@@ -130,11 +166,12 @@ std::int32_t Drain(std::vector<Ring>& rings, const EventOptions& options, EventS
 std::vector<Ring> RingsOf(const EventOptions& options) {
     std::vector<Ring> rings;
     if (!options.registry || options.both) {
-        rings.push_back({"main", ZoProtector_DrainEvents, sizeof(ZopEventRecord), options.from.value_or(0)});
+        rings.push_back({"main", ZoProtector_DrainEvents, sizeof(ZopEventRecord), options.from.value_or(0),
+                         &options.vocabulary.Fields(EventRing::kMain)});
     }
     if (options.registry || options.both) {
         rings.push_back({"registry", ZoProtector_DrainRegistryEvents, sizeof(ZopRegistryEventRecord),
-                         options.registryFrom.value_or(0)});
+                         options.registryFrom.value_or(0), &options.vocabulary.Fields(EventRing::kRegistry)});
     }
     return rings;
 }
@@ -175,7 +212,7 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, const End& end, Even
 
 int Events(Output& out, const EventOptions& options) {
     std::vector<Ring> rings = RingsOf(options);
-    EventSink sink(out, options.bytes);
+    EventSink sink(out, options);
     const Cancellation cancellation;
     const ULONGLONG end = options.seconds ? GetTickCount64() + *options.seconds * 1000ull : ~0ull;
     const auto stop = [&] { return cancellation.Requested() || GetTickCount64() >= end || !out.Writable(); };
@@ -184,6 +221,26 @@ int Events(Output& out, const EventOptions& options) {
         status = Drain(rings, options, sink, stop);
     } while (status >= 0 && options.follow && !stop() && !cancellation.Wait(options.interval.value_or(kInterval)));
     return TellTotals(out, rings, {status, cancellation.Requested(), options.failOnLoss}, sink);
+}
+
+// Reads the vocabulary and the conditions on its fields, each of which must be able to hold for a ring that is read.
+Ended PrepareFields(Output& out, EventOptions& options) {
+    if (const Ended ended = options.vocabularyFile.Load(out, options.vocabulary)) return ended;
+    for (const std::string& text : options.where) {
+        const std::optional<Condition> condition = ParseCondition(text);
+        if (!condition || !options.vocabularyFile.Given()) {
+            return out.Refuse(kExitUsage, "--where needs --vocabulary, and has the form FIELD=VALUE.",
+                              "\"zoctl events --help\" shows an example.");
+        }
+        std::string objection;
+        for (const Ring& ring : RingsOf(options)) {
+            objection = Objection(*condition, *ring.fields);
+            if (objection.empty()) break;
+        }
+        if (!objection.empty()) return out.Refuse(kExitUsage, objection, "Look the field up in the vocabulary.");
+        options.conditions.push_back(*condition);
+    }
+    return std::nullopt;
 }
 
 // What does not go together; null when all does.
@@ -206,12 +263,14 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
     CLI::App& command = tool.AddCommand(
         root,
         {"events", "Show the driver's events: their bytes, the text in them, how many were lost, and a total",
-         "events\nevents --follow --both --jsonl\nevents --registry --registry-from 4711"},
+         "events\nevents --follow --both --jsonl\nevents --registry --registry-from 4711\n"
+         "events --vocabulary C:\\Suite\\driver.json --where kind=process --where path=*\\agent.exe"},
         [options](Output& out) {
             if (const char* contradiction = Contradiction(out, *options)) {
                 return out.Refuse(kExitUsage, contradiction,
                                   "\"zoctl events --help\" shows which options go together.");
             }
+            if (const Ended ended = PrepareFields(out, *options)) return *ended;
             return WithDriver([&](Output& channelOut) { return Events(channelOut, *options); })(out);
         });
     tool.AllowJsonLines(command);
@@ -220,6 +279,11 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
     command.add_flag("--both", options->both, "Both rings");
     command.add_flag("--bytes", options->bytes, "Show all bytes of each event, not only the first 40");
     command.add_flag("--fail-on-loss", options->failOnLoss, "End with exit code 60 when events were lost");
+    options->vocabularyFile.AddTo(command);
+    command
+        .add_option("--where", options->where,
+                    "FIELD=VALUE: show only events whose field has this value; repeatable, and all must hold")
+        ->allow_extra_args(false);
     command.add_option("--from", options->from, "Position in the main ring to continue from; 0 is the beginning");
     command.add_option("--registry-from", options->registryFrom, "The same for the registry ring");
     command.add_option("--capacity", options->capacity, "Events per poll")

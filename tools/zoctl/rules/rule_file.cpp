@@ -6,27 +6,10 @@
 
 #include "driver_records.h"
 #include "format.h"
-#include "utf16_text.h"
 
 namespace zoctl {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-std::string Escaped(std::string_view name) {
-    std::string pointer;
-    for (const char c : name) {
-        if (c == '~') {
-            pointer += "~0";
-        } else if (c == '/') {
-            pointer += "~1";
-        } else {
-            pointer += c;
-        }
-    }
-    return pointer;
-}
 
 std::size_t Utf16Units(const std::string& utf8) {
     std::size_t units = 0;
@@ -38,21 +21,16 @@ std::size_t Utf16Units(const std::string& utf8) {
 }
 
 // Walks the document and gathers mistakes with the place of each.
-class Reader {
+class Reader : JsonReader {
   public:
-    Reader(const NameForms& names, std::vector<Mistake>& mistakes) : names_(names), mistakes_(mistakes) {}
+    Reader(const NameForms& names, std::vector<Mistake>& mistakes) : JsonReader(mistakes), names_(names) {}
 
     RuleFile ReadFile(const Json& file);
 
   private:
-    void Say(const std::string& pointer, std::string message) { mistakes_.push_back({pointer, std::move(message)}); }
-
     // Null, with a mistake said, when it is there but no object; members beyond the allowed ones are mistakes.
-    bool IsObject(const Json& value, const std::string& at, std::initializer_list<const char*> allowed);
     const Json* Section(const Json& file, const char* name, std::initializer_list<const char*> allowed);
     std::optional<bool> Enabled(const Json* section, const std::string& at);
-    std::optional<std::uint64_t> Number(const Json& value, const std::string& at, std::uint64_t highest);
-    std::optional<std::string> Text(const Json& value, const std::string& at);
     std::uint8_t Flag(const Json& rule, const char* name, const std::string& at, bool oneBit);
     std::string Path(const Json& value, const std::string& at, std::string& nt);
     std::string Key(const Json& value, const std::string& at, std::string& nt);
@@ -72,23 +50,7 @@ class Reader {
     void ReadSignature(const Json& file, RuleFile& wanted);
 
     const NameForms& names_;
-    std::vector<Mistake>& mistakes_;
 };
-
-bool Reader::IsObject(const Json& value, const std::string& at, std::initializer_list<const char*> allowed) {
-    if (!value.is_object()) {
-        Say(at, "must be an object");
-        return false;
-    }
-    for (const auto& member : value.items()) {
-        const std::string& name = member.key();
-        const auto known = [&name](const char* other) { return name == other; };
-        if (std::none_of(allowed.begin(), allowed.end(), known)) {
-            Say(at + "/" + Escaped(name), "is not a known member");
-        }
-    }
-    return true;
-}
 
 const Json* Reader::Section(const Json& file, const char* name, std::initializer_list<const char*> allowed) {
     const auto found = file.find(name);
@@ -102,25 +64,6 @@ std::optional<bool> Reader::Enabled(const Json* section, const std::string& at) 
     if (value.is_boolean()) return value.get<bool>();
     Say(at + "/enabled", "must be true or false");
     return std::nullopt;
-}
-
-std::optional<std::uint64_t> Reader::Number(const Json& value, const std::string& at, std::uint64_t highest) {
-    if (value.is_number_unsigned() && value.get<std::uint64_t>() <= highest) return value.get<std::uint64_t>();
-    Say(at, zo::Format("must be a whole number from 0 to {}", highest));
-    return std::nullopt;
-}
-
-std::optional<std::string> Reader::Text(const Json& value, const std::string& at) {
-    if (!value.is_string()) {
-        Say(at, "must be text");
-        return std::nullopt;
-    }
-    auto text = value.get<std::string>();
-    if (std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; })) {
-        Say(at, "must not hold control characters");
-        return std::nullopt;
-    }
-    return text;
 }
 
 // oneBit: the library itself makes 1 of every other number, so that only 0 and 1 can be asked for.
@@ -345,60 +288,11 @@ RuleFile Reader::ReadFile(const Json& file) {
     return wanted;
 }
 
-// A member that stands twice in an object: JSON parsers keep one of the two and nobody sees the other.
-class RepeatedMembers {
-  public:
-    explicit RepeatedMembers(std::vector<Mistake>& mistakes) : mistakes_(mistakes) {}
-
-    bool operator()(int, Json::parse_event_t event, Json& value) {
-        using Event = Json::parse_event_t;
-        if (event == Event::key) {
-            open_.back().at = value.get<std::string>();
-            if (!open_.back().names.insert(open_.back().at).second) {
-                mistakes_.push_back({Pointer(), "duplicate member"});
-            }
-        } else if (event == Event::object_start || event == Event::array_start) {
-            open_.push_back({event == Event::array_start, 0, {}, {}});
-        } else {
-            if (event != Event::value) open_.pop_back();
-            if (!open_.empty() && open_.back().isArray) ++open_.back().index;
-        }
-        return true;
-    }
-
-  private:
-    struct Container {
-        bool isArray;
-        std::size_t index;            // of the element that is being read, in an array
-        std::string at;               // the member that is being read, in an object
-        std::set<std::string> names;  // those that were there before
-    };
-
-    [[nodiscard]] std::string Pointer() const {
-        std::string pointer;
-        for (const Container& one : open_)
-            pointer += "/" + (one.isArray ? zo::Format("{}", one.index) : Escaped(one.at));
-        return pointer;
-    }
-
-    std::vector<Container> open_;
-    std::vector<Mistake>& mistakes_;
-};
-
 }  // namespace
 
 RuleFile ReadRuleFile(std::string_view text, const NameForms& names, std::vector<Mistake>& mistakes) {
-    Json file;
-    try {
-        file = Json::parse(Utf8OfFile(text), RepeatedMembers(mistakes));
-    } catch (const Json::exception& error) {  // of its grammar, or of a number that no type holds
-        // The parser's words carry line and column, behind a prefix of its own.
-        const std::string words = error.what();
-        const std::size_t start = words.find("] ");
-        mistakes.push_back({"", "cannot be read as JSON: " + words.substr(start == std::string::npos ? 0 : start + 2)});
-        return {};
-    }
-    return Reader(names, mistakes).ReadFile(file);
+    const std::optional<Json> file = ParseJson(text, mistakes);
+    return file ? Reader(names, mistakes).ReadFile(*file) : RuleFile{};
 }
 
 }  // namespace zoctl

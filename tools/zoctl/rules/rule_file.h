@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "json_reader.h"
 #include "rule_set.h"
 
 namespace zoctl {
@@ -51,11 +52,6 @@ struct RuleFile {
         const auto& rules = tables[Index(table)];
         return rules ? rules->size() : 0;
     }
-};
-
-struct Mistake {
-    std::string pointer;  // JSON pointer; "" is the whole file
-    std::string message;
 };
 
 // Finds every mistake, not only the first. The result is to be used only when there is none.

@@ -5,8 +5,6 @@ namespace zoctl {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // Drivers keep the byte; most are 0 or 1, which people write as false and true.
 Json FlagJson(std::uint8_t flag) {
     return flag > 1 ? Json(flag) : Json(flag == 1);

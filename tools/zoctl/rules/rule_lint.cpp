@@ -123,28 +123,6 @@ void AddFruitlessFilters(const RuleFile& file, const Places& places, std::vector
 
 }  // namespace
 
-bool FitsFilter(std::string_view pattern, std::string_view name) {
-    std::size_t at = 0;
-    std::size_t in = 0;
-    std::size_t star = std::string_view::npos;
-    std::size_t resume = 0;
-    while (in < name.size()) {
-        if (at < pattern.size() && pattern[at] == '*') {
-            star = at++;
-            resume = in;
-        } else if (at < pattern.size() && (pattern[at] == '?' || pattern[at] == name[in])) {
-            ++at;
-            ++in;
-        } else if (star != std::string_view::npos) {  // the last star takes one more
-            at = star + 1;
-            in = ++resume;
-        } else {
-            return false;
-        }
-    }
-    return pattern.find_first_not_of('*', at) == std::string_view::npos;
-}
-
 std::vector<LintFinding> Lint(const RuleFile& file, const NameForms& names, const Places& places) {
     std::vector<LintFinding> findings;
     const std::vector<NamedPlace> named = NamedPlaces(file, places);

@@ -3,7 +3,6 @@
 // What is wrong with a rule file on this machine although it has no mistakes. Pure.
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "rule_file.h"
@@ -25,8 +24,5 @@ struct LintFinding {
 // and filters that no file fits. The pattern language of filters is the driver's; here * is any text and ? any one
 // character, ignoring case.
 [[nodiscard]] std::vector<LintFinding> Lint(const RuleFile& file, const NameForms& names, const Places& places);
-
-// Both folded. Bytes of UTF-8 beyond ASCII count as characters of their own for "?".
-[[nodiscard]] bool FitsFilter(std::string_view pattern, std::string_view name);
 
 }  // namespace zoctl

@@ -5,6 +5,7 @@
 #include "command_shapes.h"
 #include "format.h"
 #include "rules_commands.h"
+#include "vocabulary_option.h"
 #include "zoprotector.h"
 
 namespace zoctl {
@@ -16,8 +17,14 @@ struct PolicyOptions {
     std::optional<std::uint32_t> minLevel;
 };
 
+// "2", or "2 (microsoft)" with the number's name.
+std::string NumberText(std::uint8_t number, const NumberNames& names) {
+    const std::string name = NameOf(names, number);
+    return name.empty() ? zo::Format("{}", number) : zo::Format("{} ({})", number, name);
+}
+
 // Shows the policy, or changes the numbers given and leaves the other as it is.
-int ShowOrSetPolicy(Output& out, const PolicyOptions& options) {
+int ShowOrSetPolicy(Output& out, const PolicyOptions& options, const Vocabulary& vocabulary) {
     ZopSignaturePolicy policy{};
     std::int32_t status = ZoProtector_GetSignaturePolicy(&policy);
     if (status < 0) return out.Fail(status, Subject::kRule, "read the signature policy");
@@ -28,9 +35,16 @@ int ShowOrSetPolicy(Output& out, const PolicyOptions& options) {
         status = ZoProtector_SetSignaturePolicy(&policy);
         if (status < 0) return out.Fail(status, Subject::kRule, "set the signature policy");
     }
-    return out.Done(zo::Format("Signature policy{}: mode {}, minimum level {}.", change ? " set" : "", policy.mode,
-                               policy.minLevel),
-                    {{"mode", policy.mode}, {"minLevel", policy.minLevel}, {"changed", change}});
+    Json facts = {{"mode", policy.mode}, {"minLevel", policy.minLevel}, {"changed", change}};
+    const auto addName = [&facts](const char* member, const std::string& name) {
+        if (!name.empty()) facts[member] = name;
+    };
+    addName("modeName", NameOf(vocabulary.modes, policy.mode));
+    addName("minLevelName", NameOf(vocabulary.minLevels, policy.minLevel));
+    return out.Done(
+        zo::Format("Signature policy{}: mode {}, minimum level {}.", change ? " set" : "",
+                   NumberText(policy.mode, vocabulary.modes), NumberText(policy.minLevel, vocabulary.minLevels)),
+        facts);
 }
 
 using SignatureCall = std::int32_t (*)(std::uint32_t, std::uint32_t*, std::uint32_t*);
@@ -67,11 +81,15 @@ void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int3
 void RegisterSignature(CLI::App& root, Tool& tool) {
     CLI::App& group = tool.AddGroup(root, "signature", "The driver's code-signature policy and its exceptions");
     const auto options = std::make_shared<PolicyOptions>();
+    VocabularyOption names;
     CLI::App& policy =
         tool.AddCommand(group,
                         {"policy", "Show the policy, or set the values given; the driver defines what they mean",
                          "signature policy\nsignature policy --mode 1 --min-level 2"},
-                        WithDriver([options](Output& out) { return ShowOrSetPolicy(out, *options); }));
+                        names.WithNames([options](Output& out, const Vocabulary& vocabulary) {
+                            return ShowOrSetPolicy(out, *options, vocabulary);
+                        }));
+    names.AddTo(policy);
     policy.add_option("--mode", options->mode, "0 to 255")->check(CLI::Range(0, 255));
     policy.add_option("--min-level", options->minLevel, "0 to 255")->check(CLI::Range(0, 255));
     AddVerdict(tool, group, {"query", "Show the driver's verdict on a process", "signature query 4711"},

@@ -10,8 +10,8 @@
 
 #include "format.h"
 #include "owned_handles.h"
-#include "rule_lint.h"
 #include "text.h"
+#include "wildcards.h"
 
 namespace zoctl {
 
@@ -188,7 +188,7 @@ Presence SystemPlaces::AnyFile(const std::string& folder, bool recursive, const 
             if (name == L"." || name == L"..") continue;
             if (++names > kMostNames) return Presence::kUnknown;
             if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-                if (FitsFilter(pattern, names_.Fold(zo::Utf8FromWide(name)))) return Presence::kThere;
+                if (FitsPattern(pattern, names_.Fold(zo::Utf8FromWide(name)))) return Presence::kThere;
             } else if (recursive && !IsLink(found)) {
                 folders.push_back(open + L"\\" + name);
             }

@@ -1,0 +1,100 @@
+#include "vocabulary.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+
+namespace {
+
+using namespace zoctl;
+
+nlohmann::json ReadJson(const std::string& name) {
+    std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/" + name, std::ios::binary);
+    return nlohmann::json::parse(stream);
+}
+
+std::vector<Mistake> MistakesOf(const nlohmann::json& file) {
+    std::vector<Mistake> mistakes;
+    static_cast<void>(ReadVocabulary(file.dump(), mistakes));
+    return mistakes;
+}
+
+// The same files as the schema is tried on: each is the one with everything and one change.
+TEST(VocabularyCheck, ReportsAMistakeAtItsPlace) {
+    const auto files = ReadJson("tests/zoctl/vocabulary/vocabulary_files.json");
+    for (const auto& [kind, changes] : files.at("changes").items()) {
+        for (const auto& change : changes) {
+            auto document = files.at("everything");
+            document[nlohmann::json::json_pointer(change[0].get<std::string>())] = change[1];
+            const std::vector<Mistake> mistakes = MistakesOf(document);
+            const std::string pointer = change[change.size() > 2 ? 2 : 0];
+            const bool found = std::any_of(mistakes.begin(), mistakes.end(),
+                                           [&](const Mistake& mistake) { return mistake.pointer == pointer; });
+            EXPECT_EQ(found, kind != "accepted") << change;
+        }
+    }
+}
+
+TEST(VocabularyCheck, TheSimulatorsOwnHasNoMistakes) {
+    for (const Mistake& mistake : MistakesOf(ReadJson("simulator/vocabulary.json")))
+        ADD_FAILURE() << mistake.pointer << ": " << mistake.message;
+}
+
+// One record with a field of each type.
+class VocabularyFields : public testing::Test {
+  protected:
+    VocabularyFields() {
+        std::vector<Mistake> mistakes;
+        fields_ = ReadVocabulary(R"({"version": 1, "events": {"main": [
+            {"name": "kind", "offset": 0, "type": "u8", "values": {"start": 1, "stop": 2}},
+            {"name": "access", "offset": 1, "type": "u16", "flags": {"read": 1, "write": 2}},
+            {"name": "result", "offset": 3, "type": "i32"},
+            {"name": "time", "offset": 7, "type": "time"},
+            {"name": "size", "offset": 15, "type": "u64"},
+            {"name": "path", "offset": 23, "type": "utf16", "units": 4}]}})",
+                                 mistakes)
+                      .Fields(EventRing::kMain);
+        EXPECT_TRUE(mistakes.empty());
+        Put(0, 2, 1);
+        Put(1, 0x8003, 2);
+        Put(3, 0xFFFFFFFE, 4);
+        Put(7, 133538080990000000, 8);  // 29 February 2024, 00:01:39
+        Put(15, 0xFFFFFFFFFFFFFFFF, 8);
+        for (std::size_t i = 0; i < 4; ++i)
+            Put(23 + 2 * i, static_cast<unsigned char>("A\\bc"[i]), 2);
+    }
+
+    void Put(std::size_t at, std::uint64_t number, std::size_t bytes) {
+        for (std::size_t i = 0; i < bytes; ++i)
+            record_[at + i] = static_cast<std::uint8_t>(number >> (8 * i));
+    }
+
+    std::vector<EventField> fields_;
+    std::array<std::uint8_t, 562> record_{};
+};
+
+TEST_F(VocabularyFields, AreReadByTheirTypes) {
+    Json values = Json::object();
+    for (const EventField& field : fields_)
+        values[field.name] = FieldJson(field, record_);
+    EXPECT_EQ(values, Json::parse(R"({"kind": "stop", "access": ["read", "write", "0x8000"], "result": -2,
+        "time": "2024-02-29T00:01:39.000Z", "size": 18446744073709551615, "path": "A\\bc"})"));
+    EXPECT_EQ(FieldText(fields_[1], record_), "read|write|0x8000");
+}
+
+TEST_F(VocabularyFields, ConditionsHoldByNumberNameFlagAndPattern) {
+    for (const char* text : {"kind=stop", "kind=STOP", "kind=2", "kind=0x2", "access=write", "access=3", "result=-2",
+                             "path=a\\*", "path=?\\BC", "time=2024-02-29*"}) {
+        EXPECT_EQ(Objection(*ParseCondition(text), fields_), "") << text;
+        EXPECT_TRUE(Holds(*ParseCondition(text), fields_, record_)) << text;
+    }
+    for (const char* text : {"kind=start", "kind=3", "access=4", "access=0", "result=2", "path=b*", "other=1"})
+        EXPECT_FALSE(Holds(*ParseCondition(text), fields_, record_)) << text;
+    for (const char* text : {"other=1", "kind=begin", "size=x"})
+        EXPECT_NE(Objection(*ParseCondition(text), fields_), "") << text;
+    for (const char* text : {"kind", "=1", ""})
+        EXPECT_FALSE(ParseCondition(text)) << text;
+}
+
+}  // namespace
