@@ -191,7 +191,8 @@ ZO_API int32_t ZoCrashReport_ResetCancel(void);
  *                that the dumps that were not reached are not offered again
  *   0x80070003   there is no dump folder
  *   0x80070005   the dump folder denies access, and there is no temporary folder to copy it to, or a link is in the
- *                place of the staging folder or of the folder above it
+ *                place of the staging folder or of the folder above it, or one of them cannot be held open (another
+ *                program has it open to delete it, for example)
  *   a ZOP_E_ status of zoprotector_status.h: the driver could not copy a dump folder that denies access (this needs
  *                ZoProtector_Initialize)
  *   0x80070102   the network was not reported up in time, or a cancel ended the wait; stats is filled and the record is
