@@ -256,7 +256,7 @@ class BareExchange {
         }
     }
 
-    zocrash::OwnedInternet session_;
+    zo::OwnedInternet session_;
     const std::string& url_;
     bool scramble_;
     const std::atomic<bool> neverCancelled_{false};
