@@ -59,7 +59,7 @@ class VocabularyFields : public testing::Test {
         Put(0, 2, 1);
         Put(1, 0x8003, 2);
         Put(3, 0xFFFFFFFE, 4);
-        Put(7, 133538080990000000, 8);  // 29 February 2024, 00:01:39
+        Put(7, 133536384990000000, 8);  // 29 February 2024, 00:01:39
         Put(15, 0xFFFFFFFFFFFFFFFF, 8);
         for (std::size_t i = 0; i < 4; ++i)
             Put(23 + 2 * i, static_cast<unsigned char>("A\\bc"[i]), 2);
