@@ -1,5 +1,6 @@
 #include "child_process.h"
 
+#include <algorithm>
 #include <future>
 #include <list>
 #include <stdexcept>
@@ -24,12 +25,21 @@ HANDLE Inherited(const zo::OwnedKernelObject& handle) {
     return handle.Get();
 }
 
-std::string ReadAll(HANDLE handle) {
+// What the child writes until it ends. Not until the pipe is closed: a process that the child leaves behind can inherit it,
+// such as the one that Wine starts for the first program that needs a desktop.
+std::string ReadUntilEnd(HANDLE pipe, HANDLE process) {
     std::string text;
     char block[4096];
-    for (DWORD size = 0; ReadFile(handle, block, sizeof(block), &size, nullptr) && size != 0;)
-        text.append(block, size);
-    return text;
+    for (bool ended = false;;) {
+        DWORD size = 0;
+        if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr)) return text;
+        if (size == 0) {
+            if (ended) return text;
+            ended = WaitForSingleObject(process, 2) == WAIT_OBJECT_0;  // then one last look
+        } else if (ReadFile(pipe, block, std::min<DWORD>(size, sizeof(block)), &size, nullptr)) {
+            text.append(block, size);
+        }
+    }
 }
 
 }  // namespace
@@ -68,8 +78,8 @@ ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring
     if (options.deafReader) out.read.Reset();
 
     ChildResult result;
-    auto readOut = std::async(std::launch::async, ReadAll, out.read.Get());
-    auto readErr = std::async(std::launch::async, ReadAll, err.read.Get());
+    auto readOut = std::async(std::launch::async, ReadUntilEnd, out.read.Get(), process.Get());
+    auto readErr = std::async(std::launch::async, ReadUntilEnd, err.read.Get(), process.Get());
     if (WaitForSingleObject(process.Get(), options.timeoutMs) != WAIT_OBJECT_0) {
         result.timedOut = true;
         TerminateProcess(process.Get(), 0xDEAD);
