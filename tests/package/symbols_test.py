@@ -23,7 +23,7 @@ class Symbols(unittest.TestCase):
         base = int(re.search(r"^ImageBase\s+([0-9a-f]+)", run(OBJDUMP, "-p", LIBRARY), re.MULTILINE)[1], 16)
         function, place = run(ADDR2LINE, "-f", "-C", "-e", LIBRARY, hex(base + int(offset, 16))).splitlines()
         self.assertEqual(function, "ZoProtector_QueryDriverStatus")
-        path, line = re.fullmatch(r"(?:build/\.\./\.\.|\.)/(.*):(\d+)", place).groups()
+        path, line = re.fullmatch(r"(?:build/(?:\.\./\.\.|\.)|\.)/(.*):(\d+)", place).groups()
         self.assertIn("*status = {}", (SOURCE / path).read_text().splitlines()[int(line) - 1])
 
     def test_stand_in_the_file_that_the_library_names_and_not_in_the_library(self):
