@@ -72,7 +72,7 @@ def _replacement(kind, match, to):
 
 
 def _change_message(line, match):
-    """One letter of a message changed: whoever reads messages reads them to the letter."""
+    """One letter of a message changed: callers compare messages letter by letter."""
     letter = re.search(r"[a-z]", match[0][1:-1].replace("\\n", "  ").replace("{", " "))
     if letter is None:
         return None

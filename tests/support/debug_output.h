@@ -17,7 +17,7 @@ class DebugOutput {
     [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return strings_; }
 
   private:
-    // Passed on: whoever handles the platform's own exception learns the moment of a message by it.
+    // Passed on: a handler of the platform's own exception learns from it when a message came.
     static void WINAPI Hear(const char* text) {
         strings_.emplace_back(text);
         OutputDebugStringA(text);

@@ -192,7 +192,7 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, const End& end, Even
                        ring.lost, ring.received + ring.lost,
                        ring.recordSize == sizeof(ZopEventRecord) ? "from" : "registry-from", ring.position);
         out.Text(text + "\n");
-        if (!out.Writable()) out.Hint(text);  // the reader of the events is gone; whoever started this is not
+        if (!out.Writable()) out.Hint(text);  // the reader is gone, but perhaps not the user
         if (out.Lines()) out.Line(ring.Total());
         totals.push_back(ring.Total());
         lost += ring.lost;
