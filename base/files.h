@@ -23,8 +23,8 @@ struct FileReadResult {
 // What others may do with a file while it is read.
 enum class Sharing { kRead, kReadWriteDelete };
 
-// GENERIC_READ, one read of the file's whole size; paths of any length. A file that shrinks in between is a failed read.
-// Files of 4 GiB and more are refused as a failed read (ERROR_FILE_TOO_LARGE).
+// GENERIC_READ, one read of the file's whole size; paths of any length. A file that shrinks in between is a failed
+// read. Files of 4 GiB and more are refused as a failed read (ERROR_FILE_TOO_LARGE).
 [[nodiscard]] FileReadResult ReadWholeFile(const wchar_t* path, std::string& bytes, Sharing sharing = Sharing::kRead);
 
 // One write of all the bytes to an open file (a HANDLE). Gives the Win32 error, 0 when done; writing less is a failure.

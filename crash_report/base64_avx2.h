@@ -1,7 +1,7 @@
 #pragma once
 
-// The bulk of base64 for processors with 256-bit integer instructions. base64.h is what callers use. Its source is built
-// for such processors only, so nothing in it may run before the processor is known to be one.
+// The bulk of base64 for processors with 256-bit integer instructions. base64.h is what callers use. Its source is
+// built for such processors only, so nothing in it may run before the processor is known to be one.
 
 #include <cstddef>
 #include <cstdint>

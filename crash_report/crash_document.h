@@ -1,7 +1,7 @@
 #pragma once
 
-// The document of one run: its fields are set and overwritten but never cleared, so that a later query still carries the
-// stack and the dump of the full document before it. That is part of the protocol, and servers expect it.
+// The document of one run: its fields are set and overwritten but never cleared, so that a later query still carries
+// the stack and the dump of the full document before it. That is part of the protocol, and servers expect it.
 
 #include <cstdint>
 

@@ -31,8 +31,8 @@ class DebugEngine {
     // Loads "dbghelp.dll" and "dbgeng.dll" from the executable's folder or else the system's, by full path.
     [[nodiscard]] std::int32_t Open();
 
-    // The engine takes narrow paths only. When the bugcheck data cannot be read, the result keeps what was filled before:
-    // the path, the stamp and the engine's first text.
+    // The engine takes narrow paths only. When the bugcheck data cannot be read, the result keeps what was filled
+    // before: the path, the stamp and the engine's first text.
     [[nodiscard]] std::int32_t Analyse(const std::string& dumpPath, std::uint64_t dumpStamp,
                                        DumpAnalysisResult& result);
 

@@ -15,8 +15,8 @@ struct RemovalResult {
     std::uint64_t removed = 0;  // entries, the folder itself included
 };
 
-// An absolute path, with nothing to remove when nothing is there. After an entry that cannot be removed the others still
-// go; the first error is reported.
+// An absolute path, with nothing to remove when nothing is there. After an entry that cannot be removed the others
+// still go; the first error is reported.
 [[nodiscard]] RemovalResult RemoveFolder(const std::wstring& folder);
 
 }  // namespace zocrash

@@ -1,7 +1,7 @@
 #pragma once
 
-// The crash server's answer: a status, a blank and a message. Only the text counts; the HTTP status is not looked at. The
-// bytes come from the network, and nothing in them is trusted.
+// The crash server's answer: a status, a blank and a message. Only the text counts; the HTTP status is not looked at.
+// The bytes come from the network, and nothing in them is trusted.
 
 #include <string>
 #include <string_view>

@@ -18,9 +18,9 @@ class StagedFolder {
     // Copied dumps are not left behind when a run ends by an exception.
     ~StagedFolder();
 
-    // Has the driver copy `source`. The copy is held open from before until it is removed, so that nobody can put a link
-    // in its place. Where a link is there already, or in the place of the folder above, nothing is cleaned or copied
-    // through it, as if there were no temporary folder.
+    // Has the driver copy `source`. The copy is held open from before until it is removed, so that nobody can put a
+    // link in its place. Where a link is there already, or in the place of the folder above, nothing is cleaned or
+    // copied through it, as if there were no temporary folder.
     [[nodiscard]] std::int32_t CopyFrom(const CrashReporterContext& reporter, const std::wstring& source);
 
     // Empty while there is no copy.

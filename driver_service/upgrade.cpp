@@ -56,8 +56,8 @@ zo::OwnedFile HoldInPlace(const ZopPathBuffer& file) {
                                      FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-// The staging file is not held just after the rename and just before it is moved back. No driver is better than one that
-// somebody put there in between.
+// The staging file is not held just after the rename and just before it is moved back. No driver is better than one
+// that somebody put there in between.
 void DeleteUnlessSame(const ZopPathBuffer& file, const std::optional<zo::FileId>& id) {
     const std::optional<zo::FileId> now = IdOf(file);
     if (id && now && *now != *id) DeleteFileW(file.Text());

@@ -1,7 +1,7 @@
 #pragma once
 
-// Library and bare loop, alternating in one run. A ratio is the median over the pairs, so that a busy machine hurts both
-// alike.
+// Library and bare loop, alternating in one run. A ratio is the median over the pairs, so that a busy machine hurts
+// both alike.
 
 #include <windows.h>
 

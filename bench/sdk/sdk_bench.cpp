@@ -1,5 +1,5 @@
-// What the library adds to the requests that it sends: every rule export (rule_exports.cpp), the event drains and the rule
-// lists, each beside a bare loop of the platform calls it cannot do without (bare_channel.h).
+// What the library adds to the requests that it sends: every rule export (rule_exports.cpp), the event drains and the
+// rule lists, each beside a bare loop of the platform calls it cannot do without (bare_channel.h).
 
 #include <algorithm>
 #include <cstdio>

@@ -22,8 +22,8 @@ class ZopLogFolder {
     // Those that were last written more than seven days ago. Nothing in the current folder is deleted.
     void DeleteOldFiles() const;
 
-    // For appending. Gives the Win32 error, 0 when the file is open; zo::kErrorIsALink when it is reached through a link
-    // or has another name.
+    // For appending. Gives the Win32 error, 0 when the file is open; zo::kErrorIsALink when it is reached through a
+    // link or has another name.
     [[nodiscard]] std::uint32_t OpenFileOf(const ZopLogTime& time, zo::OwnedFile& file) const;
 
   private:

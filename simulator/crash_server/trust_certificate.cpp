@@ -1,6 +1,6 @@
-// trust_certificate add|remove|check FILE: adds a certificate to the trusted roots, removes it again, or says whether it is
-// there. From a program's next connection on, the crash server's own certificate is then good for it. On Windows these are
-// the machine's roots; in a Wine prefix, those of its user.
+// trust_certificate add|remove|check FILE: adds a certificate to the trusted roots, removes it again, or says whether
+// it is there. From a program's next connection on, the crash server's own certificate is then good for it. On Windows
+// these are the machine's roots; in a Wine prefix, those of its user.
 
 // clang-format off
 #include <windows.h>
@@ -57,8 +57,8 @@ int Change(std::wstring_view verb, HCERTSTORE store, PCCERT_CONTEXT certificate)
     return kDone;
 }
 
-// A program that starts under Wine 10 puts the machine's roots back to those of the host; the user's stay. Windows asks the
-// user before it adds one of the user's, while the machine's only need an administrator.
+// A program that starts under Wine 10 puts the machine's roots back to those of the host; the user's stay. Windows asks
+// the user before it adds one of the user's, while the machine's only need an administrator.
 DWORD RootsLocation() {
     const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
     return isWine ? CERT_SYSTEM_STORE_CURRENT_USER : CERT_SYSTEM_STORE_LOCAL_MACHINE;

@@ -80,8 +80,8 @@ TEST_F(Uploads, HaveTheHeadAndTheFrameOfTheProtocol) {
     }
 }
 
-// What an exchange comes to when the server treats the query, and then the full document, in these ways. A "*" keeps the
-// condition for what the platform may send again by itself.
+// What an exchange comes to when the server treats the query, and then the full document, in these ways. A "*" keeps
+// the condition for what the platform may send again by itself.
 TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
     const struct {
         std::string query;

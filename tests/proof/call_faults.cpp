@@ -227,7 +227,8 @@ void PutBytes(BYTE*& at, std::initializer_list<int> bytes) {
         *at++ = static_cast<BYTE>(byte);
 }
 
-// The argument registers are kept, Decide(index) is asked, then either the original is jumped to or the answer returned.
+// The argument registers are kept, Decide(index) is asked, then either the original is jumped to or the answer
+// returned.
 void WriteStub(BYTE* at, std::uint32_t index, ULONG_PTR original, std::uint64_t answer) {
     PutBytes(at, {0x51, 0x52, 0x41, 0x50, 0x41, 0x51});  // push rcx, rdx, r8, r9
     PutBytes(at, {0x48, 0x83, 0xEC, 0x28});              // sub rsp, 40: the callee's room, and aligned

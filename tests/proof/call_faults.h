@@ -1,8 +1,9 @@
 #pragma once
 
-// Makes one call that the library makes of the platform fail, the n-th that the calling thread makes, so that a test can
-// walk through all of them. Each import of the DLL is led through a few bytes of code that ask here first; a failing call
-// does nothing, sets a Win32 error where its kind has one, and answers what that function answers when it fails.
+// Makes one call that the library makes of the platform fail, the n-th that the calling thread makes, so that a test
+// can walk through all of them. Each import of the DLL is led through a few bytes of code that ask here first; a
+// failing call does nothing, sets a Win32 error where its kind has one, and answers what that function answers when it
+// fails.
 //
 // Closing, freeing, locking and reading the clock cannot fail and are only passed on. Every import is on one of the two
 // lists: a new one that is on neither is reported when the hooks are set.

@@ -1,6 +1,7 @@
 #pragma once
 
-// The main paths of the library, each as one call that is made again and again while another of its platform calls fails.
+// The main paths of the library, each as one call that is made again and again while another of its platform calls
+// fails.
 
 #include <cstdint>
 #include <filesystem>

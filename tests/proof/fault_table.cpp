@@ -42,8 +42,8 @@ std::string Outcome(const Scenario& scenario) {
     }
 }
 
-// Statuses that the headers name, and the forms that carry the platform's own error: 0x8007 and a Win32 error, 0xD and an
-// NTSTATUS.
+// Statuses that the headers name, and the forms that carry the platform's own error: 0x8007 and a Win32 error, 0xD and
+// an NTSTATUS.
 bool IsNamed(const std::string& outcome) {
     static const std::set<std::string> named = {
         "00000000",  "80000001",           "80000002", "80000004",           "80000008", "80000009",

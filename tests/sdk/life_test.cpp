@@ -1,5 +1,5 @@
-// What loading, opening, closing, unloading and the end of the process do to the channel and to the diagnostic log. Each
-// load of the library begins with a state of its own.
+// What loading, opening, closing, unloading and the end of the process do to the channel and to the diagnostic log.
+// Each load of the library begins with a state of its own.
 
 #include <cstdlib>
 #include <optional>
@@ -160,7 +160,8 @@ bool allocationFailed;
 std::string lineToStopAt;
 HANDLE stopped;
 
-// While a process shuts down, Windows ends it at once when it waits for a lock whose owner is gone. Wine lets it through.
+// While a process shuts down, Windows ends it at once when it waits for a lock whose owner is gone. Wine lets it
+// through.
 void WINAPI EnterAsWindowsDoes(CRITICAL_SECTION* section) {
     if (!isEnding) return EnterCriticalSection(section);
     if (!TryEnterCriticalSection(section)) TerminateProcess(GetCurrentProcess(), kEndedForALock);

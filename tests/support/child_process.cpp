@@ -25,8 +25,8 @@ HANDLE Inherited(const zo::OwnedKernelObject& handle) {
     return handle.Get();
 }
 
-// What the child writes until it ends. Not until the pipe is closed: a process that the child leaves behind can inherit it,
-// such as the one that Wine starts for the first program that needs a desktop.
+// What the child writes until it ends. Not until the pipe is closed: a process that the child leaves behind can inherit
+// it, such as the one that Wine starts for the first program that needs a desktop.
 std::string ReadUntilEnd(HANDLE pipe, HANDLE process) {
     std::string text;
     char block[4096];

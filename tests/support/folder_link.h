@@ -1,7 +1,7 @@
 #pragma once
 
-// Makes a symbolic link to a folder. CreateSymbolicLinkW claims success under Wine and makes nothing, so there the link is
-// made as Linux does it.
+// Makes a symbolic link to a folder. CreateSymbolicLinkW claims success under Wine and makes nothing, so there the link
+// is made as Linux does it.
 
 #include <windows.h>
 

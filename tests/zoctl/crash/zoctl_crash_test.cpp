@@ -20,7 +20,8 @@ class ZoctlCrash : public ServerTest {
 
     std::string Dump(const char* name) { return (dumps_ / name).string(); }
 
-    // "crash COMMAND ..." with this test's folders, record and server where the command takes them and the words do not.
+    // "crash COMMAND ..." with this test's folders, record and server where the command takes them and the words do
+    // not.
     ZoctlRun Crash(Strings words) {
         const std::string command = words.front();
         const bool sends = command == "run" || command == "upload";

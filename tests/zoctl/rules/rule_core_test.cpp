@@ -35,8 +35,8 @@ void ExpectOneMistake(const std::string& text, const std::string& pointer, const
     EXPECT_EQ(std::count(mistakes.begin(), mistakes.end(), '\n'), 1) << text << "\n" << mistakes;
 }
 
-// The same files as the schema is tried on: each is the one with everything and one change, [where, what], and where the
-// mistake is when it is elsewhere.
+// The same files as the schema is tried on: each is the one with everything and one change, [where, what], and where
+// the mistake is when it is elsewhere.
 TEST(RuleFileCheck, ReportsTheOneMistakeAtItsPlace) {
     std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/tests/zoctl/rules/rule_files.json", std::ios::binary);
     const auto files = nlohmann::json::parse(stream);

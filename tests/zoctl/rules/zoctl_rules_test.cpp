@@ -277,7 +277,8 @@ TEST_F(ZoctlRules, ADriverThatNoLongerAnswersFailsOneStepOnly) {
     EXPECT_EQ(changes_, Codes{ZOP_IOCTL_ADD_PROCESS_RULE});
 }
 
-// What cannot be read back goes first and the rest waits for it: otherwise the next application would find nothing wrong.
+// What cannot be read back goes first and the rest waits for it: otherwise the next application would find nothing
+// wrong.
 TEST_F(ZoctlRules, ApplyAfterAFailureSendsAgainWhatCannotBeReadBack) {
     Simulator().FailNext(ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, 0xC0000044);
     EXPECT_TRUE(Gave(Apply(kFull), 8, "again with --resend", {{"notSent", kUnreadable}}));

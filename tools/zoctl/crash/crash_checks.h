@@ -11,7 +11,8 @@ namespace zoctl {
 // The options by themselves: the address of the server, the dump folder, the dump, the record.
 [[nodiscard]] Ended CheckCrashOptions(Output& out, const CrashOptions& options, CrashMode mode);
 
-// Ends a command that could not use one of its own files, with the code for the Win32 error. attempt: "read the journal"
+// Ends a command that could not use one of its own files, with the code for the Win32 error. attempt: "read the
+// journal"
 int RefuseFile(Output& out, const char* attempt, const std::filesystem::path& file, std::uint32_t error);
 
 struct CrashFailure {

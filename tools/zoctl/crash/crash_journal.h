@@ -1,7 +1,7 @@
 #pragma once
 
-// The journal of "zoctl crash run" and "upload": a JSON object a line for each dump, added when its outcome is known. It
-// answers whether a crash was reported, and if not, why not. Nothing reads it but "zoctl crash history" and people.
+// The journal of "zoctl crash run" and "upload": a JSON object a line for each dump, added when its outcome is known.
+// It answers whether a crash was reported, and if not, why not. Nothing reads it but "zoctl crash history" and people.
 
 #include <cstdint>
 #include <filesystem>

@@ -46,8 +46,8 @@ struct Refusal {
 // The same, a colon and what it means.
 [[nodiscard]] std::string StatusInWords(std::int32_t status);
 
-// Whether the dedupe record was moved past the dumps of a real run: not by a cancel that comes before the first dump, nor
-// by an engine that cannot be set up.
+// Whether the dedupe record was moved past the dumps of a real run: not by a cancel that comes before the first dump,
+// nor by an engine that cannot be set up.
 [[nodiscard]] bool MovedRecord(const CrashResult& result);
 
 // Whether each dump failed with the same status, and at least one of them has a sound header.

@@ -1,6 +1,7 @@
 #pragma once
 
-// "zoctl crash run" and "upload": a trial and a look at the server come first, because the library offers no dump twice.
+// "zoctl crash run" and "upload": a trial and a look at the server come first, because the library offers no dump
+// twice.
 
 #include "crash_session.h"
 #include "output.h"

@@ -13,8 +13,8 @@ namespace zoctl {
 
 namespace {
 
-// Only those who may install can open the mutex once it is made. Whoever makes it first can keep installers waiting, but
-// no longer than --wait.
+// Only those who may install can open the mutex once it is made. Whoever makes it first can keep installers waiting,
+// but no longer than --wait.
 constexpr wchar_t kAdministratorsAndSystem[] = L"D:P(A;;GA;;;BA)(A;;GA;;;SY)";
 constexpr unsigned kDefaultWait = 60;  // seconds
 

@@ -5,8 +5,8 @@
 // one object a line. Hints and failures always go to standard error as sentences too.
 //
 // The document of a command that worked: {"command", "ok": true, "exitCode": 0, ...facts}; of one that failed:
-// {"command", "ok": false, "exitCode", "status": {"name", "value"}, "message", "advice", ...facts}. "command" is null when
-// the command line did not get as far as naming one.
+// {"command", "ok": false, "exitCode", "status": {"name", "value"}, "message", "advice", ...facts}. "command" is null
+// when the command line did not get as far as naming one.
 
 #include <cstdint>
 #include <functional>
@@ -50,8 +50,8 @@ class Output {
 
     // The end of a command; each returns the exit code. Only the first call of a command writes a document.
     int Done(std::string_view sentence, const Json& facts = Json::object());
-    // It ran, and what it found is not good: the document says ok false, with the code and no status. advice is left out
-    // where the findings themselves say what to do.
+    // It ran, and what it found is not good: the document says ok false, with the code and no status. advice is left
+    // out where the findings themselves say what to do.
     int Found(int exitCode, std::string_view sentence, const Json& facts = Json::object(),
               std::string_view advice = {});
     // what: the attempt, as in "protect 'C:\a.exe'".

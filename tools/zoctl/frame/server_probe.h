@@ -10,7 +10,8 @@
 
 namespace zoctl {
 
-// Whether a report can be addressed to it: https:// in lower case, a host, and where a port is given one from 1 to 65535.
+// Whether a report can be addressed to it: https:// in lower case, a host, and where a port is given one from 1 to
+// 65535.
 [[nodiscard]] bool IsServerUrl(const std::string& url);
 
 // 0 when the server answered, whatever it answered; otherwise the Win32 error: ERROR_INTERNET_TIMEOUT after the time

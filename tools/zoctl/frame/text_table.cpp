@@ -9,8 +9,8 @@ namespace zoctl {
 namespace {
 
 // The cells that a terminal needs, as the formatting library counts them: two for the wide characters of East Asia and
-// for most emoji. It has no call for that; but no text has more cells than bytes, and text that is padded to as many cells
-// as it has bytes grows by those that it does not fill.
+// for most emoji. It has no call for that; but no text has more cells than bytes, and text that is padded to as many
+// cells as it has bytes grows by those that it does not fill.
 std::size_t Cells(std::string_view utf8) {
     return utf8.empty() ? 0 : 2 * utf8.size() - zo::Format("{:<{}}", utf8, utf8.size()).size();
 }

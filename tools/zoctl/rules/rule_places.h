@@ -11,8 +11,8 @@ enum class Presence { kUnknown, kThere, kAbsent };
 
 struct Place {
     Presence presence = Presence::kUnknown;
-    // The NT name that the kernel has for the place where it differs from the rule's, ignoring case; "" when the two are
-    // the same, or when it cannot be determined.
+    // The NT name that the kernel has for the place where it differs from the rule's, ignoring case; "" when the two
+    // are the same, or when it cannot be determined.
     std::string seenAs;
     std::string detour;  // why the kernel never sees the rule's name, as in "goes through the link or mount point
                          // 'C:\link'"; "" when it does, or when nothing shows why

@@ -9,8 +9,8 @@
 
 namespace zoctl {
 
-// Drive paths, or NT paths where asked for or where no drive path leads there. Columns that no rule uses are left out, so
-// that the table fits a terminal.
+// Drive paths, or NT paths where asked for or where no drive path leads there. Columns that no rule uses are left out,
+// so that the table fits a terminal.
 [[nodiscard]] TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms& names, bool nt);
 // {"rules": [{"nt": {...}, "win32": "..." or null}]}, and "win32Scope" with a scope.
 [[nodiscard]] Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names);

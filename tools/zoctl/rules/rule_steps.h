@@ -19,10 +19,10 @@ struct StepResult {
     std::int32_t status = 0;
 };
 
-// A failing step does not stop the others, for each rule that comes into force is worth having. Left out are steps whose
-// precondition failed, further rules for a table that is full, and all that follow when the driver is gone, when the step
-// cannot be read back (see Plan), or when stop() says so; stop() is not asked while rules that were taken away are not
-// back yet.
+// A failing step does not stop the others, for each rule that comes into force is worth having. Left out are steps
+// whose precondition failed, further rules for a table that is full, and all that follow when the driver is gone, when
+// the step cannot be read back (see Plan), or when stop() says so; stop() is not asked while rules that were taken away
+// are not back yet.
 [[nodiscard]] std::vector<StepResult> CarryOut(const std::vector<Step>& steps, const std::function<bool()>& stop);
 
 // A table that the driver refused a rule for because it is full.

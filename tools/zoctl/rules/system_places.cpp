@@ -38,7 +38,8 @@ std::wstring FinalName(const std::wstring& path) {
     return {name.data(), units < kLongestPath ? units : 0};
 }
 
-// A reparse point that leads to another name; those of compressed, deduplicated and cloud files do not. Wine's have no tag.
+// A reparse point that leads to another name; those of compressed, deduplicated and cloud files do not. Wine's have no
+// tag.
 bool IsLink(const WIN32_FIND_DATAW& found) {
     if (!(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return false;
     return found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0);

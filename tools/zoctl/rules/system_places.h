@@ -1,7 +1,7 @@
 #pragma once
 
-// This machine's files, folders and keys. Names on network paths and drives are not looked up, because a server that does
-// not answer would hold the command.
+// This machine's files, folders and keys. Names on network paths and drives are not looked up, because a server that
+// does not answer would hold the command.
 
 #include "rule_places.h"
 #include "rule_set.h"

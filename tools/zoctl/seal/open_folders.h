@@ -1,7 +1,7 @@
 #pragma once
 
-// The folders that "zoctl sign --open" names, with all below them: found in the tree before anything is signed, so that a
-// name that is misspelt does not seal what was to stay open.
+// The folders that "zoctl sign --open" names, with all below them: found in the tree before anything is signed, so that
+// a name that is misspelt does not seal what was to stay open.
 
 #include <cstdint>
 #include <string>

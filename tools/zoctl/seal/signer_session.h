@@ -29,8 +29,8 @@ class SignerSession {
     SignerSession(const SignerSession&) = delete;
     SignerSession& operator=(const SignerSession&) = delete;
 
-    // Paths, key and log of ZoSignerSignOptions or ZoSignerVerifyOptions, which point into this object. The command ends
-    // when a path is missing or the key cannot be read.
+    // Paths, key and log of ZoSignerSignOptions or ZoSignerVerifyOptions, which point into this object. The command
+    // ends when a path is missing or the key cannot be read.
     template <typename Options>
     [[nodiscard]] Ended Fill(Options& options) {
         if (const Ended ended = CheckPaths()) return ended;

@@ -1,7 +1,7 @@
 #pragma once
 
-// What "zoctl sign --dry-run" signs into: a manifest in the temporary folder, which is read back and deleted. Everything
-// but the last step is done in earnest, so a dry run meets every failure but that of writing the manifest.
+// What "zoctl sign --dry-run" signs into: a manifest in the temporary folder, which is read back and deleted.
+// Everything but the last step is done in earnest, so a dry run meets every failure but that of writing the manifest.
 
 #include <string>
 
@@ -20,8 +20,8 @@ class TrialManifest {
     [[nodiscard]] Ended Create(Output& out);
     [[nodiscard]] const std::wstring& Path() const { return path_; }
 
-    // What the manifest would list. The manifest that the trial stands in for may lie in the folder itself: it is left out,
-    // as it would be when signing.
+    // What the manifest would list. The manifest that the trial stands in for may lie in the folder itself: it is left
+    // out, as it would be when signing.
     [[nodiscard]] Ended Read(Output& out, const std::string& folder, const std::string& manifest,
                              ManifestListing& listing) const;
 

@@ -13,9 +13,9 @@ namespace zoctl {
 
 class KeptRules {
   public:
-    // Reads the driver's rules as a rule file. What no driver can be asked for (ignore lists, overrides, the switches of
-    // the file and the DLL filter) comes from rulesFile, unless that is empty. The command ends when a rule file cannot
-    // express a rule of the driver.
+    // Reads the driver's rules as a rule file. What no driver can be asked for (ignore lists, overrides, the switches
+    // of the file and the DLL filter) comes from rulesFile, unless that is empty. The command ends when a rule file
+    // cannot express a rule of the driver.
     [[nodiscard]] Ended Capture(Output& out, const std::string& rulesFile);
     // Writes them to a file in the temporary folder, so that they outlive this process.
     [[nodiscard]] Ended Save(Output& out);

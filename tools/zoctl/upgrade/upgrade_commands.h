@@ -1,7 +1,7 @@
 #pragma once
 
-// "driver upgrade" has a room of its own above those of the driver and of the rules, because it needs both: it can carry
-// the rules over a restart.
+// "driver upgrade" has a room of its own above those of the driver and of the rules, because it needs both: it can
+// carry the rules over a restart.
 
 #include "command.h"
 

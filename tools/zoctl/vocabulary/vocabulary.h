@@ -1,7 +1,7 @@
 #pragma once
 
-// The names that a driver's author gives to what the library hands on unread: fields of events, counters, status pairs and
-// values of the signature policy. docs/vocabulary.md describes the file. Pure.
+// The names that a driver's author gives to what the library hands on unread: fields of events, counters, status pairs
+// and values of the signature policy. docs/vocabulary.md describes the file. Pure.
 
 #include <array>
 #include <cstdint>
