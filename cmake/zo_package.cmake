@@ -14,6 +14,9 @@ install(FILES README.md CHANGELOG.md DESTINATION share/doc/ZoProtectorLib)
 install(DIRECTORY docs examples DESTINATION share/doc/ZoProtectorLib)
 install(DIRECTORY bindings DESTINATION share/ZoProtectorLib
         PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE PATTERN test EXCLUDE PATTERN .npmrc EXCLUDE)
+# Only where scripts/reference has made them.
+install(DIRECTORY "${ZO_REFERENCE_FOLDER}/html" DESTINATION share/doc/ZoProtectorLib/reference COMPONENT development
+        OPTIONAL)
 
 get_property(zo_symbols GLOBAL PROPERTY zo_symbols_of_ZoProtectorLib)
 install(FILES "${zo_symbols}" DESTINATION bin)

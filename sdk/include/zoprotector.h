@@ -262,6 +262,8 @@ ZO_API int32_t ZoProtector_AddFileProtectScoped(const wchar_t* path, int32_t isF
 /* Sends the path alone, without filter and scope; the driver decides which of its rules are removed. ZOP_E_NOT_FOUND
  * when there is none. */
 ZO_API int32_t ZoProtector_RemoveFileProtect(const wchar_t* path);
+
+/* Removes every file rule; the file switch stays. ZOP_E_NOT_INITIALIZED, the driver's answer. */
 ZO_API int32_t ZoProtector_ClearAllFileProtect(void);
 
 /* Switches file protection on (any non-zero number) or off; the rules stay. ZOP_E_NOT_INITIALIZED, the driver's
