@@ -56,9 +56,9 @@ std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Rep
     return signedFiles;
 }
 
-template <typename List, typename Predicate>
-std::uint32_t Count(const List& list, Predicate predicate) {
-    return static_cast<std::uint32_t>(std::count_if(list.begin(), list.end(), predicate));
+template <typename Item>
+std::uint32_t Count(const std::vector<Item>& list, bool Item::* mark) {
+    return static_cast<std::uint32_t>(std::ranges::count(list, true, mark));
 }
 
 std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result) {
@@ -86,22 +86,22 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
         status < 0) {
         return status;
     }
-    const std::uint32_t sealed =
-        Count(manifest.directories, [](const ManifestDirectory& directory) { return directory.sealed; });
+    const std::uint32_t sealed = Count(manifest.directories, &ManifestDirectory::sealed);
     report.Info("{}{} files, {} directories ({} sealed). Signing...", kFilesFound, manifest.entries.size(),
                 manifest.directories.size(), sealed);
 
     const std::uint32_t signedFiles = SignEntries(root, key, report, FileHasher(sha256, buffer), manifest.entries);
-    const std::uint32_t anchored = Count(manifest.entries, [](const ManifestEntry& entry) { return entry.anchor; });
+    const std::uint32_t anchored = Count(manifest.entries, &ManifestEntry::anchor);
     if (!WriteManifest(options.manifest, manifest, key, sha256, report)) return zo::kFail;
     report.Info("Signed {} files, anchored {} shortcut(s) -> {}", signedFiles, anchored,
                 zo::Utf8FromWide(options.manifest));
 
     if (result != nullptr) {
-        result->entries = static_cast<std::uint32_t>(manifest.entries.size());
-        result->signedOrAnchored = signedFiles + anchored;
-        result->directories = static_cast<std::uint32_t>(manifest.directories.size());
-        result->sealedDirectories = sealed;
+        *result = {static_cast<std::uint32_t>(manifest.entries.size()),
+                   signedFiles + anchored,
+                   static_cast<std::uint32_t>(manifest.directories.size()),
+                   sealed,
+                   {}};
         std::ranges::copy(manifest.thumbprint, result->thumbprint);
     }
     return zo::kOk;

@@ -33,51 +33,57 @@ void PrintRate(const char* name, std::uint32_t capacity, std::uint64_t records, 
                 t.library / PollsOf(capacity) * 1e6, 1 / t.ratio, Verdict(1 / t.ratio >= kFetchTarget));
 }
 
+struct Ring {
+    const char* name;
+    decltype(&ZoProtector_DrainEvents) drain;
+    std::uint32_t code, recordSize, index, slots;
+};
+
+const Ring kRings[] = {
+    {"events", &ZoProtector_DrainEvents, ZOP_IOCTL_DRAIN_EVENTS, 562, ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE},
+    {"registry events", &ZoProtector_DrainRegistryEvents, ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, 1076, ZOSIM_RING_REGISTRY,
+     ZOP_REGISTRY_EVENT_RING_SIZE},
+};
+
+void CompareDrain(const BareChannel& bare, const Ring& ring, std::uint32_t capacity, std::uint32_t perPoll) {
+    std::vector<std::uint8_t> records(std::size_t{capacity} * ring.recordSize);
+    std::uint32_t position = 0;
+    const int polls = PollsOf(capacity);
+    const auto library = [&] {
+        return Seconds([&] {
+            for (int i = 0; i < polls; ++i) {
+                std::uint32_t count = 0, dropped = 0;
+                Must(ring.drain(position, records.data(), capacity, &count, &dropped, &position) == ZOP_OK);
+                Must(count == perPoll && dropped == 0);
+            }
+        });
+    };
+    const auto direct = [&] {
+        return Seconds([&] {
+            for (int i = 0; i < polls; ++i) {
+                const ZopDrainRequest request{position, capacity};
+                Must(bare.Fetch(ring.code, &request, sizeof request, 0, ring.recordSize, capacity, records.data(),
+                                &position) == perPoll);
+            }
+        });
+    };
+    PrintRate(ring.name, capacity, std::uint64_t{perPoll} * static_cast<unsigned>(polls), Compare(library, direct));
+}
+
 void CompareDrains(const BareChannel& bare, const zotest::SimulatorClient& simulator) {
     std::printf("\nDraining, against a bare loop that also allocates, zeroes and copies\n");
     std::printf("  target: at least %.2f. The rings hold %u and %u records, so a larger capacity fetches no more.\n\n",
                 kFetchTarget, ZOP_EVENT_RING_SIZE, ZOP_REGISTRY_EVENT_RING_SIZE);
     std::printf("  %-20s %8s %14s %14s %12s %8s\n", "ring", "capacity", "library ev/s", "bare ev/s", "us/poll",
                 "ratio");
-    const struct {
-        const char* name;
-        decltype(&ZoProtector_DrainEvents) drain;
-        std::uint32_t code, recordSize, ring, slots;
-    } rings[] = {
-        {"events", &ZoProtector_DrainEvents, ZOP_IOCTL_DRAIN_EVENTS, 562, ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE},
-        {"registry events", &ZoProtector_DrainRegistryEvents, ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, 1076,
-         ZOSIM_RING_REGISTRY, ZOP_REGISTRY_EVENT_RING_SIZE},
-    };
-    for (const auto& ring : rings) {
+    for (const Ring& ring : kRings) {
         for (const std::uint32_t capacity : kCapacities) {
             const std::uint32_t perPoll = std::min(capacity, ring.slots);
-            simulator.SetSequence(ring.ring, 0);
-            simulator.SetProducer(ring.ring, perPoll);
-            std::vector<std::uint8_t> records(std::size_t{capacity} * ring.recordSize);
-            std::uint32_t position = 0;
-            const int polls = PollsOf(capacity);
-            const auto library = [&] {
-                return Seconds([&] {
-                    for (int i = 0; i < polls; ++i) {
-                        std::uint32_t count = 0, dropped = 0;
-                        Must(ring.drain(position, records.data(), capacity, &count, &dropped, &position) == ZOP_OK);
-                        Must(count == perPoll && dropped == 0);
-                    }
-                });
-            };
-            const auto direct = [&] {
-                return Seconds([&] {
-                    for (int i = 0; i < polls; ++i) {
-                        const ZopDrainRequest request{position, capacity};
-                        Must(bare.Fetch(ring.code, &request, sizeof request, 0, ring.recordSize, capacity,
-                                        records.data(), &position) == perPoll);
-                    }
-                });
-            };
-            const Times t = Compare(library, direct);
-            PrintRate(ring.name, capacity, std::uint64_t{perPoll} * static_cast<unsigned>(polls), t);
+            simulator.SetSequence(ring.index, 0);
+            simulator.SetProducer(ring.index, perPoll);
+            CompareDrain(bare, ring, capacity, perPoll);
         }
-        simulator.SetProducer(ring.ring, 0);
+        simulator.SetProducer(ring.index, 0);
     }
 }
 

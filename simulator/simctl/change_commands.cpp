@@ -156,15 +156,7 @@ Answer SetCounters(const CounterOptions& options) {
     return {zo::Format("{} counter(s) set, all others are 0.", options.assignments.size())};
 }
 
-void AddSettings(Tool& tool) {
-    tool.Add<VersionOptions>(
-        "version", "Set the version that the driver reports", "version 1 4 0\nversion 2 0 0",
-        [](CLI::App& command, VersionOptions& options) {
-            command.add_option("MAJOR", options.major, "The library accepts major version 1 only")->required();
-            command.add_option("MINOR", options.minor, "")->required();
-            command.add_option("PATCH", options.patch, "")->required();
-        },
-        SetVersion);
+void AddLimits(Tool& tool) {
     tool.Add<CapacityOptions>(
         "capacity", "Set how many entries a table holds; one more is refused with quota-exceeded",
         "capacity file 2\ncapacity process 65536",
@@ -190,6 +182,17 @@ void AddSettings(Tool& tool) {
                 ->transform(Named(kResumes));
         },
         SetResume);
+}
+
+void AddAnswers(Tool& tool) {
+    tool.Add<VersionOptions>(
+        "version", "Set the version that the driver reports", "version 1 4 0\nversion 2 0 0",
+        [](CLI::App& command, VersionOptions& options) {
+            command.add_option("MAJOR", options.major, "The library accepts major version 1 only")->required();
+            command.add_option("MINOR", options.minor, "")->required();
+            command.add_option("PATCH", options.patch, "")->required();
+        },
+        SetVersion);
     tool.Add<LayoutOptions>(
         "layout", "Set the layout of the counters that get-stats answers", "layout 2",
         [](CLI::App& command, LayoutOptions& options) {
@@ -207,11 +210,7 @@ void AddSettings(Tool& tool) {
         SetStatusReply);
 }
 
-}  // namespace
-
-void AddChangeCommands(Tool& tool) {
-    tool.Add("reset", "Set everything back to how it is right after loading; open handles stay open", "reset", Reset);
-    AddSettings(tool);
+void AddEvents(Tool& tool) {
     tool.Add<InjectOptions>(
         "inject", "Produce events now", "inject 3\ninject 10 registry\ninject 5 --sequence 0xFFFFFFFE",
         [](CLI::App& command, InjectOptions& options) {
@@ -230,6 +229,15 @@ void AddChangeCommands(Tool& tool) {
             command.add_flag("--stop", options.stop, "Produce no more");
         },
         Produce);
+}
+
+}  // namespace
+
+void AddChangeCommands(Tool& tool) {
+    tool.Add("reset", "Set everything back to how it is right after loading; open handles stay open", "reset", Reset);
+    AddLimits(tool);
+    AddAnswers(tool);
+    AddEvents(tool);
     tool.Add<SignatureOptions>(
         "signature", "Make a process's signature known to the driver",
         "signature 4242 1 3\nsignature 4242 1 3 --refreshed 0 0\nsignature 4242 --forget",

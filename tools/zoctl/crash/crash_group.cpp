@@ -69,6 +69,18 @@ CLI::App& Add(Tool& tool, CLI::App& group, const CommandText& text, const std::s
     return command;
 }
 
+void AddHistory(Tool& tool, CLI::App& group) {
+    const auto history = std::make_shared<HistoryOptions>();
+    CLI::App& shown = tool.AddCommand(group,
+                                      {"history", "Show what became of each dump, from the journal",
+                                       "crash history\ncrash history --dump 1.dmp --json"},
+                                      [history](Output& out) { return ShowCrashHistory(out, *history); });
+    shown.add_option("--dump", history->dump, "Only this dump, by its file name");
+    shown.add_option("--last", history->last, "Only the last so many entries")->check(CLI::NonNegativeNumber);
+    shown.add_option("--record", history->record, "The record that the journal is next to");
+    shown.add_option("--journal", history->journal, "The journal's file, if it was named");
+}
+
 }  // namespace
 
 void RegisterCrash(CLI::App& root, Tool& tool) {
@@ -105,16 +117,7 @@ void RegisterCrash(CLI::App& root, Tool& tool) {
     AddSendOptions(upload, *options);
     upload.add_option("file", options->file, "The dump")->required();
     upload.footer(upload.get_footer() + "\n\n" + kNoServerLimit);
-
-    const auto history = std::make_shared<HistoryOptions>();
-    CLI::App& shown = tool.AddCommand(group,
-                                      {"history", "Show what became of each dump, from the journal",
-                                       "crash history\ncrash history --dump 1.dmp --json"},
-                                      [history](Output& out) { return ShowCrashHistory(out, *history); });
-    shown.add_option("--dump", history->dump, "Only this dump, by its file name");
-    shown.add_option("--last", history->last, "Only the last so many entries")->check(CLI::NonNegativeNumber);
-    shown.add_option("--record", history->record, "The record that the journal is next to");
-    shown.add_option("--journal", history->journal, "The journal's file, if it was named");
+    AddHistory(tool, group);
 }
 
 }  // namespace zoctl

@@ -187,13 +187,7 @@ int Diff(Output& out, const RuleFile& file, const NameForms& names) {
                      "\"zoctl rules apply\" makes it match.");
 }
 
-}  // namespace
-
-void RegisterRules(CLI::App& root, Tool& tool) {
-    CLI::App& group = tool.AddGroup(root, "rules", "The driver's tables, and the whole rule set in one file");
-    AddList(tool, group);
-    AddExport(tool, group);
-
+void AddCheck(Tool& tool, CLI::App& group) {
     const auto checked = std::make_shared<std::string>();
     const auto lint = std::make_shared<bool>(false);
     CLI::App& check = tool.AddCommand(group,
@@ -202,7 +196,9 @@ void RegisterRules(CLI::App& root, Tool& tool) {
                                       [checked, lint](Output& out) { return Check(out, *checked, *lint); });
     check.add_option("file", *checked)->required();
     check.add_flag("--lint", *lint, "Also find what is useless on this machine; exit code 41 when there is something");
+}
 
+void AddDiff(Tool& tool, CLI::App& group) {
     const auto compared = std::make_shared<std::string>();
     tool.AddCommand(
             group,
@@ -214,7 +210,9 @@ void RegisterRules(CLI::App& root, Tool& tool) {
             })
         .add_option("file", *compared)
         ->required();
+}
 
+void AddApply(Tool& tool, CLI::App& group) {
     const auto options = std::make_shared<ApplyOptions>();
     CLI::App& apply = tool.AddCommand(
         group,
@@ -231,6 +229,17 @@ void RegisterRules(CLI::App& root, Tool& tool) {
                    "Apply even if most rules would be removed or all protection switched off");
     apply.add_flag("--resend", options->resend,
                    "Send again what cannot be read back (ignore lists, overrides, switches)");
+}
+
+}  // namespace
+
+void RegisterRules(CLI::App& root, Tool& tool) {
+    CLI::App& group = tool.AddGroup(root, "rules", "The driver's tables, and the whole rule set in one file");
+    AddList(tool, group);
+    AddExport(tool, group);
+    AddCheck(tool, group);
+    AddDiff(tool, group);
+    AddApply(tool, group);
 }
 
 }  // namespace zoctl
