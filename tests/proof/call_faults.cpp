@@ -6,7 +6,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "owned_handles.h"
+#include "import_table.h"
 
 namespace zotest {
 namespace {
@@ -248,31 +248,6 @@ void WriteStub(BYTE* at, std::uint32_t index, ULONG_PTR original, std::uint64_t 
     PutBytes(at, {0xC3});  // ret
 }
 
-void SetSlot(ULONG_PTR* slot, ULONG_PTR function) {
-    DWORD old = 0;
-    VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &old);
-    *slot = function;
-    VirtualProtect(slot, sizeof(*slot), old, &old);
-}
-
-// Runs `each` on every import by name: the DLL that gives it, its name and its slot.
-template <typename Each>
-void ForEachImport(const Each& each) {
-    auto* base = reinterpret_cast<BYTE*>(GetModuleHandleW(L"ZoProtectorLib.dll"));
-    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
-    const DWORD offset = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (auto* dll = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + offset); dll->Name != 0; ++dll) {
-        const auto* names = reinterpret_cast<const IMAGE_THUNK_DATA64*>(base + dll->OriginalFirstThunk);
-        auto* slots = reinterpret_cast<ULONG_PTR*>(base + dll->FirstThunk);
-        for (; names->u1.AddressOfData != 0; ++names, ++slots) {
-            if (IMAGE_SNAP_BY_ORDINAL64(names->u1.Ordinal)) continue;
-            const auto* import = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
-            each(reinterpret_cast<const char*>(base + dll->Name), reinterpret_cast<const char*>(import->Name), slots);
-        }
-    }
-}
-
 template <typename List>
 bool Has(const List& list, const char* name) {
     return std::any_of(std::begin(list), std::end(list), [&](const char* one) { return std::strcmp(one, name) == 0; });
@@ -300,7 +275,7 @@ CallFaults::CallFaults() {
     if (code == nullptr) throw std::runtime_error("no memory for the hooks");
     hooks.reserve(kMostHooks);
     std::string unknown;
-    ForEachImport([&](const char* dll, const char* name, ULONG_PTR* slot) {
+    ForEachImport(TheLibrary(), [&](const char* dll, const char* name, ULONG_PTR* slot) {
         Kind kind{};
         std::uint64_t answer = 0;
         if (!FindFailure(name, kind, answer)) {
@@ -311,7 +286,7 @@ CallFaults::CallFaults() {
         BYTE* const stub = code + hooks.size() * kStubSize;
         WriteStub(stub, static_cast<std::uint32_t>(hooks.size()), *slot, answer);
         hooks.push_back({name, kind, slot, *slot});
-        SetSlot(slot, reinterpret_cast<ULONG_PTR>(stub));
+        SetImport(slot, reinterpret_cast<ULONG_PTR>(stub));
     });
     if (!unknown.empty()) throw std::runtime_error("imports on neither list of call_faults.cpp:" + unknown);
 }
@@ -319,7 +294,7 @@ CallFaults::CallFaults() {
 CallFaults::~CallFaults() {
     Disarm();
     for (const Hook& hook : hooks)
-        SetSlot(hook.slot, hook.original);
+        SetImport(hook.slot, hook.original);
     hooks.clear();
     VirtualFree(code, 0, MEM_RELEASE);
 }
