@@ -5,6 +5,7 @@
 #include "crash_facts.h"
 #include "doctor_facts.h"
 #include "driver_commands.h"
+#include "driver_names.h"
 #include "format.h"
 #include "rule_tables.h"
 
@@ -12,17 +13,18 @@ namespace zoctl {
 
 namespace {
 
-// What programs want as numbers; null where it could not be read.
+// What programs want without the sentences; null where it could not be read.
 Json MeasuredJson(const DoctorFacts& facts) {
     const bool asked = facts.handshake && *facts.handshake >= 0;
     Json rules = Json::object();
     for (const Table table : kAllTables)
         rules[TableName(table)] = facts.rules[Index(table)];
+    const std::string fileVersion = facts.fileThere ? FileVersionText(facts.fileVersion) : std::string();
     const auto ifRead = [asked](std::int32_t status, Json value) {
         return asked && status >= 0 ? std::move(value) : Json(nullptr);
     };
-    return {{"fileVersion", facts.fileThere ? Json(facts.fileVersion) : Json(nullptr)},
-            {"driverVersion", ifRead(0, facts.driverVersion)},
+    return {{"fileVersion", TextOrNull(fileVersion)},
+            {"driverVersion", ifRead(0, VersionText(facts.driverVersion))},
             {"rules", ifRead(facts.rulesStatus, rules)},
             {"lost", ifRead(facts.ringStatus, {{"main", facts.lostMain}, {"registry", facts.lostRegistry}})},
             {"unsignedBypassAttempts", ifRead(facts.statsStatus, facts.bypassAttempts)}};
@@ -42,7 +44,7 @@ int Doctor(Output& out, bool online) {
         list.push_back({{"subject", finding.subject},
                         {"severity", severity},
                         {"finding", finding.text},
-                        {"remedy", finding.remedy.empty() ? Json(nullptr) : Json(finding.remedy)}});
+                        {"remedy", TextOrNull(finding.remedy)}});
     }
     out.Table(table);
     if (!remedies.empty()) out.Text("\nHow to fix it:\n" + remedies);

@@ -17,15 +17,17 @@ Facts ServiceFacts(const ZoProtectorDriverStatus& record) {
     const bool installed = record.state != ZOP_DRIVER_NOT_INSTALLED;
     const bool registered = record.instanceRegistered != 0;
     const std::string altitude = zo::Utf8FromWide(record.altitude);
+    const std::string version = FileVersionText(record);
     const auto ifInstalled = [installed](const char* label) { return installed ? label : nullptr; };
     Facts facts;
     facts.Add("state", "state", StateName(record.state));
-    facts.Add(ifInstalled("start type"), "startType", StartTypeName(record.startType));
+    facts.Add(ifInstalled("start type"), "startType",
+              installed ? Json(StartTypeName(record.startType)) : Json(nullptr));
     facts.Add(record.processId ? "process id" : nullptr, "processId", record.processId);
     facts.Add(ifInstalled("image path"), "imagePath", zo::Utf8FromWide(record.imagePath));
     facts.Add(nullptr, "instanceRegistered", registered);
     facts.Add(ifInstalled("filter altitude"), "altitude", altitude, registered ? altitude : "not registered");
-    facts.Add(ifInstalled("file version"), "fileVersion", FileVersionText(record));
+    facts.Add(ifInstalled("file version"), "fileVersion", TextOrNull(version), version.empty() ? "none" : "");
     return facts;
 }
 

@@ -1,7 +1,6 @@
 #include "driver_names.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "format.h"
 
@@ -32,11 +31,14 @@ std::string VersionText(std::span<const std::uint32_t> parts) {
     return text;
 }
 
+std::string FileVersionText(const std::array<std::uint32_t, 4>& parts) {
+    const bool none = std::all_of(parts.begin(), parts.end(), [](std::uint32_t part) { return part == 0; });
+    return none ? std::string() : VersionText(parts);
+}
+
 std::string FileVersionText(const ZoProtectorDriverStatus& record) {
-    const std::uint32_t parts[] = {record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild,
-                                   record.fileVersionRevision};
-    const bool none = std::all_of(std::begin(parts), std::end(parts), [](std::uint32_t part) { return part == 0; });
-    return none ? "none" : VersionText(parts);
+    return FileVersionText(std::array{record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild,
+                                      record.fileVersionRevision});
 }
 
 bool IsAltitude(std::string_view text) {

@@ -22,7 +22,8 @@ inline constexpr std::array kStartTypes = {"boot", "system", "auto", "demand", "
 [[nodiscard]] const char* StateName(std::uint32_t state);
 // "1.2.3.4"
 [[nodiscard]] std::string VersionText(std::span<const std::uint32_t> parts);
-// Of the driver's file; "none" when it has no version.
+// Of the driver's file; empty when it has no version.
+[[nodiscard]] std::string FileVersionText(const std::array<std::uint32_t, 4>& parts);
 [[nodiscard]] std::string FileVersionText(const ZoProtectorDriverStatus& record);
 // Altitudes are decimal numbers, with a fraction where a filter had to be squeezed in: 385100, 385100.5.
 [[nodiscard]] bool IsAltitude(std::string_view text);

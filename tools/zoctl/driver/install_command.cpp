@@ -68,7 +68,7 @@ Json Changes(const Setup& before, const Setup& after) {
     compare("altitude", before.altitude, after.altitude);
     compare("allowUnload", before.allowUnload, after.allowUnload);
     compare("imagePath", zo::Utf8FromWide(before.imagePath), zo::Utf8FromWide(after.imagePath));
-    compare("fileVersion", before.fileVersion, after.fileVersion);
+    compare("fileVersion", TextOrNull(before.fileVersion), TextOrNull(after.fileVersion));
     return changes;
 }
 
@@ -85,7 +85,7 @@ std::string ChangesText(const Json& changes) {
 void ReportSignature(Output& out, const std::wstring& file, Json& facts) {
     const DriverSignature signature = ReadDriverSignature(file);
     const Finding finding = JudgeSignature(signature);
-    facts["signature"] = {{"signer", signature.signer.empty() ? Json(nullptr) : Json(signature.signer)},
+    facts["signature"] = {{"signer", TextOrNull(signature.signer)},
                           {"loads", OutlookName(OutlookOf(signature))},
                           {"finding", finding.text}};
     if (finding.severity == Severity::kGood) return;

@@ -17,7 +17,7 @@ std::span<const ExitCodeRow> ExitCodeTable() {
         {"16 + bits", "verify found: 1 extra, 2 missing, 4 bad (added up)"},
         {"32", "the manifest is tampered with or malformed"},
         {"33", "no key, or the wrong key"},
-        {"34", "sign --strict, verify or manifest could not read everything"},
+        {"34", "not everything could be read, or sealed (sign --strict)"},
         {"40", "doctor found a problem"},
         {"41", "rules check --lint found something"},
         {"50", "rules not all in force"},

@@ -26,6 +26,10 @@ StatusText FullStatusText(std::int32_t status, Subject subject) {
     return text;
 }
 
+Json TextOrNull(const std::string& text) {
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
 Json StatusJson(std::int32_t status, Subject subject) {
     const StatusText text = DescribeStatus(status, subject);
     return {{"name", text.name}, {"value", text.value}};

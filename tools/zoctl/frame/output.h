@@ -105,6 +105,8 @@ class Records {
 
 // 'name', safe to show.
 [[nodiscard]] std::string Quote(std::string_view name);
+// null for an empty text.
+[[nodiscard]] Json TextOrNull(const std::string& text);
 // {"name": ..., "value": ...}
 [[nodiscard]] Json StatusJson(std::int32_t status, Subject subject = Subject::kAny);
 // What the status means, the system's own words for a Win32 error without a row included.

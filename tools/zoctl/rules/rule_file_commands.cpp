@@ -30,7 +30,8 @@ int ListTables(Output& out, const std::vector<Table>& tables, bool nt) {
         TableContents contents;
         const std::int32_t status = ReadTable(table, contents);
         if (status < 0) {
-            return out.Fail(status, Subject::kRule, zo::Format("read the {} table", TableName(table)), facts);
+            return out.Fail(status, Subject::kRule, zo::Format("read the {} table", TableName(table)),
+                            {{"tables", facts}});
         }
         out.Text(zo::Format("{} rules: {}\n", TableName(table), contents.total));
         if (!contents.rules.empty()) out.Table(RuleTable(table, contents.rules, names, nt));

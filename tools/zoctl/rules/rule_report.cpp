@@ -75,9 +75,8 @@ TextTable RuleTable(Table table, const std::vector<Rule>& rules, const NameForms
 Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names) {
     Json list = Json::array();
     for (const Rule& rule : rules) {
-        const auto nameOrNull = [](const std::string& name) { return name.empty() ? Json(nullptr) : Json(name); };
-        Json one = {{"nt", RuleJson(table, rule)}, {"win32", nameOrNull(Win32Name(table, rule.name, names))}};
-        if (rule.HasScope()) one["win32Scope"] = nameOrNull(names.FromNtPath(rule.scope));
+        Json one = {{"nt", RuleJson(table, rule)}, {"win32", TextOrNull(Win32Name(table, rule.name, names))}};
+        if (rule.HasScope()) one["win32Scope"] = TextOrNull(names.FromNtPath(rule.scope));
         list.push_back(std::move(one));
     }
     return {{"rules", list}};

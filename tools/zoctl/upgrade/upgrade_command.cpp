@@ -147,7 +147,7 @@ Json Upgrade::Document(const Json& facts, int exitCode) {
                      {"restarted", restarted_},
                      {"restartRequired", restartRequired_}};
     if (kept_.Captured()) document["notKept"] = kept_.NotKept();
-    document["rulesFile"] = kept_.File().empty() ? Json(nullptr) : Json(kept_.File());
+    document["rulesFile"] = TextOrNull(kept_.File());
     if (applying_) {
         document["rules"] = facts;
         document["rules"].erase("file");
