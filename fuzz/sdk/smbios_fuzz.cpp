@@ -1,4 +1,4 @@
-// Any firmware table: no byte outside it is read, and a UUID that is found stands in it.
+// Any firmware table: no byte outside it is read, and a UUID that is found is in it.
 
 #include <algorithm>
 #include <cstdlib>

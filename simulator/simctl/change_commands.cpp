@@ -226,7 +226,7 @@ void AddEvents(Tool& tool) {
             command.add_option("RING", options.ring, "events or registry")->required()->transform(Named(kRings));
             command.add_option("--rate", options.rate, "Events a second");
             command.add_option("--per-drain", options.perDrain, "Events before each drain of the ring");
-            command.add_flag("--stop", options.stop, "Produce no more");
+            command.add_flag("--stop", options.stop, "Stop producing");
         },
         Produce);
 }

@@ -123,7 +123,7 @@ TEST_F(Crashes, ExceptionInAMessageArrivesAfterTheRun) {
     }),
                  Mine);
     EXPECT_EQ(messages, 1);
-    EXPECT_TRUE(std::filesystem::exists(record_)) << "the run went on to its end";
+    EXPECT_TRUE(std::filesystem::exists(record_)) << "the run did not finish";
 }
 
 TEST_F(Crashes, ExceptionInAScramblerArrivesAndSendsNothing) {

@@ -40,7 +40,7 @@ class LibraryFile(unittest.TestCase):
 
     def test_carries_the_version_of_the_header(self):
         parts = re.findall(r"#define ZOP_SDK_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", EXPORTING_HEADERS[0].read_text())
-        # The file version stands in two numbers, each with its high word first.
+        # The file version is in two numbers, each with its high word first.
         words = [int.from_bytes(self.fixed_version()[i:i + 2], "little") for i in (10, 8, 14, 12)]
         self.assertEqual(words, [*map(int, parts), 0])
 

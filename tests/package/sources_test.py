@@ -69,6 +69,6 @@ class Sources(unittest.TestCase):
                 "-static", f"-L{BUILD}/lib", "-l:libZoProtectorLib.dll.a")
             code, output = wine(self.program)
             self.assertEqual(code, 0, output)
-            # What a reader is told to expect stands in the last comment of the example.
+            # The last comment of the example says what a reader should expect.
             for line in re.findall(r"prints: (.+?)(?: \*/)?$", text, re.MULTILINE):
                 self.assertRegex(output, line)

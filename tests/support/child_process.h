@@ -1,6 +1,6 @@
 #pragma once
 
-// Runs a program and hears it out, for tests of zoctl and of what happens when a process ends.
+// Runs a program and collects its output, for tests of zoctl and of what happens when a process ends.
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-// The simulator's control device as a C++ object. zoprotector_simulator.h tells what each command does; this only
+// The simulator's control device as a C++ object. zoprotector_simulator.h describes each command; this only
 // carries it. A call that the device refuses fails the running test at once with the Win32 error (an exception that
 // GoogleTest reports), so tests need not check every step; where a refusal is what is tested, use Send(). The driver
 // must be running: see installed_driver.h.

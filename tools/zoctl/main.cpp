@@ -35,6 +35,6 @@ int main() {
     app.footer(ExitCodesFooter());
     for (const zoctl::RegisterGroup registerGroup : zoctl::CommandGroups())
         registerGroup(app, tool);
-    // The platform's UTF-16 command line, for main's own arguments have lost what the code page lacks.
+    // The platform's UTF-16 command line: the code page of main's own arguments cannot express every name.
     return tool.Run(zoctl::CommandLineArguments());
 }

@@ -34,7 +34,7 @@ TEST(StatusTable, NamesAStatusThatHasNoRow) {
     EXPECT_EQ(advice.find("log"), std::string::npos) << advice;
     std::set<std::pair<std::uint32_t, zoctl::Subject>> rows;
     for (const auto& row : zoctl::StatusTable())
-        EXPECT_TRUE(rows.emplace(row.value, row.subject).second) << row.name << " stands twice";
+        EXPECT_TRUE(rows.emplace(row.value, row.subject).second) << row.name << " is there twice";
 }
 
 TEST(StatusTable, HasARemedyForEachStartFailure) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The built zoctl.exe run as a process, beside a simulator that tells what reached the driver.
+// The built zoctl.exe run as a process, with a simulator that reports what reached the driver.
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// The journal of "zoctl crash run" and "upload": a JSON object a line for each dump, added when its outcome is known.
+// The journal of "zoctl crash run" and "upload": one JSON object per line and dump, added when the outcome is known.
 // It answers whether a crash was reported, and if not, why not. Nothing reads it but "zoctl crash history" and people.
 
 #include <cstdint>

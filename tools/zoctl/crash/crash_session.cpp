@@ -31,7 +31,7 @@ class RecordCopy {
             throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
         }
         path_ = name;
-        // An empty copy would make every dump look new, so that a record that is there has to be read.
+        // An empty copy would make every dump look new, so an existing record must be readable.
         std::string bytes;
         const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes);
         std::uint32_t error = read || read.Absent() ? ERROR_SUCCESS : read.error;
@@ -68,7 +68,7 @@ std::vector<std::string> ComparedNames(const CrashOptions& options) {
     return names;
 }
 
-// From the file itself, while it is there: a copy that the driver made goes with the run.
+// From the file itself, while it is there: a copy that the driver made is deleted when the run ends.
 DumpHeader HeaderOf(const std::string& path) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const zo::OwnedFile file(CreateFileW(zo::WideFromUtf8(path).c_str(), GENERIC_READ, kShareAll, nullptr,
@@ -98,7 +98,7 @@ class Listener {
   public:
     Listener(CrashResult& result, const CrashOptions& options, const std::function<void(const CrashMessage&)>& progress)
         : result_(result), progress_(progress) {
-        // A message passes narrow text on as if it were UTF-8, so that such a name does not arrive as it was given.
+        // A message contains narrow text as if it were UTF-8, so such a name differs from what was given.
         for (std::size_t i = 0; const std::string& name : ComparedNames(options))
             given_.emplace(zo::Utf8FromWide(zo::WideFromUtf8(name)), options.targets[i++]);
     }
@@ -177,7 +177,7 @@ void Configure(const CrashOptions& options, CrashMode mode, const std::filesyste
 }
 
 std::int32_t Call(const CrashOptions& options, ZoCrashRunStats& stats) {
-    // Whoever types the command is the one who knows whether the network is up.
+    // The user of the command knows whether the network is up.
     ZoCrashReport_NotifyNetworkOk();
     if (options.file.empty()) return ZoCrashReport_Run(&stats);
     return ZoCrashReport_UploadSingleDump(zo::WideFromUtf8(options.file).c_str(), &stats);

@@ -1,7 +1,7 @@
 #pragma once
 
 // The analysis of all dumps before anything is sent. It holds every document back, for which the reporter's built-in
-// scrambler has to be replaced; that cannot be undone in a process, so the trial has a process of its own: another
+// scrambler has to be replaced; that cannot be undone, so the trial runs in a process of its own: another
 // zoctl. An engine that crashes on a dump ends that process and not this one.
 
 #include <string>

@@ -103,7 +103,7 @@ bool IsAdministrator() {
            CheckTokenMembership(nullptr, group.data(), &member) && member;
 }
 
-// As the library opens it, but with the error told.
+// Opens it as the library does, but returns the error.
 void TryDevice(DoctorFacts& facts) {
     const zo::OwnedFile device(CreateFileW(kDevicePath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                            FILE_ATTRIBUTE_NORMAL, nullptr));

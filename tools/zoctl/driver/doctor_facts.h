@@ -1,8 +1,8 @@
 #pragma once
 
 // Measures what the doctor judges: the service, the registry, the file, the device and the log. It changes nothing that
-// is there, but is not without a trace: it makes the day's log file where there is none, opens the device, which nobody
-// else can open meanwhile, and has the service manager make a change that changes nothing.
+// exists, but it leaves traces: it creates the day's log file if there is none, holds the device open for a moment, so
+// that nobody else can open it, and asks the service manager for a change that changes nothing.
 
 #include "doctor_findings.h"
 

@@ -115,7 +115,7 @@ Finding JudgeDevice(const DoctorFacts& facts) {
         return Wrong("device", running ? "does not exist although the service runs" : "does not exist",
                      "Stop the driver and start it again.");
     }
-    // Only one process can have it, and what an administrator is denied somebody else has.
+    // Only one process can open it: when an administrator is denied, another process has it open.
     const bool denied = error == kErrorAccessDenied;
     if (error == kErrorSharingViolation || !holders.empty() || (denied && facts.administrator)) {
         const std::string text =

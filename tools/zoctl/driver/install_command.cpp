@@ -48,7 +48,7 @@ std::int32_t ReadSetup(Setup& setup) {
     return status;
 }
 
-// What is told goes before what is there, and that before the defaults. An altitude that is not a number is not kept.
+// An option overrides the present setting, which overrides the default. An altitude that is not a number is not kept.
 Setup Wanted(const InstallOptions& options, const Setup& before) {
     Setup wanted = before;
     if (!options.startType.empty()) wanted.startType = options.startType;
@@ -81,7 +81,7 @@ std::string ChangesText(const Json& changes) {
     return text;
 }
 
-// Whether Windows is likely to load the file, which is better known before the start fails.
+// Whether Windows is likely to load the file: better to know before the start fails.
 void ReportSignature(Output& out, const std::wstring& file, Json& facts) {
     const DriverSignature signature = ReadDriverSignature(file);
     const Finding finding = JudgeSignature(signature);

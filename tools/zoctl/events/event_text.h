@@ -1,7 +1,7 @@
 #pragma once
 
 // Event records belong to the driver and nobody here knows their fields. What can be shown of them are their bytes and
-// the UTF-16 text that stands in them. Pure.
+// the UTF-16 text in them. Pure.
 
 #include <cstdint>
 #include <span>

@@ -192,7 +192,7 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, const End& end, Even
                        ring.lost, ring.received + ring.lost,
                        ring.recordSize == sizeof(ZopEventRecord) ? "from" : "registry-from", ring.position);
         out.Text(text + "\n");
-        if (!out.Writable()) out.Hint(text);  // the reader is gone, but perhaps not the user
+        if (!out.Writable()) out.Hint(text);  // standard output is closed, but the user may still be there
         if (out.Lines()) out.Line(ring.Total());
         totals.push_back(ring.Total());
         lost += ring.lost;
@@ -243,7 +243,7 @@ Ended PrepareFields(Output& out, EventOptions& options) {
     return std::nullopt;
 }
 
-// What does not go together; null when all does.
+// Options that exclude each other; null when all fit together.
 const char* Contradiction(const Output& out, const EventOptions& options) {
     if (options.follow && out.Machine() && !out.Lines()) {
         return "--follow has no end, and --json is one document: use --jsonl, one object for each event.";

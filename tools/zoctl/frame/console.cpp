@@ -66,7 +66,7 @@ void WriteLastWords(CtrlC& state) {
     for (int i = 0; i < kTries; ++i) {
         if (state.writing.try_lock()) {
             WriteTo(HandleOf(Stream::kOut), state.lastWords);
-            return;  // with the lock: nothing comes after the last words
+            return;  // keeping the lock: nothing may be written after this
         }
         Sleep(10);
     }

@@ -23,7 +23,7 @@ enum class Stream { kOut, kError };
 bool Write(Stream stream, std::string_view utf8);
 // What Ctrl-C writes to standard output when it ends the process at once; "" for nothing.
 void SetLastWords(std::string text);
-// Writes to standard output, and nothing is left to say for Ctrl-C.
+// Writes to standard output; Ctrl-C then writes nothing more.
 bool WriteOnlyDocument(std::string_view utf8);
 [[nodiscard]] bool IsTerminal(Stream stream);
 [[nodiscard]] bool InputIsTerminal();

@@ -24,7 +24,7 @@ std::string Escaped(std::string_view name) {
     return pointer;
 }
 
-// A member that stands twice in an object: JSON parsers keep one of the two and nobody sees the other.
+// A duplicate member: JSON parsers keep one of the two silently.
 class RepeatedMembers {
   public:
     explicit RepeatedMembers(std::vector<Mistake>& mistakes) : mistakes_(mistakes) {}

@@ -23,7 +23,7 @@ struct Mistake {
 [[nodiscard]] std::optional<Json> ParseJson(std::string_view bytes, std::vector<Mistake>& mistakes);
 [[nodiscard]] std::string MemberPointer(const std::string& at, std::string_view name);
 
-// What readers of such files share. Each check says its mistake itself.
+// What readers of such files share. Each check records its own mistakes.
 class JsonReader {
   protected:
     explicit JsonReader(std::vector<Mistake>& mistakes) : mistakes_(mistakes) {}

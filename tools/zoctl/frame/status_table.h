@@ -1,7 +1,7 @@
 #pragma once
 
 // Every status that the library returns, as people and scripts need it: its name, what it says, what to do next, and
-// the exit code that stands for it. The same status calls for different advice by what was being done, hence the
+// the exit code that stands for it. The same status needs different advice for different commands, hence the
 // subject.
 
 #include <cstdint>

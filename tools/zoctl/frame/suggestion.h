@@ -9,8 +9,8 @@
 namespace zoctl {
 
 // The name that takes the fewest typing mistakes (a letter too many, missing, wrong, or two swapped) to become the
-// word, regardless of letter case; "" when even that one takes more than a third of the word's letters. Of equal names
-// the first.
+// word, regardless of letter case; "" when even that one takes more than a third of the word's letters. On a tie, the
+// first.
 [[nodiscard]] std::string ClosestName(std::string_view word, std::span<const std::string> names);
 
 }  // namespace zoctl

@@ -35,7 +35,7 @@ std::int32_t ReadEntries(Table table, TableEntries& entries) {
         const std::int32_t status = from.list(entries.bytes.data(), capacity, &entries.count, &entries.total);
         if (status < 0) return status;
         if (entries.total <= capacity) break;
-        // Some room to spare, for a table that is being filled. A total beyond all reason is not believed.
+        // Some room to spare, for a table that is being filled. An implausible total is not trusted.
         constexpr std::uint32_t kMost = 1u << 20;
         if (entries.total > kMost) return ZOP_E_FAILED;
         capacity = entries.total + kFirstCapacity;

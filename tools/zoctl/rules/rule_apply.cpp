@@ -141,7 +141,7 @@ void Application::AddSteps() {
     facts_["fullTables"] = std::move(full);
 }
 
-// The tables need not differ any more when only what cannot be read back is missing, so it must be asked for.
+// When only parts are missing that cannot be read back, the tables may no longer differ, so --resend is needed.
 std::string Application::NextTime() const {
     const std::vector<std::string> parts = PartsNotSent(plan_, results_);
     if (parts.empty()) return "Apply the file again; then only what is missing is sent.";
@@ -182,7 +182,7 @@ int Application::ReadBack() {
         facts_);
 }
 
-// Held is not yet in force: the switches have a say.
+// A rule is enforced only while its switch is on.
 int Application::TellHeld(const Difference& difference, const DriverState& state) {
     const std::size_t held = InForceCount(difference);
     const std::string sentence = zo::Format("{} commands sent. All {} rules of the file are ", results_.size(), held);

@@ -28,7 +28,7 @@ class Reader : JsonReader {
     RuleFile ReadFile(const Json& file);
 
   private:
-    // Null, with a mistake said, when it is there but no object; members beyond the allowed ones are mistakes.
+    // Null, after recording a mistake, when it exists but is not an object; unknown members are mistakes.
     const Json* Section(const Json& file, const char* name, std::initializer_list<const char*> allowed);
     std::optional<bool> Enabled(const Json* section, const std::string& at);
     std::uint8_t Flag(const Json& rule, const char* name, const std::string& at, bool oneBit);
@@ -189,8 +189,8 @@ WantedRule Reader::IgnoreEntry(const Json& rule, const std::string& at) {
     return wanted;
 }
 
-// Two rules that the driver takes for the same: the second would be refused, or, where the flags differ, nobody could
-// tell which is meant.
+// Two rules that are the same for the driver: the second would be refused, or, where the flags differ, it would be
+// unclear which one is meant.
 void Reader::FindDuplicates(const WantedRules& rules) {
     std::map<std::array<std::string, 3>, std::string> seen;
     for (const WantedRule& rule : rules) {
