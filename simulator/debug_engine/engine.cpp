@@ -63,22 +63,26 @@ HRESULT FillBuffer(const void* from, ULONG size, PVOID to, ULONG capacity, PULON
 
 }  // namespace
 
+HRESULT Engine::Give(REFIID id, PVOID* object) {
+    *object = nullptr;
+    if (IsEqualIID(id, IID_IUnknown) || IsEqualIID(id, IID_IDebugClient)) *object = static_cast<IDebugClient*>(this);
+    if (IsEqualIID(id, IID_IDebugControl)) *object = static_cast<IDebugControl*>(this);
+    if (*object == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+}
+
 HRESULT Engine::QueryInterface(REFIID id, PVOID* object) {
     if (object == nullptr) return E_INVALIDARG;
-    *object = nullptr;
-    const bool client = IsEqualIID(id, IID_IUnknown) || IsEqualIID(id, IID_IDebugClient);
-    const bool control = IsEqualIID(id, IID_IDebugControl);
-    const std::string_view name = client ? "IDebugClient" : control ? "IDebugControl" : "unknown interface";
-    std::vector<ScriptLine> lines = ScriptFor("QueryInterface", DumpName());
-    const bool null = std::any_of(lines.begin(), lines.end(), [](const ScriptLine& l) { return l.act == Act::kNull; });
-    return Step("QueryInterface", name, [&]() -> HRESULT {
-        if (!client && !control) return E_NOINTERFACE;
-        if (null) return S_OK;
-        *object = client ? static_cast<void*>(static_cast<IDebugClient*>(this))
-                         : static_cast<void*>(static_cast<IDebugControl*>(this));
-        AddRef();
-        return S_OK;
-    });
+    const std::vector<ScriptLine> lines = ScriptFor("QueryInterface", DumpName());
+    const auto scripted = [&lines](Act act) {
+        return std::ranges::any_of(lines, [act](auto& l) { return l.act == act; });
+    };
+    *object = scripted(Act::kFail) ? kJunkPointer : nullptr;
+    const char* const name = IsEqualIID(id, IID_IDebugControl)  ? "IDebugControl"
+                             : IsEqualIID(id, IID_IDebugClient) ? "IDebugClient"
+                                                                : "another interface";
+    return Step("QueryInterface", name, [&] { return scripted(Act::kNull) ? S_OK : Give(id, object); });
 }
 
 ULONG Engine::AddRef() {

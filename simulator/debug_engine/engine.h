@@ -17,12 +17,18 @@
 
 namespace zoengine {
 
+// What a call that the script makes fail leaves in the caller's variable: whoever uses it crashes.
+inline void* const kJunkPointer = reinterpret_cast<void*>(0x10);
+
 class Engine final : public ClientSlots, public ControlSlots {
   public:
     // Made with one reference.
     Engine() = default;
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
+
+    // What QueryInterface does when no script forbids it.
+    HRESULT Give(REFIID id, PVOID* object);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, PVOID* object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;

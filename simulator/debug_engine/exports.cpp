@@ -30,13 +30,16 @@ HRESULT Create(REFIID id, PVOID* object) {
     *object = nullptr;
     for (const ScriptLine& line : ScriptFor("DebugCreate", "")) {
         if (line.act == Act::kHang) Sleep(static_cast<DWORD>(line.number));
-        if (line.act == Act::kFail) return static_cast<HRESULT>(line.number);
+        if (line.act == Act::kFail) {
+            *object = kJunkPointer;
+            return static_cast<HRESULT>(line.number);
+        }
         if (line.act == Act::kNull) return S_OK;
     }
     // It counts its references, and the last Release deletes it. NOLINTNEXTLINE(cppcoreguidelines-owning-memory)
     Engine* engine = new (std::nothrow) Engine;
     if (engine == nullptr) return E_OUTOFMEMORY;
-    const HRESULT result = engine->QueryInterface(id, object);
+    const HRESULT result = engine->Give(id, object);
     engine->Release();
     return result;
 }

@@ -10,6 +10,7 @@
 #include "document.h"
 #include "reporter_messages.h"
 #include "request_body.h"
+#include "rows.h"
 #include "scrambler_frame.h"
 #include "server_reply.h"
 #include "server_url.h"
@@ -68,12 +69,7 @@ TEST(ServerUrl, TakesHttpsHostsWithPortAndPathAndRefusesAllElse) {
 
 TEST(MessageParts, AreWhatWasFormattedIntoThePlaceholders) {
     using Parts = std::vector<std::string_view>;
-    const struct {
-        const char* name;
-        const char* format;
-        const char* message;
-        Parts parts;
-    } cases[] = {
+    const zotest::Rows<const char*, const char*, Parts> rows = {
         {"one part at the end", kDumpFolderMessage, "Minidump dir: C:\\D", {"C:\\D"}},
         {"text after the part", kDumpsFoundMessage, "Found 2 new minidump(s)", {"2"}},
         {"three parts", kDumpAnalysedMessage, "Dump a matched=[x|y] upload=true", {"a", "x|y", "true"}},
@@ -84,8 +80,8 @@ TEST(MessageParts, AreWhatWasFormattedIntoThePlaceholders) {
         {"a text missing in between", kDumpAnalysedMessage, "Dump a upload=true", {}},
         {"no part at all", "Aborting", "Aborting", {}},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(MessageParts(c.format, c.message), c.parts) << c.name;
+    for (const auto& [name, format, message, parts] : rows)
+        EXPECT_EQ(MessageParts(format, message), parts) << name;
 }
 
 TEST(Document, RendersFieldsInByteOrderUnescapedAndUnindented) {
@@ -114,12 +110,7 @@ struct ScriptedScrambler {
 
 TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
     constexpr std::uint32_t kNeedsBuffer = 0x8007007A, kRefused = 0x80004005;
-    const struct {
-        const char* name;
-        ScriptedScrambler script;
-        std::uint32_t status;
-        const char* body;
-    } cases[] = {
+    const zotest::Rows<ScriptedScrambler, std::uint32_t, const char*> rows = {
         {"size given with an error", {kNeedsBuffer, 9, 0, 9}, 0, "9&scrambled"},
         {"size given with a success", {1, 9, 0, 9}, 0, "9&scrambled"},
         {"size refused", {kRefused, 9, 0, 9}, kRefused, "0&"},
@@ -129,12 +120,11 @@ TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
         {"nothing at all", {kNeedsBuffer, 0, 0, 0}, 0, "0&"},
         {"a size of 0 without an error", {0, 0, 0, 0}, 0, "0&"},
     };
-    for (auto [name, script, status, expected] : cases) {
+    for (auto [name, script, status, expected] : rows) {
         SCOPED_TRACE(name);
         RequestBody body;
-        EXPECT_EQ(
-            static_cast<std::uint32_t>(ScrambleDocument(RenderDocument({}), ScriptedScrambler::Call, &script, body)),
-            status);
+        const std::int32_t result = ScrambleDocument(RenderDocument({}), ScriptedScrambler::Call, &script, body);
+        EXPECT_EQ(static_cast<std::uint32_t>(result), status);
         EXPECT_EQ(Text(body.Frame()), expected);
     }
 }

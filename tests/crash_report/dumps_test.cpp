@@ -37,26 +37,20 @@ TEST_F(NewDumps, AreThoseAfterTheRecordUpToTheLimitOldestFirst) {
     AddFile("10M", std::string(10485760, 'x'), kBase + 6);
     AddFile("more", std::string(10485761, 'x'), kBase + 7);
     zotest::WriteFileBytes(dumps_ / "folder" / "inner.dmp", "inner");
-    const struct {
-        const char* name;
-        std::uint64_t record;
-        std::uint64_t limit;
-        const char* taken;
-        std::uint64_t recordAfter;
-    } cases[] = {
+    const Rows<std::uint64_t, std::uint64_t, const char*, std::uint64_t> rows = {
         {"the default limit of ten mebibytes", 0, 0, "d.dmp c a.txt empty 20 10M ", kBase + 6},
         {"one byte above the limit", kBase, 19, "d.dmp c a.txt empty ", kBase + 4},
         {"of the record's own time", kBase + 1, 20, "c a.txt empty 20 ", kBase + 5},
         {"nothing new", kBase + 4, 19, "", kBase + 4},
         {"the latest record", ~0ull, 0, "", ~0ull},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        config_.maxDumpBytes = c.limit;
+    for (const auto& [name, record, limit, taken, recordAfter] : rows) {
+        SCOPED_TRACE(name);
+        config_.maxDumpBytes = limit;
         Configure();
-        SetRecord(c.record);
-        EXPECT_EQ(Taken(), c.taken);
-        EXPECT_EQ(Record(), c.recordAfter);
+        SetRecord(record);
+        EXPECT_EQ(Taken(), taken);
+        EXPECT_EQ(Record(), recordAfter);
     }
 }
 
@@ -129,11 +123,7 @@ TEST_F(DumpFolder, IsTheOneThatTheRegistryNamesElseThatOfWindows) {
     const zotest::ScopedEnvironment dumps(L"ZO_TEST_DUMPS", known);
     const std::string ofWindows = std::string(std::getenv("SystemRoot")) + "\\Minidump";
     const std::wstring end(1, L'\0');
-    const struct {
-        const char* name;
-        std::optional<std::wstring> value;
-        std::string folder;
-    } cases[] = {
+    const Rows<std::optional<std::wstring>, std::string> rows = {
         {"with a variable", L"%ZO_TEST_DUMPS%" + end, "~\\named"},
         {"without a terminator", known, "~\\named"},
         {"empty text", end, ofWindows},
@@ -143,7 +133,7 @@ TEST_F(DumpFolder, IsTheOneThatTheRegistryNamesElseThatOfWindows) {
         {"no value", std::nullopt, ofWindows},
     };
     constexpr wchar_t kKey[] = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
-    for (const auto& [name, value, folder] : cases) {
+    for (const auto& [name, value, folder] : rows) {
         SCOPED_TRACE(name);
         RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"MinidumpDir");
         if (value) {

@@ -71,26 +71,20 @@ class Settings : public ReporterTest {
 };
 
 TEST_F(Settings, AreSentAndDefaultsForEmptyOnes) {
-    const struct {
-        const char* name;
-        const wchar_t* appName;
-        const wchar_t* appVersion;
-        std::uint32_t lcid;
-        Strings sent;
-    } cases[] = {
+    const Rows<const wchar_t*, const wchar_t*, std::uint32_t, Strings> rows = {
         {"empty", L"", L"", 0, {"TeskShield", "100.0.100.1", "2502"}},
         {"all", L"App <&>", L"2.0", 1033, {"App <&>", "2.0", "1033"}},
         {"beyond the ANSI code page", L"Caf\u00E9\u4E2D", L"\u20AC", 1, {"Caf\xE9?", "\x80", "1"}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        config_.appName = c.appName;
-        config_.appVersion = c.appVersion;
-        config_.lcid = c.lcid;
+    for (const auto& [name, appName, appVersion, lcid, sent] : rows) {
+        SCOPED_TRACE(name);
+        config_.appName = appName;
+        config_.appVersion = appVersion;
+        config_.lcid = lcid;
         Configure();
         EXPECT_EQ(Upload(dump_), kQueryFailed);
-        const auto field = [this](const char* name) { return Field(documents_.back(), name); };
-        EXPECT_EQ((Strings{field("AppName"), field("AppVer"), field("LCID")}), c.sent);
+        const std::string& document = documents_.back();
+        EXPECT_EQ((Strings{Field(document, "AppName"), Field(document, "AppVer"), Field(document, "LCID")}), sent);
     }
 }
 
@@ -109,11 +103,7 @@ TEST_F(Settings, GoBackToTheDefaultsWithANullRecord) {
 using Targets = ReporterTest;
 
 TEST_F(Targets, AreMatchedInListOrderRegardlessOfCase) {
-    const struct {
-        const char* name;
-        std::vector<const char*> targets;
-        std::string matched;
-    } cases[] = {
+    const Rows<std::vector<const char*>, std::string> rows = {
         {"none matches", {nullptr, "", "storage"}, ""},
         {"null and empty names are left out", {nullptr, "", "PROTECTOR+0X"}, "PROTECTOR+0X"},
         {"a name given twice counts twice",
@@ -125,7 +115,7 @@ TEST_F(Targets, AreMatchedInListOrderRegardlessOfCase) {
     AddDump("a.dmp", kOurs, kBase);
     config_.uploadAll = 1;
     api_.networkOk();
-    for (const auto& [name, targets, matched] : cases) {
+    for (const auto& [name, targets, matched] : rows) {
         SCOPED_TRACE(name);
         api_.setTargets(targets.data(), static_cast<std::uint32_t>(targets.size()));  // of none, a null pointer
         EXPECT_EQ(RunAnew(), kQueryFailed);
@@ -137,9 +127,7 @@ TEST_F(Targets, AreMatchedInListOrderRegardlessOfCase) {
 class Stats : public ReporterTest {
   protected:
     Stats() {
-        AddDump("1.dmp", kOurs, kBase + 1);
-        AddDump("2.dmp", kForeign, kBase + 2);
-        AddDump("3.dmp", kOurs2, kBase + 3);
+        AddDumps({kOurs, kForeign, kOurs2});
         Configure();
         api_.networkOk();
     }
@@ -183,20 +171,15 @@ TEST_F(Stats, MayBeMissingAndSoMayTheLogger) {
 class Cancel : public ReporterTest {
   protected:
     Cancel() {
-        AddDump("1.dmp", kOurs, kBase + 1);
-        AddDump("2.dmp", kOurs, kBase + 2);
+        AddDumps({kOurs, kOurs});
         api_.networkOk();
     }
     static constexpr Outcome kNothing{.status = 0x80004004};
 };
 
 TEST_F(Cancel, StopsTheRunAtItsNextCheck) {
-    const struct {
-        const char* when;  // the event at which another thread cancels
-        Outcome outcome;
-        std::uint64_t record;
-        const char* lastLine;
-    } cases[] = {
+    // Named by the event at which another thread cancels.
+    const Rows<Outcome, std::uint64_t, const char*> rows = {
         {"before", kNothing, 0, ""},
         {"0 Found", kNothing, 0, "0 Found 2 new"},
         {"document",
@@ -208,28 +191,25 @@ TEST_F(Cancel, StopsTheRunAtItsNextCheck) {
          kBase + 2,
          "0 Dump ~\\dumps\\2.dmp"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.when);
+    for (const auto& [when, outcome, record, lastLine] : rows) {
+        SCOPED_TRACE(when);
         RemoveRecord();
         Configure();
-        onEvent_ = [&](const std::string& event) {
-            if (event.starts_with(c.when)) std::thread(api_.cancel).join();
+        onEvent_ = [this, at = when](const std::string& event) {
+            if (event.starts_with(at)) std::thread(api_.cancel).join();
         };
         onEvent_("before");
-        EXPECT_EQ(Run(), c.outcome);
-        EXPECT_EQ(Record(), c.record);
+        EXPECT_EQ(Run(), outcome);
+        EXPECT_EQ(Record(), record);
         const Strings log = TakeLog();
-        EXPECT_TRUE(log.empty() ? *c.lastLine == '\0' : log.back().starts_with(c.lastLine));
+        EXPECT_TRUE(log.empty() ? *lastLine == '\0' : log.back().starts_with(lastLine));
     }
 }
 
 TEST_F(Cancel, StaysUntilItIsTakenBack) {
     Configure();
-    const std::pair<const char*, std::int32_t (*)()> ways[] = {
-        {"ResetCancel", api_.resetCancel},
-        {"Uninitialize", api_.uninitialize},
-        {"Initialize", nullptr},
-    };
+    const Rows<std::int32_t (*)()> ways = {
+        {"ResetCancel", api_.resetCancel}, {"Uninitialize", api_.uninitialize}, {"Initialize", nullptr}};
     for (const auto& [name, takeBack] : ways) {
         SCOPED_TRACE(name);
         api_.cancel();
@@ -272,13 +252,7 @@ class Gate : public ReporterTest {
 
 TEST_F(Gate, EndsAWaitForTheTimeACancelOrTheNetwork) {
     constexpr Outcome kNoNetwork{.status = 0x80070102, .found = 1};
-    const struct {
-        const char* name;
-        std::uint32_t seconds;
-        std::int32_t (*meanwhile)();
-        DWORD wait;
-        Outcome outcome;
-    } cases[] = {
+    const Rows<std::uint32_t, std::int32_t (*)(), DWORD, Outcome> rows = {
         {"time over", 1, api_.resetCancel, 1000, kNoNetwork},
         {"cancelled in the default time", 0, api_.cancel, 300'000, kNoNetwork},
         {"cancelled in the longest time", ~0u, api_.cancel, 86'400'000, kNoNetwork},
@@ -286,16 +260,16 @@ TEST_F(Gate, EndsAWaitForTheTimeACancelOrTheNetwork) {
     };
     const std::filesystem::path dump = AddDump("1.dmp", kOurs, kBase + 1);
     const zotest::ImportHook hook("SleepConditionVariableCS", NoteWait);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        config_.networkWaitSeconds = c.seconds;
+    for (const auto& [name, seconds, act, wait, outcome] : rows) {
+        SCOPED_TRACE(name);
+        config_.networkWaitSeconds = seconds;
         Configure();
         waits.clear();
-        meanwhile = c.meanwhile;
-        EXPECT_EQ(Upload(dump), c.outcome);
+        meanwhile = act;
+        EXPECT_EQ(Upload(dump), outcome);
         // Some of the time may have passed before the wait began.
-        EXPECT_TRUE(waits.at(0) > c.wait - 1000 && waits.at(0) <= c.wait) << waits.at(0);
-        if (!(c.outcome == kNoNetwork)) continue;
+        EXPECT_TRUE(waits.at(0) > wait - 1000 && waits.at(0) <= wait) << waits.at(0);
+        if (!(outcome == kNoNetwork)) continue;
         EXPECT_EQ(TakeLog(), Strings{"1 Network never reported up; aborting"});
         EXPECT_FALSE(std::filesystem::exists(folder_ / "engine.log"));
         EXPECT_EQ(Record(), 0u);

@@ -20,6 +20,7 @@
 #include "format.h"
 #include "loaded_library.h"
 #include "owned_handles.h"
+#include "rows.h"
 #include "temp_folder.h"
 #include "text.h"
 #include "zocrashreport.h"
@@ -27,6 +28,7 @@
 namespace zocrashtest {
 
 using Strings = std::vector<std::string>;
+using zotest::Rows;
 
 inline constexpr std::uint64_t kBase = 133500000000000000;  // a time of files
 
@@ -104,6 +106,14 @@ class ReporterTest : public testing::Test {
     }
     std::filesystem::path AddDump(const std::string& name, const char* kind, std::uint64_t lastWrite) {
         return AddFile(name, zotest::ReadFileBytes(zotest::ProgramFolder() / "dumps" / kind), lastWrite);
+    }
+
+    // "1.dmp", "2.dmp" and so on, each a unit of time newer than the one before.
+    void AddDumps(std::initializer_list<const char*> kinds) {
+        for (std::uint64_t number = 0; const char* kind : kinds) {
+            ++number;
+            AddDump(std::to_string(number) + ".dmp", kind, kBase + number);
+        }
     }
 
     void SetRecord(std::uint64_t value) {

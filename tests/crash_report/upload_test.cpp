@@ -80,14 +80,10 @@ TEST_F(Uploads, HaveTheHeadAndTheFrameOfTheProtocol) {
     }
 }
 
-// What an exchange comes to when the server treats the query, and then the full document, in these ways. A "*" keeps
-// the condition for what the platform may send again by itself.
+// What an exchange comes to when the server treats the query, and then the full document (which is not sent where there
+// is nothing), in these ways. A "*" keeps the condition for what the platform may send again by itself.
 TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
-    const struct {
-        std::string query;
-        std::string full;  // not reached when empty
-        Outcome outcome;
-    } cases[] = {
+    const std::tuple<std::string, std::string, Outcome> rows[] = {
         {"*refuse", "", kQueryFailed},
         {"*drop-before", "", kQueryFailed},
         {"*hang 1", "", kQueryFailed},
@@ -106,15 +102,13 @@ TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
         {"text 200", "text 300 late", kUploadFailed},
     };
     const std::filesystem::path dump = AddDump("a.dmp", kOurs, kBase);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.query + " then " + c.full);
+    for (const auto& [query, full, outcome] : rows) {
+        SCOPED_TRACE(query + " then " + full);
         NewCrash();
-        Conditions(c.query + "\n" + c.full + "\n");
-        EXPECT_EQ(Upload(dump), c.outcome);
+        Conditions(query + "\n" + full + "\n");
+        EXPECT_EQ(Upload(dump), outcome);
         // The dump is sent after an answer that begins with 200 and only then.
-        const std::vector<Request> requests = NewRequests();
-        EXPECT_EQ(!c.full.empty(), std::any_of(requests.begin(), requests.end(),
-                                               [](const Request& request) { return request.body.size() > 10000; }));
+        EXPECT_EQ(!full.empty(), std::ranges::any_of(NewRequests(), [](auto& one) { return one.body.size() > 10000; }));
     }
 }
 
@@ -151,24 +145,20 @@ class Replies : public Uploads {
 
 TEST_F(Replies, AreReadToALimitAndWhatArrivedCounts) {
     const Outcome cancelled{.status = 0x80004004, .found = 1, .selected = 1, .accepted = 1, .uploaded = 1};
-    const struct {
-        const char* name;
-        MadeReply made;
-        int reads;  // of the query's reply and the full document's
-        Outcome outcome;
-    } cases[] = {
+    // With the number of reads of the query's reply and of the full document's.
+    const Rows<MadeReply, int, Outcome> rows = {
         {"a read fails", {.failAfterPiece = true}, 4, kSent},
         {"more than is kept", {.pieceBytes = 1024}, 128, kSent},
         {"a minute is over", {.millisecondsPerRead = 20'000}, 6, kSent},
         {"cancelled", {.pieceBytes = 1024, .cancelAtFirst = true}, 2, cancelled},
     };
     const std::filesystem::path dump = AddDump("a.dmp", kOurs, kBase);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, reply, reads, outcome] : rows) {
+        SCOPED_TRACE(name);
         NewCrash();
-        made = c.made;
-        EXPECT_EQ(Upload(dump), c.outcome);
-        EXPECT_EQ(made.reads, c.reads);
+        made = reply;
+        EXPECT_EQ(Upload(dump), outcome);
+        EXPECT_EQ(made.reads, reads);
         api_.resetCancel();
     }
 }
@@ -208,8 +198,7 @@ HINTERNET WINAPI NoteRequest(HINTERNET connection, const char* verb, const char*
 }
 
 TEST_F(Uploads, ShareOneSessionInARunAndScrambleEachDocumentAnew) {
-    AddDump("1.dmp", kOurs, kBase + 1);
-    AddDump("2.dmp", kOurs2, kBase + 2);
+    AddDumps({kOurs, kOurs2});
     asked.clear();
     const zotest::ImportHook session("InternetOpenA", NoteSession);
     const zotest::ImportHook request("HttpOpenRequestA", NoteRequest);
@@ -223,8 +212,7 @@ TEST_F(Uploads, ShareOneSessionInARunAndScrambleEachDocumentAnew) {
 }
 
 TEST_F(Uploads, CarryThePreviousDumpInLaterQueries) {
-    AddDump("1.dmp", kOurs, kBase + 1);
-    AddDump("2.dmp", kOurs2, kBase + 2);
+    AddDumps({kOurs, kOurs2});
     EXPECT_EQ(Run(), kTwoSent);
     const std::vector<Request> requests = NewRequests();
     ASSERT_EQ(requests.size(), 4u);
@@ -238,12 +226,8 @@ TEST_F(Uploads, CarryThePreviousDumpInLaterQueries) {
 }
 
 TEST_F(Uploads, SendTheDumpAsItIsByThenAndOnlyWithItsText) {
-    const struct {
-        const char* name;
-        const char* script;
-        std::optional<std::string> dump;  // what the file holds after its analysis
-        const char* sentLength;           // "?" when nothing is sent
-    } cases[] = {
+    // With what the file holds after its analysis, and the length that is sent ("?": nothing is).
+    const Rows<const char*, std::optional<std::string>, const char*> rows = {
         {"the dump is gone", "GetLastEventInformation delete", std::nullopt, "?"},
         {"the dump is empty", "", "", "?"},
         {"the engine prints nothing", "SetOutputCallbacks fail 0x80004005", std::nullopt, "?"},
@@ -252,13 +236,13 @@ TEST_F(Uploads, SendTheDumpAsItIsByThenAndOnlyWithItsText) {
     const char* names[] = {"bugcheck"};
     api_.setTargets(names, 1);
     api_.setScrambler(nullptr, nullptr);
-    for (const auto& [name, script, dump, sentLength] : cases) {
+    for (const auto& [name, script, dump, sentLength] : rows) {
         SCOPED_TRACE(name);
         const std::filesystem::path path = AddDump("a.dmp", kOurs, kBase);
         Script(script);
         Conditions("text 200\ntext 200\n");
-        onEvent_ = [&](const std::string& event) {
-            if (dump && event.starts_with("0 Dump ")) zotest::WriteFileBytes(path, *dump);
+        onEvent_ = [path, bytes = dump](const std::string& event) {
+            if (bytes && event.starts_with("0 Dump ")) zotest::WriteFileBytes(path, *bytes);
         };
         const bool sent = *sentLength != '?';
         EXPECT_EQ(Upload(path), sent ? kSent : kUploadFailed);
@@ -274,8 +258,7 @@ TEST_F(Uploads, LeaveNoHandleBehind) {
         {"ReadBugCheckData fail 0x8000ffff", {.found = 2}},
         {"", kTwoSent},
     };
-    AddDump("1.dmp", kOurs, kBase + 1);
-    AddDump("2.dmp", kOurs2, kBase + 2);
+    AddDumps({kOurs, kOurs2});
     Conditions("*text 200\n");
     // The first rounds make what stays for good. After that one handle of any run would show.
     std::uint32_t warm = 0;
