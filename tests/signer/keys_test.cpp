@@ -141,29 +141,25 @@ BOOL WINAPI DeleteUnlessRefused(const wchar_t* path) {
 }
 
 TEST(GenerateKeyPair, WritesNoKeyIntoAFileWhoseAccessListCannotBeSet) {
-    const struct {
-        const char* name;
-        std::uint32_t error;
-        bool deletionFails;
-        bool isReplaced;  // by a new file
-    } rows[] = {
+    // With whether deletion fails and whether the file is replaced by a new one.
+    const Rows<std::uint32_t, bool, bool> rows = {
         {"access denied", ERROR_ACCESS_DENIED, false, true},
         {"access denied, deletion too", ERROR_ACCESS_DENIED, true, false},
         {"in use", ERROR_SHARING_VIOLATION, false, false},
     };
     const ImportHook creation("CreateFileW", CreateWithoutWriteDac);
     const ImportHook deletion("DeleteFileW", DeleteUnlessRefused);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, error, cannotDelete, isReplaced] : rows) {
+        SCOPED_TRACE(name);
         const TempFolder folder;
         WriteFileBytes(folder / "private.rsakey", "foreign");
         std::filesystem::create_hard_link(folder / "private.rsakey", folder / "same file");
         writeDacOpens = 0;
-        writeDacError = row.error;
-        deletionFails = row.deletionFails;
-        EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), row.isReplaced ? 0 : kWriteFault);
+        writeDacError = error;
+        deletionFails = cannotDelete;
+        EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), isReplaced ? 0 : kWriteFault);
         EXPECT_EQ(ReadFileBytes(folder / "same file"), "foreign");
-        EXPECT_EQ(ReadFileBytes(folder / "private.rsakey").size(), row.isReplaced ? 1179u : 7u);
+        EXPECT_EQ(ReadFileBytes(folder / "private.rsakey").size(), isReplaced ? 1179u : 7u);
         EXPECT_EQ(writeDacOpens, 1);
     }
 }
@@ -175,41 +171,32 @@ TEST(VerificationKey, IsThePublicFileOrElseThePrivateOne) {
     ASSERT_EQ(tree.Sign().status, 0);
     const std::string none = "2 cannot load public key from '" + zo::Utf8FromWide(tree.keystore.wstring()) + "'";
     const std::string summary = "0 Verify summary: ok=0, bad=0, missing=0, extra=0, dirs=1";
-    const std::string publicKey = PublicHalf(PrivateKey());
-    const std::string other = publicKey.substr(0, 282) + static_cast<char>(publicKey[282] ^ 2);
-    const struct {
-        const char* name;
-        std::string publicBytes;  // empty: no file
-        std::string privateBytes;
-        std::int32_t status;
-        Lines messages;
-    } rows[] = {
-        {"public only", publicKey, "", 0, {summary}},
-        {"private only", "", PrivateKey(), 0, {summary}},
+    const Lines badPublic{"2 ImportPublicKey" + kNotSupported, none};
+    const Lines badPrivate{"2 ImportPrivateKey(forVerify)" + kNotSupported, none};
+    const std::string full = PrivateKey();
+    const std::string half = PublicHalf(full);
+    const std::string cut = half.substr(0, 282);
+    const std::string other = cut + static_cast<char>(half[282] ^ 2);
+    // The bytes of the public file (empty: there is none) and of the private one.
+    const Rows<std::string, std::string, std::int32_t, Lines> rows = {
+        {"public only", half, "", 0, {summary}},
+        {"private only", "", full, 0, {summary}},
         {"neither", "", "", ZOSIG_E_NO_KEY, {none}},
-        {"bad public", kJunk, PrivateKey(), ZOSIG_E_NO_KEY, {"2 ImportPublicKey" + kNotSupported, none}},
-        {"public cut by a byte",
-         publicKey.substr(0, 282),
-         PrivateKey(),
-         ZOSIG_E_NO_KEY,
-         {"2 ImportPublicKey" + kNotSupported, none}},
-        {"bad private", "", kJunk, ZOSIG_E_NO_KEY, {"2 ImportPrivateKey(forVerify)" + kNotSupported, none}},
-        {"public of another pair",
-         other,
-         PrivateKey(),
-         ZOSIG_E_TAMPERED,
-         {"2 manifest body has been tampered with (MSIG verify -> 0xC000A000)"}},
+        {"bad public", kJunk, full, ZOSIG_E_NO_KEY, badPublic},
+        {"public cut by a byte", cut, full, ZOSIG_E_NO_KEY, badPublic},
+        {"bad private", "", kJunk, ZOSIG_E_NO_KEY, badPrivate},
+        {"public of another pair", other, full, ZOSIG_E_TAMPERED, {kTampered}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, publicBytes, privateBytes, status, messages] : rows) {
+        SCOPED_TRACE(name);
         RemoveTree(tree.keystore.wstring());
-        if (!row.publicBytes.empty()) WriteFileBytes(tree.keystore / "public.rsakey", row.publicBytes);
-        if (!row.privateBytes.empty()) WriteFileBytes(tree.keystore / "private.rsakey", row.privateBytes);
+        if (!publicBytes.empty()) WriteFileBytes(tree.keystore / "public.rsakey", publicBytes);
+        if (!privateBytes.empty()) WriteFileBytes(tree.keystore / "private.rsakey", privateBytes);
         const auto outcome = tree.Verify();
-        EXPECT_EQ(outcome.status, row.status);
-        EXPECT_EQ(outcome.messages, row.messages);
-        const std::string print = Sha256Hex(row.publicBytes == other ? other : publicKey);
-        EXPECT_EQ(ThumbprintOf(tree.keystore), row.status == ZOSIG_E_NO_KEY ? "" : print);
+        EXPECT_EQ(outcome.status, status);
+        EXPECT_EQ(outcome.messages, messages);
+        const std::string print = Sha256Hex(publicBytes == other ? other : half);
+        EXPECT_EQ(ThumbprintOf(tree.keystore), status == ZOSIG_E_NO_KEY ? "" : print);
     }
 }
 

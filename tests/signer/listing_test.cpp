@@ -82,25 +82,20 @@ BOOL WINAPI ListSome(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, 
     return FALSE;
 }
 
-struct BrokenListing {
-    const char* where;
-    int working;
-    std::uint32_t entries;  // that signing still finds
-    std::ptrdiff_t reports;
-};
-constexpr BrokenListing kBrokenListings[] = {
+// With the reads that work, the entries that signing still finds, and the number of reports.
+constexpr Rows<int, std::uint32_t, std::ptrdiff_t> kBrokenListings = {
     {"at the root's end and for d", 1, 1, 2}, {"for d", 2, 1, 1}, {"at the end of d", 3, 2, 1}, {"nowhere", 4, 2, 0}};
 
 TEST(SignListing, ReportsListingsThatBreakOffAndSignsWhatTheyGave) {
     const SealedTree tree{"a", "d/f"};
     const ImportHook hook("GetFileInformationByHandleEx", ListSome);
-    for (const BrokenListing& row : kBrokenListings) {
-        workingReads = row.working;
+    for (const auto& [where, working, entries, reports] : kBrokenListings) {
+        workingReads = working;
         const auto outcome = tree.Sign();
-        EXPECT_EQ(outcome.status, 0) << row.where;
-        EXPECT_EQ(outcome.result.entries, row.entries) << row.where;
-        EXPECT_EQ(std::ranges::count(outcome.messages, "1 iter: " + zo::ErrorText(5)), row.reports) << row.where;
-        EXPECT_EQ(std::ssize(outcome.messages), 3 + row.reports) << row.where;
+        EXPECT_EQ(outcome.status, 0) << where;
+        EXPECT_EQ(outcome.result.entries, entries) << where;
+        EXPECT_EQ(std::ranges::count(outcome.messages, "1 iter: " + zo::ErrorText(5)), reports) << where;
+        EXPECT_EQ(std::ssize(outcome.messages), 3 + reports) << where;
     }
 }
 
@@ -108,12 +103,12 @@ TEST(VerifyListing, ReportsASealedFolderWhoseListingBreaksOff) {
     const SealedTree tree{"a", "d/f"};
     ASSERT_EQ(tree.Sign().status, 0);
     const ImportHook hook("GetFileInformationByHandleEx", ListSome);
-    for (const BrokenListing& row : kBrokenListings) {
-        workingReads = row.working;
+    for (const auto& [where, working, entries, reports] : kBrokenListings) {
+        workingReads = working;
         const auto outcome = tree.Verify();
-        EXPECT_EQ(outcome.status, row.reports == 0 ? 0 : kAccessDenied) << row.where;
-        EXPECT_EQ(std::ssize(outcome.messages), 1 + row.reports) << row.where;
-        EXPECT_EQ(outcome.result.ok, 2u) << row.where;
+        EXPECT_EQ(outcome.status, reports == 0 ? 0 : kAccessDenied) << where;
+        EXPECT_EQ(std::ssize(outcome.messages), 1 + reports) << where;
+        EXPECT_EQ(outcome.result.ok, 2u) << where;
     }
 }
 

@@ -13,10 +13,8 @@ const std::string kDigest(64, 'a');
 const std::string kBadDirectory = "bad directory line in manifest";
 
 TEST(ManifestText, SplitsAtTheSignatureLine) {
-    const struct {
-        std::string file;
-        std::string result;  // a fault, or the three parts
-    } cases[] = {
+    // The file, and a fault or its three parts.
+    const std::pair<std::string, std::string> cases[] = {
         {"", "manifest magic mismatch"},
         {"ZOSIG1\r\r\nMSIG 00\n", "manifest magic mismatch"},
         {"\xEF\xBB\xBFZOSIG1\nMSIG 00\n", "manifest magic mismatch"},
@@ -59,10 +57,7 @@ std::string Read(const std::string& body) {
 TEST(ManifestText, ReadsLineByLine) {
     const std::string end = "----\n";
     const std::string hash = "  HASH " + kDigest + "\n";
-    const struct {
-        std::string body;
-        std::string result;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"", "manifest header not terminated"},
         {"---- \n", "manifest header not terminated"},
         {"ALG RSA-2048-PKCS1-SHA256 \n----\n", "unsupported algorithm in manifest"},

@@ -16,6 +16,7 @@
 #include "format.h"
 #include "hex.h"
 #include "loaded_library.h"
+#include "rows.h"
 #include "temp_folder.h"
 #include "text.h"
 #include "zosigner.h"
@@ -25,6 +26,7 @@ namespace zotest {
 using Lines = std::vector<std::string>;
 
 inline constexpr std::int32_t kInvalidArgument = static_cast<std::int32_t>(0x80070057);
+inline const std::string kTampered = "2 manifest body has been tampered with (MSIG verify -> 0xC000A000)";
 
 // A step below that fails returns a value that no test expects.
 

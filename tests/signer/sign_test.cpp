@@ -116,48 +116,41 @@ struct SealAnswer {
     std::int32_t result = 0;  // of the callback
 };
 
-struct SealRow {
-    const char* name;
-    std::uint32_t mode;
-    std::vector<SealAnswer> answers;  // one for each call
-    std::string sealed;               // "S" or "O" for each folder; empty when the signing fails
-    std::int32_t status = 0;
-};
-
-// Signs with the row's answers. The callback must be asked for as many folders as there are answers, in listing order.
-Outcome<ZoSignerSignResult> SignAsAnswered(const SealedTree& tree, const SealRow& row) {
+// The callback must be asked for as many folders as there are answers, in listing order.
+Outcome<ZoSignerSignResult> SignAsAnswered(const SealedTree& tree, std::uint32_t mode,
+                                           const std::vector<SealAnswer>& answers) {
     const std::vector<std::wstring> folders{L".", L"a", L"a/\u00e4", L"b"};
     std::size_t asked = 0;
     const auto answer = [&](const std::wstring& path, std::int32_t& seal, std::int32_t& applyToRest) {
         EXPECT_EQ(path, folders.at(asked));
         EXPECT_TRUE(seal == 1 && applyToRest == 0);
-        const SealAnswer given = asked < row.answers.size() ? row.answers[asked] : SealAnswer{0, 1, -99};
+        const SealAnswer given = asked < answers.size() ? answers[asked] : SealAnswer{0, 1, -99};
         ++asked;
         seal = given.seal;
         applyToRest = given.applyToRest;
         return given.result;
     };
-    const auto outcome = tree.SignAsking(answer, row.mode);
-    EXPECT_EQ(asked, row.answers.size());
+    const auto outcome = tree.SignAsking(answer, mode);
+    EXPECT_EQ(asked, answers.size());
     return outcome;
 }
 
 TEST(Sign, SealsFoldersByModeOrByTheCallbacksAnswers) {
-    const SealRow rows[] = {
-        {"all", ZOSIG_SEAL_ALL, {}, "SSSS"},
-        {"none", ZOSIG_SEAL_NONE, {}, "OOOO"},
-        {"each its own answer", ZOSIG_SEAL_ASK, {{1, 0}, {0, 0}, {5, 0}, {0, 0}}, "SOSO"},
-        {"the first answer for all", ZOSIG_SEAL_ASK, {{0, 1}}, "OOOO"},
-        {"an answer for more than the subtree; unknown mode", 77, {{0, 0}, {-1, 2}}, "OSSS"},
+    // "S" or "O" for each folder, nothing when the signing fails.
+    const Rows<std::uint32_t, std::vector<SealAnswer>, std::string, std::int32_t> rows = {
+        {"all", ZOSIG_SEAL_ALL, {}, "SSSS", 0},
+        {"none", ZOSIG_SEAL_NONE, {}, "OOOO", 0},
+        {"each its own answer", ZOSIG_SEAL_ASK, {{1, 0}, {0, 0}, {5, 0}, {0, 0}}, "SOSO", 0},
+        {"the first answer for all", ZOSIG_SEAL_ASK, {{0, 1}}, "OOOO", 0},
+        {"an answer for more than the subtree; unknown mode", 77, {{0, 0}, {-1, 2}}, "OSSS", 0},
         {"a negative result", ZOSIG_SEAL_ASK, {{1, 0}, {1, 1, -5}}, "", -5},
-        {"positive results", ZOSIG_SEAL_ASK, {{0, 0, 1}, {1, 1, 7}}, "OSSS"},
+        {"positive results", ZOSIG_SEAL_ASK, {{0, 0, 1}, {1, 1, 7}}, "OSSS", 0},
     };
     const SealedTree tree{"a/\xC3\xA4/x", "b/y"};
-    for (const SealRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        const auto outcome = SignAsAnswered(tree, row);
-        EXPECT_EQ(outcome.status, row.status);
-        const std::string& s = row.sealed;
+    for (const auto& [name, mode, answers, s, status] : rows) {
+        SCOPED_TRACE(name);
+        const auto outcome = SignAsAnswered(tree, mode, answers);
+        EXPECT_EQ(outcome.status, status);
         if (s.empty()) continue;
         const std::string lines = zo::Format("----\nD {} .\nD {} a\nD {} a/\xC3\xA4\nD {} b\n", s[0], s[1], s[2], s[3]);
         EXPECT_NE(tree.ManifestBytes().find(lines), std::string::npos);
