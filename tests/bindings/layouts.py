@@ -17,22 +17,25 @@ CC = os.environ.get("ZO_CC", "x86_64-w64-mingw32-gcc")
 OBJCOPY = os.environ.get("ZO_OBJCOPY", "x86_64-w64-mingw32-objcopy")
 
 
+def text_of(headers):
+    return re.sub(r"/\*.*?\*/", "", "".join(header.read_text() for header in headers), flags=re.DOTALL)
+
+
 def declared():
-    """{record: [field]}, {callback or function: [argument types]}, {status: number}."""
-    text = re.sub(r"/\*.*?\*/", "", "".join(header.read_text() for header in HEADERS), flags=re.DOTALL)
-    records = {name: re.findall(r"(\w+)(?:\[\d+\])?;", body)
-               for body, name in re.findall(r"typedef struct \w+ \{(.*?)\} (\w+);", text, re.DOTALL)}
-    calls = {}
+    """{callback or function: [argument types]}, {status: number}."""
+    text, calls = text_of(HEADERS), {}
     for name, arguments in re.findall(r"^typedef \w+ \(\*(\w+?)(?:Fn)?\)\((.*?)\);", text, re.MULTILINE | re.DOTALL):
         listed = [] if arguments == "void" else re.split(r",\s*", arguments)
         calls[name] = [re.sub(r"\s*\w+(\[\d+\])?$", lambda m: "*" if m[1] else "", one).strip() for one in listed]
     statuses = {name: int(value, 0) & 0xFFFFFFFF for name, value in re.findall(
         r"^#define (ZOP_OK|ZO(?:P|SIG)_E_\w+) \(\(int32_t\)(\w+)\)", text, re.MULTILINE)}
-    return records, calls, statuses
+    return calls, statuses
 
 
-def measured(records):
+def records_of(headers):
     """{record: (size, {field: (offset, size)})}, which the compiler writes into a table."""
+    records = {name: re.findall(r"(\w+)(?:\[\w+\])?;", body)
+               for body, name in re.findall(r"typedef struct \w+ \{(.*?)\} (\w+);", text_of(headers), re.DOTALL)}
     numbers = []
     for name, fields in records.items():
         numbers.append(f"sizeof({name})")
@@ -40,7 +43,7 @@ def measured(records):
             numbers += [f"offsetof({name}, {field})", f"sizeof((({name}*)0)->{field})"]
     with tempfile.TemporaryDirectory() as folder:
         source, table = Path(folder) / "table.c", Path(folder) / "table.bin"
-        source.write_text("".join(f'#include "{header}"\n' for header in HEADERS) +
+        source.write_text("".join(f'#include "{header}"\n' for header in headers) +
                           f"const uint32_t table[] = {{{', '.join(numbers)}}};\n")
         subprocess.run([CC, "-std=c99", "-DZO_NO_IMPORT", f"-I{HEADERS[0].parent}", "-c", source, "-o", f"{source}.o"],
                        check=True)
@@ -51,8 +54,8 @@ def measured(records):
 
 
 def interface():
-    records, calls, statuses = declared()
-    return {"records": measured(records), "calls": calls, "statuses": statuses}
+    calls, statuses = declared()
+    return {"records": records_of(HEADERS), "calls": calls, "statuses": statuses}
 
 
 if __name__ == "__main__":

@@ -5,28 +5,13 @@ import pathlib
 import re
 import sys
 
-ROOT = pathlib.Path(sys.argv[1])
-SCALARS = {"uint8_t": 1, "uint16_t": 2, "uint32_t": 4}
+ROOT = pathlib.Path(sys.argv[1]).resolve()
+sys.path.insert(0, str(ROOT / "tests/bindings"))
+import layouts  # noqa: E402
+
+HEADERS = [ROOT / "sdk/include" / name for name in ("driver_records.h", "zoprotector.h", "zoprotector_status.h")]
 ENTRY_SIZES = {"PROCESS_RULES": 1044, "FILE_RULES": 2344, "REGISTRY_RULES": 1028, "DLL_WHITELIST": 1044,
                "DRAIN_EVENTS": 562, "DRAIN_REGISTRY_EVENTS": 1076}
-
-
-def structs(text, numbers):
-    """{struct: (size, [(offset, size, field)])}; the structs read here have no padding."""
-    result = {}
-    text = re.sub(r"/\*.*?\*/", "", text, flags=re.S)
-    for body, name in re.findall(r"typedef struct \w+ \{(.*?)\} (\w+);", text, flags=re.S):
-        fields, offset = [], 0
-        for kind, field, count in re.findall(r"(\w+) (\w+)(?:\[(\w+)\])?;", body):
-            if kind not in SCALARS and kind not in result:
-                break  # wchar_t and so on: not a record of the driver
-            one = SCALARS[kind] if kind in SCALARS else result[kind][0]
-            size = one * int(numbers.get(count, count or 1))
-            fields.append((offset, size, field))
-            offset += size
-        else:
-            result[name] = (offset, fields)
-    return result
 
 
 def command_facts(text, records):
@@ -47,17 +32,18 @@ def command_facts(text, records):
     return result
 
 
-def differences(document, driver, public, statuses):
+def differences(document, driver, _, statuses):
     numbers = {name: int(value, 0) for name, value in
                re.findall(r"#define (\w+) (0[xX][0-9A-Fa-f]+|\d+)u?\s", driver)}
-    shared = structs(public, numbers)  # two records of the interface are the caller's own
-    records = structs(driver, numbers) | {name: shared[name] for name in ("ZopStats", "ZopSignaturePolicy")}
+    # Two records of the interface are the caller's own.
+    records = {name: record for name, record in layouts.records_of(HEADERS[:2]).items()
+               if f"}} {name};" in driver or name in ("ZopStats", "ZopSignaturePolicy")}
     commands = {name: (code, given, answered) for code, name, given, answered in re.findall(
         r"^\| (0x[0-9A-F]{8}) \| `(ZOP_IOCTL_\w+)` \| (.+?) \| (.+?) \|$", document, flags=re.M)}
     described = {}
     for name, size, body in re.findall(r"^### `(\w+)`, (\d+) bytes?\n(.*?)(?=^##|\Z)", document, flags=re.M | re.S):
         rows = re.findall(r"^\| (\d+) \| (\d+) \| `(\w+)` \|", body, flags=re.M)
-        described[name] = (int(size), [(int(offset), int(length), field) for offset, length, field in rows])
+        described[name] = (int(size), {field: (int(offset), int(length)) for offset, length, field in rows})
     sizes = {name: int(size) for name, size in re.findall(r"`(ZOP_\w+_SIZE)` (\d+)", document)}
     names = re.findall(r"`(ZOP_(?:E_\w+|OK))`", document)
     if not (len(records) > 9 and len(commands) > 30 and sizes and names):
@@ -70,8 +56,6 @@ def differences(document, driver, public, statuses):
                 yield f"{name}: the document says {documented.get(name)}, the header {coded.get(name)}"
 
 
-found = list(differences(*((ROOT / name).read_text(encoding="utf-8") for name in (
-    "docs/driver-interface.md", "sdk/include/driver_records.h", "sdk/include/zoprotector.h",
-    "sdk/include/zoprotector_status.h"))))
+found = list(differences(*(path.read_text(encoding="utf-8") for path in (ROOT / "docs/driver-interface.md", *HEADERS))))
 print(*found, f"{len(found)} differences", sep="\n")
 sys.exit(bool(found))
