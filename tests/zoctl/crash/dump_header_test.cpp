@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string>
 
+#include "rows.h"
+
 namespace {
 
 void Put(std::string& file, std::size_t offset, std::uint32_t value) {
@@ -33,12 +35,7 @@ std::string With(std::size_t offset, std::uint32_t value) {
 }
 
 TEST(DumpHeader, IsSoundWhenTheFileIsAsLongAsItSays) {
-    const struct {
-        const char* name;
-        std::string file;
-        bool sound;
-        bool bugCheck;
-    } rows[] = {
+    const zotest::Rows<std::string, bool, bool> rows = {
         {"a small dump", SmallDump(), true, true},
         {"a dump with something after it", SmallDump() + "more", true, true},
         {"a kernel dump, of which no length is known", With(0xF98, 2).substr(0, 0x2000), true, true},
@@ -53,14 +50,14 @@ TEST(DumpHeader, IsSoundWhenTheFileIsAsLongAsItSays) {
         {"a 32-bit dump", With(4, 0x504D5544), false, false},
         {"an empty file", "", false, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const zoctl::DumpHeader header = zoctl::ReadDumpHeader([&row](std::uint64_t offset, std::size_t size) {
-            return offset < row.file.size() ? row.file.substr(offset, size) : std::string();
+    for (const auto& [name, bytes, sound, bugCheck] : rows) {
+        SCOPED_TRACE(name);
+        const zoctl::DumpHeader header = zoctl::ReadDumpHeader([&file = bytes](std::uint64_t offset, std::size_t size) {
+            return offset < file.size() ? file.substr(offset, size) : std::string();
         });
-        EXPECT_EQ(header.sound, row.sound);
-        ASSERT_EQ(header.bugCheck.has_value(), row.bugCheck);
-        if (!row.bugCheck) continue;
+        EXPECT_EQ(header.sound, sound);
+        ASSERT_EQ(header.bugCheck.has_value(), bugCheck);
+        if (!bugCheck) continue;
         EXPECT_EQ(header.bugCheck->code, 0xD1u);
         EXPECT_EQ(header.bugCheck->parameters[3], 0x77u);
     }

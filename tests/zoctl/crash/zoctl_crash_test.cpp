@@ -12,9 +12,7 @@ using namespace zotest;
 class ZoctlCrash : public ServerTest {
   protected:
     ZoctlCrash() {
-        AddDump("1.dmp", kOurs, kBase + 1);
-        AddDump("2.dmp", kForeign, kBase + 2);
-        AddDump("3.dmp", kNoDump, kBase + 3);
+        AddDumps({kOurs, kForeign, kNoDump});
         NewCrash();
     }
 
@@ -36,16 +34,6 @@ class ZoctlCrash : public ServerTest {
         return RunZoctl(words);
     }
 
-    static std::string Text(const Json& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
-
-    // One member of every dump or entry of the journal, "/" after each.
-    static std::string Each(const ZoctlRun& run, const char* list, const char* member) {
-        std::string values;
-        for (const Json& entry : run.json[list])
-            values += Text(entry.value(member, Json())) + "/";
-        return values;
-    }
-
     // The document's counters in their order.
     static std::string Numbers(const ZoctlRun& run) {
         std::string numbers;
@@ -63,8 +51,8 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     const ZoctlRun list = Crash({"list", "--json"});
     EXPECT_TRUE(Gave(list, 1));  // one could not be analysed
     EXPECT_EQ(Numbers(list), "3 1 0 0 2 0 0 0 2 0 0 ");
-    EXPECT_EQ(Each(list, "dumps", "matched"), "[\"ZoProtector\"]/[]/[]/");
-    EXPECT_EQ(Each(list, "dumps", "failure"), "null/null/0x80070570/");
+    EXPECT_EQ(Each(list, "dumps", "matched"), Json::parse(R"([["ZoProtector"], [], []])"));
+    EXPECT_EQ(Each(list, "dumps", "failure"), Json({nullptr, nullptr, "0x80070570"}));
     EXPECT_EQ(list.json["dumps"][0]["signature"].get<std::string>().size(), 32u);
     const ZoctlRun text = Crash({"list", "--target", "STORAGE+0x", "--target", "nt+"});
     EXPECT_TRUE(Gave(text, 1, "STORAGE+0x|nt+"));
@@ -84,7 +72,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
 TEST_F(ZoctlCrash, TakesTargetNamesInTheCodePageOfTheEngine) {
     Script("OutputStackTrace say caf\xE9\n");
     const ZoctlRun list = Crash({"list", "--json", "--target", "CAF\xC3\x89"});
-    EXPECT_EQ(Each(list, "dumps", "matched"), "[\"CAF\xC3\x89\"]/[\"CAF\xC3\x89\"]/[]/");
+    EXPECT_EQ(Each(list, "dumps", "matched"), Json::parse("[[\"CAF\xC3\x89\"], [\"CAF\xC3\x89\"], []]"));
 
     Configure();
     const char* names[] = {"\xE9"};
@@ -113,16 +101,9 @@ TEST_F(ZoctlCrash, SendsEachDumpOnceAndTellsWhatBecameOfIt) {
     EXPECT_EQ(Record(), kBase + 1);
 }
 
-// Mistakes that would use dumps up: each is refused before anything is sent or the record is moved.
-struct Mistake {
-    const char* name;
-    const char* script;
-    Strings words;  // ~ is the test's folder
-    int exitCode;
-    const char* message;
-};
-
-const Mistake kMistakes[] = {
+// Mistakes that would use dumps up: each is refused before anything is sent or the record is moved. In their words ~ is
+// the test's folder.
+const Rows<const char*, Strings, int, const char*> kMistakes = {
     {"plain HTTP", "", {"run", "--server", "http://localhost/crash"}, 2, "is not the address of a crash server"},
     {"a server without a host", "", {"upload", "~dumps/1.dmp", "--server", "https:///crash"}, 2, "is not the address"},
     {"no server at the address", "", {"run", "--server", "https://localhost:1/crash"}, 1, "(error 12029)"},
@@ -140,16 +121,8 @@ const Mistake kMistakes[] = {
      {"run"},
      1,
      "Could not set up the debugger engine"},
-    {"an engine that fails for all",
-     "OpenDumpFile fail 0x80004001",
-     {"run"},
-     1,
-     "failed for '1.dmp', '2.dmp', although"},
-    {"an engine that fails for one",
-     "[1.dmp]\nReadBugCheckData fail 0x80004001",
-     {"run"},
-     1,
-     "failed for '1.dmp', alth"},
+    {"no dump opens", "OpenDumpFile fail 0x80004001", {"run"}, 1, "failed for '1.dmp', '2.dmp', although"},
+    {"one dump opens", "[1.dmp]\nReadBugCheckData fail 0x80004001", {"run"}, 1, "failed for '1.dmp', alth"},
     {"no dump", "", {"upload"}, 2, "file is required"},
     {"a size in words", "", {"run", "--max-bytes", "many"}, 2, "--max-bytes"},
     {"a negative size", "", {"run", "--max-bytes", "-1"}, 2, "--max-bytes"},
@@ -157,16 +130,15 @@ const Mistake kMistakes[] = {
 
 TEST_F(ZoctlCrash, RefusesAMistakeBeforeItCostsADump) {
     const std::size_t before = Posts();
-    for (const Mistake& mistake : kMistakes) {
-        SCOPED_TRACE(mistake.name);
+    for (auto [name, script, words, exitCode, message] : kMistakes) {
+        SCOPED_TRACE(name);
         SetRecord(kBase);
-        Script(mistake.script);
-        Strings words = mistake.words;
+        Script(script);
         for (std::string& word : words) {
             if (word.starts_with('~')) word = (folder_ / word.substr(1)).string();
         }
         const ZoctlRun run = Crash(words);
-        EXPECT_TRUE(Gave(run, mistake.exitCode, mistake.message));
+        EXPECT_TRUE(Gave(run, exitCode, message));
         EXPECT_EQ(run.err.find("diagnostic log"), std::string::npos) << run.err;
         EXPECT_EQ(Record(), kBase);
     }
@@ -179,8 +151,8 @@ TEST_F(ZoctlCrash, RefusesAServerWhoseCertificateIsNotTrusted) {
     ASSERT_EQ(Trust(L"add", "certificate.der"), 0u);
     EXPECT_EQ(Record(), 0u);
     const ZoctlRun history = Crash({"history", "--json"});
-    EXPECT_EQ(Each(history, "entries", "result"), "refused/notSelected/notAnalysed/");
-    EXPECT_EQ(Each(history, "entries", "offeredAgain"), "true/true/true/");
+    EXPECT_EQ(Each(history, "entries", "result"), Json({"refused", "notSelected", "notAnalysed"}));
+    EXPECT_EQ(Each(history, "entries", "offeredAgain"), Json({true, true, true}));
     EXPECT_GE(history.json["entries"][0]["probe"]["error"], 12000);
 }
 
@@ -192,7 +164,7 @@ TEST_F(ZoctlCrash, DoesNotNeedAServerWhenNoDumpWouldBeSent) {
 TEST_F(ZoctlCrash, PassesDumpsThatTheEngineFailsForWhenAskedTo) {
     Script("[1.dmp]\nOpenDumpFile fail 0x80004001\n");
     const ZoctlRun run = Crash({"run", "--json", "--pass-failed", "--all"});
-    EXPECT_EQ(Each(run, "dumps", "result"), "notAnalysed/sent/notAnalysed/");
+    EXPECT_EQ(Each(run, "dumps", "result"), Json({"notAnalysed", "sent", "notAnalysed"}));
     EXPECT_EQ(Record(), kBase + 3);
 }
 
@@ -209,9 +181,9 @@ TEST_F(ZoctlCrash, SaysThatTheEngineIsAtFaultOnlyWhenASoundDumpFailsLikeAllOther
 TEST_F(ZoctlCrash, KeepsAJournalOfEachDumpsOutcome) {
     const ZoctlRun run = Crash({"run", "--json"});
     const ZoctlRun history = Crash({"history", "--json"});
-    EXPECT_EQ(Each(history, "entries", "result"), "sent/notSelected/notAnalysed/");
-    EXPECT_EQ(Each(history, "entries", "sent"), "true/false/false/");
-    EXPECT_EQ(Each(history, "entries", "offeredAgain"), "false/false/false/");
+    EXPECT_EQ(Each(history, "entries", "result"), Json({"sent", "notSelected", "notAnalysed"}));
+    EXPECT_EQ(Each(history, "entries", "sent"), Json({true, false, false}));
+    EXPECT_EQ(Each(history, "entries", "offeredAgain"), Json({false, false, false}));
     const Json first = history.json["entries"][0];
     EXPECT_EQ(first["bugCheck"]["code"], "0x0000001E");
     EXPECT_EQ(first["bugCheck"]["parameters"][3], "0x0000000000000028");
@@ -222,7 +194,7 @@ TEST_F(ZoctlCrash, KeepsAJournalOfEachDumpsOutcome) {
 
     EXPECT_TRUE(Gave(Crash({"history", "--dump", "2.DMP"}), 0, "0x000000D1  -"));
     EXPECT_TRUE(Gave(Crash({"history", "--dump", "9.dmp"}), 7, "has no entry for '9.dmp'"));
-    EXPECT_EQ(Each(Crash({"history", "--last", "1", "--json"}), "entries", "path"), Dump("3.dmp") + "/");
+    EXPECT_EQ(Each(Crash({"history", "--last", "1", "--json"}), "entries", "path"), Json::array({Dump("3.dmp")}));
 }
 
 TEST_F(ZoctlCrash, ShowsAJournalThatSomebodyDamaged) {
@@ -238,8 +210,8 @@ TEST_F(ZoctlCrash, DoesNotClaimToHaveSentADumpWhenTheCountersLeaveItOpen) {
     std::filesystem::remove(dumps_ / "3.dmp");
     RemoveRecord();
     const ZoctlRun run = Crash({"run", "--all", "--json"});
-    EXPECT_EQ(Each(run, "dumps", "result"), "undetermined/undetermined/");
-    EXPECT_EQ(Each(run, "dumps", "sent"), "false/false/");
+    EXPECT_EQ(Each(run, "dumps", "result"), Json({"undetermined", "undetermined"}));
+    EXPECT_EQ(Each(run, "dumps", "sent"), Json({false, false}));
     EXPECT_TRUE(Gave(run, 0, "of 2 selected dumps, 1 sent, 1 known to the server", {{"sent", true}}));
     RemoveRecord();
     EXPECT_TRUE(Gave(Crash({"run", "--json"}), 0, "", {{"sent", false}}));  // the server knows it

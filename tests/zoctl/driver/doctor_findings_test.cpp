@@ -5,6 +5,8 @@
 
 #include <regex>
 
+#include "rows.h"
+
 namespace {
 
 using zoctl::DoctorFacts;
@@ -20,6 +22,10 @@ std::string Objections(const std::vector<zoctl::Finding>& findings) {
                 ": " + finding.text;
     }
     return text;
+}
+
+void ExpectMatch(const std::string& text, const char* pattern) {
+    EXPECT_TRUE(std::regex_match(text, std::regex(pattern))) << pattern << "\n" << text;
 }
 
 DoctorFacts Healthy() {
@@ -42,11 +48,7 @@ DoctorFacts Healthy() {
 
 // zoctl_driver_test.cpp breaks a real service; these rows are what it cannot break.
 TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
-    const struct {
-        std::uint32_t deviceError;
-        void (*spoil)(DoctorFacts&);
-        const char* findings;
-    } cases[] = {
+    const std::tuple<std::uint32_t, void (*)(DoctorFacts&), const char*> rows[] = {
         {0, [](auto&) {}, ""},
         {0, [](auto& f) { f.queryStatus = INT32_MIN + 4; }, "wrong service: .*ZOP_E_ACCESS_DENIED.*"},
         {0, [](auto& f) { f.state = 3; }, "wrong service: stopping"},
@@ -64,29 +66,20 @@ TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
         {0, [](auto& f) { f.logError = 32; }, "note diagnostic log: .*another process"},
         {0, [](auto& f) { f.developmentSettings = "development settings: A"; }, "note library: development.* A"},
     };
-    for (const auto& one : cases) {
+    for (const auto& [deviceError, spoil, findings] : rows) {
         DoctorFacts facts = Healthy();
-        facts.deviceError = one.deviceError;
-        one.spoil(facts);
-        const std::string findings = Objections(zoctl::Judge(facts));
-        EXPECT_TRUE(std::regex_match(findings, std::regex(one.findings))) << one.findings << "\n" << findings;
+        facts.deviceError = deviceError;
+        spoil(facts);
+        ExpectMatch(Objections(zoctl::Judge(facts)), findings);
     }
 }
 
 TEST(JudgeSignature, SaysWhetherWindowsIsLikelyToLoadTheDriver) {
     using zoctl::DriverSignature;
-    const struct {
-        const char* name;
-        DriverSignature signature;
-        const char* loads;
-        const char* finding;
-    } rows[] = {
+    const zotest::Rows<DriverSignature, const char*, const char*> rows = {
         {"by Microsoft", {0, "M", true, false}, "likely", "ok signed by M"},
-        {"by the maker",
-         {0, "Maker", false, false},
-         "unlikely",
-         "note signed by Maker, not by Microsoft.*not likely.*"},
-        {"in test mode", {0, "Maker", false, true}, "likely", "note signed by Maker.* in test mode and likely.*"},
+        {"by the maker", {0, "A", false, false}, "unlikely", "note signed by A, not by Microsoft.*not likely.*"},
+        {"in test mode", {0, "A", false, true}, "likely", "note signed by A.* in test mode and likely.*"},
         {"unsigned", {0x800B0100, "", false, true}, "unlikely", "note not signed.*"},
         {"no program", {0x800B0003, "", false, false}, "unlikely", "note not signed.*"},
         {"foreign root", {0x800B0109, "A", false, false}, "unlikely", "note signed by A, with .* does not trust.*"},
@@ -95,20 +88,17 @@ TEST(JudgeSignature, SaysWhetherWindowsIsLikelyToLoadTheDriver) {
         {"changed", {0x80096010, "", false, true}, "unlikely", "wrong .*changed after it was signed"},
         {"not checked", {0x80070005, "", false, false}, "unknown", "note cannot be checked, error 0x80070005"},
     };
-    for (const auto& row : rows) {
-        const zoctl::Finding finding = zoctl::JudgeSignature(row.signature);
-        const std::string text = std::string(SeverityName(finding.severity)) + " " + finding.text;
-        EXPECT_TRUE(std::regex_match(text, std::regex(row.finding))) << row.name << "\n" << text;
-        EXPECT_STREQ(zoctl::OutlookName(zoctl::OutlookOf(row.signature)), row.loads) << row.name;
+    for (const auto& [name, signature, loads, expected] : rows) {
+        SCOPED_TRACE(name);
+        const zoctl::Finding finding = zoctl::JudgeSignature(signature);
+        ExpectMatch(std::string(SeverityName(finding.severity)) + " " + finding.text, expected);
+        EXPECT_STREQ(zoctl::OutlookName(zoctl::OutlookOf(signature)), loads);
     }
 }
 
 TEST(JudgeCrashReports, FindsTheSpoiltFactAndNothingElse) {
     using zoctl::CrashFacts;
-    const struct {
-        void (*spoil)(CrashFacts&);
-        const char* findings;
-    } rows[] = {
+    const std::pair<void (*)(CrashFacts&), const char*> rows[] = {
         {[](auto&) {}, ""},
         {[](auto& f) { f.missingLibrary = "dbgeng.dll"; }, "note debugger engine: dbgeng.dll is neither.*"},
         {[](auto& f) { f.dumpFolderError = 3; }, ""},
@@ -120,12 +110,10 @@ TEST(JudgeCrashReports, FindsTheSpoiltFactAndNothingElse) {
         {[](auto& f) { f.serverError = 0; }, ""},
         {[](auto& f) { f.serverError = 12002; }, "wrong crash server: S cannot be used: slow \\(error 12002\\)"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [spoil, findings] : rows) {
         CrashFacts facts{"", "D", 0, {"R", 0}, {"J", 0}, "S", std::nullopt, "slow"};
-        row.spoil(facts);
-        EXPECT_TRUE(std::regex_match(Objections(zoctl::JudgeCrashReports(facts)), std::regex(row.findings)))
-            << row.findings << "\n"
-            << Objections(zoctl::JudgeCrashReports(facts));
+        spoil(facts);
+        ExpectMatch(Objections(zoctl::JudgeCrashReports(facts)), findings);
     }
 }
 

@@ -49,21 +49,6 @@ TEST_F(ZoctlDriver, DoctorReportsLostEventsWithoutAlarm) {
     EXPECT_LT(std::count(doctor.out.begin(), doctor.out.end(), '\n'), 30) << "must fit a screen\n" << doctor.out;
 }
 
-TEST_F(ZoctlDriver, UpgradeReplacesAnOlderFileOnly) {
-    InstallAndStart();
-    const TempFolder folder;  // where the old file is moved to
-    ChildOptions options;
-    options.environment = {{L"TMP", folder.Path().wstring()}};
-    EXPECT_EQ(Zoctl("driver upgrade C:\\none.sys").exitCode, 3);
-    EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File("ZoProtectorDriver_noversion.sys")}), 1, "has no version"));
-    for (const auto& [file, newer] :
-         {std::pair{"ZoProtectorDriver.sys", false}, {"ZoProtectorDriver_1_0_1.sys", true}}) {
-        EXPECT_TRUE(Gave(RunZoctl({"driver", "upgrade", File(file), "--json"}, options), 0, "", {{"upgraded", newer}}));
-    }
-    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
-    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
-}
-
 TEST_F(ZoctlDriver, DoctorChecksTheCrashReporterWithoutCreatingItsRecord) {
     std::map<std::string, Json> findings;
     const Json answer = Zoctl("doctor --json").json;
@@ -77,30 +62,24 @@ TEST_F(ZoctlDriver, DoctorChecksTheCrashReporterWithoutCreatingItsRecord) {
 }
 
 TEST_F(ZoctlDriver, DoctorAsksTheCrashServerWhenTold) {
-    const ZoctlRun run = Zoctl("doctor --online --json");  // nothing listens at the address of development builds
-    EXPECT_TRUE(Gave(run, 40, "cannot be used"));
+    // Nothing listens at the address of development builds.
+    EXPECT_TRUE(Gave(Zoctl("doctor --online --json"), 40, "cannot be used"));
 }
 
 TEST_F(ZoctlDriver, InstallKeepsTheSettingsUnlessTold) {
-    const struct {
-        std::vector<std::string> options;
-        Json settings;
-        Json changed;  // the names of the settings
-    } rows[] = {
+    // The options, the settings that the service then has, and those that changed.
+    const std::tuple<std::vector<std::string>, Json, Json> rows[] = {
         {{"--start", "auto", "--altitude", "385100.5", "--allow-unload"}, {"auto", "385100.5", true}, Json::array()},
         {{}, {"auto", "385100.5", true}, Json::array()},
         {{"--altitude", "385101"}, {"auto", "385101", true}, {"altitude"}},
         {{"--start", "demand", "--no-allow-unload"}, {"demand", "385101", false}, {"startType", "allowUnload"}},
     };
-    for (const auto& row : rows) {
+    for (const auto& [options, settings, changed] : rows) {
         std::vector<std::string> words = {"driver", "install", File(), "--json"};
-        words.insert(words.end(), row.options.begin(), row.options.end());
-        Json json = RunZoctl(words).json;
-        EXPECT_EQ(Json({json["startType"], json["altitude"], json["allowUnload"]}), row.settings) << json;
-        Json changed = Json::array();
-        for (const Json& change : json["changed"])
-            changed.push_back(change["setting"]);
-        EXPECT_EQ(changed, row.changed) << json;
+        words.insert(words.end(), options.begin(), options.end());
+        ZoctlRun run = RunZoctl(words);
+        EXPECT_EQ(Json({run.json["startType"], run.json["altitude"], run.json["allowUnload"]}), settings) << run.out;
+        EXPECT_EQ(Each(run, "changed", "setting"), changed) << run.out;
     }
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"startType", "demand"}, {"altitude", "385101"}}));
 }
@@ -112,28 +91,23 @@ TEST_F(ZoctlDriver, InstallRefusesAnAltitudeThatIsNotANumber) {
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
 }
 
-TEST_F(ZoctlDriver, InstallReportsAFileThatItDidNotReplace) {
-    const std::string other = File("ZoProtectorDriver_1_0_1.sys");
-    ASSERT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
-    EXPECT_TRUE(Gave(RunZoctl({"driver", "install", other, "--json"}), 0, "was kept", {{"fileKept", true}}));
-}
-
-TEST_F(ZoctlDriver, InstallReportsThatTheFileIsNotSigned) {
+TEST_F(ZoctlDriver, InstallReportsAnUnsignedFileAndOneThatItDidNotReplace) {
     const ZoctlRun run = RunZoctl({"driver", "install", File(), "--json"});
     EXPECT_TRUE(Gave(run, 0, "not signed; Windows is not likely to load the driver"));
     EXPECT_EQ(run.json["signature"]["loads"], "unlikely");
     EXPECT_EQ(run.json["signature"]["signer"], nullptr);
+    const std::string other = File("ZoProtectorDriver_1_0_1.sys");
+    EXPECT_TRUE(Gave(RunZoctl({"driver", "install", other, "--json"}), 0, "was kept", {{"fileKept", true}}));
 }
 
 TEST_F(ZoctlDriver, DoctorFindsTheInstanceOfADriverPackage) {
     InstallAndStart();
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kKey + L"\\Instances").c_str());
     const std::wstring instances = kKey + L"\\Parameters\\Instances";
-    const auto set = [](const std::wstring& key, const wchar_t* name, const wchar_t* value) {
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, REG_SZ, value, DWORD(2 * wcslen(value) + 2));
-    };
-    set(instances, L"DefaultInstance", L"Package");
-    set(instances + L"\\Package", L"Altitude", L"385101");
+    const wchar_t package[] = L"Package", altitude[] = L"385101";
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, instances.c_str(), L"DefaultInstance", REG_SZ, package, sizeof(package));
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, (instances + L"\\Package").c_str(), L"Altitude", REG_SZ, altitude,
+                    sizeof(altitude));
     EXPECT_TRUE(Gave(Zoctl("doctor"), 0, "altitude 385101, below the key Parameters"));
 }
 
@@ -148,12 +122,10 @@ TEST_F(ZoctlDriver, UpgradeReplacesNothingWhenNothingIsInstalled) {
 
 TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
     const zo::OwnedKernelObject mutex(CreateMutexW(nullptr, TRUE, L"Global\\ZoProtectorDriverInstaller"));
-    const auto commands = {"install", "upgrade", "uninstall"};
-    for (const std::string command : commands) {
-        std::vector<std::string> words = {"driver", command, "--wait", "0"};
-        if (command != "uninstall") words.push_back(File());
-        EXPECT_TRUE(Gave(RunZoctl(words), 1, "Another process is installing")) << command;
-    }
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"driver", "install", File(), "--wait", "0"},
+                                                  {"driver", "upgrade", File(), "--wait", "0"},
+                                                  {"driver", "uninstall", "--wait", "0"}})
+        EXPECT_TRUE(Gave(RunZoctl(words), 1, "Another process is installing")) << words[1];
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
     ReleaseMutex(mutex.Get());
     EXPECT_EQ(RunZoctl({"driver", "install", "--wait", "0", File()}).exitCode, 0);
@@ -172,42 +144,34 @@ TEST_F(ZoctlDriver, DoctorOpensNoLogThroughALink) {
 
 ChildOptions doctorOptions;
 
-void Move(const std::wstring& from, const std::wstring& to) {
-    EXPECT_TRUE(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
+void MoveFileAway() {
+    EXPECT_TRUE(MoveFileExW(kFile.c_str(), kAway.c_str(), 0)) << GetLastError();
 }
-void MoveAway() {
-    Move(kFile, kAway);
+void MoveFileBack() {
+    EXPECT_TRUE(MoveFileExW(kAway.c_str(), kFile.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
 }
-
-void MoveBack() {
-    Move(kAway, kFile);
-}
-
-void Reset() {
+void ResetSimulator() {
     SimulatorClient().Reset();
 }
 
-// What is broken, the one finding that the doctor then has, and the repair; the last two need none.
-const struct Breakage {
-    const char* subject;
-    const char* words;
-    void (*spoil)();
-    void (*repair)();
-} kBreakages[] = {
+// The subject and the words of the one finding that the doctor has after the first step, until the second repairs it.
+// The last two need no repair.
+const Rows<const char*, void (*)(), void (*)()> kBreakages = {
     {"service", "stopped", [] { Zoctl("driver stop"); }, [] { Zoctl("driver start"); }},
     {"start type", "disabled", [] { Zoctl("driver set-start disabled"); }, [] { Zoctl("driver set-start demand"); }},
-    {"protection", "off", [] { Zoctl("disable"); }, Reset},
-    {"driver file", "does not exist", MoveAway, MoveBack},
-    {"file version", "no version", [] { Move(kFile, kAway), WriteFileBytes(kFile, "no driver"); }, MoveBack},
+    {"protection", "off", [] { Zoctl("disable"); }, ResetSimulator},
+    {"driver file", "does not exist", MoveFileAway, MoveFileBack},
+    {"file version", "no version", [] { MoveFileAway(), WriteFileBytes(kFile, "no driver"); }, MoveFileBack},
     {"deletion", "marked",
      [] {
          const DWORD marked = 1;
          RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag", REG_DWORD, &marked, sizeof(marked));
      },
      [] { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag"); }},
-    {"file version", "1.99.0 is running", [] { SimulatorClient().SetVersion(1, 99, 0); }, Reset},
-    {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, Reset},
-    {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); }, Reset},
+    {"file version", "1.99.0 is running", [] { SimulatorClient().SetVersion(1, 99, 0); }, ResetSimulator},
+    {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, ResetSimulator},
+    {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
+     ResetSimulator},
     {"diagnostic log", "cannot be written", [] { doctorOptions.environment = {{L"TMP", kFile}}; },
      [] { doctorOptions.environment.clear(); }},
     {"filter instance", "not registered",
@@ -221,17 +185,17 @@ const struct Breakage {
 
 TEST_F(ZoctlDriver, DoctorFindsTheBreakageAndNothingElse) {
     InstallAndStart();
-    for (const auto& row : kBreakages) {
-        row.spoil();
+    for (const auto& [subject, words, spoil, repair] : kBreakages) {
+        spoil();
         const ZoctlRun run = Zoctl("doctor --json", doctorOptions);
-        EXPECT_TRUE(Gave(run, 40, row.words));
+        EXPECT_TRUE(Gave(run, 40, words));
         std::string wrong;
         for (const Json& finding : run.json["findings"]) {
             if (finding["severity"] == "wrong") wrong += finding["subject"].get<std::string>();
             EXPECT_EQ(finding["severity"] == "ok", finding["remedy"].empty()) << finding;
         }
-        EXPECT_EQ(wrong, row.subject) << row.words << "\n" << run.out;
-        row.repair();
+        EXPECT_EQ(wrong, subject) << words << "\n" << run.out;
+        repair();
     }
 }
 

@@ -14,6 +14,7 @@
 #include "child_process.h"
 #include "installed_driver.h"
 #include "loaded_library.h"
+#include "rows.h"
 #include "temp_folder.h"
 #include "text.h"
 
@@ -54,6 +55,14 @@ inline ZoctlRun Zoctl(const std::string& line, const ChildOptions& options = {})
     for (const auto& [name, value] : members.items())
         good = good && run.json.contains(name) && run.json[name] == value;
     return testing::AssertionResult(good) << "exit code " << run.exitCode << "\n" << run.out << run.err;
+}
+
+// One member of each object of a list in the document; null for an object without it.
+[[nodiscard]] inline Json Each(const ZoctlRun& run, const char* list, const char* member) {
+    Json values = Json::array();
+    for (const Json& entry : run.json.at(list))
+        values.push_back(entry.value(member, Json()));
+    return values;
 }
 
 class ZoctlTest : public DriverTest {

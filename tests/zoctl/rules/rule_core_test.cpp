@@ -8,6 +8,7 @@
 #include <set>
 
 #include "fake_names.h"
+#include "rows.h"
 #include "rule_file.h"
 #include "rule_plan.h"
 
@@ -172,54 +173,45 @@ std::string Kinds(const Plan& plan) {
     return kinds;
 }
 
-constexpr bool kMass = true;
-
 TEST(RulePlan, TakesTheFewestStepsAndDetectsMassRemoval) {
     const Rule a{"C:\\a"}, b{"C:\\b"}, c{"C:\\c"}, d{"C:\\d"}, lower{"c:\\A"};
     const Rule exe{"C:\\f", 1, 1, "*.exe"}, dll{"C:\\f", 1, 1, "*.dll"}, txt{"C:\\f", 1, 1, "*.txt"};
     const Rule flat{"C:\\F", 1, 0, "*.EXE"}, single{"C:\\f", 0, 1, "*.exe"}, lost{"X:\\x"};  // no drive leads to lost
     const Rule s{"C:\\s", 0, 0, "", "D:\\s", 1, 1, 1}, shared{"C:\\s", 0, 0, "", "D:\\s", 1, 1, 0};
     const Rule scopeFlat{"C:\\s", 0, 0, "", "D:\\s", 1, 0, 1}, scopeFile{"C:\\s", 0, 0, "", "D:\\s", 0, 1, 1};
-    const struct {
-        const char* name;
-        std::vector<Rule> held;
-        std::vector<Rule> wanted;
-        const char* steps;
-        bool isMassRemoval = false;
-    } cases[] = {
-        {"nothing to do, spelt otherwise", {a, b}, {b, lower}, ""},
-        {"half of them", {a, b}, {a}, "remove"},
+    constexpr bool kMass = true, kFew = false;
+    // The rules that are held and those that are wanted, the steps, and whether they are a mass removal.
+    const zotest::Rows<std::vector<Rule>, std::vector<Rule>, const char*, bool> rows = {
+        {"nothing to do, spelt otherwise", {a, b}, {b, lower}, "", kFew},
+        {"half of them", {a, b}, {a}, "remove", kFew},
         {"the last one", {a}, {}, "remove", kMass},
         {"all of several", {a, b, c}, {}, "clear", kMass},
         {"most of them: clearing is cheaper", {b, c, d, exe}, {b}, "clear, restore", kMass},
         {"as dear both ways: nothing is cleared", {a, b, c}, {c}, "remove, remove", kMass},
-        {"one of two rules of a path goes: both go, one returns",
-         {a, b, c, exe, dll},
-         {a, b, c, dll},
-         "remove, restore"},
-        {"beside the one that returns, a new one", {exe, dll}, {dll, txt}, "remove, restore, add"},
-        {"a second rule of a path: nothing goes", {exe}, {exe, dll}, "add"},
-        {"only clearing removes it", {a, b, lost}, {a, b}, "clear, restore, restore"},
-        {"what lies below, too", {flat}, {exe}, "remove, restore"},
-        {"exclusive now", {shared}, {s}, "remove, restore"},
+        {"one of two rules of a path: one returns", {a, b, c, exe, dll}, {a, b, c, dll}, "remove, restore", kFew},
+        {"beside the one that returns, a new one", {exe, dll}, {dll, txt}, "remove, restore, add", kFew},
+        {"a second rule of a path: nothing goes", {exe}, {exe, dll}, "add", kFew},
+        {"only clearing removes it", {a, b, lost}, {a, b}, "clear, restore, restore", kFew},
+        {"what lies below, too", {flat}, {exe}, "remove, restore", kFew},
+        {"exclusive now", {shared}, {s}, "remove, restore", kFew},
         {"no longer what lies below", {exe}, {flat}, "remove, restore", kMass},
         {"a folder becomes a file", {exe}, {single}, "remove, restore", kMass},
         {"no longer exclusive", {s}, {shared}, "remove, restore", kMass},
         {"a smaller scope", {s}, {scopeFlat}, "remove, restore", kMass},
         {"a scope of one process", {s}, {scopeFile}, "remove, restore", kMass},
     };
-    for (const auto& one : cases) {
+    for (const auto& [name, held, wanted, steps, isMassRemoval] : rows) {
+        SCOPED_TRACE(name);
         DriverState state;
-        for (const Rule& rule : one.held) {
+        for (const Rule& rule : held) {
             state.tables[Index(Table::kFile)].push_back(Nt(Table::kFile, rule));
             if (rule == lost) state.tables[Index(Table::kFile)].back().name = "\\Device\\HarddiskVolume9\\x";
         }
         RuleFile file;
-        file.tables[Index(Table::kFile)] = Wanted(Table::kFile, one.wanted);
+        file.tables[Index(Table::kFile)] = Wanted(Table::kFile, wanted);
         const Plan plan = MakePlan(file, state, kNames, false);
-        const bool mass = MeasureRemoval(plan, state, Compare(file, state, kNames)).IsMass();
-        EXPECT_EQ(Kinds(plan), one.steps) << one.name;
-        EXPECT_EQ(mass, one.isMassRemoval) << one.name;
+        EXPECT_EQ(Kinds(plan), steps);
+        EXPECT_EQ(MeasureRemoval(plan, state, Compare(file, state, kNames)).IsMass(), isMassRemoval);
         file.fileEnabled = false;
         EXPECT_TRUE(MeasureRemoval(MakePlan(file, state, kNames, true), state, Compare(file, state, kNames)).IsMass());
     }

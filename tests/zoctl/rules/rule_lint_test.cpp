@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "fake_names.h"
+#include "rows.h"
 #include "wildcards.h"
 
 namespace {
@@ -35,14 +36,10 @@ std::string Findings(const std::string& sections) {
     return text;
 }
 
-struct Case {
-    const char* name;
-    const char* rules;
-    const char* findings;
-};
+using Cases = zotest::Rows<const char*, const char*>;
 
 TEST(RuleLint, FindsFileRulesThatAWiderRuleCovers) {
-    const Case cases[] = {
+    const Cases cases = {
         {"a file in a folder", R"({"folder": "C:\\a"}, {"path": "c:\\A\\x"})", "coveredTwice /file/rules/1"},
         {"a file deeper", R"({"folder": "C:\\a"}, {"path": "C:\\a\\b\\x"})", ""},
         {"a file deeper, recursive", R"({"folder": "C:\\a", "recursive": true}, {"path": "C:\\a\\b\\x"})",
@@ -64,7 +61,7 @@ TEST(RuleLint, FindsFileRulesThatAWiderRuleCovers) {
 }
 
 TEST(RuleLint, FindsWhatIsUselessInTheOtherLists) {
-    const Case cases[] = {
+    const Cases cases = {
         {"a subkey", R"("registry": {"rules": [{"key": "HKLM\\A", "recursive": true}, {"key": "HKLM\\A\\B"}]})",
          "coveredTwice /registry/rules/1"},
         {"a subkey of a key alone", R"("registry": {"rules": [{"key": "HKLM\\A"}, {"key": "HKLM\\A\\B"}]})", ""},

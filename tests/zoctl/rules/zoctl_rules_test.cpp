@@ -107,10 +107,8 @@ TEST_F(ZoctlRules, CheckNamesEveryMistakeAndNeedsNoDriver) {
         const ZoctlRun run =
             Do(verb, R"({"version": 1, "process": {"rules": [{"path": "a.exe"}, {"folder": "Q:\\x"}]}, "extra": 1,
                          "registry": {"rules": [{"key": "HKCU\\A"}, {"key": "hkey_current_user\\a"}]}})");
-        std::string pointers;
-        for (const Json& mistake : run.json["mistakes"])
-            pointers += mistake["pointer"].get<std::string>() + " ";
-        EXPECT_EQ(pointers, "/extra /process/rules/0/path /process/rules/1/folder /registry/rules/1 ");
+        EXPECT_EQ(Each(run, "mistakes", "pointer"),
+                  Json({"/extra", "/process/rules/0/path", "/process/rules/1/folder", "/registry/rules/1"}));
         EXPECT_TRUE(Gave(run, 2)) << verb;
     }
     EXPECT_TRUE(Gave(Do("check", kFull), 0));
@@ -118,44 +116,30 @@ TEST_F(ZoctlRules, CheckNamesEveryMistakeAndNeedsNoDriver) {
     EXPECT_EQ(Simulator().RequestCount(), 0u);
 }
 
-// A drive letter that is another name of a folder, until the end of its life.
-class SubstitutedDrive {
-  public:
-    explicit SubstitutedDrive(const std::wstring& folder) : target_(L"\\??\\" + folder) {
-        EXPECT_TRUE(DefineDosDeviceW(DDD_RAW_TARGET_PATH, L"Q:", target_.c_str()));
+// The drive Q: leads to the test's folder, and HKCU\zotest_link to another key.
+class ZoctlRulesAndLinks : public ZoctlRules {
+  protected:
+    ZoctlRulesAndLinks() {
+        const std::wstring key = L"\\REGISTRY\\MACHINE\\SOFTWARE";
+        const auto size = static_cast<DWORD>(key.size() * sizeof(wchar_t));
+        DefineDosDeviceW(DDD_RAW_TARGET_PATH, L"Q:", (L"\\??\\" + folder_.Path().wstring()).c_str());
+        RegCreateKeyExW(HKEY_CURRENT_USER, L"zotest_link", 0, nullptr, REG_OPTION_CREATE_LINK | REG_OPTION_VOLATILE,
+                        KEY_ALL_ACCESS, nullptr, link_.Out(), nullptr);
+        EXPECT_EQ(RegSetKeyValueW(link_.Get(), nullptr, L"SymbolicLinkValue", REG_LINK, key.c_str(), size), 0);
     }
-    ~SubstitutedDrive() { DefineDosDeviceW(DDD_RAW_TARGET_PATH | DDD_REMOVE_DEFINITION, L"Q:", target_.c_str()); }
+    ~ZoctlRulesAndLinks() override {
+        DefineDosDeviceW(DDD_REMOVE_DEFINITION, L"Q:", nullptr);
+        // RegDeleteKeyW would follow the link.
+        const FARPROC remove = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey");
+        reinterpret_cast<LONG(WINAPI*)(HANDLE)>(reinterpret_cast<void*>(remove))(link_.Get());
+    }
 
-  private:
-    std::wstring target_;
+    zo::OwnedRegistryKey link_;
 };
 
-// A key that leads to another one, until the end of its life.
-class RegistryLink {
-  public:
-    RegistryLink(const wchar_t* name, const std::wstring& target) {
-        RegCreateKeyExW(HKEY_CURRENT_USER, name, 0, nullptr, REG_OPTION_CREATE_LINK | REG_OPTION_VOLATILE,
-                        KEY_ALL_ACCESS, nullptr, &link_, nullptr);
-        EXPECT_EQ(
-            RegSetValueExW(link_, L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.c_str()),
-                           static_cast<DWORD>(target.size() * sizeof(wchar_t))),
-            ERROR_SUCCESS);
-    }
-    ~RegistryLink() {  // RegDeleteKeyW would follow it
-        const FARPROC function = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey");
-        reinterpret_cast<LONG(WINAPI*)(HANDLE)>(reinterpret_cast<void*>(function))(link_);
-        RegCloseKey(link_);
-    }
-
-  private:
-    HKEY link_ = nullptr;
-};
-
-TEST_F(ZoctlRules, CheckNotesNamesThatTheKernelNeverSees) {
+TEST_F(ZoctlRulesAndLinks, CheckNotesNamesThatTheKernelNeverSees) {
     WriteFileBytes(folder_ / "longfoldername" / "a.exe", "");
     LinkFolder(folder_ / "longfoldername", folder_ / "link");
-    const SubstitutedDrive drive(folder_.Path().wstring());
-    const RegistryLink key(L"zotest_link", L"\\REGISTRY\\MACHINE\\SOFTWARE");
     wchar_t shortName[MAX_PATH] = {};
     ASSERT_NE(GetShortPathNameW((folder_ / "longfoldername").c_str(), shortName, MAX_PATH), 0u);
     const std::string shortFolder = std::filesystem::path(shortName).filename().string();
@@ -170,13 +154,9 @@ TEST_F(ZoctlRules, CheckNotesNamesThatTheKernelNeverSees) {
                         {"ignore", {{{"path", Path("link")}}}}};
     const ZoctlRun run = Do("check", file.dump());
     EXPECT_TRUE(Gave(run, 0, "Note: /process/rules/3: The driver never sees the name"));
-    std::string pointers;
-    for (const Json& note : run.json["notes"])
-        pointers += note["pointer"].get<std::string>() + " ";
-    EXPECT_EQ(
-        pointers,
-        "/process/rules/3 /process/rules/4 /process/rules/5 /process/rules/6 /process/rules/7 /file/rules/0/scope "
-        "/registry/rules/1 /registry/ignore/0 ")
+    EXPECT_EQ(Each(run, "notes", "pointer"),
+              Json({"/process/rules/3", "/process/rules/4", "/process/rules/5", "/process/rules/6", "/process/rules/7",
+                    "/file/rules/0/scope", "/registry/rules/1", "/registry/ignore/0"}))
         << run.out;
 }
 
@@ -192,10 +172,8 @@ TEST_F(ZoctlRules, LintLooksAtThisMachine) {
     file["file"]["rules"] = {
         rule("*.EXE", true), rule("*.dll", false), {{"path", Path("link\\in\\a.exe")}}, {{"path", Path("none")}}};
     const ZoctlRun run = Do("check", file.dump(), {"--lint", "--json"});
-    std::string kinds;
-    for (const Json& finding : run.json["findings"])
-        kinds += finding["kind"].get<std::string>() + " " + finding["pointer"].get<std::string>() + " ";
-    EXPECT_EQ(kinds, "absent /file/rules/3 unseenName /file/rules/2 filterMatchesNothing /file/rules/1 ") << run.out;
+    EXPECT_EQ(Each(run, "findings", "kind"), Json({"absent", "unseenName", "filterMatchesNothing"})) << run.out;
+    EXPECT_EQ(Each(run, "findings", "pointer"), Json({"/file/rules/3", "/file/rules/2", "/file/rules/1"}));
     file["file"]["rules"] = {rule("*.EXE", true)};
     EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint", "--json"}), 0, "", {{"findings", Json::array()}}));
 }
@@ -245,36 +223,31 @@ TEST_F(ZoctlRules, ApplyStopsAtAFullTableAndCountsTheRest) {
     EXPECT_EQ(text.out.find("not tried"), std::string::npos) << text.out;
 }
 
-TEST_F(ZoctlRules, AFailedAddStopsNoOtherStepAndIsSentAgain) {
-    Simulator().FailNext(ZOP_IOCTL_ADD_PROCESS_RULE, 0xC0000001);
-    EXPECT_TRUE(Gave(Apply(kAbc), 50));
-    EXPECT_EQ(changes_.size(), 3u);
-    EXPECT_TRUE(Gave(Apply(kAbc), 0));
-    EXPECT_EQ(changes_, Codes{ZOP_IOCTL_ADD_PROCESS_RULE});
-}
-
-TEST_F(ZoctlRules, AFailedRemovalLeavesTheNewRuleUntried) {
-    EXPECT_TRUE(Gave(Apply(kAbc), 0));
-    Simulator().FailNext(ZOP_IOCTL_REMOVE_PROCESS_RULE, 0xC0000022);
-    const ZoctlRun denied = Apply(kFolderA);
-    EXPECT_TRUE(Gave(denied, 50));
-    EXPECT_EQ(changes_, Codes{ZOP_IOCTL_REMOVE_PROCESS_RULE});
-    EXPECT_EQ(denied.json["steps"][1]["outcome"], "not tried");
-    EXPECT_EQ(denied.json["difference"]["tables"]["process"]["changed"].size(), 1u);
-}
-
-TEST_F(ZoctlRules, ReadingBackFindsACommandThatDidNothing) {
-    EXPECT_TRUE(Gave(Apply(kAbc), 0));
-    Simulator().FailNext(ZOP_IOCTL_REMOVE_PROCESS_RULE, 0);
-    EXPECT_TRUE(Gave(Apply(kFolderA), 50));
-    EXPECT_TRUE(Gave(Apply(kFolderA), 0));
-}
-
-TEST_F(ZoctlRules, ADriverThatNoLongerAnswersFailsOneStepOnly) {
+TEST_F(ZoctlRules, ApplyAfterAFailureGoesOnWhereItCanAndFinishesTheNextTime) {
+    const auto fail = [](std::uint32_t code, std::uint32_t status) {
+        return ZoSimFault{code, 0, 1, ZOSIM_FAULT_STATUS, status, 0, 0, 0, {}};
+    };
     const std::uint32_t readFirst = 7;  // with the handshake
-    Simulator().AddFault({ZOSIM_ANY_CODE, readFirst, ZOSIM_FOR_EVER, ZOSIM_FAULT_STATUS, 0xC0000001, 0, 0, 0, {}});
-    EXPECT_TRUE(Gave(Apply(kAbc), 1));
-    EXPECT_EQ(changes_, Codes{ZOP_IOCTL_ADD_PROCESS_RULE});
+    const ZoSimFault gone{ZOSIM_ANY_CODE, readFirst, ZOSIM_FOR_EVER, ZOSIM_FAULT_STATUS, 0xC0000001, 0, 0, 0, {}};
+    constexpr const char* kNone = R"({"version": 1, "process": {"rules": []}})";
+    constexpr std::uint32_t kAdd = ZOP_IOCTL_ADD_PROCESS_RULE, kRemove = ZOP_IOCTL_REMOVE_PROCESS_RULE;
+    const Rows<const char*, ZoSimFault, const char*, int, Codes, Json> rows = {
+        {"an add", kNone, fail(kAdd, 0xC0000001), kAbc, 50, {kAdd, kAdd, kAdd}, {"failed", "done", "done"}},
+        {"a removal", kAbc, fail(kRemove, 0xC0000022), kFolderA, 50, {kRemove}, {"failed", "not tried"}},
+        {"a removal that does nothing", kAbc, fail(kRemove, 0), kFolderA, 50, {kRemove, kAdd}, {"done", "failed"}},
+        {"the driver stops answering", kNone, gone, kAbc, 1, {kAdd}, {"failed", "not tried", "not tried"}},
+    };
+    for (const auto& [name, held, fault, wanted, exitCode, changes, outcomes] : rows) {
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(Gave(Do("apply", held, {"--allow-mass-removal"}), 0));
+        Simulator().AddFault(fault);
+        const ZoctlRun run = Apply(wanted);
+        EXPECT_TRUE(Gave(run, exitCode));
+        EXPECT_EQ(changes_, changes);
+        EXPECT_EQ(Each(run, "steps", "outcome"), outcomes);
+        Simulator().ClearFaults();
+        EXPECT_TRUE(Gave(Apply(wanted), 0));
+    }
 }
 
 // What cannot be read back goes first and the rest waits for it: otherwise the next application would find nothing

@@ -81,8 +81,16 @@ TEST_F(ZoctlUpgrade, LeavesTheRulesInAFileWhenTheNewDriverDoesNotStart) {
     EXPECT_TRUE(Gave(RunZoctl({"rules", "check", run.json["rulesFile"]}), 0));
 }
 
+TEST_F(ZoctlUpgrade, TakesNoFileThatIsMissingOrHasNoVersionOrIsNotNewer) {
+    EXPECT_TRUE(Gave(Upgrade("C:\\none.sys", {}), 3));
+    EXPECT_TRUE(Gave(Upgrade(File("ZoProtectorDriver_noversion.sys"), {}), 1, "has no version"));
+    EXPECT_TRUE(Gave(Upgrade(File(), {}), 0, "", {{"upgraded", false}}));
+}
+
 TEST_F(ZoctlUpgrade, RestartsADriverWhoseFileWasReplacedEarlier) {
     EXPECT_TRUE(Gave(Newer({}), 0, "keeps its old image", {{"restartRequired", true}, {"restarted", false}}));
+    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
     EXPECT_TRUE(Gave(Newer({"--restart"}), 0, "holds no rules", {{"upgraded", false}, {"restarted", true}}));
     EXPECT_TRUE(Gave(Newer({"--restart"}), 0, "", {{"restartRequired", false}, {"restarted", false}}));
 }
