@@ -56,6 +56,8 @@ bool IsNamed(const std::string& outcome) {
 struct Findings {
     std::map<std::string, std::map<std::string, int>> byOutcome;  // outcome -> function -> how often
     std::vector<std::string> wrong;
+    std::map<CallFaults::Kind, std::size_t> failed;  // how many calls
+    unsigned paths = 0;
 };
 
 // One run with the n-th call failing. False when the path makes fewer calls.
@@ -84,6 +86,7 @@ bool TryFault(CallFaults& faults, const Scenario& scenario, CallFaults::Kind kin
 }
 
 void Walk(CallFaults& faults, const Scenario& scenario, Findings& all) {
+    ++all.paths;
     scenario.prepare();
     static_cast<void>(Outcome(scenario));  // the platform keeps handles from the first call of some of its functions
     static_cast<void>(scenario.check());
@@ -100,6 +103,7 @@ void Walk(CallFaults& faults, const Scenario& scenario, Findings& all) {
                 text += zo::Format(" {}{}", function, times > 1 ? zo::Format("*{}", times) : "");
             std::printf("    %-12s%s\n", outcome.c_str(), text.c_str());
         }
+        all.failed[kind] += n - 1;
         all.wrong.insert(all.wrong.end(), findings.wrong.begin(), findings.wrong.end());
         std::fflush(stdout);
     }
@@ -124,7 +128,10 @@ int Run(const char* only) {
     ZoProtector_UninstallDriver();
     for (const std::string& line : all.wrong)
         std::printf("WRONG: %s\n", line.c_str());
-    std::printf("%u findings\n", static_cast<unsigned>(all.wrong.size()));
+    std::printf("%u paths: %u platform calls and %u allocations failed once each, %u findings\n", all.paths,
+                static_cast<unsigned>(all.failed[CallFaults::Kind::kPlatform]),
+                static_cast<unsigned>(all.failed[CallFaults::Kind::kAllocation]),
+                static_cast<unsigned>(all.wrong.size()));
     return all.wrong.empty() ? 0 : 1;
 }
 
