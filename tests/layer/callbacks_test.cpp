@@ -8,9 +8,11 @@
 #include <stdexcept>
 
 #include "installed_driver.h"
-#include "layer_rows.h"
 #include "loaded_library.h"
 #include "temp_folder.h"
+#include "zocrashreport.hpp"
+#include "zoprotector.hpp"
+#include "zosigner.hpp"
 
 namespace {
 std::atomic<int> allocations = 0;  // of this program; the library has a heap of its own
@@ -63,23 +65,6 @@ TEST_F(Signing, VerifyThrowsWhatItFound) {
         EXPECT_EQ(error.code(), Status::kVerifyFailed);
         EXPECT_EQ(error.counts.extra, 1u);
     }
-}
-
-TEST_F(Signing, KeyBytesServeInThePlaceOfAStore) {
-    zosigner::GenerateKeyPair(keys_);
-    const std::string key = zotest::ReadFileBytes(keys_ / "private.rsakey");
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
-    zosigner::SignDirectory({.root = root_, .manifest = manifest_, .keyBlob = bytes});
-    EXPECT_EQ(zosigner::VerifyDirectory({.root = root_, .manifest = manifest_, .keyBlob = bytes}).ok, 1u);
-}
-
-TEST_F(Signing, AnswerForTheRestIsGivenOnce) {
-    int asked = 0;
-    Sign({}, [&](std::wstring_view) {
-        ++asked;
-        return zosigner::SealAnswer{.seal = false, .applyToRest = true};
-    });
-    EXPECT_EQ(asked, 1);
 }
 
 TEST_F(Signing, ExceptionInAnAnswerStopsTheSigningAndArrives) {

@@ -1,111 +1,21 @@
-// Each function of the C++ layer against its C function: the same requests, the same results, the same statuses.
+// The C++ layer with the library and the driver behind it: sessions, lists, event readers and error codes.
 
 #include <gtest/gtest.h>
 
-#include <set>
-
-#include "import_hook.h"
 #include "installed_driver.h"
-#include "layer_rows.h"
-#include "loaded_library.h"
-#include "temp_folder.h"
+#include "zoprotector.hpp"
 
 namespace layertest {
 namespace {
 
 using zostatus::Status;
 
-// The commands that reached the driver, each once where the same one is sent again: a list is asked for its size first.
-std::vector<std::string> Commands(std::uint64_t from) {
-    std::vector<std::string> commands;
-    for (const ZoSimRequest& request : simulator->Requests(from)) {
-        Output command;
-        command.Add(request.code);
-        command.AddBytes(request.in, request.inLength);
-        if (commands.empty() || commands.back() != command.text) commands.push_back(command.text);
-    }
-    return commands;
-}
-
-// The tree that is copied and sealed, in a folder that all tests share.
-class LayerTest : public testing::Test {
+class ChannelTest : public testing::Test {
   protected:
-    static void SetUpTestSuite() {
-        static const zotest::TempFolder temporary;
-        folder = temporary.Path().wstring();
-        zotest::WriteFileBytes(temporary / "tree/file.txt", "contents");
-        zotest::WriteFileBytes(temporary / "tree/below/other.txt", "other contents");
-    }
-
-    static void ExpectSameWork(const Row& row) {
-        SCOPED_TRACE(row.function);
-        Output throughC;
-        Output throughLayer;
-        if (row.before != nullptr) row.before();
-        ASSERT_GE(row.throughC(throughC), 0);
-        if (row.before != nullptr) row.before();
-        row.throughLayer(throughLayer, {});
-        EXPECT_EQ(throughLayer.text, throughC.text);
-    }
-
-    static void ExpectSameFailure(const Row& row) {
-        SCOPED_TRACE(row.function);
-        Output ignored;
-        const std::int32_t status = row.throughC(ignored);
-        ASSERT_LT(status, 0);
-        std::error_code error;
-        row.throughLayer(ignored, error);
-        EXPECT_EQ(error, zostatus::CodeOf(status));
-        try {
-            row.throughLayer(ignored, {});
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const std::system_error& thrown) {
-            EXPECT_EQ(thrown.code(), error);
-            EXPECT_TRUE(std::string(thrown.what()).starts_with(std::string(row.function) + ": ")) << thrown.what();
-        }
-    }
-};
-
-class ChannelTest : public LayerTest {
-  protected:
-    void SetUp() override {
-        simulator = &client_;
-        session = &session_;
-        client_.Reset();
-    }
-
     zotest::InstalledDriver driver_;
     zotest::SimulatorClient client_;
     zoprotector::Session session_;
 };
-
-TEST_F(ChannelTest, FunctionsSendAndGiveWhatTheirCFunctionsDo) {
-    for (const Row& row : ChannelRows()) {
-        SCOPED_TRACE(row.function);
-        std::vector<std::string> commands[2];
-        Output outputs[2];
-        for (const bool layer : {false, true}) {
-            client_.Reset();
-            if (row.before != nullptr) row.before();
-            const std::uint64_t from = client_.RequestCount() + 1;
-            if (layer) {
-                row.throughLayer(outputs[1], {});
-            } else {
-                ASSERT_GE(row.throughC(outputs[0]), 0);
-            }
-            commands[layer] = Commands(from);
-        }
-        EXPECT_FALSE(commands[0].empty());
-        EXPECT_EQ(commands[1], commands[0]);
-        EXPECT_EQ(outputs[1].text, outputs[0].text);
-    }
-}
-
-TEST_F(ChannelTest, FunctionsThrowTheirStatusOrHandItOver) {
-    client_.FailNext(ZOSIM_ANY_CODE, 0xC0000022, ZOSIM_FOR_EVER);
-    for (const Row& row : ChannelRows())
-        ExpectSameFailure(row);
-}
 
 TEST_F(ChannelTest, SessionEndsTheChannelOnceAndOnlyWhereItIsHeld) {
     const auto devices = [this] { return client_.State().openNow; };
@@ -155,54 +65,6 @@ TEST_F(ChannelTest, EventReadersGiveEveryEventOrItsLoss) {
     EXPECT_EQ(lost, 5u);
     reader.StartAgain();
     EXPECT_EQ(reader.Poll().size(), 300u);
-}
-
-SC_HANDLE WINAPI NoManager(const wchar_t*, const wchar_t*, DWORD) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-}
-DWORD WINAPI NoVersion(const wchar_t*, DWORD*) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return 0;
-}
-NTSTATUS WINAPI NoCryptography(BCRYPT_ALG_HANDLE*, const wchar_t*, const wchar_t*, ULONG) {
-    return static_cast<NTSTATUS>(0xC0000001);
-}
-
-TEST_F(LayerTest, FunctionsWithoutAChannelDoWhatTheirCFunctionsDo) {
-    zotest::RemoveDriverService();
-    for (const auto* rows : {&OtherRows(), &CrashRows()}) {
-        for (const Row& row : *rows)
-            ExpectSameWork(row);
-    }
-    zotest::RemoveDriverService();
-}
-
-TEST_F(LayerTest, FunctionsWithoutAChannelThrowTheirStatusOrHandItOver) {
-    const zotest::ImportHook manager("OpenSCManagerW", &NoManager);
-    const zotest::ImportHook version("GetFileVersionInfoSizeW", &NoVersion);
-    const zotest::ImportHook cryptography("BCryptOpenAlgorithmProvider", &NoCryptography);
-    for (const Row& row : OtherRows())
-        ExpectSameFailure(row);
-}
-
-TEST_F(LayerTest, EveryExportHasItsRow) {
-    std::multiset<std::string> rows;
-    for (const auto* table : {&ChannelRows(), &OtherRows(), &CrashRows()}) {
-        for (const Row& row : *table)
-            rows.insert(row.function);
-    }
-    rows.insert({"ZoProtector_Initialize", "ZoProtector_Uninitialize"});  // the life of a Session
-    std::multiset<std::string> exports;
-    const auto* base = reinterpret_cast<const BYTE*>(GetModuleHandleW(L"ZoProtectorLib.dll"));
-    const auto* nt =
-        reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const auto* table = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(
-        base + nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress);
-    const auto* names = reinterpret_cast<const DWORD*>(base + table->AddressOfNames);
-    for (DWORD i = 0; i < table->NumberOfNames; ++i)
-        exports.insert(reinterpret_cast<const char*>(base + names[i]));
-    EXPECT_EQ(rows, exports);
 }
 
 TEST(Codes, SayWhatHappenedAndCompareWithTheStandardConditions) {
