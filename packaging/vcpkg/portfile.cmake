@@ -5,7 +5,7 @@ set(VCPKG_POLICY_SKIP_CRT_LINKAGE_CHECK enabled)  # the DLL holds its runtime, s
 vcpkg_extract_source_archive(SOURCE_PATH ARCHIVE "${CMAKE_CURRENT_LIST_DIR}/@SOURCE_ARCHIVE@")
 vcpkg_cmake_configure(
     SOURCE_PATH "${SOURCE_PATH}"
-    OPTIONS -DZO_BUILD_TESTS=OFF -DZO_WARNINGS_ARE_ERRORS=OFF ${ZO_CONFIGURE_OPTIONS}
+    OPTIONS -DZO_BUILD_TESTS=OFF -DZO_WARNINGS_ARE_ERRORS=OFF
 )
 vcpkg_cmake_install()
 vcpkg_cmake_config_fixup(CONFIG_PATH lib/cmake/ZoProtectorLib)
