@@ -33,13 +33,13 @@ class Release(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.work = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        cls.copy(cls.work / "one")
+        cls.copy_sources(cls.work / "one")
         (cls.work / "public.hex").write_text(PUBLIC_KEY)
         cls.said = cls.release("one", *SETTINGS, "--try")
         cls.made = cls.files("one")
 
     @classmethod
-    def copy(cls, place):
+    def copy_sources(cls, place):
         """With a history of its own, so that uncommitted changes take part and the real one stays as it is."""
         place.mkdir()
         files = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"], cwd=SOURCE, check=True,
@@ -50,6 +50,9 @@ class Release(unittest.TestCase):
         subprocess.run(["tar", "-x"], cwd=place, input=packed, check=True)
         for words in (["init", "-q"], ["add", "-A"], ["commit", "-q", "-m", "state"]):
             run("git", *words, cwd=place, env={**os.environ, **AUTHOR})
+
+    def clone(self, place):
+        run("git", "clone", "-q", self.work / "one", self.work / place)
 
     @classmethod
     def release(cls, place, *options, check=True, **environment):
@@ -68,7 +71,7 @@ class Release(unittest.TestCase):
         self.assertRegex(self.said, r"test_examples_of_the_driver_follow_its_life .*ok")
 
     def test_gives_the_same_bytes_elsewhere(self):
-        self.copy(self.work / "another place")
+        self.clone("another place")
         self.release("another place", *SETTINGS, TZ="Pacific/Auckland", LC_ALL="C", CXXFLAGS="-O0")
         self.assertEqual(self.files("another place"), self.made)
 
@@ -92,7 +95,7 @@ class Release(unittest.TestCase):
         self.assertEqual(self.files("one"), {})
 
     def test_refuses_what_is_not_to_be_released(self):
-        self.copy(self.work / "refused")
+        self.clone("refused")
         code, said = self.release("refused", *SETTINGS[1:], check=False)
         self.assertEqual(code, 1)
         self.assertEqual(re.findall(r"-D(ZO_\w+)=", said), ["ZO_EMBEDDED_PUBLIC_KEY"])
