@@ -56,6 +56,12 @@ install(FILES "${CMAKE_BINARY_DIR}/ZoProtectorLibConfig.cmake" "${CMAKE_BINARY_D
 configure_file(cmake/zoprotectorlib.pc.in "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" @ONLY)
 install(FILES "${CMAKE_BINARY_DIR}/zoprotectorlib.pc" DESTINATION lib/pkgconfig COMPONENT development)
 
+# Two thirds of a program would be the toolchain's debug information; nobody debugs these without building them.
+if(NOT MSVC)
+    foreach(program zoctl simctl simulator_dbgeng simulator_dbghelp trust_certificate)
+        target_link_options(${program} PRIVATE $<$<CONFIG:Release>:-s>)
+    endforeach()
+endif()
 install(TARGETS zoctl RUNTIME DESTINATION bin COMPONENT zoctl)
 
 # The simulator keeps a folder of its own, so that nobody takes its driver for the real one. Its zoctl is the same program
