@@ -6,29 +6,24 @@
 namespace zoengine {
 namespace {
 
-constexpr std::uint32_t kMachineX64 = 0x8664;
-constexpr std::size_t kMaxModules = 4096;       // real systems load some hundreds
-constexpr std::size_t kMaxStack = 0x40000;      // a kernel stack, with room for nested ones
-constexpr std::uint32_t kEndMark = 0x44475254;  // "TRGD"
+constexpr std::size_t kMaxModules = 4096;   // real systems load some hundreds
+constexpr std::size_t kMaxStack = 0x40000;  // a kernel stack, with room for nested ones
 
-// The dump header. Field names are those of the platform's debugging headers.
+// Offsets that only an engine needs: of the dump header,
 namespace header {
+using namespace zo::dump;
 constexpr std::size_t kMinorVersion = 0x00C;  // of a free build this is the build number
 constexpr std::size_t kPsLoadedModuleList = 0x020;
-constexpr std::size_t kMachineImageType = 0x030;
 constexpr std::size_t kNumberProcessors = 0x034;
-constexpr std::size_t kBugCheckCode = 0x038;
-constexpr std::size_t kBugCheckParameter1 = 0x040;
 constexpr std::size_t kContextRecord = 0x348;
 constexpr std::size_t kException = 0xF00;
-constexpr std::size_t kDumpType = 0xF98;
 constexpr std::size_t kSystemTime = 0xFA8;
 constexpr std::size_t kSystemUpTime = 0x1030;
 }  // namespace header
 
-// Offsets of a small dump's block, which begins right behind the header; what it holds counts from the file's start.
+// of a small dump's block,
 namespace triage {
-constexpr std::size_t kValidOffset = kHeaderSize + 0x08;
+using namespace zo::dump;
 constexpr std::size_t kContextOffset = kHeaderSize + 0x0C;
 constexpr std::size_t kCallStackOffset = kHeaderSize + 0x28;
 constexpr std::size_t kSizeOfCallStack = kHeaderSize + 0x2C;
@@ -37,7 +32,7 @@ constexpr std::size_t kDriverCount = kHeaderSize + 0x34;
 constexpr std::size_t kTopOfStack = kHeaderSize + 0x48;
 }  // namespace triage
 
-// One entry of the driver list: where the name stands, then the loader's own record of the image.
+// and of one entry of the driver list: where the name stands, then the loader's own record of the image.
 namespace driver {
 constexpr std::size_t kNameOffset = 0x00;
 constexpr std::size_t kBase = 0x38;
@@ -116,13 +111,13 @@ void ReadTriage(const Bytes& bytes, KernelDump& dump) {
 }  // namespace
 
 bool IsKernelDump(std::string_view fileStart) noexcept {
-    return fileStart.starts_with("PAGEDU64");
+    return fileStart.starts_with(header::kSignature);
 }
 
 std::optional<KernelDump> ParseKernelDump(std::string_view file) {
     const Bytes bytes(file);
     if (!IsKernelDump(file) || file.size() < kHeaderSize) return std::nullopt;
-    if (bytes.Read<std::uint32_t>(header::kMachineImageType) != kMachineX64) return std::nullopt;
+    if (bytes.Read<std::uint32_t>(header::kMachineImageType) != header::kMachineX64) return std::nullopt;
 
     KernelDump dump;
     dump.buildNumber = bytes.Read<std::uint32_t>(header::kMinorVersion);
@@ -140,7 +135,8 @@ std::optional<KernelDump> ParseKernelDump(std::string_view file) {
 
     std::uint64_t context = header::kContextRecord;
     if (dump.kind == static_cast<std::uint32_t>(DumpKind::kTriage)) {
-        if (bytes.Read<std::uint32_t>(bytes.Read<std::uint32_t>(triage::kValidOffset)) != kEndMark) return std::nullopt;
+        const auto end = bytes.Read<std::uint32_t>(triage::kValidOffset);
+        if (bytes.Range(end, triage::kEndMark.size()) != triage::kEndMark) return std::nullopt;
         if (const auto offset = bytes.Read<std::uint32_t>(triage::kContextOffset); offset != 0) context = offset;
         ReadTriage(bytes, dump);
     }

@@ -12,9 +12,12 @@
 #include <string_view>
 #include <vector>
 
+#include "kernel_dump_layout.h"
+
 namespace zoengine {
 
-enum class DumpKind : std::uint32_t { kFull = 1, kKernel = 2, kTriage = 4, kBitmapFull = 5, kBitmapKernel = 6 };
+using zo::dump::DumpKind;
+using zo::dump::kHeaderSize;
 
 struct Module {
     std::string name;  // without folder and extension; the kernel's own image is called "nt"
@@ -46,8 +49,6 @@ struct KernelDump {
     std::uint64_t stackBase = 0;  // address of the first byte of stack
     std::string stack;
 };
-
-inline constexpr std::size_t kHeaderSize = 0x2000;
 
 // Whether the first bytes of a file are those of a 64-bit kernel dump; eight bytes suffice to say no.
 [[nodiscard]] bool IsKernelDump(std::string_view fileStart) noexcept;
