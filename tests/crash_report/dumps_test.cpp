@@ -145,12 +145,8 @@ TEST_F(DumpFolder, IsTheOneThatTheRegistryNamesElseThatOfWindows) {
     }
 }
 
-UINT WINAPI NoWindowsFolder(wchar_t*, UINT) {
-    return 0;
-}
-
 TEST_F(DumpFolder, MissingEverywhereFailsTheRun) {
-    const zotest::ImportHook hook("GetWindowsDirectoryW", NoWindowsFolder);
+    const zotest::ImportHook hook("GetWindowsDirectoryW", zotest::FailWith<ERROR_PATH_NOT_FOUND>);
     EXPECT_EQ(Run(), (Outcome{.status = 0x80070003}));
     EXPECT_EQ(TakeLog(), Strings());
 }

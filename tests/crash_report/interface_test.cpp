@@ -136,13 +136,14 @@ class Stats : public ReporterTest {
 
 TEST_F(Stats, AreAddedToWhatTheCallerGave) {
     stats_ = {10, 20, 30, 40, 50, 60, 70, L"before"};
-    EXPECT_EQ(MakeOutcome(api_.run(&stats_)), (Outcome{.found = 13,
-                                                       .selected = 22,
-                                                       .accepted = 30,
-                                                       .alreadyKnown = 40,
-                                                       .queriesFailed = 52,
-                                                       .uploaded = 60,
-                                                       .uploadsFailed = 70}));
+    constexpr Outcome kSum{.found = 13,
+                           .selected = 22,
+                           .accepted = 30,
+                           .alreadyKnown = 40,
+                           .queriesFailed = 52,
+                           .uploaded = 60,
+                           .uploadsFailed = 70};
+    EXPECT_EQ(MakeOutcome(api_.run(&stats_)), kSum);
     EXPECT_STREQ(stats_.matchedDrivers, L"ZoProtector;ZoProtector");
 }
 
@@ -225,9 +226,9 @@ TEST_F(Cancel, StaysUntilItIsTakenBack) {
 TEST_F(Cancel, DoesNotRefuseASingleDumpBeforeTheGate) {
     api_.cancel();
     EXPECT_EQ(Upload(dumps_ / "1.dmp"), kNothing);
-    EXPECT_EQ(Upload(dumps_ / "missing.dmp"), (Outcome{.status = 0x80070002}));
-    EXPECT_EQ(Upload(""), (Outcome{.status = 0x80070057}));
-    EXPECT_EQ(MakeOutcome(api_.upload(nullptr, nullptr)), (Outcome{.status = 0x80070057}));
+    EXPECT_EQ(Upload(dumps_ / "missing.dmp").status, 0x80070002);
+    EXPECT_EQ(Upload("").status, 0x80070057);
+    EXPECT_EQ(zo::Bits(api_.upload(nullptr, nullptr)), 0x80070057);
 }
 
 class Gate : public ReporterTest {

@@ -53,9 +53,8 @@ struct Outcome {
     friend bool operator==(const Outcome&, const Outcome&) = default;
     friend std::ostream& operator<<(std::ostream& out, const Outcome& o) {
         return out << zo::Format(
-                   "status {:#x} found {} selected {} accepted {} known {} queries failed {} uploaded {} failed {}",
-                   o.status, o.found, o.selected, o.accepted, o.alreadyKnown, o.queriesFailed, o.uploaded,
-                   o.uploadsFailed);
+                   "{:#x}: found {} selected {} accepted {} known {} queriesFailed {} uploaded {} failed {}", o.status,
+                   o.found, o.selected, o.accepted, o.alreadyKnown, o.queriesFailed, o.uploaded, o.uploadsFailed);
     }
 };
 

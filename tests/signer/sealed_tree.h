@@ -108,6 +108,11 @@ struct Outcome {
     std::int32_t status = 0;
     Result result{};
     Lines messages;  // "2 text": level and text
+
+    void Expect(std::int32_t expectedStatus, const Lines& expectedMessages) const {
+        EXPECT_EQ(status, expectedStatus);
+        EXPECT_EQ(messages, expectedMessages);
+    }
 };
 
 // What the seal callback does with one folder.
@@ -134,6 +139,7 @@ struct SealedTree {
     void Write(const std::string& path, const std::string& bytes) const { WriteFileBytes(At(path), bytes); }
     void MakeFolder(const std::string& path) const { std::filesystem::create_directories(At(path)); }
     void Remove(const std::string& path) const { RemoveTree(At(path).wstring()); }
+    void ReplaceByFolder(const std::string& path) const { Remove(path), MakeFolder(path); }
     void Rename(const std::string& from, const std::string& to) const { std::filesystem::rename(At(from), At(to)); }
     // Wine does not change letter case alone, so the name changes twice.
     void RenameTwice(const std::string& from, const std::string& to) const {

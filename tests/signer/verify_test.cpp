@@ -29,9 +29,7 @@ TEST(Verify, ReportsEveryKindOfChange) {
     CheckEach({
         {"nothing", [](const Tree&) {}},
         {"other contents",
-         [](const Tree& tree) {
-             tree.Write("a.txt", "a.tx"), tree.Write("d/b.txt", "d/B.txt"), tree.Write("open/o.txt", "");
-         },
+         [](const Tree& t) { t.Write("a.txt", "a.tx"), t.Write("d/b.txt", "d/B.txt"), t.Write("open/o.txt", ""); },
          {{kChanged, "a.txt"}, {kChanged, "d/b.txt"}, {kChanged, "open/o.txt"}}},
         {"folder removed",
          [](const Tree& tree) { tree.Remove("d"); },
@@ -53,10 +51,7 @@ TEST(Verify, ReportsEveryKindOfChange) {
          [](const Tree& tree) { tree.Write("empty/new/x/y", ""); },
          {{kExtraFolder, "empty/new"}}},
         {"file and shortcut replaced by folders",
-         [](const Tree& tree) {
-             tree.Remove("a.txt"), tree.MakeFolder("a.txt");
-             tree.Remove("link.lnk"), tree.MakeFolder("link.lnk");
-         },
+         [](const Tree& tree) { tree.ReplaceByFolder("a.txt"), tree.ReplaceByFolder("link.lnk"); },
          {{kMissing, "a.txt"}, {kMissingShortcut, "link.lnk"}}},
     });
 }
@@ -98,17 +93,12 @@ TEST(Verify, ReportsAFolderMadeForTheManifestInASealedFolder) {
 
 TEST(Verify, FailsWithTheErrorOfAManifestThatCannotBeRead) {
     StandardTree tree;
-    const auto check = [&tree](std::uint32_t status, const Lines& messages) {
-        const auto outcome = tree.Verify();
-        EXPECT_EQ(outcome.status, static_cast<std::int32_t>(status));
-        EXPECT_EQ(outcome.messages, messages);
-    };
     MakeLarge(tree.manifest, std::int64_t{1} << 32);
-    check(0x800700DF, {"2 Read manifest -> Win32 223"});
+    tree.Verify().Expect(static_cast<std::int32_t>(0x800700DF), {"2 Read manifest -> Win32 223"});
     tree.manifest = tree.folder / "absent";
-    check(0x80070002, {"2 Open manifest -> Win32 2"});
+    tree.Verify().Expect(static_cast<std::int32_t>(0x80070002), {"2 Open manifest -> Win32 2"});
     tree.manifest = "";
-    check(0x80070003, {"2 Open manifest -> Win32 3"});
+    tree.Verify().Expect(static_cast<std::int32_t>(0x80070003), {"2 Open manifest -> Win32 3"});
 }
 
 TEST(VerifyWithEmbeddedKey, UsesTheKeyOfTheBuildAndIgnoresTheCallers) {

@@ -35,4 +35,12 @@ class ImportHook {
     ULONG_PTR original_;
 };
 
+// Stands in for a function that fails by answering 0 (FALSE, null, no characters) with this error, whatever its
+// parameters are: on x64 the caller keeps them.
+template <DWORD Error>
+ULONG_PTR WINAPI FailWith() {
+    SetLastError(Error);
+    return 0;
+}
+
 }  // namespace zotest

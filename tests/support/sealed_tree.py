@@ -54,12 +54,19 @@ class SealedTreeTest(unittest.TestCase):
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(contents)
 
+    def facts(self, code, *arguments, **how):
+        """The document of a command."""
+        return json.loads(self.zoctl(code, *arguments, "--json", **how).stdout)
+
+    def sealed(self):
+        """The arguments that name the tree and its seal."""
+        return self.tree, "-m", self.manifest, "-k", self.keys
+
     def sign(self, *more, code=0):
-        return json.loads(self.zoctl(code, "sign", self.tree, "-m", self.manifest, "-k", self.keys, "--json", *more).stdout)
+        return self.facts(code, "sign", *self.sealed(), *more)
 
     def verify(self, code, prefix=()):
-        return json.loads(self.zoctl(code, "verify", self.tree, "-m", self.manifest, "-k", self.keys, "--json",
-                                     prefix=prefix).stdout)
+        return self.facts(code, "verify", *self.sealed(), prefix=prefix)
 
     def findings(self, facts):
         below = dos(self.tree) + "\\"

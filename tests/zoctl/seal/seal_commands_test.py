@@ -38,7 +38,7 @@ class SealCommandsTest(SealedTreeTest):
 
     def refused(self, code, *arguments, **how):
         """The document of a command that gives a reason of its own."""
-        facts = json.loads(self.zoctl(code, *arguments, "--json", **how).stdout)
+        facts = self.facts(code, *arguments, **how)
         self.assertFalse(re.search("Win32|NTSTATUS|log|It failed", facts["message"] + facts["advice"]), facts)
         return facts
 
@@ -50,7 +50,7 @@ class SealCommandsTest(SealedTreeTest):
                 private.unlink(missing_ok=True)
                 if contents is not None:
                     private.write_bytes(contents)
-                facts = self.refused(33, "sign", self.tree, "-m", self.manifest, "-k", self.keys)
+                facts = self.refused(33, "sign", *self.sealed())
                 self.assertIn(dos(private), facts["message"])
                 self.assertIn("zoctl keys generate", facts["advice"])
                 self.assertEqual(private.read_bytes() if private.exists() else None, contents)
@@ -71,8 +71,7 @@ class SealCommandsTest(SealedTreeTest):
         closed = self.folder / "closed"
         closed.mkdir(mode=0)
         self.refused(6, "keys", "generate", closed, prefix=UNPRIVILEGED)
-        self.zoctl(0, "keys", "generate", self.keys, "--replace")
-        self.assertNotEqual(self.zoctl(0, "keys", "thumbprint", self.keys).stdout.strip(), THUMBPRINT)
+        self.assertNotEqual(self.facts(0, "keys", "generate", self.keys, "--replace")["thumbprint"], THUMBPRINT)
 
     def test_sign_replaces_manifests_only(self):
         for name, contents, code in (("notes", b"my notes\n", 6), ("short", b"ZOSIG", 6), ("empty", b"", 6), ("begun", b"ZOSIG1\n", 0)):
@@ -124,21 +123,17 @@ class SealCommandsTest(SealedTreeTest):
         self.assertIn("\n1 difference.\n", text)
 
     def test_keys_and_their_exit_codes(self):
-        self.assertEqual(self.zoctl(0, "keys", "thumbprint", self.keys).stdout.strip(), THUMBPRINT)
-        self.zoctl(6, "keys", "generate", self.keys)
-        self.zoctl(33, "keys", "thumbprint", self.folder)
         self.sign()
         junk, cut, other, none = (self.folder / name for name in ("junk", "cut", "other", "none"))
         junk.write_bytes(b"x" * 300)
         cut.write_bytes((self.keys / "private.rsakey").read_bytes()[:40])
-        made = json.loads(self.zoctl(0, "keys", "generate", other, "--json").stdout)
+        made = self.facts(0, "keys", "generate", other)
         self.assertEqual(made["thumbprint"], hashlib.sha256((other / "public.rsakey").read_bytes()).hexdigest())
         for key, code in {("--keystore", other): 32, ("--keystore", self.folder): 33, ("--embedded-key",): 0,
                           ("--key", self.keys / "public.rsakey"): 0, ("--key", none): 33, ("--key", junk): 33,
                           ("--key", cut): 33, (): 2}.items():
-            done = self.zoctl(code, "verify", self.tree, "-m", self.manifest, "--json", *key)
-            self.assertEqual(json.loads(done.stdout)["exitCode"], code)
-        self.zoctl(3, "verify", self.tree, "-m", none, "-k", self.keys)
+            facts = self.facts(code, "verify", self.tree, "-m", self.manifest, *key)
+            self.assertEqual(facts["exitCode"], code)
         for key, code in {"public.rsakey": 33, "private.rsakey": 0}.items():
             self.zoctl(code, "sign", self.tree, "-m", self.manifest, "--key", self.keys / key)
 
@@ -151,26 +146,23 @@ class SealCommandsTest(SealedTreeTest):
                 if opened:
                     self.assertEqual((facts["open"], facts["directories"]), ([opened], 4))
                     self.assertEqual(facts["sealedDirectories"], {".": 0, "d": 2}.get(opened, 3))
-        # The word after a name is the tree.
-        self.zoctl(0, "sign", "--open", "open", self.tree, "-m", self.manifest, "-k", self.keys)
+        self.zoctl(0, "sign", "--open", "open", *self.sealed())  # the word after a name is the tree
 
     def test_warns_of_a_key_inside_the_tree(self):
-        inside = self.tree / "keys"
-        shutil.copytree(self.keys, inside)
-        done = self.zoctl(0, "sign", self.tree, "-m", self.manifest, "-k", inside)
-        self.assertIn("keystore is inside", done.stderr)
-        self.assertNotIn("\r", done.stderr)  # progress is for terminals
+        inside = shutil.copytree(self.keys, self.tree / "keys")
+        for words, key in {"keystore is inside": ("-k", inside), "key file is inside": ("--key", inside / "private.rsakey")}.items():
+            errors = self.zoctl(0, "sign", self.tree, "-m", self.manifest, *key).stderr
+            self.assertIn(words, errors)
+            self.assertNotIn("\r", errors)  # progress is for terminals
         self.assertIn(b"\nF keys/private.rsakey\n", self.manifest.read_bytes())
-        done = self.zoctl(0, "sign", self.tree, "-m", self.manifest, "--key", inside / "private.rsakey")
-        self.assertIn("key file is inside", done.stderr)
 
     def test_findings_stream_and_stay_printable(self):
         self.sign()
         self.write("d/\x1b[31mred", "")
-        text = self.zoctl(17, "verify", self.tree, "-m", self.manifest, "-k", self.keys)
+        text = self.zoctl(17, "verify", *self.sealed())
         self.assertNotIn("\x1b", text.stdout + text.stderr)
         self.assertIn("\\x1b[31mred", text.stdout.lower())
-        lines = self.zoctl(17, "verify", self.tree, "-m", self.manifest, "-k", self.keys, "--jsonl").stdout.splitlines()
+        lines = self.zoctl(17, "verify", *self.sealed(), "--jsonl").stdout.splitlines()
         first, last = map(json.loads, lines)
         self.assertEqual((first["kind"], last["exitCode"], last["counts"]["extra"]), ("extra", 17, 1))
 
@@ -212,10 +204,9 @@ class SealCommandsTest(SealedTreeTest):
 
     def test_thumbprint_of_key_files_and_of_the_built_in_key(self):
         for key in (self.keys, self.keys / "private.rsakey", self.keys / "public.rsakey", "--embedded-key"):
-            facts = json.loads(self.zoctl(0, "keys", "thumbprint", key, "--json").stdout)
-            self.assertEqual(facts["thumbprint"], THUMBPRINT, key)
-        self.refused(33, "keys", "thumbprint", self.tree / "a.txt")
-        self.refused(33, "keys", "thumbprint", self.folder / "none")
+            self.assertEqual(self.facts(0, "keys", "thumbprint", key)["thumbprint"], THUMBPRINT, key)
+        for key in (self.tree / "a.txt", self.folder, self.folder / "none"):
+            self.refused(33, "keys", "thumbprint", key)
         self.zoctl(2, "keys", "thumbprint")
         self.zoctl(2, "keys", "thumbprint", self.keys, "--embedded-key")
 
@@ -227,17 +218,17 @@ class SealCommandsTest(SealedTreeTest):
             self.assertEqual(self.manifest.read_bytes() if written else self.manifest.exists(), before or False)
             signed = self.sign("--open", "open")
             before = self.manifest.read_bytes()
-            shown = json.loads(self.zoctl(0, "manifest", "show", self.manifest, "--json").stdout)
+            shown = self.facts(0, "manifest", "show", self.manifest)
             self.assertEqual(facts.pop("items"), shown["items"])
             self.assertEqual((facts.pop("dryRun"), signed.pop("dryRun"), facts), (True, False, signed))
         self.write("d/a\x01b", "")
         self.sign("--dry-run", "--strict", code=34)
-        self.assertIn("nothing was written", self.zoctl(0, "sign", "--dry-run", self.tree, "-m", self.manifest, "-k", self.keys).stdout)
+        self.assertIn("nothing was written", self.zoctl(0, "sign", "--dry-run", *self.sealed()).stdout)
 
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")
         old = self.manifest.rename(self.folder / "old.zosig")
-        shown = json.loads(self.zoctl(0, "manifest", "show", old, "--json").stdout)
+        shown = self.facts(0, "manifest", "show", old)
         self.assertEqual(shown["thumbprint"], THUMBPRINT)
         items = {item["path"]: item for item in shown["items"]}
         self.assertEqual([items[path]["kind"] for path in ("open", ".", "k.LNK")], ["open folder", "sealed folder", "shortcut"])
@@ -247,7 +238,7 @@ class SealCommandsTest(SealedTreeTest):
         self.write("new.txt", "new")
         (self.tree / "d/dot.").unlink()
         self.sign()
-        changes = json.loads(self.zoctl(1, "manifest", "diff", old, self.manifest, "--json").stdout)["changes"]
+        changes = self.facts(1, "manifest", "diff", old, self.manifest)["changes"]
         self.assertEqual({change["change"] + " " + change["path"] for change in changes},
                          {"changed a.txt", "added new.txt", "removed d/dot.", "changed open"})
         for file, code in {old: 0, self.tree / "a.txt": 32, self.folder: 5}.items():
