@@ -1,5 +1,5 @@
-# The ZIP archives that CPack writes: one for each component, or one of everything with CPACK_ARCHIVE_COMPONENT_INSTALL off.
-# All unpack into a folder of the same name, so that several add up. scripts/release runs CPack.
+# The ZIP archives that CPack writes: one for each component or, with CPACK_ARCHIVE_COMPONENT_INSTALL off, one of
+# everything. All unpack into a folder of the same name, so that several add up. scripts/release runs CPack.
 
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
@@ -13,7 +13,8 @@ set(CPACK_STRIP_FILES OFF)  # a stripped DLL would no longer name its debug info
 set(CPACK_VERBATIM_VARIABLES ON)
 include(CPack)
 
-# What scripts/release asks about before it builds: a line for each development setting, its name, a tab and its meaning.
+# For scripts/release, which refuses these before it builds: for each development setting a line with its name, a tab and
+# its meaning.
 get_property(settings GLOBAL PROPERTY zo_development_settings)
 set(lines "")
 foreach(setting ${settings})

@@ -1,6 +1,6 @@
-"""pack.py BUILD SOURCE_ARCHIVE OUT [LABEL]: makes everything that a release consists of out of a finished build folder, and
-prints it. LABEL is added to the version number of a release that nobody is to ship. SOURCE_DATE_EPOCH is the time that
-archives and documents bear. The same build gives the same bytes."""
+"""pack.py BUILD SOURCE_ARCHIVE OUT [LABEL]: makes all files of a release from a finished build folder, and lists them.
+LABEL is added to the version number of a release that must not be shipped. SOURCE_DATE_EPOCH is the time in archives
+and documents. The same build gives the same bytes."""
 
 import hashlib
 import json
@@ -20,7 +20,8 @@ VCPKG = Path(__file__).parent / "vcpkg"
 
 def project_facts(build):
     cache = (build / "CMakeCache.txt").read_text()
-    return [re.search(f"^CMAKE_PROJECT_{name}:STATIC=(.*)", cache, re.MULTILINE)[1] for name in ("VERSION", "DESCRIPTION")]
+    return [re.search(f"^CMAKE_PROJECT_{name}:STATIC=(.*)", cache, re.MULTILINE)[1]
+            for name in ("VERSION", "DESCRIPTION")]
 
 
 def write_archives(build, out, name):
@@ -52,7 +53,8 @@ def write_vcpkg_port(path, source, version, description):
 def commit_of(source):
     """git writes it into the archives that it makes."""
     unpacked = subprocess.run(["gzip", "-dc", source], check=True, capture_output=True).stdout
-    return subprocess.run(["git", "get-tar-commit-id"], input=unpacked, check=True, capture_output=True).stdout.decode().strip()
+    asked = subprocess.run(["git", "get-tar-commit-id"], input=unpacked, check=True, capture_output=True)
+    return asked.stdout.decode().strip()
 
 
 def pack(build, source, out, label=""):

@@ -1,5 +1,5 @@
-"""The software bill of materials: SPDX 2.3 as JSON. Each shipped file with its digests, what is linked into the programs,
-and what built them."""
+"""The software bill of materials: SPDX 2.3 as JSON. Each shipped file with its digests, what is linked into the
+programs, and what built them."""
 
 import hashlib
 import os
@@ -9,10 +9,12 @@ import uuid
 
 # Debian package, name, licence, and what it becomes part of or does.
 LINKED = (
-    ("libfmt-dev", "fmt", "MIT", "text formatting of the DLL and the programs, where the compiler's library has no <format>"),
+    ("libfmt-dev", "fmt", "MIT",
+     "text formatting of the DLL and the programs, where the compiler's library has no <format>"),
     ("g++-mingw-w64-x86-64-posix", "libstdc++ and libgcc", "GPL-3.0-or-later WITH GCC-exception-3.1",
      "C++ runtime of the DLL and the programs"),
-    ("mingw-w64-x86-64-dev", "mingw-w64 runtime and winpthreads", "NOASSERTION", "C runtime of the DLL and the programs"),
+    ("mingw-w64-x86-64-dev", "mingw-w64 runtime and winpthreads", "NOASSERTION",
+     "C runtime of the DLL and the programs"),
     ("libcli11-dev", "CLI11", "BSD-3-Clause", "command lines of zoctl.exe and simctl.exe"),
     ("nlohmann-json3-dev", "nlohmann-json", "MIT", "JSON of zoctl.exe and simctl.exe"),
 )
@@ -50,7 +52,7 @@ def file_element(number, name, data):
 
 
 def verification_code(files):
-    """SHA-1 of the files' SHA-1 digests in hexadecimal, sorted and joined: what SPDX 2.3 calls the verification code."""
+    """SHA-1 of the files' SHA-1 digests in hexadecimal, sorted and joined."""
     digests = sorted(file["checksums"][0]["checksumValue"] for file in files)
     return hashlib.sha1("".join(digests).encode()).hexdigest()
 
@@ -60,8 +62,8 @@ def bill_of_materials(installed, version, description, commit):
     linked = [debian_package(*one) for one in LINKED]
     tools = [debian_package(*one) for one in BUILD_TOOLS]
     package = {"SPDXID": PACKAGE, "name": "ZoProtectorLib", "versionInfo": version, "summary": description,
-               "supplier": "NOASSERTION", "downloadLocation": "NOASSERTION", "sourceInfo": f"built from commit {commit}",
-               "primaryPackagePurpose": "LIBRARY", "filesAnalyzed": True,
+               "supplier": "NOASSERTION", "downloadLocation": "NOASSERTION",
+               "sourceInfo": f"built from commit {commit}", "primaryPackagePurpose": "LIBRARY", "filesAnalyzed": True,
                "packageVerificationCode": {"packageVerificationCodeValue": verification_code(files)},
                "licenseConcluded": "NOASSERTION", "licenseDeclared": "NOASSERTION",
                "licenseInfoFromFiles": ["NOASSERTION"], "copyrightText": "NOASSERTION"}

@@ -1,7 +1,7 @@
 """signing.py FILE...: has ZO_SIGN_COMMAND sign each program file in place and checks that it did, and did only that.
 
-The command is run by sh, once a file; {file} in it stands for the file's quoted path, which is appended where {file} does
-not occur."""
+sh runs the command once for each file. {file} in it stands for the file's quoted path, which becomes the last argument
+where {file} does not occur."""
 
 import os
 import shlex

@@ -76,7 +76,8 @@ class Artifacts(unittest.TestCase):
     def test_nuget_targets_name_files_of_the_package(self):
         held = self.contents("ZoProtectorLib.1.0.0-trial.nupkg")
         self.assertNotIn("build/native/include/zoprotector_simulator.h", held)
-        named = re.findall(r"\$\(MSBuildThisFileDirectory\)([^;\"]+)", held["build/native/ZoProtectorLib.targets"].decode())
+        targets = held["build/native/ZoProtectorLib.targets"].decode()
+        named = re.findall(r"\$\(MSBuildThisFileDirectory\)([^;\"]+)", targets)
         resolved = {os.path.normpath("build/native/" + name.replace("\\", "/")) for name in named}
         self.assertEqual(resolved, {"build/native/include", "build/native/lib/x64/ZoProtectorLib.lib",
                                     "runtimes/win-x64/native/ZoProtectorLib.dll"})
@@ -86,7 +87,7 @@ class Artifacts(unittest.TestCase):
     def test_vcpkg_port_configures_its_sources_and_tidies_the_package(self):
         run("unzip", "-q", self.out / f"{BASE}-vcpkg-port.zip", "-d", self.work)
         port = self.work / "zoprotectorlib"
-        self.assertEqual(json.loads((port / "vcpkg.json").read_text())["version"], "1.0.0-trial")
+        self.assertEqual(json.loads((port / "vcpkg.json").read_text())["version-semver"], "1.0.0-trial")
         run("cmake", f"-DPORT_FOLDER={port}", f"-DWORK={self.work}", f"-DTOOLCHAIN={os.environ['ZO_TOOLCHAIN']}",
             f"-DINSTALL_FROM={BUILD}", "-P", Path(__file__).with_name("vcpkg_replacements.cmake"))
         package = self.work / "packages"
@@ -97,19 +98,18 @@ class Artifacts(unittest.TestCase):
 
     def test_bill_of_materials_lists_each_file_with_its_digest(self):
         bill = json.loads((self.out / f"{BASE}.spdx.json").read_text())
-        listed = {file["fileName"].removeprefix("./"): {one["algorithm"]: one["checksumValue"] for one in file["checksums"]}
-                  for file in bill["files"]}
-        self.assertEqual(listed, {name: {"SHA1": hashlib.sha1(data).hexdigest(), "SHA256": hashlib.sha256(data).hexdigest()}
+        listed = {file["fileName"]: [one["checksumValue"] for one in file["checksums"]] for file in bill["files"]}
+        self.assertEqual(listed, {f"./{name}": [hashlib.sha1(data).hexdigest(), hashlib.sha256(data).hexdigest()]
                                   for name, data in self.everything.items()})
 
     def test_bill_of_materials_has_what_spdx_requires(self):
         bill = json.loads((self.out / f"{BASE}.spdx.json").read_text())
-        required = {"document": ({"spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo"}, [bill]),
-                    "package": ({"name", "SPDXID", "versionInfo", "downloadLocation"}, bill["packages"]),
-                    "file": ({"fileName", "SPDXID", "checksums"}, bill["files"])}
-        for kind, (names, elements) in required.items():
+        required = (("spdxVersion dataLicense SPDXID name documentNamespace creationInfo", [bill]),
+                    ("name SPDXID versionInfo downloadLocation", bill["packages"]),
+                    ("fileName SPDXID checksums", bill["files"]))
+        for names, elements in required:
             for element in elements:
-                self.assertLessEqual(names, set(element), kind)
+                self.assertLessEqual(set(names.split()), set(element))
         self.assertEqual(bill["creationInfo"]["created"], "2023-11-14T22:13:21Z")
         known = [element["SPDXID"] for element in [bill, *bill["packages"], *bill["files"]]]
         self.assertEqual(len(known), len(set(known)))
@@ -152,7 +152,8 @@ class Signing(unittest.TestCase):
         self.assertEqual(code, 0, said)
 
     def test_command_that_does_not_sign_fails(self):
-        spoilt = f"printf x | dd of={{file}} bs=1 seek=4096 conv=notrunc && {self.signer} -in {{file}} -out new && mv new {{file}}"
+        sign = f"{self.signer} -in {{file}} -out new && mv new {{file}}"
+        spoilt = f"printf x | dd of={{file}} bs=1 seek=4096 conv=notrunc && {sign}"
         for command, expected in (("true", "has no Authenticode signature"), ("exit 3", "ended with 3"),
                                   (spoilt, "more of")):
             self.setUp()

@@ -1,5 +1,5 @@
-"""The installed package, used as a stranger would: by find_package, by pkg-config, and by MSVC's linker. ZO_PACKAGE names
-an unpacked release to try instead."""
+"""The installed package, used as a stranger would: by find_package, by pkg-config, and by MSVC's linker. ZO_PACKAGE
+names an unpacked release to try instead."""
 
 import os
 import re

@@ -1,5 +1,5 @@
-"""scripts/release, whole, in copies of the sources as they are now: what it refuses, that it gives the same bytes anywhere,
-and that a signed release differs only in its signatures. Builds four times."""
+"""scripts/release, whole, in copies of the sources as they are now: what it refuses, that it gives the same bytes
+anywhere, and that a signed release differs only in its signatures. Builds four times."""
 
 import io
 import os
@@ -79,8 +79,8 @@ class Release(unittest.TestCase):
         certificate, key = self.work / "certificate.pem", self.work / "key.pem"
         run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", certificate,
             "-subj", "/CN=Maker", "-addext", "extendedKeyUsage=codeSigning")
-        signer = f"osslsigncode sign -certs {certificate} -key {key} -in {{file}} -out {{file}}.new && mv {{file}}.new {{file}}"
-        self.release("one", *SETTINGS, ZO_SIGN_COMMAND=signer)
+        signer = f"osslsigncode sign -certs {certificate} -key {key} -in {{file}} -out {{file}}.new"
+        self.release("one", *SETTINGS, ZO_SIGN_COMMAND=f"{signer} && mv {{file}}.new {{file}}")
         unsigned, signed = unpacked(self.made[ZIP]), unpacked(self.files("one")[ZIP])
         changed = {file for file in signed if signed[file] != unsigned[file]}
         self.assertEqual(changed, {f"{folder}/{file}" for folder in ("bin", "simulator")
