@@ -24,6 +24,8 @@ install(DIRECTORY bindings DESTINATION share/ZoProtectorLib COMPONENT developmen
 # Only where scripts/reference has made them.
 install(DIRECTORY "${ZO_REFERENCE_FOLDER}/html" DESTINATION share/doc/ZoProtectorLib/reference COMPONENT development
         OPTIONAL)
+install(DIRECTORY "${ZO_REFERENCE_FOLDER}/man" DESTINATION share COMPONENT zoctl OPTIONAL)
+install(DIRECTORY "${ZO_REFERENCE_FOLDER}/completion" DESTINATION share/ZoProtectorLib COMPONENT zoctl OPTIONAL)
 
 get_property(zo_symbols GLOBAL PROPERTY zo_symbols_of_ZoProtectorLib)
 install(FILES "${zo_symbols}" DESTINATION bin COMPONENT symbols)

@@ -3,6 +3,7 @@
 #include "crash_group.h"
 #include "driver_commands.h"
 #include "events_group.h"
+#include "manual_group.h"
 #include "rules_commands.h"
 #include "seal_commands.h"
 #include "upgrade_commands.h"
@@ -30,6 +31,7 @@ std::span<const RegisterGroup> CommandGroups() {
         RegisterManifest,
         RegisterMaintenance,
         RegisterCrash,
+        RegisterManual,
     };
     // clang-format on
     return kGroups;

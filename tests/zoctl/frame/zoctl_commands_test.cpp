@@ -115,6 +115,7 @@ TEST_F(ZoctlCommands, AMistypedCommandIsNamedWithTheOneThatWasMeant) {
         {"drivr", "unknown command 'drivr'; did you mean 'driver'?"},
         {"file ignore ad C:\\a", "unknown command 'ad'; did you mean 'add'?"},
         {"crash nonsense", "unknown command 'nonsense'\n"},
+        {"sign C:\\a", "--manifest is required\n"},  // has groups of options, and no commands below it
     };
     for (const auto& [line, words] : cases)
         EXPECT_TRUE(Gave(Zoctl(line), 2, words)) << line;

@@ -26,6 +26,11 @@ std::string PathOf(const CLI::App& command) {
     return above.empty() ? command.get_name() : above + " " + command.get_name();
 }
 
+// Not the groups of options, which the parser takes for commands without a name.
+std::vector<const CLI::App*> CommandsBelow(const CLI::App& app) {
+    return app.get_subcommands([](const CLI::App* below) { return !below->get_name().empty(); });
+}
+
 // Where a command line leads: the innermost group or command that it names, and the word at which that ended because
 // the group has no such command; "" when there is no such word.
 struct Way {
@@ -36,7 +41,7 @@ struct Way {
 Way Follow(const CLI::App& root, const std::vector<std::string>& arguments) {
     const CLI::App* app = &root;
     for (const std::string& argument : arguments) {
-        const auto below = app->get_subcommands([](const CLI::App*) { return true; });
+        const auto below = CommandsBelow(*app);
         if (below.empty()) break;  // a command: its own arguments follow
         if (argument.starts_with('-')) continue;
         const auto named =
@@ -49,7 +54,7 @@ Way Follow(const CLI::App& root, const std::vector<std::string>& arguments) {
 
 std::vector<std::string> NamesBelow(const CLI::App& group) {
     std::vector<std::string> names;
-    for (const CLI::App* command : group.get_subcommands([](const CLI::App*) { return true; }))
+    for (const CLI::App* command : CommandsBelow(group))
         names.push_back(command->get_name());
     return names;
 }
@@ -62,7 +67,8 @@ std::string UnknownCommand(const Way& way) {
 
 // Other ways to ask for help, which people try: "zoctl help driver install", "zoctl driver /?".
 std::vector<std::string> WithHelpFlag(std::vector<std::string> arguments) {
-    if (!arguments.empty() && arguments.front() == "help") {
+    const bool manual = std::ranges::find(arguments, "--man") != arguments.end();
+    if (!arguments.empty() && arguments.front() == "help" && !manual) {
         std::ranges::rotate(arguments, arguments.begin() + 1);
         arguments.back() = "--help";
     }
