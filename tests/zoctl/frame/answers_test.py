@@ -108,6 +108,10 @@ simctl inject 1100
 0   driver upgrade {b}\ZoProtectorDriver_1_0_1.sys --restart --keep-rules
 0   copy-directory {f}\tree {f}\copy
 0   hardware-id
+0   help --man driver
+2   help --man nonsense
+2   help driver
+0   completion bash
 2   force-crash
 0   force-crash --yes
 0   doctor

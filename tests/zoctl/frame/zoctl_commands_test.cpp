@@ -126,6 +126,7 @@ TEST_F(ZoctlCommands, HelpIsShownHoweverItIsAskedFor) {
         EXPECT_TRUE(Gave(Zoctl(line), 0, "Exit codes:")) << line;
     for (const std::string line : {"file ignore add --help", "help file ignore add", "file ignore add /?"})
         EXPECT_TRUE(Gave(Zoctl(line), 0, "zoctl file ignore add C:\\")) << line;
+    EXPECT_TRUE(Gave(Zoctl("help --help"), 0, "zoctl help --man driver"));
 }
 
 TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {

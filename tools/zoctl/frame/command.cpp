@@ -67,8 +67,8 @@ std::string UnknownCommand(const Way& way) {
 
 // Other ways to ask for help, which people try: "zoctl help driver install", "zoctl driver /?".
 std::vector<std::string> WithHelpFlag(std::vector<std::string> arguments) {
-    const bool manual = std::ranges::find(arguments, "--man") != arguments.end();
-    if (!arguments.empty() && arguments.front() == "help" && !manual) {
+    const bool options = std::ranges::any_of(arguments, [](const std::string& one) { return one.starts_with('-'); });
+    if (!arguments.empty() && arguments.front() == "help" && !options) {  // else it is the command of that name
         std::ranges::rotate(arguments, arguments.begin() + 1);
         arguments.back() = "--help";
     }

@@ -25,6 +25,9 @@ int Show(Output& out, const char* member, const std::string& text) {
 }
 
 int ManualPage(Output& out, const CLI::App& root, const HelpOptions& options) {
+    if (!options.manual)
+        return out.Refuse(kExitUsage, "Help has no JSON form.",
+                          "Add --man, for the manual page as a member of the document.");
     const CommandEntry tool = ReadCommands(root);
     const std::string version =
         zo::Format("{}.{}.{}", ZOP_SDK_VERSION_MAJOR, ZOP_SDK_VERSION_MINOR, ZOP_SDK_VERSION_PATCH);
