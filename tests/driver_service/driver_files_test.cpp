@@ -10,13 +10,8 @@
 namespace {
 
 using zotest::FieldText;
+using zotest::NtPath;
 using zotest::WriteFileBytes;
-
-std::wstring NtPath(const std::wstring& path) {
-    wchar_t device[MAX_PATH] = {};
-    QueryDosDeviceW(path.substr(0, 2).c_str(), device, MAX_PATH);
-    return device + path.substr(2);
-}
 
 bool IsSamePath(const std::wstring& first, const std::wstring& second) {
     return CompareStringOrdinal(first.c_str(), -1, second.c_str(), -1, TRUE) == CSTR_EQUAL;

@@ -39,6 +39,12 @@ inline std::string DriverOfVersion(std::array<std::uint16_t, 4> version) {
     return driver;
 }
 
+// What reading the version of a file without a version resource gives, which is not the same under Wine.
+inline bool IsNoVersion(int32_t status) {
+    return status == ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND) ||
+           status == ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_TYPE_NOT_FOUND);
+}
+
 inline ZoProtectorDriverStatus DriverStatus() {
     ZoProtectorDriverStatus status;
     memset(&status, 0xCC, sizeof(status));

@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <array>
-#include <vector>
 
 #include "driver_set_up.h"
 #include "import_hook.h"
@@ -103,20 +101,14 @@ TEST_F(DriverFile, WithoutAVersionIsAnError) {
     const struct {
         const char* name;
         std::string bytes;
-        std::vector<int32_t> expected;
-    } rows[] = {
-        {"no file", "", {ZOP_E_DRIVER_NOT_FOUND}},
-        {"root block one byte short", cutBlock, {ZOP_E_DRIVER_NOT_FOUND}},
-        {"no resource",
-         "MZ",
-         {ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND), ZOP_STATUS_FROM_WIN32(ERROR_RESOURCE_TYPE_NOT_FOUND)}},
-    };
+        bool isNoVersion;
+    } rows[] = {{"no file", "", false}, {"root block one byte short", cutBlock, false}, {"no resource", "MZ", true}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         if (!row.bytes.empty()) WriteFileBytes(file, row.bytes);
         Version version;
         const int32_t status = ReadVersion(version);
-        EXPECT_TRUE(std::ranges::count(row.expected, status)) << std::hex << status;
+        EXPECT_TRUE(row.isNoVersion ? zotest::IsNoVersion(status) : status == ZOP_E_DRIVER_NOT_FOUND) << status;
         EXPECT_EQ(version, Version{});
         EXPECT_EQ(DriverStatus().fileVersionMajor, 0u);
     }

@@ -33,8 +33,6 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace layertest {
 namespace {
 
-using zostatus::Status;
-
 struct Mine : std::runtime_error {
     Mine() : std::runtime_error("mine") {}
 };
@@ -53,19 +51,6 @@ class Signing : public testing::Test {
     zotest::TempFolder temporary_;
     std::filesystem::path root_ = temporary_ / "tree", manifest_ = temporary_ / "manifest", keys_ = temporary_ / "keys";
 };
-
-TEST_F(Signing, VerifyThrowsWhatItFound) {
-    Sign();
-    EXPECT_EQ(Verify().ok, 1u);
-    zotest::WriteFileBytes(root_ / "below/extra.txt", "");
-    try {
-        Verify();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const zosigner::VerifyError& error) {
-        EXPECT_EQ(error.code(), Status::kVerifyFailed);
-        EXPECT_EQ(error.counts.extra, 1u);
-    }
-}
 
 TEST_F(Signing, ExceptionInAnAnswerStopsTheSigningAndArrives) {
     EXPECT_THROW(Sign({}, [](std::wstring_view) -> zosigner::SealAnswer { throw Mine(); }), Mine);
@@ -132,32 +117,6 @@ TEST_F(Crashes, NothingIsSentOnceTheReporterWithItsScramblerIsGone) {
     EXPECT_EQ(stats.queriesFailed, 1u);
     EXPECT_EQ(asked, 0);
     EXPECT_EQ(log.find(L"127.0.0.1"), std::wstring::npos) << "no request was made";
-}
-
-TEST_F(Crashes, FailedRunGivesItsCounters) {
-    const auto cancel = [](auto, std::wstring_view text) {
-        if (text.starts_with(L"Dump ")) zocrashreport::Cancel();
-    };
-    zotest::WriteFileBytes(dumps_ / "b.dmp", zotest::ReadFileBytes(dumps_ / "a.dmp"));
-    for (const bool throws : {true, false}) {
-        zocrashreport::Reporter reporter(Config());
-        reporter.SetBodyScrambler([](auto, auto) { return std::size_t{SIZE_MAX}; });
-        zotest::RemoveTree(record_.wstring());
-        std::error_code error;
-        ZoCrashRunStats stats{};
-        try {
-            stats = reporter.Run(cancel, throws ? zostatus::ErrorTo() : zostatus::ErrorTo(error));
-        } catch (const zocrashreport::RunError& thrown) {
-            error = thrown.code();
-            stats = thrown.stats;
-        }
-        EXPECT_EQ(error, Status::kCancelled);
-        EXPECT_EQ(stats.dumpsFound, 2u);
-        EXPECT_EQ(stats.dumpsSelected, 1u);
-    }
-    std::error_code error;
-    zocrashreport::Reporter(Config()).UploadSingleDump(dumps_ / "none.dmp", {}, error);
-    EXPECT_EQ(error, std::errc::no_such_file_or_directory);
 }
 
 TEST(Layer, AllocatesNothingButTheRoomForAList) {

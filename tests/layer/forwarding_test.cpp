@@ -292,6 +292,23 @@ TEST_F(Forwarding, FailuresAreThrownOrHandedOver) {
     }
 }
 
+TEST_F(Forwarding, ErrorsCarryWhatWasDoneBeforeTheFailure) {
+    StartOver(ZOP_E_FAILED);
+    try {
+        zosigner::VerifyDirectory({.root = L"root", .manifest = L"manifest"});
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const zosigner::VerifyError& error) {
+        ExpectFilledIn(error.counts);
+    }
+    StartOver(ZOP_E_FAILED);
+    try {
+        reporter->Run();
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const zocrashreport::RunError& error) {
+        ExpectFilledIn(error.stats);
+    }
+}
+
 TEST_F(Forwarding, EveryNumberButZeroIsTrue) {
     for (const std::uint32_t first : {0u, 2u}) {
         const std::uint32_t second = 2 - first;

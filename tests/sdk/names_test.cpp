@@ -23,9 +23,9 @@ constexpr const wchar_t* kInvalid = L"status 80000008";
 constexpr const wchar_t* kFailed = L"status 80000009";
 
 TEST_F(Names, OfPaths) {
-    const std::wstring c = DeviceOf(L"C:");
+    const std::wstring c = zotest::NtPath(L"C:");
     const std::wstring here = std::filesystem::current_path().wstring();
-    const std::wstring drive = DeviceOf(here.substr(0, 2));
+    const std::wstring drive = zotest::NtPath(here.substr(0, 2));
     const std::wstring longest = L"C:\\" + std::wstring(256, L'p');  // 259 characters
 
     const struct {

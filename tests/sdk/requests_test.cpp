@@ -26,7 +26,7 @@ Bytes operator+(Bytes a, const Bytes& b) {
     return a;
 }
 Bytes Path(const std::wstring& rest) {
-    return Field(DeviceOf(L"C:") + rest, 520);
+    return Field(zotest::NtPath(L"C:") + rest, 520);
 }
 Bytes Key(const std::wstring& rest) {
     return Field(L"\\REGISTRY\\MACHINE\\" + rest, 512);

@@ -53,13 +53,6 @@ class SdkTest : public zotest::DriverTest {
     zotest::LogTail log_;
 };
 
-// The driver's name of a drive, asked from the platform.
-[[nodiscard]] inline std::wstring DeviceOf(const std::wstring& drive) {
-    wchar_t target[260] = {};
-    EXPECT_NE(QueryDosDeviceW(drive.c_str(), target, 260), 0u);
-    return target;
-}
-
 // A call of an export, without the part of its name that all have: ZOP_CALL(GetStatus(nullptr)).
 struct Call {
     const char* text;

@@ -24,6 +24,12 @@ zo::OwnedFile OpenDriver() {
     return OpenDevice(L"\\\\.\\ZoProtector");
 }
 
+std::wstring NtPath(const std::wstring& path) {
+    wchar_t device[MAX_PATH];
+    if (QueryDosDeviceW(path.substr(0, 2).c_str(), device, MAX_PATH) == 0) throw std::runtime_error("no such drive");
+    return device + path.substr(2);
+}
+
 SimulatorClient::SimulatorClient() : device_(OpenDevice(ZOSIM_DEVICE_PATH)) {
     if (!device_) throw std::runtime_error(zo::Format("no control device of the simulator, error {}", GetLastError()));
 }

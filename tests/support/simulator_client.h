@@ -130,6 +130,9 @@ class SimulatorClient {
     zo::OwnedFile device_;
 };
 
+// C:\x as the driver gets it: \Device\HarddiskVolume1\x.
+[[nodiscard]] std::wstring NtPath(const std::wstring& path);
+
 // The text of a record's UTF-16 field, up to its terminator.
 [[nodiscard]] inline std::wstring FieldText(const std::uint16_t* field, std::size_t units) {
     return {field, std::find(field, field + units, 0)};

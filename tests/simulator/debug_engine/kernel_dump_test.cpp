@@ -9,7 +9,6 @@
 #include <iterator>
 
 #include "dump_text.h"
-#include "engine_script.h"
 
 namespace zoengine {
 namespace {
@@ -64,17 +63,6 @@ TEST(KernelDump, BrokenCutAnywhereOrWithHostileNumbersIsRefusedOrHarmless) {
             std::memcpy(bytes.data() + at, &value, sizeof(value));
             AllText(bytes);
         }
-}
-
-// What right ones do is seen in the crash reporter's tests.
-TEST(EngineScript, QuotesTheLineThatIsWrong) {
-    for (const std::string wrong :
-         {"OpenDumpFile", "Opendumpfile hang 1", "WaitForEvent hang x", "EndSession delete it"}) {
-        std::vector<ScriptLine> lines;
-        std::string error;
-        EXPECT_FALSE(ParseScript("# first\n[a.dmp]\nWaitForEvent say one\n " + wrong + "\r\n", lines, error)) << wrong;
-        EXPECT_EQ(error, wrong);
-    }
 }
 
 }  // namespace
