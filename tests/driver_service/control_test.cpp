@@ -4,6 +4,7 @@
 #include "driver_set_up.h"
 #include "handle_count.h"
 #include "import_hook.h"
+#include "rows.h"
 
 namespace {
 
@@ -113,23 +114,18 @@ TEST_F(StopDriver, DoesNotWaitForAStoppedService) {
 }
 
 TEST_F(StopDriver, AsksThirtyTimesHalfASecondApart) {
-    const struct {
-        const char* name;
-        std::vector<DWORD> answers;
-        int32_t expected;
-        std::size_t queries;
-    } rows[] = {
+    const zotest::Rows<std::vector<DWORD>, int32_t, std::size_t> rows = {
         {"stops after a failing query", {SERVICE_RUNNING, SERVICE_STOP_PENDING, 0, SERVICE_STOPPED}, ZOP_OK, 4},
         {"stops at the last query", std::vector<DWORD>(29, SERVICE_STOP_PENDING), ZOP_OK, 30},
         {"never stops", std::vector<DWORD>(30, 0), static_cast<int32_t>(0x8007041D), 30},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, answers, expected, queries] : rows) {
+        SCOPED_TRACE(name);
         ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
-        states = row.answers;
+        states = answers;
         sleeps.clear();
-        EXPECT_EQ(ZoProtector_StopDriver(), row.expected);
-        EXPECT_EQ(sleeps, std::vector<DWORD>(row.queries, 500));
+        EXPECT_EQ(ZoProtector_StopDriver(), expected);
+        EXPECT_EQ(sleeps, std::vector<DWORD>(queries, 500));
         EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_STOPPED);
     }
 }

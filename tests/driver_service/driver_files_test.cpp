@@ -1,10 +1,10 @@
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "debug_output.h"
 #include "driver_set_up.h"
 #include "log_reader.h"
+#include "rows.h"
 #include "text.h"
 
 namespace {
@@ -65,46 +65,32 @@ TEST_F(CopyDirectoryTest, SendsPathsAndOptions) {
 TEST_F(CopyDirectoryTest, DeliversTheCountersThatTheDriverSent) {
     constexpr uint32_t kWarnAndPerform = ZOSIM_FAULT_STATUS | ZOSIM_FAULT_PERFORM | ZOSIM_FAULT_WORDS;
     constexpr uint32_t kReturn = ZOSIM_FAULT_RETURNED | ZOSIM_FAULT_WORDS;
-    const struct {
-        const char* name;
-        uint32_t flags;
-        uint32_t ntStatus;
-        uint32_t returned;
-        int32_t expected;
-        bool hasCounters;
-    } rows[] = {
+    const zotest::Rows<uint32_t, uint32_t, uint32_t, int32_t, bool> rows = {
         {"success", ZOSIM_FAULT_WORDS, 0, 0, ZOP_OK, true},
         {"warning with counters", kWarnAndPerform, 0x80000005, 0, ZOP_E_FAILED, true},
         {"error", ZOSIM_FAULT_STATUS, 0xC0000022, 0, ZOP_E_ACCESS_DENIED, false},
         {"one byte short", kReturn, 0, 15, ZOP_OK, false},
         {"more than the buffer holds", kReturn, 0, 17, ZOP_OK, true},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Simulator().AddFault(
-            {ZOP_IOCTL_COPY_DIRECTORY, 0, 1, row.flags, row.ntStatus, row.returned, 0, 7, {21, 22, 23, 0}});
+    for (const auto& [name, flags, ntStatus, returned, expected, hasCounters] : rows) {
+        SCOPED_TRACE(name);
+        Simulator().AddFault({ZOP_IOCTL_COPY_DIRECTORY, 0, 1, flags, ntStatus, returned, 0, 7, {21, 22, 23, 0}});
         const zotest::DebugOutput output;
-        EXPECT_EQ(Copy(from_.c_str(), to_.c_str()), row.expected);
-        EXPECT_EQ(files_, row.hasCounters ? 21u : 0u);
-        EXPECT_EQ(folders_, row.hasCounters ? 22u : 0u);
-        EXPECT_EQ(skipped_, row.hasCounters ? 23u : 0u);
+        EXPECT_EQ(Copy(from_.c_str(), to_.c_str()), expected);
+        EXPECT_EQ(files_, hasCounters ? 21u : 0u);
+        EXPECT_EQ(folders_, hasCounters ? 22u : 0u);
+        EXPECT_EQ(skipped_, hasCounters ? 23u : 0u);
         EXPECT_TRUE(zotest::AnyLineEndsWith(
             output.Strings(),
             "[INFO ] CopyDirectory: '" + zo::Utf8FromWide(from_) + "' -> '" + zo::Utf8FromWide(to_) +
-                (row.hasCounters ? "' files=21 dirs=22 skipped=23\r\n" : "' files=0 dirs=0 skipped=0\r\n")));
+                (hasCounters ? "' files=21 dirs=22 skipped=23\r\n" : "' files=0 dirs=0 skipped=0\r\n")));
     }
 }
 
 TEST_F(CopyDirectoryTest, ChecksBeforeItSends) {
     ZoProtector_Uninitialize();
     const std::wstring tooLong(260, L'x');
-    const struct {
-        const char* name;
-        bool initialised;
-        const wchar_t* from;
-        const wchar_t* to;
-        int32_t expected;
-    } rows[] = {
+    const zotest::Rows<bool, const wchar_t*, const wchar_t*, int32_t> rows = {
         {"no source, closed", false, nullptr, L"C:\\a", ZOP_E_INVALID_ARG},
         {"empty destination, closed", false, L"C:\\a", L"", ZOP_E_INVALID_ARG},
         {"closed", false, L"C:\\a", L"C:\\b", ZOP_E_NOT_INITIALIZED},
@@ -112,37 +98,29 @@ TEST_F(CopyDirectoryTest, ChecksBeforeItSends) {
         {"destination too long", true, L"C:\\a", tooLong.c_str(), ZOP_E_INVALID_ARG},
         {"no such drive", true, L"Q:\\a", L"C:\\b", ZOP_E_FAILED},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        ASSERT_EQ(row.initialised ? ZoProtector_Initialize() : ZOP_OK, ZOP_OK);
+    for (const auto& [name, initialised, from, to, expected] : rows) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(initialised ? ZoProtector_Initialize() : ZOP_OK, ZOP_OK);
         const uint64_t before = Simulator().RequestCount();
-        EXPECT_EQ(Copy(row.from, row.to), row.expected);
+        EXPECT_EQ(Copy(from, to), expected);
         EXPECT_EQ(files_ + folders_ + skipped_, 0u);
         EXPECT_EQ(Simulator().RequestCount(), before);
     }
 }
 
-class SelfProtectTest : public zotest::BareSystemTest {
+class SelfProtectTest : public zotest::DriverTest {
   protected:
     void SetUp() override {
-        BareSystemTest::SetUp();
-        ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
-        ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
+        DriverTest::SetUp();
+        zotest::SetImagePath(zotest::InstalledDriverPath());
         ASSERT_EQ(ZoProtector_Initialize(), ZOP_OK);
-        simulator_.emplace();
-        simulator_->Reset();
     }
-    void TearDown() override {
-        simulator_.reset();
-        BareSystemTest::TearDown();
-    }
+    void TearDown() override { ZoProtector_Uninitialize(); }
 
     std::wstring ProtectedFile() const {
-        const auto files = simulator_->Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
+        const auto files = Simulator().Table<ZopFileRuleRecord>(ZOSIM_TABLE_FILE);
         return files.size() == 1 ? FieldText(files[0].path) : std::to_wstring(files.size()) + L" file rules";
     }
-
-    std::optional<zotest::SimulatorClient> simulator_;
 };
 
 TEST_F(SelfProtectTest, NeedsAnInitialisedLibrary) {
@@ -157,13 +135,13 @@ TEST_F(SelfProtectTest, ProtectsTheConfiguredFileOnceInWhateverFormItsPathIsStor
         EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK);
         EXPECT_TRUE(IsSamePath(ProtectedFile(), NtPath(zotest::InstalledDriverPath())));
     }
-    EXPECT_EQ(simulator_->State().fileProtectEnabled, 1u);
+    EXPECT_EQ(Simulator().State().fileProtectEnabled, 1u);
 }
 
 TEST_F(SelfProtectTest, ProtectsTheServiceKeyWithItsSubkeys) {
     for (int i = 0; i < 2; ++i)
         ASSERT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_OK) << "a rule that exists is a success";
-    const auto keys = simulator_->Table<ZopRegistryRuleRecord>(ZOSIM_TABLE_REGISTRY);
+    const auto keys = Simulator().Table<ZopRegistryRuleRecord>(ZOSIM_TABLE_REGISTRY);
     ASSERT_EQ(keys.size(), 1u);
     EXPECT_EQ(FieldText(keys[0].key), L"\\REGISTRY\\MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZoProtector");
     EXPECT_EQ(keys[0].recursive, 1);
@@ -178,10 +156,10 @@ TEST_F(SelfProtectTest, ProtectsTheFileBesideTheExecutableWhenTheImagePathIsEmpt
 TEST_F(SelfProtectTest, StopsAtTheFirstFailure) {
     uint64_t sent = 0;
     for (const uint32_t code : {ZOP_IOCTL_ADD_FILE_RULE, ZOP_IOCTL_ENABLE_FILE_PROTECT, ZOP_IOCTL_ADD_REGISTRY_RULE}) {
-        simulator_->Reset();
-        simulator_->FailNext(code, 0xC0000044);
+        Simulator().Reset();
+        Simulator().FailNext(code, 0xC0000044);
         EXPECT_EQ(ZoProtector_AddDriverSelfProtect(), ZOP_E_QUOTA_EXCEEDED);
-        EXPECT_EQ(simulator_->RequestCount(), ++sent);
+        EXPECT_EQ(Simulator().RequestCount(), ++sent);
     }
 }
 

@@ -1,6 +1,7 @@
 #include <array>
 
 #include "driver_set_up.h"
+#include "rows.h"
 #include "temp_folder.h"
 
 namespace {
@@ -37,27 +38,21 @@ class InstallDriver : public zotest::BareSystemTest {
 };
 
 TEST_F(InstallDriver, WritesServiceAndInstance) {
-    const struct {
-        const char* name;
-        uint32_t startType;
-        const wchar_t* altitude;
-        uint32_t allowUnload;
-        DWORD expectedStart;
-        const wchar_t* expectedAltitude;
-    } rows[] = {
+    const zotest::Rows<uint32_t, const wchar_t*, uint32_t, DWORD, const wchar_t*> rows = {
         {"first installation", 3, nullptr, 0, 3, L"385100"},
         {"empty altitude", 0, L"", 1, 0, L"385100"},
         {"altitude that is not a number", 4, L"no number \x00E9", 256, 4, L"no number \x00E9"},
         {"unknown start type", 7, L"385101.5", 0, 3, L"385101.5"},
     };
-    for (const auto& row : rows) {  // each one over the one before
-        SCOPED_TRACE(row.name);
-        ASSERT_EQ(ZoProtector_InstallDriver(nullptr, row.startType, row.altitude, row.allowUnload), ZOP_OK);
-        ExpectConfig(row.expectedStart);
+    for (const auto& [name, startType, altitude, allowUnload, expectedStart, expectedAltitude] :
+         rows) {  // each one over the one before
+        SCOPED_TRACE(name);
+        ASSERT_EQ(ZoProtector_InstallDriver(nullptr, startType, altitude, allowUnload), ZOP_OK);
+        ExpectConfig(expectedStart);
         EXPECT_EQ(ReadValue(kServiceKey + L"\\Instances", L"DefaultInstance"), TextValue(L"ZoProtector Instance"));
-        EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), TextValue(row.expectedAltitude));
+        EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), TextValue(expectedAltitude));
         EXPECT_EQ(ReadValue(kInstanceKey, L"Flags"), NumberValue(0));
-        EXPECT_EQ(ReadValue(kServiceKey, L"AllowUnload"), NumberValue(row.allowUnload != 0));
+        EXPECT_EQ(ReadValue(kServiceKey, L"AllowUnload"), NumberValue(allowUnload != 0));
     }
 }
 
@@ -94,12 +89,7 @@ TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
     const std::wstring longest = L"C:\\" + std::wstring(252, L'x') + L".sys";  // 259 characters
     wchar_t root[MAX_PATH] = {};
     GetEnvironmentVariableW(L"SystemRoot", root, MAX_PATH);
-    const struct {
-        const char* name;
-        std::wstring source;
-        std::wstring systemRoot;
-        int32_t expected;
-    } rows[] = {
+    const zotest::Rows<std::wstring, std::wstring, int32_t> rows = {
         {"source path too long", longest + L"x", root, ZOP_E_INVALID_ARG},
         {"longest source path, no such file", longest, root, ZOP_E_DRIVER_NOT_FOUND},
         {"source is a folder", L"C:\\", root, ZOP_E_ACCESS_DENIED},
@@ -111,9 +101,9 @@ TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
     };
     WriteFileBytes(InstalledDriverPath(), "in use");
     const zo::OwnedFile inUse = zotest::Hold(InstalledDriverPath(), FILE_SHARE_READ);
-    for (const auto& row : rows) {
-        const zotest::ScopedEnvironment systemRoot(L"SystemRoot", row.systemRoot);
-        EXPECT_EQ(Install(row.source.c_str()), row.expected) << row.name;
+    for (const auto& [name, source, systemRoot, expected] : rows) {
+        const zotest::ScopedEnvironment scoped(L"SystemRoot", systemRoot);
+        EXPECT_EQ(Install(source.c_str()), expected) << name;
     }
     EXPECT_EQ(zotest::DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
 }

@@ -2,6 +2,7 @@
 
 #include "driver_set_up.h"
 #include "import_hook.h"
+#include "rows.h"
 
 namespace {
 
@@ -28,25 +29,21 @@ class DriverFile : public zotest::InstalledDriverTest {};
 
 TEST_F(DriverFile, AltitudeIsShownWhenItIsTextAndFits) {
     const std::wstring longest(63, L'9');
-    const struct {
-        const char* name;
-        std::string value;
-        std::wstring expected;
-    } rows[] = {
+    const zotest::Rows<std::string, std::wstring> rows = {
         {"longest", TextValue(longest), longest},
         {"one character too long", TextValue(longest + L"9"), L""},
         {"cut, without a terminator", TextValue(longest + L"9").substr(0, 129), longest},
         {"empty", TextValue(L""), L""},
         {"expandable text", char{REG_EXPAND_SZ} + TextValue(L"385100").substr(1), L""},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, value, expected] : rows) {
+        SCOPED_TRACE(name);
         // Where a zero follows text that is not terminated, the platform counts it in; something else must follow here.
-        const std::string followed = row.value.substr(1) + "after";
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str(), L"Altitude", static_cast<DWORD>(row.value[0]),
-                        followed.data(), static_cast<DWORD>(row.value.size() - 1));
-        EXPECT_EQ(DriverStatus().altitude, row.expected);
-        EXPECT_EQ(DriverStatus().instanceRegistered, row.expected.empty() ? 0u : 1u);
+        const std::string followed = value.substr(1) + "after";
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str(), L"Altitude", static_cast<DWORD>(value[0]),
+                        followed.data(), static_cast<DWORD>(value.size() - 1));
+        EXPECT_EQ(DriverStatus().altitude, expected);
+        EXPECT_EQ(DriverStatus().instanceRegistered, expected.empty() ? 0u : 1u);
     }
     ASSERT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str()), ERROR_SUCCESS);
     EXPECT_EQ(DriverStatus().instanceRegistered, 0u);
@@ -98,17 +95,14 @@ TEST_F(DriverFile, WithoutAVersionIsAnError) {
     zotest::SetImagePath(file);
     std::string cutBlock = zotest::DriverOfVersion({1, 2, 3, 4});
     cutBlock[zotest::FixedVersionOffset(cutBlock) - 38] = 51;  // the length that the root block claims
-    const struct {
-        const char* name;
-        std::string bytes;
-        bool isNoVersion;
-    } rows[] = {{"no file", "", false}, {"root block one byte short", cutBlock, false}, {"no resource", "MZ", true}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        if (!row.bytes.empty()) WriteFileBytes(file, row.bytes);
+    const zotest::Rows<std::string, bool> rows = {
+        {"no file", "", false}, {"root block one byte short", cutBlock, false}, {"no resource", "MZ", true}};
+    for (const auto& [name, bytes, isNoVersion] : rows) {
+        SCOPED_TRACE(name);
+        if (!bytes.empty()) WriteFileBytes(file, bytes);
         Version version;
         const int32_t status = ReadVersion(version);
-        EXPECT_TRUE(row.isNoVersion ? zotest::IsNoVersion(status) : status == ZOP_E_DRIVER_NOT_FOUND) << status;
+        EXPECT_TRUE(isNoVersion ? zotest::IsNoVersion(status) : status == ZOP_E_DRIVER_NOT_FOUND) << status;
         EXPECT_EQ(version, Version{});
         EXPECT_EQ(DriverStatus().fileVersionMajor, 0u);
     }

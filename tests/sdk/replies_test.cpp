@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "rows.h"
 #include "sdk_fixture.h"
 
 namespace sdktest {
@@ -291,30 +292,26 @@ TEST_F(Replies, CountersFollowTheLayoutVersion) {
     const std::string kShort = "[WARN ] ZoProtector_GetStats: driver returned ";
     const std::string kUnavailable =
         "[WARN ] ZoProtector_GetUnsignedBypassAttempts: driver reports stats v2 (<3); field unavailable";
-    const struct {
-        const char* name;
-        std::uint32_t version, returned, attempts, last;
-        Lines lines;  // of ZoProtector_GetUnsignedBypassAttempts
-    } cases[] = {
+    const zotest::Rows<std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, Lines> cases = {
         {"whole block", 3, 76, 1012, 1017, {}},
         {"older block", 2, 56, 0, 0, {kShort + "56 bytes, expected 76 (version=2)", kUnavailable}},
         {"one byte short", 3, 75, 1012, 1017, {kShort + "75 bytes, expected 76 (version=3)"}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, version, returned, attempts, last, lines] : cases) {
+        SCOPED_TRACE(name);
         Simulator().SetCounters(counters);
-        Simulator().SetStatsVersion(c.version);
-        Simulator().ReturnBytes(ZOP_IOCTL_GET_STATS, c.returned, 2);
+        Simulator().SetStatsVersion(version);
+        Simulator().ReturnBytes(ZOP_IOCTL_GET_STATS, returned, 2);
         ZopStats stats;
         std::memset(&stats, 0xEE, sizeof stats);
         EXPECT_EQ(ZoProtector_GetStats(&stats), ZOP_OK);
-        EXPECT_EQ(stats.version, c.version);
+        EXPECT_EQ(stats.version, version);
         EXPECT_EQ(stats.counters[11], 1011u);
-        EXPECT_EQ(stats.moreCounters[4], c.last);
+        EXPECT_EQ(stats.moreCounters[4], last);
         static_cast<void>(Log());
-        EXPECT_EQ(ZoProtector_GetUnsignedBypassAttempts(&count_), c.version < 3 ? ZOP_E_VERSION_MISMATCH : ZOP_OK);
-        EXPECT_EQ(count_, c.attempts);
-        EXPECT_EQ(Log(), c.lines);
+        EXPECT_EQ(ZoProtector_GetUnsignedBypassAttempts(&count_), version < 3 ? ZOP_E_VERSION_MISMATCH : ZOP_OK);
+        EXPECT_EQ(count_, attempts);
+        EXPECT_EQ(Log(), lines);
     }
 }
 

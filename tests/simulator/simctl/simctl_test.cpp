@@ -7,6 +7,7 @@
 #include "child_process.h"
 #include "driver_channel.h"
 #include "loaded_library.h"
+#include "rows.h"
 
 namespace zotest {
 namespace {
@@ -43,10 +44,7 @@ class SimctlTest : public ChannelTest {
 
 TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
     using Change = std::function<void(ZoSimSettings&)>;
-    const struct {
-        const char* command;
-        Change expected;
-    } rows[] = {
+    const zotest::Rows<Change> rows = {
         {"version 1 4 2", [](ZoSimSettings& s) { s.version[1] = 4, s.version[2] = 2; }},
         {"capacity file 2", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_FILE] = 2; }},
         {"slots registry 16", [](ZoSimSettings& s) { s.ringSlots[ZOSIM_RING_REGISTRY] = 16; }},
@@ -60,33 +58,30 @@ TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
          }},
     };
     const ZoSimSettings before = Simulator().Settings();
-    for (const auto& row : rows) {
-        EXPECT_EQ(Simctl(row.command).exitCode, 0) << row.command;
+    for (const auto& [command, expected] : rows) {
+        EXPECT_EQ(Simctl(command).exitCode, 0) << command;
         ZoSimSettings expected = before;
-        row.expected(expected);
+        expected(expected);
         const ZoSimSettings now = Simulator().Settings();
-        EXPECT_EQ(memcmp(&now, &expected, sizeof(now)), 0) << row.command;
+        EXPECT_EQ(memcmp(&now, &expected, sizeof(now)), 0) << command;
         EXPECT_EQ(Simctl("reset").exitCode, 0);
     }
 }
 
 TEST_F(SimctlTest, Faults_ReachTheDriverAsTheOptionsSay) {
-    const struct {
-        const char* command;
-        std::vector<std::uint32_t> errors;  // of list-file-rules, one after the other
-    } rows[] = {
+    const zotest::Rows<std::vector<std::uint32_t>> rows = {
         {"fail list-file-rules access-denied", {5, 0}},
         {"fail any 0xC0000001 2", {31, 31, 0}},
         {"fail 0x80000000 unsuccessful", {0}},
         {"fault list-file-rules --skip 1 --status quota-exceeded --always", {0, 1816, 1816}},
         {"fault list-file-rules --status buffer-overflow --perform --times 2", {234, 234, 0}},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(Simctl(row.command).exitCode, 0) << row.command;
-        for (const std::uint32_t error : row.errors)
-            EXPECT_EQ(ListFileRules(), error) << row.command;
+    for (const auto& [command, errors] : rows) {
+        EXPECT_EQ(Simctl(command).exitCode, 0) << command;
+        for (const std::uint32_t error : errors)
+            EXPECT_EQ(ListFileRules(), error) << command;
         EXPECT_EQ(Simctl("clear-faults").exitCode, 0);
-        EXPECT_EQ(Simulator().State().faultsPending, 0u) << row.command;
+        EXPECT_EQ(Simulator().State().faultsPending, 0u) << command;
     }
 }
 
@@ -153,10 +148,7 @@ TEST_F(SimctlTest, Requests_ShowsTheNewestByNameWithTheirInput) {
 }
 
 TEST_F(SimctlTest, WrongUsage_IsRefusedWithTheReasonAndSendsNothing) {
-    const struct {
-        const char* command;
-        const char* reason;
-    } rows[] = {
+    const zotest::Rows<const char*> rows = {
         {"", "simctl --help"},
         {"instal", "unknown command 'instal'"},
         {"capacity fle 2", "'fle' is not a table"},
@@ -168,11 +160,11 @@ TEST_F(SimctlTest, WrongUsage_IsRefusedWithTheReasonAndSendsNothing) {
         {"produce events --rate 3 --stop", "--stop"},
         {"counters 18=1", "'18=1'"},
     };
-    for (const auto& row : rows) {
-        const Outcome run = Simctl(row.command);
-        EXPECT_EQ(run.exitCode, 2) << row.command;
-        EXPECT_NE(run.err.find(row.reason), std::string::npos) << row.command << ": " << run.err;
-        EXPECT_EQ(run.out, "") << row.command;
+    for (const auto& [command, reason] : rows) {
+        const Outcome run = Simctl(command);
+        EXPECT_EQ(run.exitCode, 2) << command;
+        EXPECT_NE(run.err.find(reason), std::string::npos) << command << ": " << run.err;
+        EXPECT_EQ(run.out, "") << command;
     }
     EXPECT_EQ(Simulator().State().faultsPending, 0u);
 }
