@@ -26,6 +26,8 @@ SESSION = r"""
 2   process add
 3   status
 3   driver start
+2   doctor --bundle {f}\support.zip
+0   doctor --bundle {f}\support.zip --yes
 3   driver upgrade {b}\ZoProtectorDriver_1_0_1.sys
 0   driver install {b}\ZoProtectorDriver.sys
 0   driver install {b}\ZoProtectorDriver.sys --start auto --allow-unload --altitude 385100.5
@@ -187,6 +189,7 @@ class AnswersTest(SealedTreeTest):
 
     def test_each_answer_is_as_the_schema_says(self):
         jsonschema.Draft202012Validator.check_schema(SCHEMA)
+        subprocess.run([*ZOCTL, "driver", "uninstall"], check=False, capture_output=True)  # what an aborted test left
         (self.tree / "link").symlink_to("d")
         for name, contents in FILES.items():
             (self.folder / name).write_text(json.dumps(contents))

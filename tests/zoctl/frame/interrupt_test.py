@@ -2,39 +2,18 @@
 
 Arguments: the emulator's command line and zoctl.exe, beside which the simulator's driver, engine and dumps lie."""
 
-import os
 import pathlib
-import pty
-import select
 import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
 
-ZOCTL = sys.argv[1:]
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "support"))
+from sealed_tree import ZOCTL, dos  # noqa: E402
+from terminal import CTRL_C, pressed  # noqa: E402
+
 BUILT = pathlib.Path(ZOCTL[-1]).parent
-
-
-def dos(path):
-    return "Z:" + str(path).replace("/", "\\")
-
-
-def interrupted(is_time, *arguments, **environment):
-    """Presses Ctrl-C as soon as is_time says so of what the terminal showed; gives the exit code and all that was shown."""
-    child, terminal = pty.fork()
-    if child == 0:
-        os.execvpe(ZOCTL[0], [*ZOCTL, *arguments], os.environ | environment)
-    pressed, shown = False, b""
-    try:
-        while True:
-            if not pressed and is_time(shown):
-                pressed = bool(os.write(terminal, b"\x03"))
-            if pressed or select.select([terminal], [], [], 0.05)[0]:
-                shown += os.read(terminal, 4096)
-    except OSError:  # the other side is closed
-        pass
-    return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), shown.decode(errors="replace")
 
 
 class InterruptTest(unittest.TestCase):
@@ -48,7 +27,7 @@ class InterruptTest(unittest.TestCase):
         self.addCleanup(self.zoctl, "driver", "uninstall")
         self.zoctl("driver", "start")
         self.zoctl("inject", "1", program="simctl.exe")
-        code, shown = interrupted(lambda shown: b"\n" in shown, "events", "--follow")  # a line for the event
+        code, shown = pressed(CTRL_C, lambda shown: b"\n" in shown, "events", "--follow")  # a line for the event
         self.assertEqual(code, 130, shown)
         self.assertIn("1 received + 0 lost = 1 produced", shown)
 
@@ -65,8 +44,8 @@ class InterruptTest(unittest.TestCase):
             def opened():
                 return calls.read_text().count("OpenDumpFile") if calls.exists() else 0
 
-            code, shown = interrupted(
-                lambda _: opened() >= dumps_opened, "crash", "run", "--dumps", dos(dumps), "--record", dos(record),
+            code, shown = pressed(
+                CTRL_C, lambda _: opened() >= dumps_opened, "crash", "run", "--dumps", dos(dumps), "--record", dos(record),
                 "--server", "https://localhost:1/", *arguments,
                 ZO_DEBUG_ENGINE_SCRIPT=dos(script), ZO_DEBUG_ENGINE_LOG=dos(calls))
             return code, shown, opened()

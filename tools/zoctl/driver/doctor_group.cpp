@@ -8,6 +8,7 @@
 #include "driver_names.h"
 #include "format.h"
 #include "rule_tables.h"
+#include "support_bundle.h"
 
 namespace zoctl {
 
@@ -56,17 +57,42 @@ int Doctor(Output& out, bool online) {
                      {{"findings", list}, {"measured", MeasuredJson(facts)}});
 }
 
+struct DoctorOptions {
+    bool online = false;
+    BundleOptions bundle;
+};
+
+std::vector<BundleAnswer> CollectAnswers(const Tool& tool, bool online) {
+    std::vector<BundleAnswer> answers(1, {"doctor", {}});
+    Output out("doctor", OutputMode::kJson, answers[0].document);
+    static_cast<void>(Doctor(out, online));  // the document has the exit code
+    for (const char* command :
+         {"driver status", "status", "stats", "signature policy", "rules list", "crash history"}) {
+        std::string name = command;
+        std::replace(name.begin(), name.end(), ' ', '_');
+        answers.push_back({name, tool.DocumentOf(command)});
+    }
+    return answers;
+}
+
 }  // namespace
 
 void RegisterDoctor(CLI::App& root, Tool& tool) {
-    const auto online = std::make_shared<bool>(false);
-    tool.AddCommand(root,
-                    {"doctor",
-                     "Check service, file, filter, device, driver, log and crash reporter, and say how to fix what is "
-                     "wrong",
-                     "doctor\ndoctor --online --json"},
-                    [online](Output& out) { return Doctor(out, *online); })
-        .add_flag("--online", *online, "Also ask whether the crash server answers, for at most 10 seconds");
+    const auto options = std::make_shared<DoctorOptions>();
+    CLI::App& doctor = tool.AddCommand(
+        root,
+        {"doctor",
+         "Check service, file, filter, device, driver, log and crash reporter, and say how to fix what is wrong",
+         "doctor\ndoctor --online --json\ndoctor --bundle C:\\Temp\\support.zip"},
+        [options, &tool](Output& out) {
+            if (options->bundle.file.empty()) return Doctor(out, options->online);
+            return WriteSupportBundle(out, options->bundle, [&] { return CollectAnswers(tool, options->online); });
+        });
+    doctor.add_flag("--online", options->online, "Also ask whether the crash server answers, for at most 10 seconds");
+    CLI::Option* const bundle = doctor.add_option(
+        "--bundle", options->bundle.file,
+        "Write a ZIP file for support instead: this check, status, counters, rules, crash history and log");
+    doctor.add_flag("--yes", options->bundle.yes, "Do not ask before the bundle is written")->needs(bundle);
 }
 
 }  // namespace zoctl

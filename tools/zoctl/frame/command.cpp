@@ -76,6 +76,18 @@ std::vector<std::string> WithHelpFlag(std::vector<std::string> arguments) {
     return arguments;
 }
 
+int Perform(const Action& action, Output& out) {
+    try {
+        return action(out);
+    } catch (const std::bad_alloc&) {
+        return out.Fail(static_cast<std::int32_t>(0x8007000Eu), Subject::kAny, "finish");
+    } catch (const std::exception& error) {
+        // The library lets file-system errors of its own folders pass; whatever else comes is reported the same way.
+        return out.Refuse(kExitFailed, EscapeControls(error.what()),
+                          "Check that the named folders exist and that you have access to them.");
+    }
+}
+
 }  // namespace
 
 Tool::Tool(CLI::App& root) : root_(root) {
@@ -95,6 +107,7 @@ CLI::App& Tool::AddCommand(CLI::App& parent, const CommandText& text, Action act
     CLI::App& command = *parent.add_subcommand(text.name, text.summary);
     command.footer(ExampleFooter(text.example));
     command.add_flag("--json", json_, "One JSON document on standard output, hints on standard error");
+    actions_[PathOf(command)] = action;
     command.final_callback([this, &command, action = std::move(action)] {
         chosen_ = action;
         chosenName_ = PathOf(command);
@@ -137,15 +150,14 @@ int Tool::Run(const std::vector<std::string>& commandLine) {
     }
     Output out(chosenName_, jsonLines_ ? OutputMode::kJsonLines : json_ ? OutputMode::kJson : OutputMode::kText);
     out.PrepareForCtrlC();
-    try {
-        return chosen_(out);
-    } catch (const std::bad_alloc&) {
-        return out.Fail(static_cast<std::int32_t>(0x8007000Eu), Subject::kAny, "finish");
-    } catch (const std::exception& error) {
-        // The library lets file-system errors of its own folders pass; whatever else comes is reported the same way.
-        return out.Refuse(kExitFailed, EscapeControls(error.what()),
-                          "Check that the named folders exist and that you have access to them.");
-    }
+    return Perform(chosen_, out);
+}
+
+std::string Tool::DocumentOf(const std::string& name) const {
+    std::string document;
+    Output out(name, OutputMode::kJson, document);
+    static_cast<void>(Perform(actions_.at(name), out));  // the document has the exit code
+    return document;
 }
 
 }  // namespace zoctl

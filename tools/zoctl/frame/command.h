@@ -4,6 +4,7 @@
 // action runs afterwards, so that a wrong command line never does half a job.
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -29,12 +30,16 @@ class Tool {
     // Adds --jsonl to a command whose output is a stream.
     void AllowJsonLines(CLI::App& command);
 
+    // What the command writes with --json and without other options, for a command that collects the answers of others.
+    [[nodiscard]] std::string DocumentOf(const std::string& name) const;
+
     [[nodiscard]] int Run(const std::vector<std::string>& commandLine);
 
   private:
     [[nodiscard]] int ReportUsage(const CLI::ParseError& error, const std::vector<std::string>& arguments);
 
     CLI::App& root_;
+    std::map<std::string, Action> actions_;  // by the command's words
     Action chosen_;
     std::string chosenName_;
     bool json_ = false;

@@ -35,9 +35,14 @@ Json StatusJson(std::int32_t status, Subject subject) {
     return {{"name", text.name}, {"value", text.value}};
 }
 
+bool Output::WriteOut(std::string_view text, bool isDocument) {
+    if (!captured_) return isDocument ? WriteOnlyDocument(text) : Write(Stream::kOut, text);
+    captured_->append(text);
+    return true;
+}
+
 void Output::Put(std::string_view text) {
-    const bool written = mode_ == OutputMode::kJson ? WriteOnlyDocument(text) : Write(Stream::kOut, text);
-    if (!written) writable_ = false;
+    if (!WriteOut(text, mode_ == OutputMode::kJson)) writable_ = false;
 }
 
 void Output::Text(std::string_view text) {
@@ -49,6 +54,7 @@ void Output::Table(const TextTable& table) {
 }
 
 void Output::Hint(std::string_view sentence) {
+    if (captured_) return;
     // Standard error is the last place to report to; when it is gone there is none.
     static_cast<void>(Write(Stream::kError, zo::Format("{}\n", sentence)));
 }
@@ -62,7 +68,7 @@ int Output::Finish(int exitCode, Json document, const Json& facts) {
     if (Machine()) {
         document.update(members);
         if (command_.empty()) document["command"] = nullptr;
-        if (!WriteOnlyDocument(Dump(document, Lines() ? -1 : 2) + "\n")) writable_ = false;
+        if (!WriteOut(Dump(document, Lines() ? -1 : 2) + "\n", true)) writable_ = false;
     }
     return End(exitCode);
 }
@@ -82,6 +88,7 @@ void Output::PrepareForCtrlC() const {
 }
 
 int Output::End(int exitCode) {
+    if (captured_) return exitCode;
     SetLastWords({});
     if (writable_) return exitCode;
     Hint("zoctl: the output could not be written.");

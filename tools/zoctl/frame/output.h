@@ -33,6 +33,10 @@ class Output {
   public:
     Output(std::string command, OutputMode mode) : command_(std::move(command)), mode_(mode) {}
 
+    // Writes into the text instead, and no hints: for a command that is run by another one.
+    Output(std::string command, OutputMode mode, std::string& text)
+        : command_(std::move(command)), mode_(mode), captured_(&text) {}
+
     [[nodiscard]] bool Machine() const { return mode_ != OutputMode::kText; }
     [[nodiscard]] bool Lines() const { return mode_ == OutputMode::kJsonLines; }
     [[nodiscard]] const std::string& Command() const { return command_; }
@@ -77,9 +81,11 @@ class Output {
   private:
     int Finish(int exitCode, Json document, const Json& facts);
     [[nodiscard]] std::string Name() const;
+    bool WriteOut(std::string_view text, bool isDocument);
 
     std::string command_;
     OutputMode mode_;
+    std::string* captured_ = nullptr;
     bool writable_ = true;
     Reshape reshape_;
 };

@@ -1,0 +1,72 @@
+"""zoctl doctor --bundle: one ZIP file for support, without the user's name, written only when it is wanted.
+
+Arguments: the emulator's command line and zoctl.exe."""
+
+import getpass
+import json
+import pathlib
+import sys
+import unittest
+import zipfile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "support"))
+from sealed_tree import ZOCTL, SealedTreeTest, dos  # noqa: E402
+from terminal import pressed  # noqa: E402
+
+ANSWERS = ["doctor", "driver status", "status", "stats", "signature policy", "rules list", "crash history"]
+
+
+class BundleTest(SealedTreeTest):
+    def setUp(self):
+        super().setUp()
+        self.bundle = self.folder / "support.zip"
+
+    def write_bundle(self):
+        """What the command answers, and the files of the bundle by their names."""
+        answer = json.loads(self.zoctl(0, "doctor", "--bundle", self.bundle, "--yes", "--json").stdout)
+        with zipfile.ZipFile(self.bundle) as bundle:
+            self.assertIsNone(bundle.testzip())
+            return answer, {name: bundle.read(name).decode() for name in bundle.namelist()}
+
+    def test_holds_the_answers_and_the_log_without_the_users_name(self):
+        user = getpass.getuser()
+        private = f"C:\\users\\{user}\\Secret\\{user}.exe"
+        self.zoctl(0, "driver", "install", pathlib.Path(ZOCTL[-1]).parent / "ZoProtectorDriver.sys")
+        self.addCleanup(self.zoctl, 0, "driver", "uninstall")
+        self.zoctl(0, "driver", "start")
+        self.zoctl(0, "process", "add", private)
+        answer, files = self.write_bundle()
+        logs = [name for name in files if name.startswith("log/ZoProtector_")]
+        self.assertCountEqual(files, [name.replace(" ", "_") + ".json" for name in ANSWERS] + logs)
+        self.assertEqual(answer["files"], [{"name": name, "size": len(text.encode())} for name, text in files.items()])
+        for name in ANSWERS:
+            self.assertEqual(json.loads(files[name.replace(" ", "_") + ".json"])["command"], name)
+        rule = json.loads(files["rules_list.json"])["tables"]["process"]["rules"][0]
+        self.assertEqual(rule, {"nt": {"path": r"\Device\HarddiskVolume1\users\%USERNAME%\Secret\%USERNAME%.exe"},
+                                "win32": r"%USERPROFILE%\Secret\%USERNAME%.exe"})
+        self.assertIn(r"Added '%USERPROFILE%\Secret\%USERNAME%.exe'", files[max(logs)])
+        for name, text in files.items():
+            self.assertNotRegex(text, rf"(?i)\b{user}\b", name)
+
+    def test_holds_why_a_command_failed(self):
+        self.assertEqual(json.loads(self.write_bundle()[1]["status.json"])["exitCode"], 3)
+
+    def test_is_not_written_unasked_or_over_another_file(self):
+        self.zoctl(2, "doctor", "--yes")
+        for form in ([], ["--json"]):
+            self.zoctl(2, "doctor", "--bundle", self.bundle, *form)
+            self.assertFalse(self.bundle.exists())
+        self.bundle.write_text("mine")
+        self.zoctl(6, "doctor", "--bundle", self.bundle, "--yes")
+        self.assertEqual(self.bundle.read_text(), "mine")
+
+    def test_asks_at_a_terminal_below_the_list_of_its_files(self):
+        for typed, code in {"no": 130, "yes": 0}.items():
+            ended, shown = pressed(typed.encode() + b"\r", lambda shown: b"write it" in shown, "doctor", "--bundle",
+                                   dos(self.bundle))
+            self.assertEqual((ended, self.bundle.exists()), (code, code == 0), shown)
+            self.assertLess(shown.index("rules_list.json"), shown.index("to write it"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
