@@ -58,10 +58,10 @@ TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
          }},
     };
     const ZoSimSettings before = Simulator().Settings();
-    for (const auto& [command, expected] : rows) {
+    for (const auto& [command, change] : rows) {
         EXPECT_EQ(Simctl(command).exitCode, 0) << command;
         ZoSimSettings expected = before;
-        expected(expected);
+        change(expected);
         const ZoSimSettings now = Simulator().Settings();
         EXPECT_EQ(memcmp(&now, &expected, sizeof(now)), 0) << command;
         EXPECT_EQ(Simctl("reset").exitCode, 0);
