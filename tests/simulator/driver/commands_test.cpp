@@ -100,6 +100,54 @@ TEST_F(SimulatorRules, LargeTablesStayConsistent) {
         ASSERT_EQ(Add(kFamilies[0], known), 183u);
 }
 
+TEST_F(SimulatorControl, StatusAndCountersHaveTheDriversLayout) {
+    EXPECT_EQ(Give(ZOP_IOCTL_SET_MASTER_ENABLED, ZopToggleRecord{9}), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ENABLE_FILE_PROTECT, ZopToggleRecord{1}), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ENABLE_DLL_LOAD_FILTER, ZopToggleRecord{200}), 0u);
+    EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_RULE, Named<ZopRegistryRuleRecord>(L"\\REGISTRY\\x")), 0u);
+    std::uint8_t reply[76] = {};
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATUS, nullptr, 0, reply, 19).error, 122u);
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATUS, nullptr, 0, reply, 20).returned, 20u);
+    const std::uint8_t expected[20] = {9, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 200, 0, 0, 0, 0};
+    EXPECT_EQ(memcmp(reply, expected, 20), 0);
+    Simulator().SetStatsVersion(2);
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATS, nullptr, 0, reply, 76).returned, 56u);
+}
+
+TEST_F(SimulatorControl, ADrainGivesAsManyDocumentedRecordsAsItIsAskedFor) {
+    Simulator().SetSequence(ZOSIM_RING_REGISTRY, 0xABCD);
+    Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 2);
+    std::uint8_t reply[16 + 2 * 1076];
+    const ZopDrainRequest request{0xABCD, 1};
+    EXPECT_EQ(Send(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, &request, 8, reply, sizeof(reply)).returned, 16u + 1076);
+    ZoSimRegistryEvent event;
+    memcpy(&event, reply + 16, sizeof(event));
+    ZoSimRegistryEvent expected{0xABCD, 3, event.time, 1981, 1982, 0, 1, 51, {}, {}};
+    SetField(expected.key, L"\\REGISTRY\\MACHINE\\SOFTWARE\\Simulated\\event_0000ABCD");
+    EXPECT_EQ(memcmp(&event, &expected, sizeof(event)), 0);
+}
+
+TEST_F(SimulatorControl, RefusesWhatIsUnsound) {
+    std::vector<std::uint8_t> record(2342);
+    record[0] = 'x';
+    for (const std::size_t wrong : {0, 2340, 2342})
+        EXPECT_EQ(Send(ZOP_IOCTL_ADD_FILE_RULE, record.data(), wrong).error, 87u) << wrong;
+    ASSERT_EQ(Give(ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, Named<ZopDllFolderRecord>(L"\\a")), 0u);
+    void (*const damages[])(ZoSimSettings&) = {
+        [](ZoSimSettings& settings) { settings.statsVersion = 4; },
+        [](ZoSimSettings& settings) { settings.tableCapacity[1] = ZOSIM_MAX_CAPACITY + 1; },
+        [](ZoSimSettings& settings) { settings.tableCapacity[ZOSIM_TABLE_DLL] = 0; },
+        [](ZoSimSettings& settings) { settings.ringSlots[0] = 0; },
+    };
+    for (const auto damage : damages) {
+        ZoSimSettings settings = Simulator().Settings();
+        damage(settings);
+        EXPECT_EQ(Simulator().Send(ZOSIM_IOCTL_SET_SETTINGS, &settings, sizeof(settings)).error, 87u);
+    }
+    const ZoSimFault never{0, 0, 0, ZOSIM_FAULT_STATUS, 0xC0000001, 0, 0, 0, {}};
+    EXPECT_EQ(Simulator().Send(ZOSIM_IOCTL_ADD_FAULT, &never, sizeof(never)).error, 87u);
+}
+
 TEST_F(SimulatorControl, RemembersTheLastRequestsAndTheirSender) {
     for (std::uint32_t i = 1; i <= ZOSIM_REQUESTS_KEPT + 10; ++i)
         EXPECT_EQ(Give(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, ZopPidRecord{i, 0}), 0u);
