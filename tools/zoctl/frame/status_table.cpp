@@ -134,6 +134,9 @@ constexpr StatusRow kRows[] = {
 
     {0x80070002, Subject::kEngine, "ERROR_FILE_NOT_FOUND", "dbgeng.dll or dbghelp.dll was not found.",
      "Copy both from the Debugging Tools for Windows into the folder of zoctl.exe.", kExitNoDriver},
+    {0x8007045A, Subject::kEngine, "ERROR_DLL_INIT_FAILED", "A debugger library could not be loaded.",
+     "Copy dbgeng.dll and dbghelp.dll again from the Debugging Tools for Windows into the folder of zoctl.exe.",
+     kExitFailed},
     {0x8007007E, Subject::kEngine, "ERROR_MOD_NOT_FOUND", "A debugger library lacks another DLL that it needs.",
      "Copy the DLLs of the Debugging Tools for Windows into the folder of zoctl.exe.", kExitFailed},
     {0x8007007F, Subject::kEngine, "ERROR_PROC_NOT_FOUND", "dbgeng.dll is not a debugger engine.",
