@@ -28,35 +28,39 @@ def steps():
             commands = []
 
 
+def answers(found):
+    """What came of each step: its exit code, and the journal's entries after it."""
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        port = str(free.getsockname()[1])
+    with tempfile.TemporaryDirectory() as folder:
+        said = pathlib.Path(folder) / "said"
+        script = f"exec 3>{said}; trap 'kill %1' EXIT\n"
+        for _, commands, _ in found:
+            script += "\n".join(commands).replace("8443", port)
+            script += f"\necho $? >&3; {HISTORY} | tr -d '\\r\\n' >&3; echo >&3\n"
+        environment = os.environ | {"ZO_SHELL_FOLDER": f"{folder}/shell"}
+        subprocess.run([SOURCE / "scripts/shell", "-c", script], env=environment,
+                       check=False, stdin=subprocess.DEVNULL, capture_output=True, timeout=500)
+        lines = said.read_text(encoding="utf-8").splitlines()
+    return [(code, json.loads(document)["entries"]) for code, document in zip(lines[::2], lines[1::2])]
+
+
 class Delivery(unittest.TestCase):
     def test_each_rehearsal_ends_as_the_page_says(self):
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            port = str(free.getsockname()[1])
-        script = "trap 'kill %1' EXIT\n"
-        for _, commands, _ in steps():
-            script += "\n".join(commands).replace("8443", port) + f"\necho \"@@ $?\" >&3; {HISTORY} >&3\n"
-        with tempfile.TemporaryDirectory() as folder:
-            answers = pathlib.Path(folder) / "answers"
-            done = subprocess.run([SOURCE / "scripts/shell", "-c", f"exec 3>{answers}\n{script}"], text=True, check=False,
-                                  env=os.environ | {"ZO_SHELL_FOLDER": f"{folder}/shell"}, stdin=subprocess.DEVNULL,
-                                  capture_output=True, timeout=500)
-            said = answers.read_text(encoding="utf-8").split("@@ ")[1:]
-        before = 0
         found = list(steps())
-        self.assertEqual(len(said), len(found), done.stderr)
+        said = answers(found)
+        self.assertEqual(len(said), len(found))
         self.assertGreater(len(found), 15)
-        for (name, _, claim), answer in zip(found, said):
-            code, _, document = answer.partition("\n")
-            entries = json.loads(document)["entries"]
+        before = 0
+        for (name, _, claim), (code, entries) in zip(found, said):
             with self.subTest(name):
                 self.assertEqual(code, claim[1])
                 self.assertEqual(len(entries) > before, claim[2] != "no line")
                 if len(entries) > before:
                     last = entries[-1]
-                    self.assertEqual([last["result"], last["offeredAgain"], last["outcome"]],
-                                     [claim[3], not claim[4], claim[5]])
-                    self.assertEqual(last["sent"], claim[3] == "sent")
+                    self.assertEqual([last["result"], last["offeredAgain"], last["outcome"], last["sent"]],
+                                     [claim[3], not claim[4], claim[5], claim[3] == "sent"])
             before = len(entries)
 
 
