@@ -3,16 +3,17 @@
 #include <algorithm>
 
 #include "command.h"
-#include "device.h"
+#include "failure.h"
 #include "format.h"
 #include "names.h"
+#include "simulator_client.h"
 
 namespace simctl {
 
 namespace {
 
 Answer Reset() {
-    Device().Tell(ZOSIM_IOCTL_RESET);
+    zosim::SimulatorClient().Reset();
     return {"The simulator is as right after loading."};
 }
 
@@ -21,7 +22,7 @@ struct VersionOptions {
 };
 
 Answer SetVersion(const VersionOptions& options) {
-    Device().ChangeSettings([&](ZoSimSettings& settings) {
+    zosim::SimulatorClient().ChangeSettings([&](ZoSimSettings& settings) {
         settings.version[0] = options.major;
         settings.version[1] = options.minor;
         settings.version[2] = options.patch;
@@ -34,7 +35,8 @@ struct CapacityOptions {
 };
 
 Answer SetCapacity(const CapacityOptions& options) {
-    Device().ChangeSettings([&](ZoSimSettings& settings) { settings.tableCapacity[options.table] = options.entries; });
+    zosim::SimulatorClient().ChangeSettings(
+        [&](ZoSimSettings& settings) { settings.tableCapacity[options.table] = options.entries; });
     return {zo::Format("The {} table holds at most {} entries.", kTables.TextOf(options.table), options.entries)};
 }
 
@@ -43,7 +45,8 @@ struct SlotOptions {
 };
 
 Answer SetSlots(const SlotOptions& options) {
-    Device().ChangeSettings([&](ZoSimSettings& settings) { settings.ringSlots[options.ring] = options.slots; });
+    zosim::SimulatorClient().ChangeSettings(
+        [&](ZoSimSettings& settings) { settings.ringSlots[options.ring] = options.slots; });
     return {zo::Format("The {} ring keeps {} events and is empty now.", kRings.TextOf(options.ring), options.slots)};
 }
 
@@ -52,7 +55,8 @@ struct ResumeOptions {
 };
 
 Answer SetResume(const ResumeOptions& options) {
-    Device().ChangeSettings([&](ZoSimSettings& settings) { settings.resumeAfterOverrun = options.place; });
+    zosim::SimulatorClient().ChangeSettings(
+        [&](ZoSimSettings& settings) { settings.resumeAfterOverrun = options.place; });
     return {zo::Format("After a loss a reader resumes at the {} event.", kResumes.TextOf(options.place))};
 }
 
@@ -61,7 +65,7 @@ struct LayoutOptions {
 };
 
 Answer SetLayout(const LayoutOptions& options) {
-    Device().ChangeSettings([&](ZoSimSettings& settings) { settings.statsVersion = options.layout; });
+    zosim::SimulatorClient().ChangeSettings([&](ZoSimSettings& settings) { settings.statsVersion = options.layout; });
     return {zo::Format("get-stats answers layout {}.", options.layout)};
 }
 
@@ -74,7 +78,7 @@ Answer SetStatusReply(const StatusReplyOptions& options) {
     if (options.own != options.numbers.empty()) {
         throw Failure{kUsage, "give four pairs of flag and count, or --own alone"};
     }
-    Device().ChangeSettings([&](ZoSimSettings& settings) {
+    zosim::SimulatorClient().ChangeSettings([&](ZoSimSettings& settings) {
         settings.useStatusReply = options.own ? 0 : 1;
         for (std::size_t i = 0; i < options.numbers.size(); ++i)
             (i % 2 == 0 ? settings.statusFlag : settings.statusCount)[i / 2] = options.numbers[i];
@@ -93,7 +97,7 @@ Answer Inject(const InjectOptions& options) {
     injection.count = options.count;
     injection.setSequence = options.sequence.has_value();
     injection.nextSequence = options.sequence.value_or(0);
-    Device().Set(ZOSIM_IOCTL_INJECT_EVENTS, injection);
+    zosim::SimulatorClient().Set(ZOSIM_IOCTL_INJECT_EVENTS, injection);
     return {zo::Format("{} event(s) produced in the {} ring.", options.count, kRings.TextOf(options.ring))};
 }
 
@@ -106,7 +110,8 @@ Answer Produce(const ProduceOptions& options) {
     if (options.stop == (options.rate != 0 || options.perDrain != 0)) {
         throw Failure{kUsage, "give --rate or --per-drain with a number above 0, or --stop alone"};
     }
-    Device().Set(ZOSIM_IOCTL_SET_PRODUCER, ZoSimProducer{options.ring, options.rate, options.perDrain, 0});
+    zosim::SimulatorClient().Set(ZOSIM_IOCTL_SET_PRODUCER,
+                                 ZoSimProducer{options.ring, options.rate, options.perDrain, 0});
     const std::string ring = kRings.TextOf(options.ring);
     if (options.stop) return {zo::Format("The {} ring's producer has stopped.", ring)};
     return {zo::Format("The {} ring gets {} event(s) a second and {} before each drain.", ring, options.rate,
@@ -132,7 +137,7 @@ Answer SetSignature(const SignatureOptions& options) {
         known.refreshedFirst = refreshed[0];
         known.refreshedSecond = refreshed[1];
     }
-    Device().Set(ZOSIM_IOCTL_SET_PID_SIGNATURE, known);
+    zosim::SimulatorClient().Set(ZOSIM_IOCTL_SET_PID_SIGNATURE, known);
     return {zo::Format("Process {} is {}.", known.pid, options.forget ? "unknown again" : "known")};
 }
 
@@ -152,7 +157,7 @@ Answer SetCounters(const CounterOptions& options) {
         }
         counters.values[*word] = *value;
     }
-    Device().Set(ZOSIM_IOCTL_SET_COUNTERS, counters);
+    zosim::SimulatorClient().Set(ZOSIM_IOCTL_SET_COUNTERS, counters);
     return {zo::Format("{} counter(s) set, all others are 0.", options.assignments.size())};
 }
 

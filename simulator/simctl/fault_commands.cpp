@@ -1,9 +1,10 @@
 // The commands that make the driver misbehave.
 
 #include "command.h"
-#include "device.h"
+#include "failure.h"
 #include "format.h"
 #include "names.h"
+#include "simulator_client.h"
 
 namespace simctl {
 
@@ -22,7 +23,7 @@ struct FaultOptions {
 
 void AddFault(const ZoSimFault& fault) {
     if (fault.times == 0) throw Failure{kUsage, "--times 0 would never apply"};
-    Device().Set(ZOSIM_IOCTL_ADD_FAULT, fault);
+    zosim::SimulatorClient().AddFault(fault);
 }
 
 std::string TimesText(const ZoSimFault& fault) {
@@ -77,7 +78,7 @@ Answer Fault(const FaultOptions& options) {
 }
 
 Answer ClearFaults() {
-    Device().Tell(ZOSIM_IOCTL_CLEAR_FAULTS);
+    zosim::SimulatorClient().ClearFaults();
     return {"No fault is pending."};
 }
 

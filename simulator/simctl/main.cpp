@@ -10,8 +10,9 @@
 #include <string_view>
 
 #include "command.h"
-#include "device.h"
+#include "failure.h"
 #include "format.h"
+#include "simulator_client.h"
 
 namespace simctl {
 
@@ -66,6 +67,10 @@ int Tool::Run(std::span<char*> words) {
         return ReportUsage(error, words);
     } catch (const Failure& failure) {
         return ReportFailure(chosenName_, json_, failure.exitCode, failure.message);
+    } catch (const zosim::SimulatorError& error) {
+        if (error.error != ERROR_FILE_NOT_FOUND) return ReportFailure(chosenName_, json_, kRefused, error.what());
+        return ReportFailure(chosenName_, json_, kNoSimulator,
+                             "no simulator is running; start its driver with \"zoctl driver start\"");
     }
 }
 

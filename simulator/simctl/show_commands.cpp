@@ -5,10 +5,11 @@
 #include <utility>
 
 #include "command.h"
-#include "device.h"
 #include "driver_records.h"
+#include "failure.h"
 #include "format.h"
 #include "names.h"
+#include "simulator_client.h"
 #include "text.h"
 
 namespace simctl {
@@ -21,13 +22,13 @@ std::string Hex(std::uint32_t value) {
 
 template <std::size_t N>
 std::string TextOf(const std::uint16_t (&field)[N]) {
-    return zo::Utf8FromWide(std::wstring(field, std::find(field, field + N, 0)));
+    return zo::Utf8FromWide(zosim::FieldText(field));
 }
 
 Answer ShowState() {
-    const Device device;
-    const ZoSimState state = device.Get<ZoSimState>(ZOSIM_IOCTL_GET_STATE);
-    const ZoSimSettings settings = device.Get<ZoSimSettings>(ZOSIM_IOCTL_GET_SETTINGS);
+    const zosim::SimulatorClient simulator;
+    const ZoSimState state = simulator.State();
+    const ZoSimSettings settings = simulator.Settings();
     Json facts = {{"requests", state.requests},
                   {"opensSoFar", state.opensSoFar},
                   {"openNow", state.openNow},
@@ -57,7 +58,7 @@ Answer ShowState() {
 }
 
 Answer ShowSettings() {
-    const ZoSimSettings settings = Device().Get<ZoSimSettings>(ZOSIM_IOCTL_GET_SETTINGS);
+    const ZoSimSettings settings = zosim::SimulatorClient().Settings();
     const auto& version = settings.version;
     Json facts = {{"version", zo::Format("{}.{}.{}", version[0], version[1], version[2])},
                   {"statsLayout", settings.statsVersion},
@@ -89,7 +90,7 @@ std::string InputOf(const ZoSimRequest& request) {
 }
 
 Answer ShowRequests(const RequestOptions& options) {
-    std::vector<ZoSimRequest> requests = Device().Requests(options.from);
+    std::vector<ZoSimRequest> requests = zosim::SimulatorClient().Requests(options.from);
     if (requests.size() > options.last) {
         requests.erase(requests.begin(), requests.end() - static_cast<std::ptrdiff_t>(options.last));
     }
@@ -155,7 +156,7 @@ struct TableOptions {
 
 Answer ShowTable(const TableOptions& options) {
     ZoSimTableReply header{};
-    const std::vector<std::uint8_t> bytes = Device().Table(options.table, header);
+    const std::vector<std::uint8_t> bytes = zosim::SimulatorClient().TableBytes(options.table, header);
     Json facts = {{"total", header.total}, {"capacity", header.capacity}, {"entries", Json::array()}};
     for (std::size_t at = 0; at < bytes.size(); at += header.entrySize)
         facts["entries"].push_back(EntryFacts(options.table, bytes.data() + at));

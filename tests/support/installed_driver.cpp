@@ -42,6 +42,12 @@ std::unique_ptr<InstalledDriver> suiteDriver;
 
 }  // namespace
 
+std::wstring NtPath(const std::wstring& path) {
+    wchar_t device[MAX_PATH];
+    if (QueryDosDeviceW(path.substr(0, 2).c_str(), device, MAX_PATH) == 0) throw std::runtime_error("no such drive");
+    return device + path.substr(2);
+}
+
 std::wstring InstalledDriverPath() {
     wchar_t folder[MAX_PATH];
     GetSystemDirectoryW(folder, MAX_PATH);

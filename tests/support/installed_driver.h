@@ -12,6 +12,17 @@
 
 namespace zotest {
 
+using zosim::FieldText;
+using zosim::IoResult;
+using zosim::OpenDriver;
+using zosim::RecordOf;
+using zosim::SendControl;
+using zosim::SetField;
+using zosim::SimulatorClient;
+
+// C:\x as the driver gets it: \Device\HarddiskVolume1\x.
+[[nodiscard]] std::wstring NtPath(const std::wstring& path);
+
 inline constexpr wchar_t kServiceName[] = L"ZoProtector";
 
 // System32\drivers\ZoProtectorDriver.sys

@@ -1,8 +1,9 @@
 #include "simulator_client.h"
 
+#include "error_text.h"
 #include "format.h"
 
-namespace zotest {
+namespace zosim {
 namespace {
 
 zo::OwnedFile OpenDevice(const wchar_t* path) {
@@ -24,22 +25,17 @@ zo::OwnedFile OpenDriver() {
     return OpenDevice(L"\\\\.\\ZoProtector");
 }
 
-std::wstring NtPath(const std::wstring& path) {
-    wchar_t device[MAX_PATH];
-    if (QueryDosDeviceW(path.substr(0, 2).c_str(), device, MAX_PATH) == 0) throw std::runtime_error("no such drive");
-    return device + path.substr(2);
-}
-
 SimulatorClient::SimulatorClient() : device_(OpenDevice(ZOSIM_DEVICE_PATH)) {
-    if (!device_) throw std::runtime_error(zo::Format("no control device of the simulator, error {}", GetLastError()));
+    if (device_) return;
+    const std::uint32_t error = GetLastError();
+    throw SimulatorError(zo::Format("cannot open the simulator: {} (error {})", zo::ErrorText(error), error), error);
 }
 
 void SimulatorClient::Must(std::uint32_t code, const void* in, std::uint32_t inLength, void* out,
                            std::uint32_t outLength) const {
-    const IoResult result = Send(code, in, inLength, out, outLength);
-    if (result.error != 0) {
-        throw std::runtime_error(zo::Format("the simulator refused 0x{:08X} with error {}", code, result.error));
-    }
+    const std::uint32_t error = Send(code, in, inLength, out, outLength).error;
+    if (error == 0) return;
+    throw SimulatorError(zo::Format("the simulator refused: {} (error {})", zo::ErrorText(error), error), error);
 }
 
 std::vector<ZoSimRequest> SimulatorClient::Requests(std::uint64_t first) const {
@@ -60,17 +56,15 @@ ZoSimRequest SimulatorClient::LastRequest() const {
     return requests.back();
 }
 
-std::vector<std::uint8_t> SimulatorClient::TableBytes(std::uint32_t table, std::uint32_t& entrySize) const {
+std::vector<std::uint8_t> SimulatorClient::TableBytes(std::uint32_t table, ZoSimTableReply& header) const {
     const ZoSimReadTable ask{table, 0};
-    ZoSimTableReply header{};
     Must(ZOSIM_IOCTL_READ_TABLE, &ask, sizeof(ask), &header, sizeof(header));
     std::vector<std::uint8_t> reply(sizeof(header) + std::size_t{header.total} * header.entrySize);
     Must(ZOSIM_IOCTL_READ_TABLE, &ask, sizeof(ask), reply.data(), static_cast<std::uint32_t>(reply.size()));
     memcpy(&header, reply.data(), sizeof(header));
-    entrySize = header.entrySize;
     reply.resize(sizeof(header) + std::size_t{header.count} * header.entrySize);
     reply.erase(reply.begin(), reply.begin() + sizeof(header));
     return reply;
 }
 
-}  // namespace zotest
+}  // namespace zosim

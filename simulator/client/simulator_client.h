@@ -1,9 +1,8 @@
 #pragma once
 
-// The simulator's control device as a C++ object. zoprotector_simulator.h describes each command; this only
-// carries it. A call that the device refuses fails the running test at once with the Win32 error (an exception that
-// GoogleTest reports), so tests need not check every step; where a refusal is what is tested, use Send(). The driver
-// must be running: see installed_driver.h.
+// The simulator's control device as a C++ object. zoprotector_simulator.h describes each command; this only carries it.
+// A call that the device refuses raises a SimulatorError, so callers need not check every step; use Send() where a
+// refusal is expected.
 
 #include <algorithm>
 #include <cstdint>
@@ -16,7 +15,7 @@
 #include "owned_handles.h"
 #include "zoprotector_simulator.h"
 
-namespace zotest {
+namespace zosim {
 
 // One DeviceIoControl: 0 or the Win32 error, and the byte count that came back.
 struct IoResult {
@@ -29,6 +28,14 @@ struct IoResult {
 // The driver's own control device, opened as the library opens it; empty when there is no driver.
 [[nodiscard]] zo::OwnedFile OpenDriver();
 
+class SimulatorError : public std::runtime_error {
+  public:
+    SimulatorError(const std::string& message, std::uint32_t win32Error)
+        : std::runtime_error(message), error(win32Error) {}
+
+    std::uint32_t error;  // ERROR_FILE_NOT_FOUND when no simulator is running
+};
+
 class SimulatorClient {
   public:
     SimulatorClient();
@@ -38,24 +45,42 @@ class SimulatorClient {
         return SendControl(device_.Get(), code, in, inLength, out, outLength);
     }
 
+    template <typename Record>
+    [[nodiscard]] Record Get(std::uint32_t code) const {
+        Record record{};
+        Must(code, nullptr, 0, &record, sizeof(record));
+        return record;
+    }
+    template <typename Record>
+    void Set(std::uint32_t code, const Record& record) const {
+        Must(code, &record, sizeof(record));
+    }
+
     // Everything as right after loading.
     void Reset() const { Must(ZOSIM_IOCTL_RESET, nullptr, 0); }
 
     [[nodiscard]] ZoSimState State() const { return Get<ZoSimState>(ZOSIM_IOCTL_GET_STATE); }
     [[nodiscard]] ZoSimSettings Settings() const { return Get<ZoSimSettings>(ZOSIM_IOCTL_GET_SETTINGS); }
     void SetSettings(const ZoSimSettings& settings) const { Set(ZOSIM_IOCTL_SET_SETTINGS, settings); }
+    // Reads the settings, has them changed and writes them back.
+    template <typename Step>
+    void ChangeSettings(const Step& step) const {
+        ZoSimSettings settings = Settings();
+        step(settings);
+        SetSettings(settings);
+    }
     void SetVersion(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) const {
         const std::uint32_t version[] = {major, minor, patch};
-        Change([&](ZoSimSettings& settings) { std::copy_n(version, 3, settings.version); });
+        ChangeSettings([&](ZoSimSettings& settings) { std::copy_n(version, 3, settings.version); });
     }
     void SetStatsVersion(std::uint32_t version) const {
-        Change([&](ZoSimSettings& settings) { settings.statsVersion = version; });
+        ChangeSettings([&](ZoSimSettings& settings) { settings.statsVersion = version; });
     }
     void SetCapacity(std::uint32_t table, std::uint32_t capacity) const {
-        Change([&](ZoSimSettings& settings) { settings.tableCapacity[table] = capacity; });
+        ChangeSettings([&](ZoSimSettings& settings) { settings.tableCapacity[table] = capacity; });
     }
     void SetStatusReply(const std::uint8_t (&flags)[4], const std::uint32_t (&counts)[4]) const {
-        Change([&](ZoSimSettings& settings) {
+        ChangeSettings([&](ZoSimSettings& settings) {
             settings.useStatusReply = 1;
             std::copy_n(flags, 4, settings.statusFlag);
             std::copy_n(counts, 4, settings.statusCount);
@@ -72,13 +97,15 @@ class SimulatorClient {
     // The table's entries as records of their type (ZopRuleRecord and so on), without the padding.
     template <typename Record>
     [[nodiscard]] std::vector<Record> Table(std::uint32_t table) const {
-        std::uint32_t entrySize = 0;
-        const std::vector<std::uint8_t> bytes = TableBytes(table, entrySize);
-        std::vector<Record> records(entrySize == 0 ? 0 : bytes.size() / entrySize);
+        ZoSimTableReply header{};
+        const std::vector<std::uint8_t> bytes = TableBytes(table, header);
+        std::vector<Record> records(header.count);
         for (std::size_t i = 0; i < records.size(); ++i)
-            memcpy(&records[i], bytes.data() + i * entrySize, sizeof(Record));
+            memcpy(&records[i], bytes.data() + i * header.entrySize, sizeof(Record));
         return records;
     }
+    // The entries one after the other; the header tells how many there are and the length of each.
+    [[nodiscard]] std::vector<std::uint8_t> TableBytes(std::uint32_t table, ZoSimTableReply& header) const;
 
     void AddFault(const ZoSimFault& fault) const { Set(ZOSIM_IOCTL_ADD_FAULT, fault); }
     void ClearFaults() const { Must(ZOSIM_IOCTL_CLEAR_FAULTS, nullptr, 0); }
@@ -108,30 +135,9 @@ class SimulatorClient {
   private:
     void Must(std::uint32_t code, const void* in, std::uint32_t inLength, void* out = nullptr,
               std::uint32_t outLength = 0) const;
-    [[nodiscard]] std::vector<std::uint8_t> TableBytes(std::uint32_t table, std::uint32_t& entrySize) const;
-
-    template <typename Record>
-    [[nodiscard]] Record Get(std::uint32_t code) const {
-        Record record{};
-        Must(code, nullptr, 0, &record, sizeof(record));
-        return record;
-    }
-    template <typename Record>
-    void Set(std::uint32_t code, const Record& record) const {
-        Must(code, &record, sizeof(record));
-    }
-    template <typename Step>
-    void Change(const Step& step) const {
-        ZoSimSettings settings = Settings();
-        step(settings);
-        SetSettings(settings);
-    }
 
     zo::OwnedFile device_;
 };
-
-// C:\x as the driver gets it: \Device\HarddiskVolume1\x.
-[[nodiscard]] std::wstring NtPath(const std::wstring& path);
 
 // The text of a record's UTF-16 field, up to its terminator.
 [[nodiscard]] inline std::wstring FieldText(const std::uint16_t* field, std::size_t units) {
@@ -156,4 +162,4 @@ template <typename Record>
     return record;
 }
 
-}  // namespace zotest
+}  // namespace zosim
