@@ -68,6 +68,8 @@ class Release(unittest.TestCase):
         listed = dict(reversed(line.split()[1:]) for line in self.said.partition("files:\n")[2].splitlines())
         self.assertEqual(listed, sums)
         self.assertIn(ZIP, sums)
+        for page in ("share/man/man1/zoctl.1", "share/doc/ZoProtectorLib/reference/html/index.html"):
+            self.assertIn(page, unpacked(self.made[ZIP]))
         self.assertRegex(self.said, r"test_examples_of_the_driver_follow_its_life .*ok")
 
     def test_gives_the_same_bytes_elsewhere(self):
