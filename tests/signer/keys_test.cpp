@@ -224,6 +224,7 @@ std::vector<BlobRow> BlobRows() {
         {"exponent longer than 32 bits count", With(half, 2, 0xFFFFFFFF).substr(0, 279)},
         {"sizes that make up for each other", With(With(half, 2, 4), 3, 255)},
         {"primes that make up for each other", With(With(full, 4, 126), 5, 131)},
+        {"first prime of another size", With(full, 4, 126)},
         {"private without primes", With(With(full, 4, 0), 5, 0)},
     };
 }
