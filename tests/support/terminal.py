@@ -12,8 +12,15 @@ ZOCTL = sys.argv[1:]
 CTRL_C = b"\x03"
 
 
+def processor_time(process):
+    with open(f"/proc/{process}/stat", encoding="utf-8") as stat:
+        user, system = stat.read().rpartition(")")[2].split()[11:13]
+    return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK")
+
+
 def pressed(keys, is_time, *arguments, out=None, **environment):
-    """Presses the keys as soon as is_time says so of what the terminal showed; gives the exit code and all that was shown.
+    """Presses the keys as soon as is_time says so of what the terminal showed and of the processor time that the program
+    took, in seconds; gives the exit code and all that was shown.
     out: a file that gets standard output, which the terminal does then not show."""
     child, terminal = pty.fork()
     if child == 0:
@@ -25,7 +32,7 @@ def pressed(keys, is_time, *arguments, out=None, **environment):
     done, shown = False, b""
     try:
         while True:
-            if not done and is_time(shown):
+            if not done and is_time(shown, processor_time(child)):
                 done = bool(os.write(terminal, keys))
             if done or select.select([terminal], [], [], 0.05)[0]:
                 shown += os.read(terminal, 4096)

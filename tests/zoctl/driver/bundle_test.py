@@ -62,7 +62,7 @@ class BundleTest(SealedTreeTest):
 
     def test_asks_at_a_terminal_below_the_list_of_its_files(self):
         for typed, code in {"no": 130, "yes": 0}.items():
-            ended, shown = pressed(typed.encode() + b"\r", lambda shown: b"write it" in shown, "doctor", "--bundle",
+            ended, shown = pressed(typed.encode() + b"\r", lambda shown, _: b"write it" in shown, "doctor", "--bundle",
                                    dos(self.bundle))
             self.assertEqual((ended, self.bundle.exists()), (code, code == 0), shown)
             self.assertLess(shown.index("rules_list.json"), shown.index("to write it"))
