@@ -176,6 +176,14 @@ class AnswersTest(SealedTreeTest):
         self.assertEqual(SCHEMA["$defs"]["ExitCode"]["enum"],
                          [int(code) + bits for code, more in codes for bits in (range(1, 8) if more else [0])])
 
+    def test_results_come_before_hints(self):
+        self.addCleanup(self.zoctl, 0, "driver", "uninstall")
+        for arguments, hint in (("install", "ZoProtectorDriver.sys"), "Start it with"), (("start",), ""), (
+                ("upgrade", "ZoProtectorDriver_1_0_1.sys"), "The running driver keeps"):
+            words = [BUILT / word if word.endswith(".sys") else word for word in arguments]
+            shown = self.zoctl(0, "driver", *words, merged=True).stdout
+            self.assertRegex(shown, rf"(?s)\AThe driver('s file)? (is|was) .*{hint}")
+
     def check(self, words, text):
         """That what the command wrote is valid; gives its last document."""
         name = next((one for one in COMMANDS if words[:len(one.split())] == one.split()), "NoCommand")

@@ -92,6 +92,34 @@ TEST_F(ZoctlCommands, EachStatusHasItsExitCodeAndAdvice) {
     EXPECT_EQ(Zoctl("status").exitCode, 4);
 }
 
+// What a failure may not say: advice that belongs to another kind of command.
+const struct FailureRow {
+    const char* line;
+    const char* words;
+    const char* notSaid;
+} kFailureRows[] = {
+    {"process remove C:\\none", "no such rule. [", "process."},
+    {"file ignore remove C:\\none", "The path is not in the driver's list.", "rules list"},
+    {"registry ignore remove C:\\none", "The path is not in the driver's list.", "rules list"},
+    {"signature override remove 5", "The process is not in the driver's list.", "rules list"},
+    {"signature query 5", "The driver knows no such process.", "rules list"},
+    {"registry add Software", "Give a key that begins with HKLM\\", "259 characters"},
+    {"process add  ", "Give a path of at most 259 characters.", "HKLM"},
+    {"rules check C:\\windows", "'C:\\windows' is a folder, not a file.", "administrator"},
+    {"driver install C:\\windows", "'C:\\windows' is a folder, not a file.", "administrator"},
+    {"driver upgrade C:\\none.sys", "The file 'C:\\none.sys' does not exist.", "in use"},
+};
+
+TEST_F(ZoctlCommands, AFailureSaysWhatFailedAndGivesAdviceThatApplies) {
+    for (const FailureRow& row : kFailureRows) {
+        const ZoctlRun run = Zoctl(row.line);
+        EXPECT_TRUE(Gave(run, run.exitCode, row.words)) << row.line;
+        EXPECT_EQ(run.err.find(row.notSaid), std::string::npos) << row.line << "\n" << run.err;
+    }
+    Simulator().FailNext(ZOP_IOCTL_GET_STATS, 0xC0000001);
+    EXPECT_EQ(Zoctl("stats").err.find("name could not be converted"), std::string::npos);
+}
+
 TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
     for (const std::string line :
          {"process add  ", "registry add Software\\X", "file add-scoped C:\\f", "file ignore add C:\\f -r",

@@ -220,6 +220,7 @@ TEST_F(ZoctlRules, ApplyStopsAtAFullTableAndCountsTheRest) {
     EXPECT_EQ(run.json["difference"]["tables"]["process"]["missing"][0]["pointer"], "/process/rules/2");
     const ZoctlRun text = Do("apply", file.dump(), {});
     EXPECT_TRUE(Gave(text, 8, "process: the driver's table is full; 51 rules were not added."));
+    EXPECT_TRUE(Gave(text, 8, "/process/rules/6)\n  + 46 more\n"));
     EXPECT_EQ(text.out.find("not tried"), std::string::npos) << text.out;
 }
 

@@ -84,7 +84,7 @@ void RegisterDriver(CLI::App& root, Tool& tool) {
     tool.AddCommand(
         group, {"self-protect", "Have the driver protect its own file and service key", "driver self-protect"},
         WithDriver([](Output& out) {
-            return out.Report(ZoProtector_AddDriverSelfProtect(), Subject::kRule, "protect the driver itself",
+            return out.Report(ZoProtector_AddDriverSelfProtect(), Subject::kAny, "protect the driver itself",
                               "The driver's file and service key are protected, and file protection is on.");
         }));
 }

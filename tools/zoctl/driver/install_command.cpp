@@ -1,6 +1,8 @@
 // "zoctl driver install": a first installation with the defaults, or a repeated one that keeps what the service has.
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "driver_commands.h"
 #include "driver_names.h"
@@ -8,6 +10,7 @@
 #include "files.h"
 #include "format.h"
 #include "image_path.h"
+#include "input_file.h"
 #include "installer_command.h"
 #include "service_registry.h"
 #include "text.h"
@@ -82,32 +85,36 @@ std::string ChangesText(const Json& changes) {
 }
 
 // Whether Windows is likely to load the file: better to know before the start fails.
-void ReportSignature(Output& out, const std::wstring& file, Json& facts) {
+void ReportSignature(const std::wstring& file, Json& facts, std::vector<std::string>& hints) {
     const DriverSignature signature = ReadDriverSignature(file);
     const Finding finding = JudgeSignature(signature);
     facts["signature"] = {{"signer", TextOrNull(signature.signer)},
                           {"loads", OutlookName(OutlookOf(signature))},
                           {"finding", finding.text}};
     if (finding.severity == Severity::kGood) return;
-    out.Hint(zo::Format("{}: {}. {}", finding.subject, finding.text, finding.remedy));
+    hints.push_back(zo::Format("{}: {}. {}", finding.subject, finding.text, finding.remedy));
 }
 
 // The library takes a file of the same size for the same driver, which is not always so.
-void ReportKeptFile(Output& out, const std::string& source, const std::wstring& installed, Json& facts) {
+void ReportKeptFile(const std::string& source, const std::wstring& installed, Json& facts,
+                    std::vector<std::string>& hints) {
     std::string given;
     std::string there;
     const bool known = !source.empty() && zo::ReadWholeFile(zo::WideFromUtf8(source).c_str(), given) &&
                        zo::ReadWholeFile(installed.c_str(), there);
     facts["fileKept"] = known && given != there;
     if (!known || given == there) return;
-    out.Hint("The installed file was kept: it has the size of " + Quote(source) +
-             " but other contents. \"zoctl driver upgrade\" replaces it with a newer version; to put in any other, "
-             "uninstall first.");
+    hints.push_back("The installed file was kept: it has the size of " + Quote(source) +
+                    " but other contents. \"zoctl driver upgrade\" replaces it with a newer version; to put in any "
+                    "other, uninstall first.");
 }
 
 int Install(Output& out, const InstallOptions& options) {
     const std::string what = options.source.empty() ? "install the driver file next to zoctl"
                                                     : "install the driver " + Quote(options.source);
+    if (!options.source.empty()) {
+        if (const Ended ended = RefuseFolderAsFile(out, options.source)) return *ended;
+    }
     Setup before;
     if (const std::int32_t status = ReadSetup(before); status < 0) return out.Fail(status, Subject::kInstall, what);
     const Setup wanted = Wanted(options, before);
@@ -126,15 +133,17 @@ int Install(Output& out, const InstallOptions& options) {
                   {"reinstalled", before.installed},
                   {"changed", changes}};
     const std::wstring file = zop::ZopResolveImagePath(after.imagePath);
-    ReportKeptFile(out, options.source, file, facts);
-    ReportSignature(out, file, facts);
-    if (!before.installed) {
-        out.Hint("Start it with \"zoctl driver start\".");
-        return out.Done("The driver is installed.", facts);
-    }
-    return out.Done("The driver was installed already. " + (changes.empty() ? "Its settings stay as they were."
-                                                                            : "Changed: " + ChangesText(changes) + "."),
-                    facts);
+    std::vector<std::string> hints;
+    ReportKeptFile(options.source, file, facts, hints);
+    ReportSignature(file, facts, hints);
+    if (!before.installed) hints.emplace_back("Start it with \"zoctl driver start\".");
+    const std::string settings =
+        changes.empty() ? "Its settings stay as they were." : "Changed: " + ChangesText(changes) + ".";
+    const int exitCode = out.Done(
+        before.installed ? "The driver was installed already. " + settings : "The driver is installed.", facts);
+    for (const std::string& hint : hints)
+        out.Hint(hint);
+    return exitCode;
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ namespace {
 int Stats(Output& out, const Vocabulary& vocabulary) {
     ZopStats stats{};
     const std::int32_t status = ZoProtector_GetStats(&stats);
-    if (status < 0) return out.Fail(status, Subject::kRule, "read the counters");
+    if (status < 0) return out.Fail(status, Subject::kAny, "read the counters");
     constexpr std::uint32_t kFirstVersionWithBypass = 3;
     const bool hasBypass = stats.version >= kFirstVersionWithBypass;
     Facts facts;
@@ -65,7 +65,8 @@ int CopyFolder(Output& out, const CopyOptions& options) {
                         {"filesCopied", files},
                         {"dirsCopied", folders},
                         {"skipped", skipped}};
-    const std::string counts = zo::Format("{} files and {} folders copied, {} skipped", files, folders, skipped);
+    const std::string counts =
+        zo::Format("{} and {} copied, {} skipped", Counted(files, "file"), Counted(folders, "folder"), skipped);
     return out.Report(status, Subject::kCopy, "copy " + Quote(options.source) + " (" + counts + ")", counts + ".",
                       facts);
 }
@@ -92,7 +93,7 @@ int ForceCrash(Output& out, bool yes) {
     }
     const Channel channel;
     if (const Ended ended = channel.Check(out)) return *ended;
-    return out.Report(ZoProtector_ForceCrash(), Subject::kRule, "crash the system", "The driver accepted the command.");
+    return out.Report(ZoProtector_ForceCrash(), Subject::kAny, "crash the system", "The driver accepted the command.");
 }
 
 }  // namespace

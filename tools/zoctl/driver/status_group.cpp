@@ -37,11 +37,11 @@ int ShowRunningDriver(Output& out, const Vocabulary& vocabulary) {
     std::uint32_t enabled = 0;
     ZopStatus pairs{};
     std::int32_t status = ZoProtector_GetVersion(&version[0], &version[1], &version[2]);
-    if (status < 0) return out.Fail(status, Subject::kRule, "read the driver's version");
+    if (status < 0) return out.Fail(status, Subject::kAny, "read the driver's version");
     status = ZoProtector_GetMasterEnabled(&enabled);
-    if (status < 0) return out.Fail(status, Subject::kRule, "read the master switch");
+    if (status < 0) return out.Fail(status, Subject::kAny, "read the master switch");
     status = ZoProtector_GetStatus(&pairs);
-    if (status < 0) return out.Fail(status, Subject::kRule, "read the driver's status");
+    if (status < 0) return out.Fail(status, Subject::kAny, "read the driver's status");
 
     Facts facts;
     facts.Add("version", "driverVersion", VersionText(version));
@@ -57,7 +57,7 @@ int ShowRunningDriver(Output& out, const Vocabulary& vocabulary) {
 
 void AddMasterSwitch(Tool& tool, CLI::App& root, const CommandText& text, bool on) {
     tool.AddCommand(root, text, WithDriver([on](Output& out) {
-                        return out.Report(ZoProtector_SetMasterEnabled(on ? 1 : 0), Subject::kRule, "switch protection",
+                        return out.Report(ZoProtector_SetMasterEnabled(on ? 1 : 0), Subject::kAny, "switch protection",
                                           on ? "Protection is on." : "Protection is off.", {{"enabled", on}});
                     }));
 }

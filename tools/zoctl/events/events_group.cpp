@@ -67,7 +67,7 @@ class EventSink {
     EventSink(Output& out, const EventOptions& options) : out_(out), options_(options), records_(out, "records") {}
 
     void Lost(const Ring& ring, std::uint32_t count) {
-        out_.Text(zo::Format("{}  LOST {} events, overwritten before they were read\n", ring.name, count));
+        out_.Text(zo::Format("{}  LOST {}, overwritten before anyone read them\n", ring.name, Counted(count, "event")));
         records_.Add({{"type", "lost"}, {"ring", ring.name}, {"count", count}});
     }
 
@@ -199,10 +199,9 @@ int TellTotals(Output& out, const std::vector<Ring>& rings, const End& end, Even
     }
     Json facts = {{"totals", totals}};
     sink.PutInto(facts);
-    if (end.status < 0) return out.Fail(end.status, Subject::kRule, "read the events", facts);
+    if (end.status < 0) return out.Fail(end.status, Subject::kAny, "read the events", facts);
     if (end.failOnLoss && lost > 0) {
-        return out.Found(kExitEventsLost,
-                         lost == 1 ? std::string("1 event was lost.") : zo::Format("{} events were lost.", lost),
+        return out.Found(kExitEventsLost, Counted(lost, "event") + (lost == 1 ? " was lost." : " were lost."),
                          out.Lines() ? Json::object() : facts, "Poll more often: see docs/events.md.");
     }
     if (out.Lines()) return out.End(end.cancelled ? kExitCancelled : kExitDone);

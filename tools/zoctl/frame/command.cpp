@@ -1,10 +1,12 @@
 #include "command.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 #include "console.h"
 #include "format.h"
+#include "input_file.h"
 #include "suggestion.h"
 
 namespace zoctl {
@@ -81,6 +83,8 @@ int Perform(const Action& action, Output& out) {
         return action(out);
     } catch (const std::bad_alloc&) {
         return out.Fail(static_cast<std::int32_t>(0x8007000Eu), Subject::kAny, "finish");
+    } catch (const std::filesystem::filesystem_error& error) {
+        return RefuseFolder(out, error);
     } catch (const std::exception& error) {
         // The library lets file-system errors of its own folders pass; whatever else comes is reported the same way.
         return out.Refuse(kExitFailed, EscapeControls(error.what()),

@@ -37,22 +37,41 @@ constexpr StatusRow kRows[] = {
      "Run zoctl as an administrator; if you did, start the driver, which can replace its own file.", kExitAccess},
     {0x80000004, Subject::kAny, "ZOP_E_ACCESS_DENIED", "Access was denied.", "Run zoctl as an administrator.",
      kExitAccess},
+    {0x80000005, Subject::kExempt, "ZOP_E_QUOTA_EXCEEDED", "The driver's list is full.",
+     "Remove exemptions that are no longer needed, or exempt several processes with one folder.", kExitFull},
+    {0x80000005, Subject::kOverride, "ZOP_E_QUOTA_EXCEEDED", "The driver's list is full.",
+     "Remove exemptions that are no longer needed.", kExitFull},
     {0x80000005, Subject::kAny, "ZOP_E_QUOTA_EXCEEDED", "The driver's table is full.",
      "Remove rules that are no longer needed (\"zoctl rules list\" shows them), or cover several with one folder rule.",
      kExitFull},
+    {0x80000006, Subject::kOverride, "ZOP_E_ALREADY_EXISTS", "The process is exempt already.",
+     "Nothing needs to be done.", kExitExists},
+    {0x80000006, Subject::kExempt, "ZOP_E_ALREADY_EXISTS", "The path is exempt already.",
+     "Nothing needs to be done; to change the exemption, remove it first.", kExitExists},
     {0x80000006, Subject::kAny, "ZOP_E_ALREADY_EXISTS", "The driver already has this.",
      "Nothing needs to be done; to change the rule, remove it first.", kExitExists},
-    {0x80000007, Subject::kAny, "ZOP_E_NOT_FOUND", "The driver has no such rule, or knows no such process.",
+    {0x80000007, Subject::kRule, "ZOP_E_NOT_FOUND", "The driver has no such rule.",
      "\"zoctl rules list\" shows the driver's rules.", kExitNotFound},
-    {0x80000008, Subject::kRule, "ZOP_E_INVALID_ARG",
-     "The name is empty, too long or in an unsupported form, or the driver refused it.",
-     "Give a path of at most 259 characters, or a key that begins with HKLM\\, HKCR\\, HKCU\\, HKU\\ or \\REGISTRY\\.",
-     kExitUsage},
+    {0x80000007, Subject::kExempt, "ZOP_E_NOT_FOUND", "The path is not in the driver's list.",
+     "Check the path; the driver cannot be asked for its list, but \"clear\" empties it.", kExitNotFound},
+    {0x80000007, Subject::kOverride, "ZOP_E_NOT_FOUND", "The process is not in the driver's list.",
+     "Check the process id; the driver cannot be asked for its list, but \"clear\" empties it.", kExitNotFound},
+    {0x80000007, Subject::kProcess, "ZOP_E_NOT_FOUND", "The driver knows no such process.",
+     "Check the process id, and that the process is still running.", kExitNotFound},
+    {0x80000007, Subject::kAny, "ZOP_E_NOT_FOUND", "The driver did not find it.", "Check what was named.",
+     kExitNotFound},
+    {0x80000008, Subject::kKey, "ZOP_E_INVALID_ARG",
+     "The key is empty, too long or in an unsupported form, or the driver refused it.",
+     "Give a key that begins with HKLM\\, HKCR\\, HKCU\\, HKU\\ or \\REGISTRY\\.", kExitUsage},
+    {0x80000008, Subject::kRule, "ZOP_E_INVALID_ARG", "The path is empty or too long, or the driver refused it.",
+     "Give a path of at most 259 characters.", kExitUsage},
     {0x80000008, Subject::kAny, "ZOP_E_INVALID_ARG", "An argument is not valid.",
      "See the command's --help for what it accepts.", kExitUsage},
+    {0x80000009, Subject::kKey, "ZOP_E_FAILED", "The key's name could not be converted, or the driver failed.",
+     "Check the key; the diagnostic log (\"zoctl doctor\" shows its path) names the error.", kExitFailed},
     {0x80000009, Subject::kRule, "ZOP_E_FAILED", "The name could not be converted, or the driver failed.",
      "Check that the drive exists; the diagnostic log (\"zoctl doctor\" shows its path) names the error.", kExitFailed},
-    {0x80000009, Subject::kAny, "ZOP_E_FAILED", "It failed.",
+    {0x80000009, Subject::kAny, "ZOP_E_FAILED", "The driver or the system reported a failure and no reason.",
      "The diagnostic log (\"zoctl doctor\" shows its path) names the error.", kExitFailed},
 
     {0x80070714, Subject::kUpgrade, "ERROR_RESOURCE_DATA_NOT_FOUND", "The new file has no version.",
@@ -149,6 +168,10 @@ constexpr StatusRow kRows[] = {
      "Check whether the file was copied completely.", kExitFailed},
 };
 
+Subject BroaderThan(Subject subject) {
+    return subject == Subject::kKey || subject == Subject::kExempt ? Subject::kRule : Subject::kAny;
+}
+
 }  // namespace
 
 std::span<const StatusRow> StatusTable() {
@@ -166,13 +189,10 @@ StatusText DescribeStatus(std::int32_t status, Subject subject) {
     const std::uint32_t bits = zo::Bits(status);
     const std::string value = zo::Format("0x{:08X}", bits);
     const StatusRow* found = nullptr;
-    for (const StatusRow& row : kRows) {
-        if (row.value != bits) continue;
-        if (row.subject == subject) {
-            found = &row;
-            break;
+    for (const Subject wanted : {Subject::kAny, BroaderThan(subject), subject}) {
+        for (const StatusRow& row : kRows) {
+            if (row.value == bits && row.subject == wanted) found = &row;
         }
-        if (row.subject == Subject::kAny) found = &row;
     }
     if (found) return {found->name, value, found->meaning, found->advice, found->exitCode};
     std::string advice = "The diagnostic log (\"zoctl doctor\" shows its path) may say more.";

@@ -14,12 +14,16 @@ namespace zoctl {
 
 enum class Subject {
     kAny,
-    kChannel,  // opening the driver's device
-    kRule,     // a command to the driver
-    kService,  // the driver's service
-    kInstall,  // its file, when it is put into the system
-    kUpgrade,  // the file that replaces it
-    kCopy,     // a copy made by the driver
+    kChannel,   // opening the driver's device
+    kRule,      // a command to the driver that names a path
+    kKey,       // one that names a registry key
+    kExempt,    // one that names a process's path, for a list that cannot be read back
+    kOverride,  // the same by process id
+    kProcess,   // a question about a process
+    kService,   // the driver's service
+    kInstall,   // its file, when it is put into the system
+    kUpgrade,   // the file that replaces it
+    kCopy,      // a copy made by the driver
     kSigner,
     kCrash,
     kEngine,  // the debugger engine, loading it or analysing a dump
@@ -42,7 +46,8 @@ struct StatusText {
     ExitCode exitCode;
 };
 
-// The row of the subject if there is one, else that of kAny. A Win32 error without a row is named by its number; the
+// The row of the subject if there is one, else that of the subject of which it is a kind (of kRule for kKey and kExempt),
+// else that of kAny. A Win32 error without a row is named by its number; the
 // system's words for it are then the caller's to add.
 [[nodiscard]] StatusText DescribeStatus(std::int32_t status, Subject subject);
 [[nodiscard]] bool HasStatusRow(std::int32_t status);

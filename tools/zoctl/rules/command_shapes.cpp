@@ -13,10 +13,14 @@ namespace {
 
 // Sends one command and reports it. call gets the channel already open.
 int Send(Output& out, const std::function<std::int32_t()>& call, const std::string& what, const std::string& done,
-         const Json& facts) {
+         const Json& facts, Subject subject = Subject::kAny) {
     const Channel channel;
     if (const Ended ended = channel.Check(out)) return *ended;
-    return out.Report(call(), Subject::kRule, what, done, facts);
+    return out.Report(call(), subject, what, done, facts);
+}
+
+Subject SubjectOf(const char* kind) {
+    return std::string_view(kind) == "key" ? Subject::kKey : Subject::kRule;
 }
 
 struct NameOptions {
@@ -33,14 +37,16 @@ void AddPlainCommand(Tool& tool, CLI::App& group, const CommandText& text, std::
 }
 
 void AddNameCommand(Tool& tool, CLI::App& group, const CommandText& text, const char* kind,
-                    std::int32_t (*call)(const wchar_t*), const char* what, const char* done) {
+                    std::int32_t (*call)(const wchar_t*), const char* what, const char* done,
+                    std::optional<Subject> subject) {
     const auto options = std::make_shared<NameOptions>();
     tool.AddCommand(group, text,
                     [=](Output& out) {
                         const std::wstring name = zo::WideFromUtf8(options->name);
-                        return Send(out, [&] { return call(name.c_str()); },
-                                    zo::Format("{} {}", what, Quote(options->name)),
-                                    zo::Format("{} {}.", done, Quote(options->name)), {{kind, options->name}});
+                        return Send(
+                            out, [&] { return call(name.c_str()); }, zo::Format("{} {}", what, Quote(options->name)),
+                            zo::Format("{} {}.", done, Quote(options->name)), {{kind, options->name}},
+                            subject.value_or(SubjectOf(kind)));
                     })
         .add_option(kind, options->name)
         ->required();
@@ -51,10 +57,11 @@ void AddRecursiveCommand(Tool& tool, CLI::App& group, const CommandText& text, c
     const auto options = std::make_shared<NameOptions>();
     CLI::App& command = tool.AddCommand(group, text, [=](Output& out) {
         const std::wstring name = zo::WideFromUtf8(options->name);
-        return Send(out, [&] { return call(name.c_str(), options->recursive ? 1 : 0); },
-                    zo::Format("{} {}", what, Quote(options->name)),
-                    zo::Format("{} {}{}.", done, Quote(options->name), options->recursive ? " and all below it" : ""),
-                    {{kind, options->name}, {"recursive", options->recursive}});
+        return Send(
+            out, [&] { return call(name.c_str(), options->recursive ? 1 : 0); },
+            zo::Format("{} {}", what, Quote(options->name)),
+            zo::Format("{} {}{}.", done, Quote(options->name), options->recursive ? " and all below it" : ""),
+            {{kind, options->name}, {"recursive", options->recursive}}, SubjectOf(kind));
     });
     command.add_option(kind, options->name)->required();
     command.add_flag("-r,--recursive", options->recursive, "Include everything below it");
@@ -74,14 +81,15 @@ void AddIgnoreGroup(Tool& tool, CLI::App& parent, const IgnoreListExports& expor
             return Send(
                 out, [&] { return exports.add(name.c_str(), options->isFolder ? 1 : 0, options->recursive ? 1 : 0); },
                 "exempt " + Quote(options->name), "Exempted " + Quote(options->name) + ".",
-                {{"path", options->name}, {"folder", options->isFolder}, {"recursive", options->recursive}});
+                {{"path", options->name}, {"folder", options->isFolder}, {"recursive", options->recursive}},
+                Subject::kExempt);
         });
     add.add_option("path", options->name, "The process's image file, or a folder with --folder")->required();
     CLI::Option* folder = add.add_flag("--folder", options->isFolder, "The path is a folder of images");
     add.add_flag("-r,--recursive", options->recursive, "Include its subfolders")->needs(folder);
     const std::string remove = above + " ignore remove C:\\Suite\\update.exe";
     AddNameCommand(tool, group, {"remove", "Remove a process's exemption", remove.c_str()}, "path", exports.remove,
-                   "remove the exemption of", "No longer exempt:");
+                   "remove the exemption of", "No longer exempt:", Subject::kExempt);
     const std::string clear = above + " ignore clear";
     AddPlainCommand(tool, group, {"clear", "Empty the list", clear.c_str()}, exports.clear, "empty the list",
                     "The list is empty.");

@@ -4,6 +4,7 @@
 // facts in a table of these.
 
 #include <cstdint>
+#include <optional>
 
 #include "command.h"
 
@@ -14,9 +15,11 @@ void AddPlainCommand(Tool& tool, CLI::App& group, const CommandText& text, std::
                      const char* done);
 
 // An export that takes a path or key. kind is the argument's name ("path", "folder", "key"); what and done are
-// continued with the quoted name: "protect" 'C:\a.exe', "Protected:" 'C:\a.exe'.
+// continued with the quoted name: "protect" 'C:\a.exe', "Protected:" 'C:\a.exe'. subject: kKey for a key and kRule for
+// a path if left out.
 void AddNameCommand(Tool& tool, CLI::App& group, const CommandText& text, const char* kind,
-                    std::int32_t (*call)(const wchar_t*), const char* what, const char* done);
+                    std::int32_t (*call)(const wchar_t*), const char* what, const char* done,
+                    std::optional<Subject> subject = std::nullopt);
 
 // One that also says whether the rule covers what lies below.
 void AddRecursiveCommand(Tool& tool, CLI::App& group, const CommandText& text, const char* kind,

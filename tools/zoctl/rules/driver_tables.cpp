@@ -45,7 +45,7 @@ Ended LoadDriverState(Output& out, DriverState& state) {
     std::string what;
     const std::int32_t status = ReadDriverState(state, what);
     if (status >= 0) return std::nullopt;
-    return out.Fail(status, Subject::kRule, what);
+    return out.Fail(status, Subject::kAny, what);
 }
 
 }  // namespace zoctl

@@ -13,6 +13,9 @@ namespace zoctl {
 
 namespace {
 
+// A table that is full may lack thousands of rules, which the file names anyway.
+constexpr std::size_t kShownWhenFull = 5;
+
 // One application: what was planned, what came of it, and the document's facts.
 class Application {
   public:
@@ -46,6 +49,17 @@ std::string Joined(const std::vector<std::string>& parts) {
     for (const std::string& part : parts)
         text += (text.empty() ? "" : ", ") + part;
     return text;
+}
+
+Subject SubjectOf(const Step& step) {
+    if (step.kind == StepKind::kAddOverride) return Subject::kOverride;
+    if (TraitsOf(step.kind).unreadablePart) return Subject::kExempt;
+    return step.table == Table::kRegistry ? Subject::kKey : Subject::kRule;
+}
+
+// "All 3 rules of the file are "
+std::string RulesAre(std::size_t count) {
+    return count == 1 ? std::string("The rule of the file is ") : zo::Format("All {} rules of the file are ", count);
 }
 
 std::string NotAdded(const FullTable& table) {
@@ -87,7 +101,7 @@ int Application::ShowOnly(bool massRemoval) {
         out_.Hint("Without --allow-mass-removal none of them is sent: they would remove most of the protection.");
     }
     AddSteps();
-    return out_.Done(zo::Format("{} commands would be sent.", plan_.steps.size()), facts_);
+    return out_.Done(Counted(plan_.steps.size(), "command") + " would be sent.", facts_);
 }
 
 int Application::CarryOutAndReadBack() {
@@ -115,7 +129,7 @@ void Application::TellSteps(const char* notTried) {
                 out_.Text(zo::Format("{}{}\n", notTried, step));
                 break;
             case Outcome::kFailed: {
-                const StatusText status = FullStatusText(results_[i].status, Subject::kRule);
+                const StatusText status = FullStatusText(results_[i].status, SubjectOf(plan_.steps[i]));
                 out_.Text(zo::Format("FAILED     {}: {} {}\n", step, status.name, status.value));
                 out_.Hint(zo::Format("zoctl {}: could not {}: {}\n  Next: {}", out_.Command(), step, status.meaning,
                                      status.advice));
@@ -160,7 +174,7 @@ int Application::ReadBack() {
     std::string what;
     if (const std::int32_t status = ReadDriverState(state, what); status < 0) {
         out_.Hint(NextTime());
-        return out_.Fail(status, Subject::kRule, what + " back", facts_);
+        return out_.Fail(status, Subject::kAny, what + " back", facts_);
     }
     const Difference difference = Compare(file_, state, names_);
     facts_["difference"] = DifferenceJson(difference, file_, state);
@@ -170,8 +184,8 @@ int Application::ReadBack() {
     facts_["inForce"] = state.masterEnabled ? InForceCount(difference) - idle : 0;
     facts_["protection"] = state.masterEnabled;
     if (difference.None() && done == static_cast<std::ptrdiff_t>(results_.size())) return TellHeld(difference, state);
-    out_.Text(DifferenceText(difference, file_, state));
     const bool full = !FullTables(plan_.steps, results_).empty();
+    out_.Text(DifferenceText(difference, file_, state, full ? kShownWhenFull : kAllMissing));
     return out_.Refuse(
         full ? kExitFull : kExitNotInForce,
         zo::Format("The driver does not fully match the file: {} of {} steps were done, {} failed, {} were not tried.",
@@ -185,9 +199,9 @@ int Application::ReadBack() {
 // A rule is enforced only while its switch is on.
 int Application::TellHeld(const Difference& difference, const DriverState& state) {
     const std::size_t held = InForceCount(difference);
-    const std::string sentence = zo::Format("{} commands sent. All {} rules of the file are ", results_.size(), held);
+    const std::string sentence = Counted(results_.size(), "command") + " sent. " + RulesAre(held);
     if (!state.masterEnabled && !file_.masterEnabled && held) {
-        return out_.Refuse(kExitNotInForce, sentence + "held, but protection is switched off: none is in force.",
+        return out_.Refuse(kExitNotInForce, sentence + "held but not in force, because protection is switched off.",
                            "Switch it on with \"zoctl enable\".", facts_);
     }
     if (!state.masterEnabled) return out_.Done(sentence + "held, with all protection switched off.", facts_);

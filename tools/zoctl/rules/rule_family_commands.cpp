@@ -145,7 +145,7 @@ void RegisterDll(CLI::App& root, Tool& tool) {
                         {"add", "Let modules load from a folder", "dll add \"C:\\Program Files\\Suite\" --recursive"},
                         "folder", ZoProtector_AddDllWhitelistFolder, "whitelist", "Whitelisted:");
     AddNameCommand(tool, group, {"remove", "Remove a folder from the list", "dll remove \"C:\\Program Files\\Suite\""},
-                   "folder", ZoProtector_RemoveDllWhitelistFolder, "remove from the list", "Removed from the list:");
+                   "folder", ZoProtector_RemoveDllWhitelistFolder, "remove the entry of", "Removed from the list:");
     AddPlainCommand(tool, group, {"clear", "Empty the list of folders", "dll clear"}, ZoProtector_ClearAllDllWhitelist,
                     "empty the list", "The list is empty.");
 }

@@ -30,7 +30,7 @@ int ListTables(Output& out, const std::vector<Table>& tables, bool nt) {
         TableContents contents;
         const std::int32_t status = ReadTable(table, contents);
         if (status < 0) {
-            return out.Fail(status, Subject::kRule, zo::Format("read the {} table", TableName(table)),
+            return out.Fail(status, Subject::kAny, zo::Format("read the {} table", TableName(table)),
                             {{"tables", facts}});
         }
         out.Text(zo::Format("{} rules: {}\n", TableName(table), contents.total));
@@ -89,17 +89,21 @@ DWORD ReplaceByText(const std::string& path, std::string_view bytes, bool replac
     return error;
 }
 
+void ShowLeftOut(Output& out, const std::vector<std::string>& leftOut) {
+    for (const std::string& sentence : leftOut)
+        out.Hint("Left out: " + sentence + ".");
+    out.Hint(std::string(kUnreadableNote) + " The file leaves them out.");
+}
+
 int Export(Output& out, const std::string& path, bool force) {
     DriverState state;
     if (const Ended ended = LoadDriverState(out, state)) return *ended;
     std::vector<std::string> leftOut;
     const std::string text =
         WriteRuleFile(state, SystemNames(), leftOut).dump(4, ' ', false, Json::error_handler_t::replace) + "\n";
-    for (const std::string& sentence : leftOut)
-        out.Hint("Left out: " + sentence + ".");
-    out.Hint(std::string(kUnreadableNote) + " The file leaves them out.");
     if (path.empty()) {
         out.Put(text);
+        ShowLeftOut(out, leftOut);
         return out.End(leftOut.empty() ? kExitDone : kExitFailed);
     }
     const DWORD error = ReplaceByText(path, text, force);
@@ -108,9 +112,13 @@ int Export(Output& out, const std::string& path, bool force) {
     }
     if (error) return out.Fail(ZOP_STATUS_FROM_WIN32(error), Subject::kAny, "write " + Quote(path));
     const Json facts = {{"file", path}, {"leftOut", leftOut}};
-    if (leftOut.empty()) return out.Done("The rules are written to " + Quote(path) + ".", facts);
-    return out.Refuse(kExitFailed, "The file was written, but it does not hold every rule.",
-                      "The rules left out are listed on standard error; a rule file cannot express them.", facts);
+    const int exitCode =
+        leftOut.empty()
+            ? out.Done("The rules are written to " + Quote(path) + ".", facts)
+            : out.Refuse(kExitFailed, "The file was written, but it does not hold every rule.",
+                         "The rules left out are listed on standard error; a rule file cannot express them.", facts);
+    ShowLeftOut(out, leftOut);
+    return exitCode;
 }
 
 void AddExport(Tool& tool, CLI::App& group) {
@@ -143,10 +151,10 @@ int ReportFindings(Output& out, const std::string& path, const std::vector<LintF
     if (findings.empty())
         return out.Done(Quote(path) + " has no mistakes, and nothing to note on this machine.", facts);
     out.Table(table);
-    return out.Found(kExitLint,
-                     zo::Format("{} has no mistakes, but {} finding{} on this machine.", Quote(path), findings.size(),
-                                findings.size() == 1 ? "" : "s"),
-                     facts, "docs/rules.md explains each kind of finding.");
+    return out.Found(
+        kExitLint,
+        zo::Format("{} has no mistakes, but {} on this machine.", Quote(path), Counted(findings.size(), "finding")),
+        facts, "docs/rules.md explains each kind of finding.");
 }
 
 int Check(Output& out, const std::string& path, bool lint) {

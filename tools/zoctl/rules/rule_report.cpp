@@ -1,6 +1,7 @@
 #include "rule_report.h"
 
 #include <algorithm>
+#include <span>
 
 #include "format.h"
 
@@ -82,7 +83,8 @@ Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& nam
     return {{"rules", list}};
 }
 
-std::string DifferenceText(const Difference& difference, const RuleFile& file, const DriverState& state) {
+std::string DifferenceText(const Difference& difference, const RuleFile& file, const DriverState& state,
+                           std::size_t most) {
     std::string text;
     for (const Table table : kAllTables) {
         const TableDifference& one = difference.tables[Index(table)];
@@ -93,9 +95,11 @@ std::string DifferenceText(const Difference& difference, const RuleFile& file, c
         }
         text += zo::Format("{}: {} in force, {} missing, {} extra, {} different\n", name, one.inForce,
                            one.missing.size(), one.surplus.size(), one.changed.size());
-        for (const WantedRule& rule : one.missing) {
+        const std::size_t shown = std::min(most, one.missing.size());
+        for (const WantedRule& rule : std::span(one.missing).first(shown)) {
             text += zo::Format("  + {}  ({})\n", DescribeRule(table, rule.nt), rule.pointer);
         }
+        if (shown < one.missing.size()) text += zo::Format("  + {} more\n", one.missing.size() - shown);
         for (const Rule& rule : one.surplus) {
             text +=
                 zo::Format("  - {}{}\n", DescribeRule(table, rule),

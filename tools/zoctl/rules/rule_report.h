@@ -2,6 +2,8 @@
 
 // Rules and differences as tables, text and JSON.
 
+#include <cstddef>
+#include <string>
 #include <vector>
 
 #include "output.h"
@@ -16,7 +18,10 @@ namespace zoctl {
 [[nodiscard]] Json TableJson(Table table, const std::vector<Rule>& rules, const NameForms& names);
 
 // "+" what the driver lacks, "-" what it has too much, "~" what it has otherwise.
-[[nodiscard]] std::string DifferenceText(const Difference& difference, const RuleFile& file, const DriverState& state);
+// most: how many missing rules of each table are listed; the others are counted.
+inline constexpr std::size_t kAllMissing = static_cast<std::size_t>(-1);
+[[nodiscard]] std::string DifferenceText(const Difference& difference, const RuleFile& file, const DriverState& state,
+                                         std::size_t most = kAllMissing);
 [[nodiscard]] Json DifferenceJson(const Difference& difference, const RuleFile& file, const DriverState& state);
 [[nodiscard]] std::size_t InForceCount(const Difference& difference);
 

@@ -27,13 +27,13 @@ std::string NumberText(std::uint8_t number, const NumberNames& names) {
 int ShowOrSetPolicy(Output& out, const PolicyOptions& options, const Vocabulary& vocabulary) {
     ZopSignaturePolicy policy{};
     std::int32_t status = ZoProtector_GetSignaturePolicy(&policy);
-    if (status < 0) return out.Fail(status, Subject::kRule, "read the signature policy");
+    if (status < 0) return out.Fail(status, Subject::kAny, "read the signature policy");
     const bool change = options.mode || options.minLevel;
     if (change) {
         if (options.mode) policy.mode = static_cast<std::uint8_t>(*options.mode);
         if (options.minLevel) policy.minLevel = static_cast<std::uint8_t>(*options.minLevel);
         status = ZoProtector_SetSignaturePolicy(&policy);
-        if (status < 0) return out.Fail(status, Subject::kRule, "set the signature policy");
+        if (status < 0) return out.Fail(status, Subject::kAny, "set the signature policy");
     }
     Json facts = {{"mode", policy.mode}, {"minLevel", policy.minLevel}, {"changed", change}};
     const auto addName = [&facts](const char* member, const std::string& name) {
@@ -57,7 +57,7 @@ void AddVerdict(Tool& tool, CLI::App& group, const CommandText& text, SignatureC
                         const std::int32_t status = call(*pid, &first, &second);
                         Json facts = {{"pid", *pid}};
                         if (status >= 0) facts.update({{"first", first != 0}, {"second", second != 0}});
-                        return out.Report(status, Subject::kRule, zo::Format("judge process {}", *pid),
+                        return out.Report(status, Subject::kProcess, zo::Format("judge process {}", *pid),
                                           zo::Format("Process {}: first flag {}, second flag {}.", *pid, first, second),
                                           facts);
                     }))
@@ -69,7 +69,7 @@ void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int3
                  const char* what, const char* done) {
     const auto pid = std::make_shared<std::uint32_t>(0);
     tool.AddCommand(group, text, WithDriver([=](Output& out) {
-                        return out.Report(call(*pid), Subject::kRule, zo::Format("{} process {}", what, *pid),
+                        return out.Report(call(*pid), Subject::kOverride, zo::Format("{} process {}", what, *pid),
                                           zo::Format("{} process {}.", done, *pid), {{"pid", *pid}});
                     }))
         .add_option("pid", *pid, "Process id")

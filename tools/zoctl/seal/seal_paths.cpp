@@ -11,15 +11,6 @@
 
 namespace zoctl {
 
-namespace {
-
-// Of a folder or file that cannot be written.
-int WriteExitCode(std::uint32_t error) {
-    return error == ERROR_ACCESS_DENIED || error == ERROR_WRITE_PROTECT ? kExitAccess : kExitFailed;
-}
-
-}  // namespace
-
 bool PathState::Absent() const {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
@@ -93,14 +84,6 @@ int RefuseUnwritable(Output& out, const std::string& manifest, std::uint32_t err
         "Check that you may write to the file, that it is not marked read-only, and that no other program "
         "uses it; then sign again.",
         facts);
-}
-
-int RefuseFolder(Output& out, const std::filesystem::filesystem_error& error, const Json& facts) {
-    const auto code = static_cast<std::uint32_t>(error.code().value());
-    return out.Refuse(WriteExitCode(code),
-                      zo::Format("The folder {} cannot be created: {}",
-                                 Quote(zo::Utf8FromWide(error.path1().wstring())), zo::ErrorText(code)),
-                      "Check the path, and that you may create folders there; then try again.", facts);
 }
 
 }  // namespace zoctl

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 
+#include "input_file.h"
 #include "output.h"
 
 namespace zoctl {
@@ -36,8 +37,5 @@ struct PathState {
 // Ends a command whose manifest cannot be read, or cannot be written. error: Win32.
 int RefuseUnreadable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts = Json::object());
 int RefuseUnwritable(Output& out, const std::string& manifest, std::uint32_t error, const Json& facts = Json::object());
-
-// Ends a command for which the library could not create a folder.
-int RefuseFolder(Output& out, const std::filesystem::filesystem_error& error, const Json& facts = Json::object());
 
 }  // namespace zoctl

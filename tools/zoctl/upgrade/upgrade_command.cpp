@@ -2,7 +2,9 @@
 #include <memory>
 
 #include "channel.h"
+#include "files.h"
 #include "format.h"
+#include "input_file.h"
 #include "installer_command.h"
 #include "kept_rules.h"
 #include "text.h"
@@ -29,6 +31,7 @@ class Upgrade {
 
   private:
     [[nodiscard]] Ended FindRunning();
+    [[nodiscard]] Ended CheckNewFile();
     [[nodiscard]] Ended ReplaceFile();
     [[nodiscard]] bool RunningIsOlder() const;
     int EndWithoutRestart();
@@ -49,6 +52,7 @@ class Upgrade {
 int Upgrade::Run() {
     out_.ReshapeFacts([this](const Json& facts, int exitCode) { return Document(facts, exitCode); });
     if (const Ended ended = FindRunning()) return *ended;
+    if (const Ended ended = CheckNewFile()) return *ended;
     if (options_.keepRules && running_) {
         if (const Ended ended = kept_.Capture(out_, options_.rulesFile)) return *ended;
     }
@@ -57,9 +61,10 @@ int Upgrade::Run() {
     if (!options_.restart || !restartRequired_) return EndWithoutRestart();
     if (const Ended ended = Restart()) return *ended;
     if (!kept_.Captured()) {
+        const int exitCode = out_.Done(upgraded_ ? "The driver's file was replaced, and the driver was restarted."
+                                                 : "The driver was restarted with the file that was replaced before.");
         out_.Hint("The restarted driver holds no rules; bring them back with \"zoctl rules apply FILE\".");
-        return out_.Done(upgraded_ ? "The driver's file was replaced, and the driver was restarted."
-                                   : "The driver was restarted with the file that was replaced before.");
+        return exitCode;
     }
     applying_ = true;
     return kept_.PutBack(out_);
@@ -73,6 +78,15 @@ Ended Upgrade::FindRunning() {
     if (status < 0) return out_.Fail(status, Subject::kService, "upgrade the driver to " + Quote(options_.file));
     running_ = record.state == ZOP_DRIVER_RUNNING;
     return std::nullopt;
+}
+
+// The library has one status for a new file that is missing and for an installed one that is.
+Ended Upgrade::CheckNewFile() {
+    std::uint32_t error = 0;
+    if (zo::Exists(zo::WideFromUtf8(options_.file).c_str(), error)) return RefuseFolderAsFile(out_, options_.file);
+    if (error) return std::nullopt;  // the upgrade says why
+    return out_.Refuse(kExitNoDriver, "The file " + Quote(options_.file) + " does not exist.",
+                       "Check the path of the new driver's file; nothing was changed.");
 }
 
 Ended Upgrade::ReplaceFile() {
@@ -101,13 +115,14 @@ bool Upgrade::RunningIsOlder() const {
 }
 
 int Upgrade::EndWithoutRestart() {
+    const int exitCode = out_.Done(
+        !upgraded_          ? "Nothing was replaced: the installed driver is as new as the file, or newer."
+        : replacedByDriver_ ? "The driver's file was replaced, by the driver itself because the file was locked."
+                            : "The driver's file was replaced.");
     if (restartRequired_) {
         out_.Hint("The running driver keeps its old image; the new file is loaded the next time the driver starts.");
     }
-    if (!upgraded_) return out_.Done("Nothing was replaced: the installed driver is as new as the file, or newer.");
-    return out_.Done(replacedByDriver_
-                         ? "The driver's file was replaced, by the driver itself because the file was locked."
-                         : "The driver's file was replaced.");
+    return exitCode;
 }
 
 Ended Upgrade::Restart() {

@@ -22,10 +22,10 @@ int Check(Output& out, const std::string& path) {
     const std::size_t main = vocabulary.Fields(EventRing::kMain).size();
     const std::size_t registry = vocabulary.Fields(EventRing::kRegistry).size();
     return out.Done(
-        zo::Format("{} has no mistakes: {} fields of main events and {} of registry events, {} counters, {} "
-                   "status pairs, {} modes, {} levels.",
-                   Quote(path), main, registry, vocabulary.counters.size(), vocabulary.status.size(),
-                   vocabulary.modes.size(), vocabulary.minLevels.size()),
+        zo::Format("{} has no mistakes: {} of main events and {} of registry events, {}, {}, {}, {}.", Quote(path),
+                   Counted(main, "field"), registry, Counted(vocabulary.counters.size(), "counter"),
+                   Counted(vocabulary.status.size(), "status pair"), Counted(vocabulary.modes.size(), "mode"),
+                   Counted(vocabulary.minLevels.size(), "level")),
         {{"file", path}, {"mistakes", Json::array()}});
 }
 
