@@ -1,5 +1,6 @@
 // What is asked of the debugger engine in which order, what is made of its answers, and what a failure of it costs.
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 #include <sstream>

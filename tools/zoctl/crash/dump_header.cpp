@@ -10,7 +10,7 @@ namespace {
 
 namespace layout = zo::dump;
 
-constexpr std::size_t kBugCheckEnd = layout::kBugCheckParameter1 + 4 * 8;
+constexpr std::size_t kBugCheckEnd = layout::kBugCheckParameter1 + 4 * sizeof(std::uint64_t);
 constexpr std::size_t kSmallDumpHead = layout::kHeaderSize + 0x10;  // as far as it is read here
 
 template <typename T>
