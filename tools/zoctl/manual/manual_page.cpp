@@ -58,11 +58,12 @@ std::string Synopsis(const CommandEntry& command) {
 std::string Options(const std::vector<OptionEntry>& options) {
     std::string text;
     for (const OptionEntry& option : options) {
+        if (option.description.empty()) continue;  // an argument whose name in the synopsis says all
         text += ".TP\n";
         for (const std::string& name : option.names)
             text += zo::Format("{}\\fB{}\\fR", &name == &option.names[0] ? "" : ", ", Plain(name));
         if (!option.value.empty() && option.names[0].starts_with('-')) text += " " + Value(option);
-        text += "\n" + (option.description.empty() ? "See above." : Plain(option.description)) + "\n";
+        text += "\n" + Plain(option.description) + "\n";
     }
     return text;
 }
