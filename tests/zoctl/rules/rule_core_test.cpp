@@ -55,16 +55,18 @@ TEST(RuleFileCheck, ReportsTheOneMistakeAtItsPlace) {
 }
 
 TEST(RuleFileCheck, ReadsUtf16OfBothByteOrders) {
-    const std::string text = R"({"version": 1, "process": {"rules": [{"path": "C:\\a"}]}})";
+    const std::u16string text = uR"({"version": 1, "process": {"rules": [{"path": "C:\\日"}]}})";
     std::string little = "\xFF\xFE", big = "\xFE\xFF";
-    for (const char c : text) {
-        little += {c, '\0'};
-        big += {'\0', c};
+    for (const char16_t unit : text) {
+        const char low = static_cast<char>(unit & 0xFF), high = static_cast<char>(unit >> 8);
+        little += {low, high};
+        big += {high, low};
     }
     for (const std::string& bytes : {little, big}) {
         RuleFile file;
         EXPECT_EQ(Mistakes(bytes, &file), "");
-        EXPECT_EQ(file.Count(Table::kProcess), 1u);
+        ASSERT_EQ(file.Count(Table::kProcess), 1u);
+        EXPECT_EQ(file.tables[Index(Table::kProcess)]->front().given.name, "C:\\\xE6\x97\xA5");
     }
 }
 

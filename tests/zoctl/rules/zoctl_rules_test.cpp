@@ -289,4 +289,19 @@ TEST_F(ZoctlRules, DiffMarksARuleThatOnlyClearingRemoves) {
     EXPECT_EQ(changes_, (Codes{ZOP_IOCTL_CLEAR_PROCESS_RULES, ZOP_IOCTL_ADD_PROCESS_RULE}));
 }
 
+TEST_F(ZoctlRules, ExportNamesWhatCannotBeRead) {
+    const struct {
+        std::uint32_t code;
+        const char* named;
+    } cases[] = {
+        {ZOP_IOCTL_GET_MASTER_ENABLED, "read the master switch"},
+        {ZOP_IOCTL_GET_SIGNATURE_POLICY, "read the signature policy"},
+        {ZOP_IOCTL_LIST_FILE_RULES, "read the file table"},
+    };
+    for (const auto& c : cases) {
+        Simulator().FailNext(c.code, 0xC0000001);
+        EXPECT_TRUE(Gave(Rules({"export", Path("out.json")}), 1, c.named)) << c.named;
+    }
+}
+
 }  // namespace

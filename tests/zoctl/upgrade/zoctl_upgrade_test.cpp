@@ -68,7 +68,8 @@ TEST_F(ZoctlUpgrade, ChangesNothingWhenARuleFileCannotExpressARule) {
     ZopRuleRecord rule{};
     wcscpy(reinterpret_cast<wchar_t*>(rule.path), L"\\Device\\HarddiskVolume9\\a.exe");  // no drive leads there
     ASSERT_EQ(SendControl(OpenDriver().Get(), ZOP_IOCTL_ADD_PROCESS_RULE, &rule, sizeof(rule), nullptr, 0).error, 0u);
-    EXPECT_TRUE(Gave(Newer(kKeep), 1, "HarddiskVolume9", {{"upgraded", false}, {"restarted", false}}));
+    EXPECT_TRUE(Gave(Newer(kKeep), 1, "HarddiskVolume9",
+                     {{"upgraded", false}, {"replacedByDriver", false}, {"restarted", false}}));
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "running"}, {"fileVersion", "1.0.0.0"}}));
     EXPECT_EQ(SimulatorClient().State().tableCount[ZOSIM_TABLE_PROCESS], 1u);
 }
