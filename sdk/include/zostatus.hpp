@@ -170,8 +170,8 @@ class Text {
     const wchar_t* text_ = nullptr;
 };
 
-/* A callable that its owner keeps until the call returns, such as a lambda that is written as an argument. Never keep
- * one longer. */
+/* A callable that its owner keeps until the call returns, such as a lambda that is written as an argument, or a plain
+ * function. Never keep one longer. */
 template <typename Signature>
 class FunctionRef;
 
@@ -181,12 +181,19 @@ class FunctionRef<Result(Arguments...)> {
     FunctionRef() = default;
     template <typename Callable>
         requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef> &&
+                 !std::is_function_v<std::remove_reference_t<Callable>> &&
                  std::is_invocable_r_v<Result, Callable&, Arguments...>)
     FunctionRef(Callable&& callable) noexcept
         : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
           call_([](void* object, Arguments... arguments) -> Result {
               return (*static_cast<std::remove_reference_t<Callable>*>(object))(static_cast<Arguments>(arguments)...);
           }) {}
+    FunctionRef(Result (*function)(Arguments...)) noexcept : object_(reinterpret_cast<void*>(function)) {
+        if (function == nullptr) return;
+        call_ = [](void* object, Arguments... arguments) -> Result {
+            return reinterpret_cast<Result (*)(Arguments...)>(object)(static_cast<Arguments>(arguments)...);
+        };
+    }
 
     explicit operator bool() const noexcept { return call_ != nullptr; }
     Result operator()(Arguments... arguments) const { return call_(object_, static_cast<Arguments>(arguments)...); }

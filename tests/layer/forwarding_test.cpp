@@ -26,6 +26,9 @@ using zostatus::ErrorTo;
 const auto noteMessage = [](auto level, std::wstring_view message) {
     Note(static_cast<std::uint32_t>(level), message);
 };
+void NoteFinding(zosigner::Level level, std::wstring_view message) {
+    noteMessage(level, message);
+}
 const auto noteFolder = [](std::wstring_view folder) {
     Note(0, folder);
     return zosigner::SealAnswer{.seal = false, .applyToRest = true};
@@ -186,7 +189,7 @@ std::vector<Row> FreeRows() {
                                              noteFolder, error)),
         ZO_CALLS_ROW(ZoSigner_VerifyDirectory, "[2 message] ZoSigner_VerifyDirectory(root manifest keys null 0, out) ",
                      zosigner::VerifyDirectory({.root = L"root", .manifest = L"manifest", .keystore = L"keys"},
-                                               noteMessage, error)),
+                                               NoteFinding, error)),
         ZO_ROW(ZoSigner_VerifyDirectoryWithEmbeddedKey, "root manifest null 5 3, out",
                zosigner::VerifyDirectoryWithEmbeddedKey({.root = L"root", .manifest = L"manifest", .keyBlob = kKey}, {},
                                                         error)),
