@@ -155,7 +155,7 @@ const SimCommand kSimControlCommands[] = {
 };
 const uint32_t kSimControlCommandCount = sizeof(kSimControlCommands) / sizeof(kSimControlCommands[0]);
 
-C_ASSERT(sizeof(ZoSimSettings) == 96);
+C_ASSERT(sizeof(ZoSimSettings) == 100);
 C_ASSERT(sizeof(ZoSimState) == 144);
 C_ASSERT(sizeof(ZoSimRingState) == 32);
 C_ASSERT(sizeof(ZoSimRequest) == 3152);

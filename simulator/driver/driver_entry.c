@@ -60,15 +60,19 @@ static NTSTATUS NTAPI OnClose(DEVICE_OBJECT* device, IRP* irp) {
     return SimCompleteRequest(irp, STATUS_SUCCESS, 0);
 }
 
-static NTSTATUS NTAPI OnDeviceControl(DEVICE_OBJECT* device, IRP* irp) {
-    return device == gDriverDevice ? SimDispatchDriver(irp) : SimDispatchControl(irp);
-}
-
 static void NTAPI OnUnload(DRIVER_OBJECT* driver) {
     UNREFERENCED_PARAMETER(driver);
     RemoveDevice(&kControlName, &gControlDevice);
     RemoveDevice(&kDriverName, &gDriverDevice);
     SimStateFree();
+}
+
+static NTSTATUS NTAPI OnDeviceControl(DEVICE_OBJECT* device, IRP* irp) {
+    if (device == gDriverDevice) return SimDispatchDriver(irp);
+    const NTSTATUS status = SimDispatchControl(irp);
+    /* The system does not stop a driver that has no routine for it. */
+    device->DriverObject->DriverUnload = gSim.settings.refuseStop != 0 ? NULL : OnUnload;
+    return status;
 }
 
 NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registryPath);

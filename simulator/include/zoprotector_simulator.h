@@ -66,7 +66,7 @@
 #define ZOSIM_RESUME_OLDEST 0u
 #define ZOSIM_RESUME_NEWEST 1u
 
-typedef struct ZoSimSettings { /* 96 bytes */
+typedef struct ZoSimSettings { /* 100 bytes */
     uint32_t version[3];       /* major, minor, patch that get-version answers; after a reset its file's */
     uint32_t statsVersion;     /* 3: get-stats answers 76 bytes; 2: 56 bytes. After a reset 3 */
     uint32_t tableCapacity[ZOSIM_TABLE_COUNT]; /* at most ZOSIM_MAX_CAPACITY, not below what a table holds now */
@@ -77,6 +77,7 @@ typedef struct ZoSimSettings { /* 96 bytes */
     uint32_t useStatusReply;
     uint32_t statusFlag[4]; /* the low byte is sent */
     uint32_t statusCount[4];
+    uint32_t refuseStop; /* other than 0: stopping the service fails and the driver runs on; after a reset 0 */
 } ZoSimSettings;
 
 /* ---- What happened so far -------------------------------------------------------------------------------------- */

@@ -60,6 +60,16 @@ Answer SetResume(const ResumeOptions& options) {
     return {zo::Format("After a loss a reader resumes at the {} event.", kResumes.TextOf(options.place))};
 }
 
+struct StopOptions {
+    std::string whether;
+};
+
+Answer SetStop(const StopOptions& options) {
+    const bool refuse = options.whether == "refuse";
+    zosim::SimulatorClient().ChangeSettings([&](ZoSimSettings& settings) { settings.refuseStop = refuse ? 1 : 0; });
+    return {refuse ? "The driver refuses to be stopped." : "The driver can be stopped."};
+}
+
 struct LayoutOptions {
     std::uint32_t layout = 3;
 };
@@ -198,6 +208,14 @@ void AddAnswers(Tool& tool) {
             command.add_option("PATCH", options.patch, "")->required();
         },
         SetVersion);
+    tool.Add<StopOptions>(
+        "stop", "Set whether the driver can be stopped", "stop refuse\nstop allow",
+        [](CLI::App& command, StopOptions& options) {
+            command.add_option("WHETHER", options.whether, "refuse (stopping the service fails) or allow")
+                ->required()
+                ->check(CLI::IsMember({"refuse", "allow"}));
+        },
+        SetStop);
     tool.Add<LayoutOptions>(
         "layout", "Set the layout of the counters that get-stats answers", "layout 2",
         [](CLI::App& command, LayoutOptions& options) {

@@ -63,7 +63,8 @@ Answer ShowSettings() {
     Json facts = {{"version", zo::Format("{}.{}.{}", version[0], version[1], version[2])},
                   {"statsLayout", settings.statsVersion},
                   {"resume", kResumes.TextOf(settings.resumeAfterOverrun)},
-                  {"ownStatusReply", settings.useStatusReply == 0}};
+                  {"ownStatusReply", settings.useStatusReply == 0},
+                  {"refusesStop", settings.refuseStop != 0}};
     for (const Name& table : kTables.names)
         facts["tables"].push_back({{"table", table.text}, {"capacity", settings.tableCapacity[table.value]}});
     for (const Name& ring : kRings.names)

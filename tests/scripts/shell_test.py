@@ -46,6 +46,19 @@ class Shell(unittest.TestCase):
         self.assertEqual(said.strip(), "rule kept")
         self.assertTrue(json.loads(document)["entries"][0]["path"].endswith("\\own.exe"))
 
+    def test_an_upgrade_leaves_a_driver_that_cannot_be_stopped_with_its_rules(self):
+        """Here, because only the end of its session ends such a driver."""
+        code, text = self.shell(
+            "zoctl process add 'C:\\kept.exe' >&2; simctl stop refuse >&2; zoctl driver upgrade --json --restart --keep-rules"
+            " 'C:\\drivers\\ZoProtectorDriver_1_0_1.sys'; echo END; zoctl status --json; echo END; simctl table process --json")
+        self.assertEqual(code, 0, self.errors)
+        upgrade, status, table = map(json.loads, text.split("END"))
+        self.assertIn("the old driver runs on and keeps its rules", upgrade["message"])
+        self.assertEqual([upgrade[name] for name in ("exitCode", "upgraded", "restarted", "restartRequired", "rulesFile")],
+                         [1, True, False, True, None])
+        self.assertEqual(status["driverVersion"], "1.0.0")
+        self.assertTrue(table["entries"][0]["path"].endswith("\\kept.exe"))
+
     def test_ends_with_the_status_of_its_commands_and_leaves_no_process(self):
         self.assertEqual(self.shell("exit 7")[0], 7)
         mark = str(self.folder).encode()

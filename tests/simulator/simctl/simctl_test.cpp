@@ -49,6 +49,7 @@ TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
         {"capacity file 2", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_FILE] = 2; }},
         {"slots registry 16", [](ZoSimSettings& s) { s.ringSlots[ZOSIM_RING_REGISTRY] = 16; }},
         {"resume newest", [](ZoSimSettings& s) { s.resumeAfterOverrun = ZOSIM_RESUME_NEWEST; }},
+        {"stop refuse", [](ZoSimSettings& s) { s.refuseStop = 1; }},
         {"layout 2", [](ZoSimSettings& s) { s.statsVersion = 2; }},
         {"status-reply 1 10 2 20 3 30 4 40",
          [](ZoSimSettings& s) {
