@@ -64,7 +64,8 @@ Say "The fields are the driver's own. A file of their names turns the bytes into
 Zoctl events --vocabulary "$drivers\\vocabulary.json" --where kind=process
 Say "When nobody reads for a while, the ring overflows. Lost events are reported where they are missing:"
 Simctl inject 1500
-ShowSome 4 "zoctl events" ZoWine "$bin/zoctl.exe" events
+ShowSome 4 "zoctl events --vocabulary $drivers\\vocabulary.json" \
+    ZoWine "$bin/zoctl.exe" events --vocabulary "$drivers\\vocabulary.json"
 Zoctl stats --vocabulary "$drivers\\vocabulary.json"
 
 Chapter "A newer driver, while the old one runs" \

@@ -179,9 +179,9 @@ TEST_F(SimctlTest, Failures_AreADocumentToo) {
 
 TEST_F(SimctlTest, Help_ShowsAnExampleThatWorksForEveryCommand) {
     const std::string help = Simctl("--help").out;
-    const char* const commands[] = {"state",     "settings", "requests", "table",  "names",        "reset",  "version",
-                                    "capacity",  "slots",    "resume",   "layout", "status-reply", "inject", "produce",
-                                    "signature", "counters", "fail",     "fault",  "clear-faults"};
+    const char* const commands[] = {"state",    "settings",  "requests", "table", "names",  "reset",        "version",
+                                    "capacity", "slots",     "resume",   "stop",  "layout", "status-reply", "inject",
+                                    "produce",  "signature", "counters", "fail",  "fault",  "clear-faults"};
     for (const std::string command : commands) {
         EXPECT_NE(help.find("\n  " + command + " "), std::string::npos) << command;
         std::istringstream lines(Simctl(command + " --help").out);
