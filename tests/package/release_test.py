@@ -75,7 +75,9 @@ class Release(unittest.TestCase):
     def test_gives_the_same_bytes_elsewhere(self):
         self.clone("another place")
         self.release("another place", *SETTINGS, TZ="Pacific/Auckland", LC_ALL="C", CXXFLAGS="-O0")
-        self.assertEqual(self.files("another place"), self.made)
+        made = self.files("another place")
+        self.assertEqual(set(made), set(self.made))
+        self.assertEqual([name for name in made if made[name] != self.made[name]], [])
 
     def test_differs_in_the_signatures_alone_when_signed(self):
         certificate, key = self.work / "certificate.pem", self.work / "key.pem"
