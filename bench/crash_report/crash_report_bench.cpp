@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -78,9 +79,7 @@ std::filesystem::path MakeDump(const std::filesystem::path& folder, const std::s
         bytes.append(reinterpret_cast<const char*>(&state), 4);
     }
     const std::filesystem::path path = folder / name;
-    std::FILE* file = _wfopen(path.c_str(), L"wb");
-    std::fwrite(bytes.data(), 1, bytes.size(), file);
-    std::fclose(file);
+    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return path;
 }
 
@@ -94,6 +93,8 @@ class MemoryPeak {
                   Sleep(1);
               }
           }) {}
+    MemoryPeak(const MemoryPeak&) = delete;
+    MemoryPeak& operator=(const MemoryPeak&) = delete;
     ~MemoryPeak() {
         if (thread_.joinable()) Stop();
     }
@@ -233,7 +234,7 @@ class BareExchange {
             Scramble(payload, size);
         }
         const std::string prefix = std::to_string(size) + "&";
-        std::memcpy(payload - prefix.size(), prefix.data(), prefix.size());
+        std::ranges::copy(prefix, payload - prefix.size());
         return zocrash::Post(session_, url_, {payload - prefix.size(), prefix.size() + size}, neverCancelled_).status ==
                200;
     }

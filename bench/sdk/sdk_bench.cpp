@@ -40,6 +40,7 @@ struct Ring {
 };
 
 const Ring kRings[] = {
+    // as kTables below
     {"events", &ZoProtector_DrainEvents, ZOP_IOCTL_DRAIN_EVENTS, 562, ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE},
     {"registry events", &ZoProtector_DrainRegistryEvents, ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, 1076, ZOSIM_RING_REGISTRY,
      ZOP_REGISTRY_EVENT_RING_SIZE},
@@ -93,7 +94,8 @@ struct RuleTable {
     std::uint32_t listCode, entrySize, addCode, addSize, clearCode;
 };
 
-constexpr RuleTable kTables[] = {
+const RuleTable kTables[] = {
+    // not constexpr: the addresses are those of imports
     {"process rules", &ZoProtector_ListProcessProtectRules, ZOP_IOCTL_LIST_PROCESS_RULES, ZOP_PROCESS_ENTRY_SIZE,
      ZOP_IOCTL_ADD_PROCESS_RULE, sizeof(ZopRuleRecord), ZOP_IOCTL_CLEAR_PROCESS_RULES},
     {"file rules", &ZoProtector_ListFileProtectRules, ZOP_IOCTL_LIST_FILE_RULES, ZOP_FILE_ENTRY_SIZE,

@@ -165,11 +165,13 @@ class [[nodiscard]] Session {
         std::swap(open_, other.open_);
         return *this;
     }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
     /* Whether it was opened. */
     explicit operator bool() const noexcept { return open_; }
 
-    /* Ends it before its time. */
+    /* Ends it early. */
     void Close() noexcept {
         if (std::exchange(open_, false)) ZoProtector_Uninitialize();
     }

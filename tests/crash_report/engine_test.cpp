@@ -109,7 +109,7 @@ TEST_F(Engine, NamesTheSameCrashByTheSameSignatureWhateverElseItPrints) {
 bool allocationFailed = false;
 
 void* FailTheFirstLargeAllocation(std::size_t size) {
-    if (size < 100000 || allocationFailed) return std::malloc(size);
+    if (size < 100000 || allocationFailed) return std::malloc(size);  // NOLINT(*-owning-memory): it is malloc
     allocationFailed = true;
     return nullptr;
 }

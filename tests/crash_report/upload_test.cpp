@@ -120,7 +120,8 @@ class Replies : public Uploads {
     Replies() { cancel = api_.cancel; }
 
     static BOOL WINAPI Read(HINTERNET, void* buffer, DWORD size, DWORD* read) {
-        if (++made.reads > 1000 || (made.failAfterPiece && made.reads % 2 == 0)) return FALSE;
+        ++made.reads;
+        if (made.reads > 1000 || (made.failAfterPiece && made.reads % 2 == 0)) return FALSE;
         if (made.cancelAtFirst) cancel();
         made.now += made.millisecondsPerRead;
         *read = std::min(size, made.pieceBytes);

@@ -92,6 +92,7 @@ void Poll(Reader reader, ErrorTo error) {
 }
 const auto onLost = [](std::uint32_t lost) { ADD_FAILURE() << lost; };
 
+// NOLINTNEXTLINE(readability-function-size): a table
 std::vector<Row> SessionRows() {
     return {
         ZO_CALLS_ROW(ZoProtector_Initialize, "ZoProtector_Initialize() ZoProtector_Uninitialize() ",
@@ -160,6 +161,7 @@ std::vector<Row> SessionRows() {
     };
 }
 
+// NOLINTNEXTLINE(readability-function-size): a table
 std::vector<Row> FreeRows() {
     return {
         ZO_ROW(ZoProtector_InstallDriver, "a.sys, 2, 385222, 0",
@@ -246,6 +248,8 @@ class Forwarding : public testing::Test {
         session = &session_.emplace();
         reporter = &reporter_.emplace();
     }
+    Forwarding(const Forwarding&) = delete;
+    Forwarding& operator=(const Forwarding&) = delete;
     ~Forwarding() override {
         session_.reset();
         reporter_.reset();

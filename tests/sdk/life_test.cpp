@@ -203,7 +203,7 @@ TEST(LifeChild, DISABLED_EndsWhileAThreadHoldsBothLocks) {
 
 void* FailOnceWhileEnding(std::size_t size) {
     if (isEnding && !std::exchange(allocationFailed, true)) return nullptr;
-    return std::malloc(size);
+    return std::malloc(size);  // NOLINT(*-owning-memory): it is malloc
 }
 
 TEST(LifeChild, DISABLED_UnloadsWithoutMemoryForTheLogLine) {

@@ -177,10 +177,10 @@ TEST(SignAndVerify, CheckTheirArgumentsFirst) {
     check("size without a blob", [](auto& options) { options.keystore = nullptr, options.keyBlobSize = 1179; });
     EXPECT_EQ(ZoSigner_SignDirectory(nullptr, nullptr), kInvalidArgument);
     EXPECT_EQ(ZoSigner_VerifyDirectory(nullptr, nullptr), kInvalidArgument);
-    constexpr auto kWithEmbeddedKey = ZoSigner_VerifyDirectoryWithEmbeddedKey;
-    EXPECT_EQ(tree.Verify(noRoot, kWithEmbeddedKey).status, kInvalidArgument);
-    EXPECT_EQ(tree.Verify(noManifest, kWithEmbeddedKey).status, kInvalidArgument);
-    EXPECT_EQ(kWithEmbeddedKey(nullptr, nullptr), kInvalidArgument);
+    const auto withEmbeddedKey = ZoSigner_VerifyDirectoryWithEmbeddedKey;
+    EXPECT_EQ(tree.Verify(noRoot, withEmbeddedKey).status, kInvalidArgument);
+    EXPECT_EQ(tree.Verify(noManifest, withEmbeddedKey).status, kInvalidArgument);
+    EXPECT_EQ(withEmbeddedKey(nullptr, nullptr), kInvalidArgument);
 }
 
 TEST(SignAndVerify, ReportARootThatCannotBeResolved) {

@@ -12,18 +12,18 @@ namespace zotest {
 
 class DebugOutput {
   public:
-    DebugOutput() { strings_.clear(); }
+    DebugOutput() { heard.clear(); }
 
-    [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return strings_; }
+    [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return heard; }
 
   private:
     // Passed on: a handler of the platform's own exception learns from it when a message came.
     static void WINAPI Hear(const char* text) {
-        strings_.emplace_back(text);
+        heard.emplace_back(text);
         OutputDebugStringA(text);
     }
 
-    static inline std::vector<std::string> strings_;
+    static inline std::vector<std::string> heard;
     ImportHook hook_{"OutputDebugStringA", &Hear};
 };
 

@@ -130,7 +130,7 @@ TEST_F(SimulatorControl, ADrainGivesAsManyDocumentedRecordsAsItIsAskedFor) {
 TEST_F(SimulatorControl, RefusesWhatIsUnsound) {
     std::vector<std::uint8_t> record(2342);
     record[0] = 'x';
-    for (const std::size_t wrong : {0, 2340, 2342})
+    for (const std::size_t wrong : {0u, 2340u, 2342u})
         EXPECT_EQ(Send(ZOP_IOCTL_ADD_FILE_RULE, record.data(), wrong).error, 87u) << wrong;
     ASSERT_EQ(Give(ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, Named<ZopDllFolderRecord>(L"\\a")), 0u);
     void (*const damages[])(ZoSimSettings&) = {
