@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double kGrows = 1.5;  // a ratio above this is more than what a busy machine makes of a constant cost
+constexpr double kGrows = 3;  // a busy machine makes a factor of two of a constant cost; real growth is tenfold here
 
 void Require(std::int32_t status, const char* what) {
     if (status < 0) throw std::runtime_error(zo::Format("{} gives {:08X}", what, zo::Bits(status)));
