@@ -154,6 +154,7 @@ TEST_F(ZoctlRulesAndLinks, CheckNotesNamesThatTheKernelNeverSees) {
                         {"ignore", {{{"path", Path("link")}}}}};
     const ZoctlRun run = Do("check", file.dump());
     EXPECT_TRUE(Gave(run, 0, "Note: /process/rules/3: The driver never sees the name"));
+    EXPECT_TRUE(Gave(run, 0, "goes through the link or mount point"));
     EXPECT_EQ(Each(run, "notes", "pointer"),
               Json({"/process/rules/3", "/process/rules/4", "/process/rules/5", "/process/rules/6", "/process/rules/7",
                     "/file/rules/0/scope", "/registry/rules/1", "/registry/ignore/0"}))
