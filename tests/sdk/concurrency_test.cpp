@@ -72,7 +72,7 @@ std::atomic<int32_t> unexpected;
 
 // Every thread begins at another place of the same round. They share the outputs, which nobody reads.
 DWORD WINAPI CallExports(void* place) {
-    for (auto i = reinterpret_cast<std::uintptr_t>(place); !stop; ++i) {
+    for (std::size_t i = *static_cast<const std::size_t*>(place); !stop; ++i) {
         const int32_t answer = AllRequests()[i % AllRequests().size()].call.make();
         ++calls;
         if (answer == ZOP_OK) ++succeeded;
@@ -90,10 +90,11 @@ TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
     const std::uint32_t handles = zotest::OpenHandleCount();
     const std::size_t blocks = zotest::BusyHeapBlocks();
     int rounds = 0;
+    std::size_t places[] = {0, 7, 14, 21, 28, 35, 42, 49};
     {
         std::vector<zo::OwnedKernelObject> threads;
-        for (std::uintptr_t i = 0; i < 8; ++i)
-            threads.emplace_back(CreateThread(nullptr, 0, CallExports, reinterpret_cast<void*>(7 * i), 0, nullptr));
+        for (std::size_t& place : places)
+            threads.emplace_back(CreateThread(nullptr, 0, CallExports, &place, 0, nullptr));
         for (const DWORD start = GetTickCount(); GetTickCount() - start < duration; ++rounds) {
             EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK);
             if (rounds % 8 == 7) Simulator().FailNext(ZOP_IOCTL_GET_VERSION, 0xC0000225);
