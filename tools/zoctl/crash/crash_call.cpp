@@ -61,7 +61,7 @@ std::string Summary(const Tally& tally, CrashMode mode) {
         return zo::Format("{} new, {} could not be analysed, {}. Nothing was sent and the record was not changed.",
                           tally.stats.dumpsFound, tally.notAnalysed, chosen);
     }
-    return zo::Format("{} new, {} selected; {} sent, {} known to the server, {} queries and {} uploads failed.",
+    return zo::Format("{} new, {} selected; {} sent, {} known to the server; failed: queries {}, uploads {}.",
                       tally.stats.dumpsFound, tally.stats.dumpsSelected, tally.stats.uploadsSucceeded,
                       tally.stats.queriesAlreadyKnown, tally.queriesFailed, tally.stats.uploadsFailed);
 }

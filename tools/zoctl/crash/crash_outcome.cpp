@@ -21,7 +21,7 @@ DumpOutcome OutcomeByCounters(const ZoCrashRunStats& stats) {
     if (stats.uploadsFailed == all) return {"uploadFailed", "not sent: the upload failed", false};
     const bool none = stats.uploadsSucceeded == 0;
     return {none ? "notSent" : "undetermined",
-            zo::Format("{}: of {} selected dumps, {} sent, {} known to the server, {} queries and {} uploads failed",
+            zo::Format("{}: of {} selected dumps, {} sent, {} known to the server; failed: queries {}, uploads {}",
                        none ? "not sent" : "not known", all, stats.uploadsSucceeded, stats.queriesAlreadyKnown,
                        stats.queriesFailed, stats.uploadsFailed),
             false};

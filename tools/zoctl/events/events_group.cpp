@@ -88,7 +88,7 @@ class EventSink {
             return out_.Writable();
         }
         // The driver's fields are unknown; the first bytes are where most drivers keep theirs.
-        constexpr std::size_t kShown = 40;
+        constexpr std::size_t kShown = 16;  // with a path beside them a line fits 100 columns
         std::string line = zo::Format("{}  {}", ring.name, zo::ToHex(options_.bytes ? record : record.first(kShown)));
         for (const std::string& text : strings)
             line += "  " + Quote(text);
@@ -276,7 +276,7 @@ void RegisterEvents(CLI::App& root, Tool& tool) {
     command.add_flag("--follow", options->follow, "Continue until Ctrl-C");
     command.add_flag("--registry", options->registry, "The registry ring instead of the main one");
     command.add_flag("--both", options->both, "Both rings");
-    command.add_flag("--bytes", options->bytes, "Show all bytes of each event, not only the first 40");
+    command.add_flag("--bytes", options->bytes, "Show all bytes of each event, not only the first 16");
     command.add_flag("--fail-on-loss", options->failOnLoss, "End with exit code 60 when events were lost");
     options->vocabularyFile.AddTo(command);
     command
