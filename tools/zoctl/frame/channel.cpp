@@ -1,18 +1,10 @@
 #include "channel.h"
 
-#include "zoprotector.h"
-
 namespace zoctl {
 
-Channel::Channel() : status_(ZoProtector_Initialize()) {}
-
-Channel::~Channel() {
-    ZoProtector_Uninitialize();  // always succeeds
-}
-
 Ended Channel::Check(Output& out) const {
-    if (status_ >= 0) return std::nullopt;
-    return out.Fail(status_, Subject::kChannel, "reach the driver");
+    if (!error_) return std::nullopt;
+    return out.Fail(error_.value(), Subject::kChannel, "reach the driver");
 }
 
 Action WithDriver(Action action) {

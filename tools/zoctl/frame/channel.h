@@ -3,22 +3,19 @@
 // The open channel to the driver, for the commands that need it.
 
 #include "output.h"
+#include "zoprotector.hpp"
 
 namespace zoctl {
 
 // Open for as long as this lives, if it can be opened at all.
 class Channel {
   public:
-    Channel();
-    ~Channel();
-    Channel(const Channel&) = delete;
-    Channel& operator=(const Channel&) = delete;
-
     // Reports that it could not be opened.
     [[nodiscard]] Ended Check(Output& out) const;
 
   private:
-    std::int32_t status_;
+    std::error_code error_;
+    zoprotector::Session session_{error_};
 };
 
 // The action with the channel open; without a channel it only reports that.
