@@ -61,6 +61,16 @@ std::uint32_t Count(const std::vector<Item>& list, bool Item::* mark) {
     return static_cast<std::uint32_t>(std::ranges::count(list, true, mark));
 }
 
+ZoSignerSignResult ResultOf(const Manifest& manifest, std::uint32_t signedOrAnchored, std::uint32_t sealed) {
+    ZoSignerSignResult result{};
+    result.entries = static_cast<std::uint32_t>(manifest.entries.size());
+    result.signedOrAnchored = signedOrAnchored;
+    result.directories = static_cast<std::uint32_t>(manifest.directories.size());
+    result.sealedDirectories = sealed;
+    std::ranges::copy(manifest.thumbprint, result.thumbprint);
+    return result;
+}
+
 std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result) {
     const Report report(options.logCallback, options.logContext);
     SigningKey key;
@@ -96,14 +106,7 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
     report.Info("Signed {} files, anchored {} shortcut(s) -> {}", signedFiles, anchored,
                 zo::Utf8FromWide(options.manifest));
 
-    if (result != nullptr) {
-        *result = {static_cast<std::uint32_t>(manifest.entries.size()),
-                   signedFiles + anchored,
-                   static_cast<std::uint32_t>(manifest.directories.size()),
-                   sealed,
-                   {}};
-        std::ranges::copy(manifest.thumbprint, result->thumbprint);
-    }
+    if (result != nullptr) *result = ResultOf(manifest, signedFiles + anchored, sealed);
     return zo::kOk;
 }
 
