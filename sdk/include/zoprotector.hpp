@@ -415,9 +415,9 @@ class BasicEventReader {
         mayHaveMore_ = false;
         const std::int32_t status = Ring::Drain(position_, records_.data(), capacity, &count, &lost, &next);
         if (!error.Take(status, Ring::kFunction)) return {};
+        if (lost != 0) onLost_(lost); /* when it throws, the next poll gets the same events again */
         if (count != 0 || lost != 0 || next != 0) position_ = next; /* all 0: the reply was too short to say */
         mayHaveMore_ = count == capacity;
-        if (lost != 0) onLost_(lost);
         return {records_.data(), count};
     }
 

@@ -50,6 +50,8 @@ enum class Status : std::int32_t {
     kCancelled = static_cast<std::int32_t>(0x80004004),
     kUnspecified = static_cast<std::int32_t>(0x80004005),
     kTimedOut = ZOP_STATUS_FROM_WIN32(0x102),
+    kKeyTooShort = static_cast<std::int32_t>(0xD000000D),
+    kKeyNotSupported = static_cast<std::int32_t>(0xD00000BB),
 };
 
 namespace detail {
@@ -81,6 +83,8 @@ inline constexpr Sentence kSentences[] = {
     {Status::kCancelled, "The call was cancelled.", std::errc::operation_canceled},
     {Status::kUnspecified, "The call failed.", std::errc::io_error},
     {Status::kTimedOut, "The network did not come up in time, or a cancel ended the wait.", std::errc::timed_out},
+    {Status::kKeyTooShort, "The key is shorter than the header of a key.", std::errc::invalid_argument},
+    {Status::kKeyNotSupported, "The key is not a whole RSA key of 2048 bits.", std::errc::invalid_argument},
 };
 
 [[nodiscard]] constexpr const Sentence* Find(int status) noexcept {
