@@ -53,6 +53,30 @@ class Python(unittest.TestCase):
         self.assertEqual(self.module.text(field), "\u00fc\u20ac")
 
 
+class TypeScript(unittest.TestCase):
+    # Called by events(), registryEvents(), onMessage and setScrambler.
+    REPLACED = {"DrainEvents", "DrainRegistryEvents", "SetLogger", "SetBodyScrambler"}
+
+    @classmethod
+    def setUpClass(cls):
+        cls.text = (BINDINGS / "node/index.d.ts").read_text()
+
+    def test_functions(self):
+        declared = set(re.findall(r"^ +(\w+)\(", self.text, re.MULTILINE))
+        names = {name.split("_")[1] for name in FUNCTIONS} - self.REPLACED
+        self.assertEqual({name for name in names if name[0].lower() + name[1:] not in declared}, set())
+
+    def test_statuses(self):
+        listed = re.search(r"Status: Readonly<Record<(.*?), number>>", self.text, re.DOTALL)[1]
+        names = {re.sub("^ZO(P|SIG)_(E_)?", "", name) for name in EXPECTED["statuses"]}
+        self.assertEqual(names - set(re.findall(r"'(\w+)'", listed)), set())
+
+    def test_package_has_the_version_of_the_library(self):
+        header = (layouts.SOURCE / "sdk/include/zoprotector.h").read_text()
+        numbers = re.findall(r"#define ZOP_SDK_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", header)
+        self.assertIn(f'"version": "{".".join(numbers)}"', (BINDINGS / "node/package.json").read_text())
+
+
 class CSharp(unittest.TestCase):
     SIZES = {"byte": 1, "ushort": 2, "int": 4, "uint": 4, "ulong": 8, "IntPtr": 8}
 

@@ -12,9 +12,9 @@ import zipfile
 from pathlib import Path
 from xml.etree import ElementTree
 
-from build_facts import BUILD, LIBRARY, SOURCE, run
+from build_facts import BUILD, LIBRARY, SOURCE, VERSION, run
 
-BASE = "ZoProtectorLib-1.0.0-trial"
+BASE = f"ZoProtectorLib-{VERSION}-trial"
 COMPONENTS = {
     "runtime": ("bin/ZoProtectorLib.dll", "share/doc/ZoProtectorLib/SECURITY.md"),
     "development": ("bin/ZoProtectorLib.dll", "include/zoprotector.h", "include/zosigner.hpp", "lib/ZoProtectorLib.lib",
@@ -31,9 +31,9 @@ class Artifacts(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.work = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        cls.out, archive = cls.work / "out", cls.work / "ZoProtectorLib-1.0.0-source.tar.gz"
+        cls.out, archive = cls.work / "out", cls.work / f"ZoProtectorLib-{VERSION}-source.tar.gz"
         cls.out.mkdir()
-        run("git", "-C", SOURCE, "archive", "--prefix=ZoProtectorLib-1.0.0/", "-o", archive, "HEAD")
+        run("git", "-C", SOURCE, "archive", f"--prefix=ZoProtectorLib-{VERSION}/", "-o", archive, "HEAD")
         run(sys.executable, "-B", SOURCE / "packaging/pack.py", BUILD, archive, cls.out, "-trial",
             env=dict(os.environ, SOURCE_DATE_EPOCH="1700000001"))
         cls.everything = cls.contents(f"{BASE}-windows-x64.zip", f"{BASE}-windows-x64/")
@@ -62,7 +62,7 @@ class Artifacts(unittest.TestCase):
         self.assertEqual(server.date_time, (2023, 11, 14, 22, 13, 20))
 
     def test_nuget_package_is_well_formed(self):
-        held = self.contents("ZoProtectorLib.1.0.0-trial.nupkg")
+        held = self.contents(f"ZoProtectorLib.{VERSION}-trial.nupkg")
         typed = {element.get("Extension") for element in ElementTree.fromstring(held["[Content_Types].xml"])}
         self.assertEqual(typed, {name.rsplit(".", 1)[1] for name in held if name != "[Content_Types].xml"})
         related = [element.get("Target") for element in ElementTree.fromstring(held["_rels/.rels"])]
@@ -71,11 +71,11 @@ class Artifacts(unittest.TestCase):
             ElementTree.fromstring(held[target.lstrip("/")])
         nuspec = {element.tag.split("}")[1]: element.text for element in ElementTree.fromstring(
             held["ZoProtectorLib.nuspec"])[0]}
-        self.assertEqual((nuspec["id"], nuspec["version"]), ("ZoProtectorLib", "1.0.0-trial"))
+        self.assertEqual((nuspec["id"], nuspec["version"]), ("ZoProtectorLib", f"{VERSION}-trial"))
         self.assertIn(nuspec["readme"], held)
 
     def test_nuget_targets_name_files_of_the_package(self):
-        held = self.contents("ZoProtectorLib.1.0.0-trial.nupkg")
+        held = self.contents(f"ZoProtectorLib.{VERSION}-trial.nupkg")
         self.assertNotIn("build/native/include/zoprotector_simulator.h", held)
         targets = held["build/native/ZoProtectorLib.targets"].decode()
         named = re.findall(r"\$\(MSBuildThisFileDirectory\)([^;\"]+)", targets)
@@ -88,7 +88,7 @@ class Artifacts(unittest.TestCase):
     def test_vcpkg_port_configures_its_sources_and_tidies_the_package(self):
         run("unzip", "-q", self.out / f"{BASE}-vcpkg-port.zip", "-d", self.work)
         port = self.work / "zoprotectorlib"
-        self.assertEqual(json.loads((port / "vcpkg.json").read_text())["version-semver"], "1.0.0-trial")
+        self.assertEqual(json.loads((port / "vcpkg.json").read_text())["version-semver"], f"{VERSION}-trial")
         run("cmake", f"-DPORT_FOLDER={port}", f"-DWORK={self.work}", f"-DTOOLCHAIN={os.environ['ZO_TOOLCHAIN']}",
             f"-DINSTALL_FROM={BUILD}", "-P", Path(__file__).with_name("vcpkg_replacements.cmake"))
         package = self.work / "packages"

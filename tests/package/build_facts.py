@@ -1,6 +1,7 @@
 """What the package tests share: where the build is, and how to call its tools."""
 
 import os
+import re
 import subprocess
 import tempfile
 from pathlib import Path
@@ -8,6 +9,8 @@ from pathlib import Path
 SOURCE, BUILD = Path(os.environ["ZO_SOURCE"]), Path(os.environ["ZO_BUILD"])
 CC, CXX = os.environ["ZO_CC"], os.environ["ZO_CXX"]
 LIBRARY = BUILD / "bin" / "ZoProtectorLib.dll"
+VERSION = ".".join(re.findall(r"#define ZOP_SDK_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)",
+                              (SOURCE / "sdk/include/zoprotector.h").read_text()))
 
 EXPORTING_HEADERS = [SOURCE / part for part in (
     "sdk/include/zoprotector.h", "signer/include/zosigner.h", "crash_report/include/zocrashreport.h")]

@@ -11,7 +11,7 @@ import unittest
 import zipfile
 from pathlib import Path
 
-from build_facts import SOURCE, run
+from build_facts import SOURCE, VERSION, run
 
 sys.path.insert(0, str(SOURCE / "packaging"))
 import signing  # noqa: E402
@@ -21,7 +21,7 @@ AUTHOR = {f"GIT_{who}_{what}": value for who in ("AUTHOR", "COMMITTER")
 SETTINGS = ["-DZO_EMBEDDED_PUBLIC_KEY=public.hex", "-DZO_CRASH_SERVER_URL=https://crash.example.com/crash",
             "-DZO_CRASH_CONTACT=crashes@example.com", f"-DZO_CRASH_SCRAMBLER_KEY={'7b' * 16}"]
 PUBLIC_KEY = f"525341310008000003000000000100000000000000000000010001{'c3' * 256}"
-ZIP = "ZoProtectorLib-1.0.0-windows-x64.zip"
+ZIP = f"ZoProtectorLib-{VERSION}-windows-x64.zip"
 
 
 def unpacked(content):

@@ -11,6 +11,11 @@
 #include "loaded_sdk.h"
 #include "zocrashreport.h"
 
+#define ZO_DIGITS_OF(number) #number
+#define ZO_DIGITS(number) ZO_DIGITS_OF(number)
+#define ZO_SDK_VERSION \
+    ZO_DIGITS(ZOP_SDK_VERSION_MAJOR) "." ZO_DIGITS(ZOP_SDK_VERSION_MINOR) "." ZO_DIGITS(ZOP_SDK_VERSION_PATCH)
+
 namespace sdktest {
 namespace {
 
@@ -32,8 +37,8 @@ TEST_F(Life, OnlyADriverOfMajorVersionOneIsAccepted) {
         const char* line;
     } cases[] = {
         {{1, 9, 4294967295}, 0, ZOP_OK, "SDK initialized (driver v1.9.4294967295)"},
-        {{2, 0, 0}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=2.0.0, sdk=1.0.0)"},
-        {{0, 9, 9}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=0.9.9, sdk=1.0.0)"},
+        {{2, 0, 0}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=2.0.0, sdk=" ZO_SDK_VERSION ")"},
+        {{0, 9, 9}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=0.9.9, sdk=" ZO_SDK_VERSION ")"},
         {{1, 0, 0}, 0xC0000022, ZOP_E_ACCESS_DENIED, "GetVersion failed 0x80000004"},
     };
     const LoadedSdk sdk;
@@ -87,7 +92,7 @@ TEST_F(Life, UnloadingLeavesNoDeviceNoLogFileAndNoHandleOpen) {
         std::string lastLine;
     } cases[] = {
         {1, false, kUninitialized},
-        {2, false, "sdk=1.0.0)"},
+        {2, false, "sdk=" ZO_SDK_VERSION ")"},
         {1, true, "[INFO ] ZoProtector_GetHardwareId: produced HID"},
     };
     std::uint32_t handles = 0;

@@ -1,4 +1,4 @@
-// Compiled only: what the declarations allow, and that every member that they promise is there (see members).
+// Compiled only: what the declarations allow.
 import { load, Status, ZoError, Protector, Signer, CrashReporter } from '..';
 
 async function use(): Promise<void> {
