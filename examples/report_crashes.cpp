@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-int wmain(int argc, wchar_t** argv) {
+int wmain(int argc, wchar_t** argv) try {
     if (argc != 4) {
         std::printf("usage: report_crashes SERVER-URL DUMP-FOLDER RECORD\n");
         return 1;
@@ -38,4 +38,7 @@ int wmain(int argc, wchar_t** argv) {
     std::printf("%s\n", error.message().c_str());
     // A run that did not get as far as its dumps leaves them for the next one.
     return error == zostatus::Status::kCancelled || error == zostatus::Status::kTimedOut ? 2 : 1;
+} catch (const std::system_error& error) {
+    std::printf("%s\n", error.what());  // the reporter could not be set up
+    return 1;
 }
