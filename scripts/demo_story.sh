@@ -24,7 +24,7 @@ Show() {
     local shown=$1 status=0 expected=${expectedCode:-0}
     shift
     echo "$bold> $shown$plain"
-    "$@" 2>&1 | tr -d '\r' | sed 's/^/    /' || status=${PIPESTATUS[0]}
+    "$@" 2>&1 | tr -d '\r' | fold -s -w 96 | sed 's/ *$//; s/^/    /' || status=${PIPESTATUS[0]}
     [ "$status" -eq 0 ] || echo "    (exit code $status)"
     if [ "$status" -ne "$expected" ]; then
         echo "    The demo expected exit code $expected here."
@@ -55,5 +55,5 @@ ShowSome() {
         head -n "$lines" <<<"$whole"
         echo "... ($(wc -l <<<"$whole") lines) ..."
         tail -n "$lines" <<<"$whole"
-    } | sed 's/^/    /'
+    } | fold -s -w 96 | sed 's/ *$//; s/^/    /'
 }

@@ -54,7 +54,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     EXPECT_EQ(list.json["dumps"][0]["signature"].get<std::string>().size(), 32u);
     const ZoctlRun text = Crash({"list", "--target", "STORAGE+0x", "--target", "nt+"});
     EXPECT_TRUE(Gave(text, 1, "STORAGE+0x|nt+"));
-    EXPECT_TRUE(Gave(text, 1, "3 new, 1 could not be analysed, 2 match a target."));
+    EXPECT_TRUE(Gave(text, 1, "3 new, 1 could not be analysed, 2 matching a target."));
     EXPECT_TRUE(Gave(Crash({"analyse", Dump("1.dmp")}), 0, "<Cmd>1</Cmd>"));
 
     const ZoctlRun dry = Crash({"run", "--dry-run", "--json", "--app-name", "Dry", "--lcid", "7"});

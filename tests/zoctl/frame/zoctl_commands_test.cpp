@@ -109,6 +109,7 @@ const struct FailureRow {
     {"registry add Software", "Give a key that begins with HKLM\\", "259 characters"},
     {"process add  ", "Give a path of at most 259 characters.", "HKLM"},
     {"rules check C:\\windows", "'C:\\windows' is a folder, not a file.", "administrator"},
+    {"rules check C:\\bad|name.json", "Check the named paths", "diagnostic log"},
     {"driver install C:\\windows", "'C:\\windows' is a folder, not a file.", "administrator"},
     {"driver upgrade C:\\none.sys", "The file 'C:\\none.sys' does not exist.", "in use"},
 };
@@ -146,6 +147,8 @@ TEST_F(ZoctlCommands, AMistypedCommandIsNamedWithTheOneThatWasMeant) {
         {"drivr", "unknown command 'drivr'; did you mean 'driver'?"},
         {"file ignore ad C:\\a", "unknown command 'ad'; did you mean 'add'?"},
         {"crash nonsense", "unknown command 'nonsense'\n"},
+        {"help driver instal", "unknown command 'instal'; did you mean 'install'?"},
+        {"nonsense /?", "unknown command 'nonsense'\n"},
         {"sign C:\\a", "--manifest is required\n"},  // has groups of options, and no commands below it
     };
     for (const auto& [line, words] : cases)

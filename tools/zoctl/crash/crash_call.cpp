@@ -56,8 +56,8 @@ void ShowQueries(const CrashCall& call, const CrashResult& result) {
 std::string Summary(const Tally& tally, CrashMode mode) {
     if (mode != CrashMode::kSend) {
         const std::string chosen = mode == CrashMode::kShow
-                                       ? zo::Format("{} match a target", tally.matched)
-                                       : zo::Format("{} would be asked about", tally.stats.dumpsSelected);
+                                       ? zo::Format("{} matching a target", tally.matched)
+                                       : zo::Format("{} to be asked about", tally.stats.dumpsSelected);
         return zo::Format("{} new, {} could not be analysed, {}. Nothing was sent and the record was not changed.",
                           tally.stats.dumpsFound, tally.notAnalysed, chosen);
     }

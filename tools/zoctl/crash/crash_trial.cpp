@@ -131,7 +131,7 @@ CrashTrial TryCrashReporter(const CrashOptions& options, const Cancellation& can
     const Json document = Json::parse(process.Finish(cancellation), nullptr, false);
     if (document.is_discarded()) {
         trial.failure = zo::Format(
-            "the debugger engine ended its process while it analysed the dumps (exit code {:#x})", process.ExitCode());
+            "The debugger engine ended its process while it analysed the dumps (exit code {:#x}).", process.ExitCode());
     } else if (!document.contains("dumps")) {
         trial.failure = document.value("message", "The dumps could not be analysed.");
     } else {

@@ -86,9 +86,8 @@ int Perform(const Action& action, Output& out) {
     } catch (const std::filesystem::filesystem_error& error) {
         return RefuseFolder(out, error);
     } catch (const std::exception& error) {
-        // The library lets file-system errors of its own folders pass; whatever else comes is reported the same way.
-        return out.Refuse(kExitFailed, EscapeControls(error.what()),
-                          "Check that the named folders exist and that you have access to them.");
+        return out.Refuse(kExitFailed, "An unexpected error ended the command: " + EscapeControls(error.what()),
+                          "Run it again; if it fails again, report it with the file of \"zoctl doctor --bundle\".");
     }
 }
 
@@ -143,6 +142,8 @@ int Tool::Run(const std::vector<std::string>& commandLine) {
     const std::vector<std::string> arguments = WithHelpFlag(commandLine);
     try {
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        const bool help = std::ranges::find(arguments, "--help") != arguments.end();
+        if (help && !Follow(root_, arguments).unknown.empty()) throw CLI::ExtrasError(arguments);  // help of what?
         root_.parse(reversed);
     } catch (const CLI::Success& success) {  // --help and --version
         std::ostringstream text;

@@ -196,7 +196,8 @@ StatusText DescribeStatus(std::int32_t status, Subject subject) {
     }
     if (found) return {found->name, value, found->meaning, found->advice, found->exitCode};
     std::string advice = "The diagnostic log (\"zoctl doctor\" shows its path) may say more.";
-    if (subject == Subject::kSigner) advice = "Check the named paths and that you have access to them, then try again.";
+    if (subject == Subject::kSigner || subject == Subject::kAny)
+        advice = "Check the named paths and that you have access to them, then try again.";
     if (subject == Subject::kCrash || subject == Subject::kEngine) {
         advice = "Run it again with --json: \"messages\" may say more.";
     }

@@ -188,8 +188,8 @@ int Application::ReadBack() {
     out_.Text(DifferenceText(difference, file_, state, full ? kShownWhenFull : kAllMissing));
     return out_.Refuse(
         full ? kExitFull : kExitNotInForce,
-        zo::Format("The driver does not fully match the file: {} of {} steps were done, {} failed, {} were not tried.",
-                   done, results_.size(), Count(Outcome::kFailed), Count(Outcome::kNotTried)),
+        zo::Format("The driver does not fully match the file: steps done: {} of {}, failed: {}, not tried: {}.", done,
+                   results_.size(), Count(Outcome::kFailed), Count(Outcome::kNotTried)),
         (full ? "Take rules out of the file, or cover several with one folder rule: a table is full. "
               : "Fix the failures listed above. ") +
             NextTime(),
