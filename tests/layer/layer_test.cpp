@@ -67,6 +67,20 @@ TEST_F(ChannelTest, EventReadersGiveEveryEventOrItsLoss) {
     EXPECT_EQ(reader.Poll().size(), 300u);
 }
 
+TEST_F(ChannelTest, ABatchIsReadAgainWhenTheCallbackForLossesThrows) {
+    client_.InjectEvents(ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE + 5);
+    bool throws = true;
+    const auto onLost = [&](std::uint32_t) {
+        if (throws) throw std::runtime_error("no room");
+    };
+    zoprotector::EventReader reader(session_, onLost, 10);
+    EXPECT_THROW(static_cast<void>(reader.Poll()), std::runtime_error);
+    throws = false;
+    const auto events = reader.Poll();
+    ASSERT_EQ(events.size(), 10u);
+    EXPECT_EQ(events[0].bytes[0], 5u) << "the first event that was not overwritten";
+}
+
 TEST(Codes, SayWhatHappenedAndCompareWithTheStandardConditions) {
     const struct {
         std::int32_t status;
