@@ -19,11 +19,14 @@ Chapter() {
     Say "$2"
 }
 
+# Typed TEXT: a command line, a long one over several lines.
+Typed() { fold -s -w 96 <<<"> $1" | sed "2,\$s/^/      /; s/.*/$bold&$plain/"; }
+
 # Show TEXT COMMAND [ARGUMENT...]: shows TEXT as what is typed, runs the command, and sets in what it prints.
 Show() {
     local shown=$1 status=0 expected=${expectedCode:-0}
     shift
-    echo "$bold> $shown$plain"
+    Typed "$shown"
     "$@" 2>&1 | tr -d '\r' | fold -s -w 96 | sed 's/ *$//; s/^/    /' || status=${PIPESTATUS[0]}
     [ "$status" -eq 0 ] || echo "    (exit code $status)"
     if [ "$status" -ne "$expected" ]; then
@@ -49,7 +52,7 @@ Simctl() { Show "simctl $*" ZoWine "$bin/simctl.exe" "$@"; }
 ShowSome() {
     local lines=$1 shown=$2 whole
     shift 2
-    echo "$bold> $shown$plain"
+    Typed "$shown"
     whole=$("$@" 2>&1 | tr -d '\r') || true
     {
         head -n "$lines" <<<"$whole"
