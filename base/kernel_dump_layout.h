@@ -1,8 +1,8 @@
 #pragma once
 
-// Where the fields of a 64-bit kernel dump file stand: of the header that every such file has, and of the block of a
+// Where the fields of a 64-bit kernel dump file are: of the header that every such file has, and of the block of a
 // small ("triage") dump behind it. Offsets count from the start of the file; names are those of the platform's
-// debugging headers. The library leaves dumps to the debugger engine; this is for programs that read them by themselves.
+// debugging headers. The library leaves dumps to the debugger engine; this is for programs that read dumps themselves.
 
 #include <cstddef>
 #include <cstdint>

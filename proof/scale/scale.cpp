@@ -1,6 +1,6 @@
-// scale [--rules N] [--log MEGABYTES] [--dumps FEW MANY]: what one item costs among many, against one among few. Rules in a
-// driver's table (4000), the diagnostic log (1024 MB), dumps in the folders FEW and MANY, none of them new. The exit status
-// is 1 when the cost grows with the number.
+// scale [--rules N] [--log MEGABYTES] [--dumps FEW MANY]: what one item costs among many, against one among few. Rules
+// in a driver's table (4000), the diagnostic log (1024 MB), dumps in the folders FEW and MANY, none of them new. The
+// exit status is 1 when the cost grows with the number.
 
 #include <windows.h>
 

@@ -1,6 +1,6 @@
 // soak [--rounds N] [--path NAME]: goes along each of the library's main paths N times (10000) and prints how many
-// handles, heap blocks and threads the process has before and after. The exit status is 1 when one of them has grown, or
-// when a path stops giving what it should.
+// handles, heap blocks and threads the process has before and after. The exit status is 1 when one of them has grown,
+// or when a path stops giving what it should.
 
 #include <windows.h>
 

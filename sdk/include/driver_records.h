@@ -6,8 +6,8 @@
  * One header for both sides, and for authors of drivers. It is plain C and needs neither windows.h nor the driver
  * kit. Records are packed, little-endian and zero-filled before their fields are set; strings in them are UTF-16,
  * zero-terminated inside their field. uint16_t stands for a UTF-16 unit here so that the layout is the same everywhere.
- * Paths are NT paths (\Device\HarddiskVolume3\...), or Win32 ones where the caller's had no drive letter; key names begin
- * with \REGISTRY\. */
+ * Paths are NT paths (\Device\HarddiskVolume3\...), or Win32 ones where the caller's had no drive letter; key names
+ * begin with \REGISTRY\. */
 
 #include <stdint.h>
 

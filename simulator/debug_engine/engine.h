@@ -17,7 +17,7 @@
 
 namespace zoengine {
 
-// What a call that the script makes fail leaves in the caller's variable: whoever uses it crashes.
+// What a call that the script makes fail leaves in the caller's variable: a caller that uses it crashes.
 inline void* const kJunkPointer = reinterpret_cast<void*>(0x10);
 
 class Engine final : public ClientSlots, public ControlSlots {

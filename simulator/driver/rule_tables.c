@@ -68,8 +68,9 @@ static uint8_t* EntryAt(const SimTable* table, uint32_t entry) {
     return table->entries + (size_t)entry * table->entrySize;
 }
 
-/* The newest entry whose first fields equal the record's: 1 for the key alone, or all of the identity. Entries that share
- * a key are in one bucket, so its chain serves both; the hash in each link keeps different records from being compared. */
+/* The newest entry whose first fields equal the record's: 1 for the key alone, or all of the identity. Entries that
+ * share a key are in one bucket, so its chain serves both; the hash in each link keeps different records from being
+ * compared. */
 static uint32_t FindEntry(const SimTable* table, const uint8_t* record, uint32_t fields) {
     if (table->allocated == 0) return SIM_NONE;
     const uint32_t keyHash = HashFields(table->kind, record, 1);

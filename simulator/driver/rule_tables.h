@@ -2,10 +2,10 @@
 #define ZOSIM_RULE_TABLES_H
 
 /* The driver's tables: rules, processes to ignore, signature overrides, known processes. A table holds records of one
- * size, finds out whether a new one is the same as an old one, and has a limit. Its entries form one block in the layout
- * of a list reply, so that listing is one copy. A hash index over the keys makes adding, finding and removing independent
- * of the table's size; entries that share a key form a chain, which is searched. Not locked: the caller holds the
- * simulator's lock. */
+ * size, finds out whether a new one is the same as an old one, and has a limit. Its entries form one block in the
+ * layout of a list reply, so that listing is one copy. A hash index over the keys makes adding, finding and removing
+ * independent of the table's size; entries that share a key form a chain, which is searched. Not locked: the caller
+ * holds the simulator's lock. */
 
 #include "kernel.h"
 

@@ -220,7 +220,7 @@ typedef struct ZoSimInjection { /* 16 bytes */
 
 /* A producer that goes on by itself. Both numbers may be set; zeros end it. The rate's events are made when
  * somebody looks or changes what they go into (a drain, get-stats, and ZOSIM_IOCTL_GET_STATE, _INJECT_EVENTS,
- * _SET_PRODUCER, _SET_COUNTERS and a _SET_SETTINGS with other slots), as many as the time that has gone by calls for. */
+ * _SET_PRODUCER, _SET_COUNTERS and a _SET_SETTINGS with other slots), as many as the elapsed time calls for. */
 typedef struct ZoSimProducer { /* 16 bytes */
     uint32_t ring;
     uint32_t perSecond;

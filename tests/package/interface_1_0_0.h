@@ -1,5 +1,5 @@
-/* FROZEN: all declarations of the public headers of 1.0.0. Programs that were built against them must go on working with
- * every DLL of major version 1, so this file never changes. */
+/* FROZEN: all declarations of the public headers of 1.0.0. Programs that were built against them must go on working
+ * with every DLL of major version 1, so this file never changes. */
 #include <stddef.h>
 #include <stdint.h>
 

@@ -27,6 +27,7 @@ std::string Version() {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): without memory for the commands there is nobody to report it
 int main() {
     zoctl::InstallCtrlC();
     CLI::App app("Installs, controls and watches the protection driver, signs folders and reports crashes.", "zoctl");

@@ -11,7 +11,8 @@ constexpr const char* kFull = R"({
     "process": {"rules": [{"path": "C:\\s\\a.exe"}, {"folder": "C:\\s\\bin", "recursive": true}]},
     "file": {
         "enabled": true,
-        "rules": [{"path": "C:\\s\\x.ini"}, {"folder": "C:\\s", "filter": "*.exe"}, {"folder": "C:\\s", "filter": "*.dll"},
+        "rules": [{"path": "C:\\s\\x.ini"}, {"folder": "C:\\s", "filter": "*.exe"},
+                  {"folder": "C:\\s", "filter": "*.dll"},
                   {"folder": "C:\\d", "recursive": true, "scope": {"folder": "C:\\s"}, "exclusive": true}],
         "ignore": [{"path": "C:\\s\\u.exe"}]
     },

@@ -46,9 +46,8 @@ struct StatusText {
     ExitCode exitCode;
 };
 
-// The row of the subject if there is one, else that of the subject of which it is a kind (of kRule for kKey and kExempt),
-// else that of kAny. A Win32 error without a row is named by its number; the
-// system's words for it are then the caller's to add.
+// The row of the subject if there is one, else that of the subject of which it is a kind (kRule for kKey and kExempt),
+// else that of kAny. A Win32 error without a row is named by its number; the caller adds the system's words for it.
 [[nodiscard]] StatusText DescribeStatus(std::int32_t status, Subject subject);
 [[nodiscard]] bool HasStatusRow(std::int32_t status);
 [[nodiscard]] std::span<const StatusRow> StatusTable();
