@@ -149,6 +149,7 @@ TEST_F(ZoctlCommands, AMistypedCommandIsNamedWithTheOneThatWasMeant) {
         {"crash nonsense", "unknown command 'nonsense'\n"},
         {"help driver instal", "unknown command 'instal'; did you mean 'install'?"},
         {"nonsense /?", "unknown command 'nonsense'\n"},
+        {"file nonsense -h", "unknown command 'nonsense'\n"},
         {"sign C:\\a", "--manifest is required\n"},  // has groups of options, and no commands below it
     };
     for (const auto& [line, words] : cases)
