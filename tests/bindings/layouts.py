@@ -34,7 +34,7 @@ def declared():
 
 def records_of(headers):
     """{record: (size, {field: (offset, size)})}, which the compiler writes into a table."""
-    records = {name: re.findall(r"(\w+)(?:\[\w+\])?;", body)
+    records = {name: re.findall(r"(\w+)(?:\[\w+\])?[,;]", body)
                for body, name in re.findall(r"typedef struct \w+ \{(.*?)\} (\w+);", text_of(headers), re.DOTALL)}
     numbers = []
     for name, fields in records.items():

@@ -16,6 +16,18 @@ EXPORTING_HEADERS = [SOURCE / part for part in (
     "sdk/include/zoprotector.h", "signer/include/zosigner.h", "crash_report/include/zocrashreport.h")]
 
 
+def functions_of(*headers):
+    text = "".join(header.read_text() for header in headers)
+    return re.findall(r"^ZO_API\s[^;(]*?\b(Zo\w+)\(", text, re.MULTILINE)
+
+
+def signing_command(folder):
+    """One for ZO_SIGN_COMMAND, without its file, with a certificate that is made in the folder."""
+    run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", folder / "key.pem", "-out",
+        folder / "certificate.pem", "-subj", "/CN=Maker", "-addext", "extendedKeyUsage=codeSigning")
+    return f"osslsigncode sign -certs '{folder}/certificate.pem' -key '{folder}/key.pem'"
+
+
 def run(*command, check=True, **settings):
     """The text that a command writes, or exit code and text; a failure shows all of it."""
     with tempfile.TemporaryFile() as output:  # a pipe would wait for what Wine leaves running, too

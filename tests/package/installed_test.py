@@ -15,9 +15,7 @@ from build_facts import BUILD, CC, run, windows_path, wine, wine_command
 class Installed(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.work = Path(folder.name)
+        cls.work = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
         if "ZO_PACKAGE" in os.environ:
             cls.prefix = Path(os.environ["ZO_PACKAGE"])
         else:

@@ -1,5 +1,5 @@
 /* FROZEN: all declarations of the public headers of 1.0.0. Programs that were built against them must go on working
- * with every DLL of major version 1, so this file never changes. */
+ * with every DLL of major version 1, so no declaration in this file ever changes. */
 #include <stddef.h>
 #include <stdint.h>
 
@@ -24,25 +24,13 @@
 #define ZOP_SDK_VERSION_MINOR 0
 #define ZOP_SDK_VERSION_PATCH 0
 typedef struct ZopStatus {
-    uint32_t flag1;
-    uint32_t count1;
-    uint32_t flag2;
-    uint32_t count2;
-    uint32_t flag3;
-    uint32_t count3;
-    uint32_t flag4;
-    uint32_t count4;
+    uint32_t flag1, count1, flag2, count2, flag3, count3, flag4, count4;
 } ZopStatus;
 typedef struct ZopSignaturePolicy {
-    uint8_t mode;
-    uint8_t minLevel;
-    uint8_t reserved[6];
+    uint8_t mode, minLevel, reserved[6];
 } ZopSignaturePolicy;
 typedef struct ZopStats {
-    uint32_t version;
-    uint32_t counters[12];
-    uint32_t unsignedBypassAttempts;
-    uint32_t moreCounters[5];
+    uint32_t version, counters[12], unsignedBypassAttempts, moreCounters[5];
 } ZopStats;
 typedef struct ZopEventRecord {
     uint8_t bytes[562];
@@ -74,16 +62,9 @@ typedef struct ZopDllWhitelistEntry {
 #define ZOP_START_DEMAND 3u
 #define ZOP_START_DISABLED 4u
 typedef struct ZoProtectorDriverStatus {
-    uint32_t state;
-    uint32_t startType;
-    uint32_t processId;
-    uint32_t instanceRegistered;
-    wchar_t imagePath[520];
-    wchar_t altitude[64];
-    uint32_t fileVersionMajor;
-    uint32_t fileVersionMinor;
-    uint32_t fileVersionBuild;
-    uint32_t fileVersionRevision;
+    uint32_t state, startType, processId, instanceRegistered;
+    wchar_t imagePath[520], altitude[64];
+    uint32_t fileVersionMajor, fileVersionMinor, fileVersionBuild, fileVersionRevision;
 } ZoProtectorDriverStatus;
 ZO_API int32_t ZoProtector_Initialize(void);
 ZO_API int32_t ZoProtector_Uninitialize(void);
@@ -167,39 +148,27 @@ typedef uint32_t ZoSignerSealMode;
 typedef int32_t (*ZoSignerSealCallback)(void* context, const wchar_t* relativePath, int32_t* seal,
                                         int32_t* applyToRest);
 typedef struct ZoSignerSignOptions {
-    const wchar_t* root;
-    const wchar_t* manifest;
-    const wchar_t* keystore;
+    const wchar_t *root, *manifest, *keystore;
     const uint8_t* keyBlob;
-    uint32_t keyBlobSize;
-    uint32_t sealMode;
+    uint32_t keyBlobSize, sealMode;
     ZoSignerSealCallback sealCallback;
     void* sealContext;
     ZoSignerLogCallback logCallback;
     void* logContext;
 } ZoSignerSignOptions;
 typedef struct ZoSignerVerifyOptions {
-    const wchar_t* root;
-    const wchar_t* manifest;
-    const wchar_t* keystore;
+    const wchar_t *root, *manifest, *keystore;
     const uint8_t* keyBlob;
     uint32_t keyBlobSize;
     ZoSignerLogCallback logCallback;
     void* logContext;
 } ZoSignerVerifyOptions;
 typedef struct ZoSignerSignResult {
-    uint32_t entries;
-    uint32_t signedOrAnchored;
-    uint32_t directories;
-    uint32_t sealedDirectories;
+    uint32_t entries, signedOrAnchored, directories, sealedDirectories;
     uint8_t thumbprint[32];
 } ZoSignerSignResult;
 typedef struct ZoSignerVerifyResult {
-    uint32_t ok;
-    uint32_t bad;
-    uint32_t missing;
-    uint32_t extra;
-    uint32_t directories;
+    uint32_t ok, bad, missing, extra, directories;
     uint8_t thumbprint[32];
 } ZoSignerVerifyResult;
 ZO_API int32_t ZoSigner_GenerateKeyPair(const wchar_t* keystore);
@@ -217,24 +186,16 @@ typedef int32_t (*ZoCrashBodyScrambler)(void* context, const uint8_t* in, uint32
                                         uint32_t outCapacity, uint32_t* outLength);
 #define ZOCRASH_DEFAULT_RECORD L"ZoProtector\\crash_compare.dat"
 typedef struct ZoCrashReportConfig {
-    const wchar_t* serverUrl;
-    const wchar_t* appName;
-    const wchar_t* appVersion;
+    const wchar_t *serverUrl, *appName, *appVersion;
     uint32_t lcid;
-    const wchar_t* minidumpDir;
-    const wchar_t* compareFilePath;
+    const wchar_t *minidumpDir, *compareFilePath;
     int32_t uploadAll;
     uint64_t maxDumpBytes;
     uint32_t networkWaitSeconds;
 } ZoCrashReportConfig;
 typedef struct ZoCrashRunStats {
-    uint32_t dumpsFound;
-    uint32_t dumpsSelected;
-    uint32_t queriesAccepted;
-    uint32_t queriesAlreadyKnown;
-    uint32_t queriesFailed;
-    uint32_t uploadsSucceeded;
-    uint32_t uploadsFailed;
+    uint32_t dumpsFound, dumpsSelected, queriesAccepted, queriesAlreadyKnown, queriesFailed;
+    uint32_t uploadsSucceeded, uploadsFailed;
     wchar_t matchedDrivers[1024];
 } ZoCrashRunStats;
 ZO_API int32_t ZoCrashReport_Initialize(const ZoCrashReportConfig* config);

@@ -11,7 +11,7 @@ import unittest
 import zipfile
 from pathlib import Path
 
-from build_facts import SOURCE, VERSION, run
+from build_facts import SOURCE, VERSION, run, signing_command
 
 sys.path.insert(0, str(SOURCE / "packaging"))
 import signing  # noqa: E402
@@ -80,11 +80,8 @@ class Release(unittest.TestCase):
         self.assertEqual([name for name in made if made[name] != self.made[name]], [])
 
     def test_differs_in_the_signatures_alone_when_signed(self):
-        certificate, key = self.work / "certificate.pem", self.work / "key.pem"
-        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", certificate,
-            "-subj", "/CN=Maker", "-addext", "extendedKeyUsage=codeSigning")
-        signer = f"osslsigncode sign -certs {certificate} -key {key} -in {{file}} -out {{file}}.new"
-        self.release("one", *SETTINGS, ZO_SIGN_COMMAND=f"{signer} && mv {{file}}.new {{file}}")
+        signer = f"{signing_command(self.work)} -in {{file}} -out {{file}}.new && mv {{file}}.new {{file}}"
+        self.release("one", *SETTINGS, ZO_SIGN_COMMAND=signer)
         unsigned, signed = unpacked(self.made[ZIP]), unpacked(self.files("one")[ZIP])
         changed = {file for file in signed if signed[file] != unsigned[file]}
         self.assertEqual(changed, {f"{folder}/{file}" for folder in ("bin", "simulator")

@@ -6,7 +6,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from build_facts import BUILD, CC, CXX, EXPORTING_HEADERS, SOURCE, run, wine
+from build_facts import BUILD, CC, CXX, EXPORTING_HEADERS, SOURCE, functions_of, run, wine
 
 PUBLIC_HEADERS = EXPORTING_HEADERS + [SOURCE / part for part in (
     "sdk/include/zoprotector_status.h", "sdk/include/driver_records.h", "simulator/include/zoprotector_simulator.h")]
@@ -14,6 +14,7 @@ LAYER_HEADERS = [SOURCE / part for part in (
     "sdk/include/zostatus.hpp", "sdk/include/zoprotector.hpp", "signer/include/zosigner.hpp",
     "crash_report/include/zocrashreport.hpp")]
 STRICT = ["-Wall", "-Wextra", "-pedantic-errors", "-Werror"]
+LAYER = ["-std=c++20", "-x", "c++", "-Wconversion", "-Wshadow", *(f"-I{header.parent}" for header in EXPORTING_HEADERS)]
 COMPILERS = {
     "C99": [CC, "-std=c99", "-x", "c", "-Wstrict-prototypes"],
     "C++11": [CXX, "-std=c++11", "-x", "c++"],
@@ -24,36 +25,30 @@ COMPILERS = {
 
 class Sources(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.source, self.program = Path(folder.name) / "source", Path(folder.name) / "program.exe"
+        folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.source, self.program = folder / "source", folder / "program.exe"
 
     def test_each_header_stands_alone(self):
+        cases = [(header, compiler) for header in PUBLIC_HEADERS for compiler in COMPILERS.values()]
+        for compiler in ([CXX], ["clang++-19", "--target=x86_64-w64-mingw32"]):
+            cases += [(header, [*compiler, *LAYER]) for header in LAYER_HEADERS]
+        for header, compiler in cases:
+            self.source.write_text(f'#include "{header.name}"\n#include "{header.name}"\nint ZoNothing;\n')
+            with self.subTest(header=header.name, compiler=compiler):
+                run(*compiler, *STRICT, "-fsyntax-only", f"-I{header.parent}", self.source)
+
+    def test_public_headers_include_each_other_and_no_header_of_the_platform(self):
         allowed = {"stddef.h", "stdint.h"} | {header.name for header in PUBLIC_HEADERS}
         for header in PUBLIC_HEADERS:
             included = set(re.findall(r'^#include [<"]([^>"]+)[>"]', header.read_text(), re.MULTILINE))
             self.assertLessEqual(included, allowed, header.name)
-            self.source.write_text(f'#include "{header.name}"\n#include "{header.name}"\nint ZoNothing;\n')
-            for language, compiler in COMPILERS.items():
-                with self.subTest(header=header.name, language=language):
-                    run(*compiler, *STRICT, "-fsyntax-only", f"-I{header.parent}", self.source)
-
-    def test_each_layer_header_stands_alone(self):
-        compilers = {"GCC": COMPILERS["C++20"], "clang": ["clang++-19", "--target=x86_64-w64-mingw32", "-std=c++20",
-                                                          "-x", "c++"]}
-        for header in LAYER_HEADERS:
-            self.source.write_text(f'#include "{header.name}"\n#include "{header.name}"\nint ZoNothing;\n')
-            for name, compiler in compilers.items():
-                with self.subTest(header=header.name, compiler=name):
-                    run(*compiler, *STRICT, "-Wconversion", "-Wshadow", "-fsyntax-only",
-                        *(f"-I{folder.parent}" for folder in EXPORTING_HEADERS), self.source)
 
     def test_each_function_has_its_pointer_type(self):
         """And no header has one that belongs to no function."""
         for header in EXPORTING_HEADERS:
-            text = header.read_text()
-            functions = re.findall(r"^ZO_API\s[^;(]*?\b(Zo\w+)\(", text, re.MULTILINE)
-            self.assertEqual(re.findall(r"^typedef \w+ \(\*(Zo\w+_\w+)Fn\)", text, re.MULTILINE), functions)
+            functions = functions_of(header)
+            types = re.findall(r"^typedef \w+ \(\*(Zo\w+_\w+)Fn\)", header.read_text(), re.MULTILINE)
+            self.assertEqual(types, functions)
             checks = "".join(f"static_assert(std::is_same_v<{name}Fn, decltype(&{name})>);\n" for name in functions)
             self.source.write_text(f'#include <type_traits>\n#include "{header.name}"\n{checks}')
             run(*COMPILERS["C++20"], *STRICT, "-DZO_NO_IMPORT", "-fsyntax-only", f"-I{header.parent}", self.source)
