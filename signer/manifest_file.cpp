@@ -1,6 +1,7 @@
 #include "manifest_file.h"
 
 #include <filesystem>
+#include <initializer_list>
 #include <string_view>
 #include <vector>
 
@@ -15,11 +16,11 @@ namespace zosigner {
 
 namespace {
 
-// The digest that the whole-file signature covers. The two pieces are hashed in place: joining them would double the
+// The digest that the whole-file signature covers. The pieces are hashed in place: joining them would double the
 // memory needed. Gives an NTSTATUS.
-std::int32_t HashSignedText(zo::Hasher& sha256, std::string_view magicLine, std::string_view body,
+std::int32_t HashSignedText(zo::Hasher& sha256, std::initializer_list<std::string_view> pieces,
                             zo::Sha256Digest& digest) {
-    for (const std::string_view piece : {magicLine, body}) {
+    for (const std::string_view piece : pieces) {
         if (const std::int32_t status = sha256.Update(piece.data(), piece.size()); status < 0) return status;
     }
     return sha256.Finish(digest);
@@ -45,9 +46,10 @@ std::int32_t ReadBytes(const wchar_t* path, const Report& report, std::string& b
 
 bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningKey& key, zo::Hasher& sha256,
                    const Report& report) {
-    const std::string body = BuildBody(manifest);
+    const std::string head = BuildHead(manifest);
+    const std::string_view entries = manifest.entries.text;
     zo::Sha256Digest digest{};
-    if (const std::int32_t status = HashSignedText(sha256, kMagicLine, body, digest); status < 0) {
+    if (const std::int32_t status = HashSignedText(sha256, {kMagicLine, head, entries}, digest); status < 0) {
         report.Error("hash manifest -> 0x{:08X}", zo::Bits(status));
         return false;
     }
@@ -65,7 +67,8 @@ bool WriteManifest(const wchar_t* path, const Manifest& manifest, const SigningK
         return false;
     }
     const std::string signatureLine = SignatureLine(signature);
-    for (const std::string_view piece : {kMagicLine, std::string_view(signatureLine), std::string_view(body)}) {
+    for (const std::string_view piece :
+         {kMagicLine, std::string_view(signatureLine), std::string_view(head), entries}) {
         if (const std::uint32_t error = zo::WriteWhole(file.Get(), piece); error != ERROR_SUCCESS) {
             report.Error("{}{}", kManifestNotWritten, error);
             return false;
@@ -83,7 +86,7 @@ std::int32_t ReadManifest(const wchar_t* path, const SigningKey& key, zo::Hasher
         return BadManifest(report, fault);
     }
     zo::Sha256Digest digest{};
-    if (const std::int32_t status = HashSignedText(sha256, parts.magicLine, parts.body, digest); status < 0) {
+    if (const std::int32_t status = HashSignedText(sha256, {parts.magicLine, parts.body}, digest); status < 0) {
         report.Error("hash manifest for verify -> 0x{:08X}", zo::Bits(status));
         return zo::HresultFromNtStatus(status);
     }

@@ -118,37 +118,41 @@ const char* ParseAttributes(Lines& lines, ListedEntry& entry) {
 
 }  // namespace
 
-std::string BuildBody(const Manifest& manifest) {
-    std::size_t size = kTextPerFile + manifest.root.size();
-    for (const ManifestDirectory& directory : manifest.directories)
-        size += directory.path.size() + 5;
-    for (const ManifestEntry& entry : manifest.entries) {
-        size += entry.path.size() + (entry.anchor ? 3 : kTextPerFile);
-    }
-    std::string body;
-    body.reserve(size);
+void EntryText::AddFile(std::string_view path, std::uint64_t size, const std::array<std::uint8_t, 32>& digest,
+                        const std::vector<std::uint8_t>& signature) {
+    ++files;
+    text += "F ";
+    text += path;
+    text += "\n  SIZE ";
+    text += std::to_string(size);
+    text += "\n  HASH ";
+    zo::AppendHex(text, digest);
+    text += "\n  SIG  ";
+    zo::AppendHex(text, signature);
+    text += '\n';
+}
 
-    body += zo::Format("ALG {}\nROOT {}\nPUB {}\nTIME {}\nCOUNT {}\n{}\n", kAlgorithm, manifest.root,
-                       zo::ToHex(manifest.thumbprint), manifest.time, manifest.entries.size(), kHeaderEnd);
+void EntryText::AddAnchor(std::string_view path) {
+    ++anchors;
+    text += "K ";
+    text += path;
+    text += '\n';
+}
+
+std::size_t EntrySize(std::size_t pathLength) {
+    return kTextPerFile + pathLength;
+}
+
+std::string BuildHead(const Manifest& manifest) {
+    std::string head = zo::Format("ALG {}\nROOT {}\nPUB {}\nTIME {}\nCOUNT {}\n{}\n", kAlgorithm, manifest.root,
+                                  zo::ToHex(manifest.thumbprint), manifest.time,
+                                  manifest.entries.files + manifest.entries.anchors, kHeaderEnd);
     for (const ManifestDirectory& directory : manifest.directories) {
-        body += directory.sealed ? "D S " : "D O ";
-        body += directory.path;
-        body += '\n';
+        head += directory.sealed ? "D S " : "D O ";
+        head += directory.path;
+        head += '\n';
     }
-    for (const ManifestEntry& entry : manifest.entries) {
-        body += entry.anchor ? "K " : "F ";
-        body += entry.path;
-        body += '\n';
-        if (entry.anchor) continue;
-        body += "  SIZE ";
-        body += std::to_string(entry.size);
-        body += "\n  HASH ";
-        zo::AppendHex(body, entry.digest);
-        body += "\n  SIG  ";
-        zo::AppendHex(body, entry.signature);
-        body += '\n';
-    }
-    return body;
+    return head;
 }
 
 std::string SignatureLine(const std::vector<std::uint8_t>& signature) {

@@ -1,10 +1,11 @@
 #pragma once
 
-// The text of a manifest: building the part below its signature, and parsing. Pure: bytes in, values out. Hashing,
+// The text of a manifest: building the parts below its signature, and parsing. Pure: bytes in, values out. Hashing,
 // signing and files are in manifest_file.h.
 //
 // A parsed manifest consists of views into the buffer that it was read into. Digests and signatures are checked, but
-// stay hexadecimal text until their file is verified. So a verification needs little more memory than its manifest.
+// stay hexadecimal text until their file is verified. A file that is signed becomes text at once. So both need little more
+// memory than the manifest.
 
 #include <array>
 #include <cstdint>
@@ -28,24 +29,30 @@ struct ManifestDirectory {
     bool sealed = true;
 };
 
-struct ManifestEntry {
-    std::string path;
-    std::uint64_t size = 0;
-    std::array<std::uint8_t, 32> digest{};
-    std::vector<std::uint8_t> signature{};
-    bool anchor = false;  // a shortcut: it must be there, with any contents
+// The entries, as text from the beginning.
+struct EntryText {
+    std::string text;
+    std::uint32_t files = 0;
+    std::uint32_t anchors = 0;  // shortcuts: they must be there, with any contents
+
+    void AddFile(std::string_view path, std::uint64_t size, const std::array<std::uint8_t, 32>& digest,
+                 const std::vector<std::uint8_t>& signature);
+    void AddAnchor(std::string_view path);
 };
+
+// Bytes of text that an entry with a path of this length takes at most.
+[[nodiscard]] std::size_t EntrySize(std::size_t pathLength);
 
 struct Manifest {
     std::string root;  // UTF-8; for people, never used for checking
     Thumbprint thumbprint{};
     std::uint64_t time = 0;  // FILETIME
     std::vector<ManifestDirectory> directories;
-    std::vector<ManifestEntry> entries;
+    EntryText entries;
 };
 
-// Everything below the signature line.
-[[nodiscard]] std::string BuildBody(const Manifest& manifest);
+// Everything between the signature line and the entries.
+[[nodiscard]] std::string BuildHead(const Manifest& manifest);
 
 // The signature line with its line feed.
 [[nodiscard]] std::string SignatureLine(const std::vector<std::uint8_t>& signature);

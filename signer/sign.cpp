@@ -38,33 +38,34 @@ void WarnSkipped(const Report& report, std::string_view beginning, const std::st
     report.Warning("{}{}{}{:08X} (skipped)", beginning, shown, kBeforeStatus, zo::Bits(status));
 }
 
-// Signs the files that can be read and removes the others from the list. Gives the number of files signed.
-std::uint32_t SignEntries(const TreeRoot& root, const SigningKey& key, const Report& report, FileHasher hasher,
-                          std::vector<ManifestEntry>& entries) {
-    std::uint32_t signedFiles = 0;
-    for (ManifestEntry& entry : entries) {
-        if (entry.anchor) continue;
-        if (const std::int32_t status = hasher.Hash(root.Long(entry.path).c_str(), entry.digest); status < 0) {
-            WarnSkipped(report, kHashFailed, root.Shown(entry.path), status);
-        } else if (const std::int32_t failure = zo::SignDigest(key.Get(), entry.digest, entry.signature); failure < 0) {
-            WarnSkipped(report, kSignFailed, root.Shown(entry.path), failure);
+// Signs the files; those that cannot be read get no entry.
+EntryText SignFiles(const TreeRoot& root, const SigningKey& key, const Report& report, FileHasher hasher,
+                    const std::vector<FoundFile>& files) {
+    EntryText entries;
+    std::size_t size = 0;
+    for (const FoundFile& file : files)
+        size += EntrySize(file.path.size());
+    entries.text.reserve(size);  // growing step by step would need twice the memory
+
+    zo::Sha256Digest digest{};
+    std::vector<std::uint8_t> signature;
+    for (const FoundFile& file : files) {
+        if (file.isShortcut) {
+            entries.AddAnchor(file.path);
+        } else if (const std::int32_t status = hasher.Hash(root.Long(file.path).c_str(), digest); status < 0) {
+            WarnSkipped(report, kHashFailed, root.Shown(file.path), status);
+        } else if (const std::int32_t failure = zo::SignDigest(key.Get(), digest, signature); failure < 0) {
+            WarnSkipped(report, kSignFailed, root.Shown(file.path), failure);
         } else {
-            ++signedFiles;
+            entries.AddFile(file.path, file.size, digest, signature);
         }
     }
-    std::erase_if(entries, [](const ManifestEntry& entry) { return !entry.anchor && entry.signature.empty(); });
-    return signedFiles;
+    return entries;
 }
 
-template <typename Item>
-std::uint32_t Count(const std::vector<Item>& list, bool Item::* mark) {
-    return static_cast<std::uint32_t>(std::ranges::count(list, true, mark));
-}
-
-ZoSignerSignResult ResultOf(const Manifest& manifest, std::uint32_t signedOrAnchored, std::uint32_t sealed) {
+ZoSignerSignResult ResultOf(const Manifest& manifest, std::uint32_t sealed) {
     ZoSignerSignResult result{};
-    result.entries = static_cast<std::uint32_t>(manifest.entries.size());
-    result.signedOrAnchored = signedOrAnchored;
+    result.entries = result.signedOrAnchored = manifest.entries.files + manifest.entries.anchors;
     result.directories = static_cast<std::uint32_t>(manifest.directories.size());
     result.sealedDirectories = sealed;
     std::ranges::copy(manifest.thumbprint, result.thumbprint);
@@ -90,23 +91,24 @@ std::int32_t Sign(const ZoSignerSignOptions& options, ZoSignerSignResult* result
     report.Info("Walking '{}' ...", root.Shown());
     IoBuffer buffer;
     const FileIdentity manifestFile(options.manifest);
-    if (!Walk(root, manifestFile, report, buffer, manifest.directories, manifest.entries)) return zo::kFail;
+    std::vector<FoundFile> files;
+    if (!Walk(root, manifestFile, report, buffer, manifest.directories, files)) return zo::kFail;
     if (const std::int32_t status =
             DecideSeals(options.sealMode, options.sealCallback, options.sealContext, manifest.directories);
         status < 0) {
         return status;
     }
-    const std::uint32_t sealed = Count(manifest.directories, &ManifestDirectory::sealed);
-    report.Info("{}{} files, {} directories ({} sealed). Signing...", kFilesFound, manifest.entries.size(),
+    const auto sealed =
+        static_cast<std::uint32_t>(std::ranges::count(manifest.directories, true, &ManifestDirectory::sealed));
+    report.Info("{}{} files, {} directories ({} sealed). Signing...", kFilesFound, files.size(),
                 manifest.directories.size(), sealed);
 
-    const std::uint32_t signedFiles = SignEntries(root, key, report, FileHasher(sha256, buffer), manifest.entries);
-    const std::uint32_t anchored = Count(manifest.entries, &ManifestEntry::anchor);
+    manifest.entries = SignFiles(root, key, report, FileHasher(sha256, buffer), files);
     if (!WriteManifest(options.manifest, manifest, key, sha256, report)) return zo::kFail;
-    report.Info("Signed {} files, anchored {} shortcut(s) -> {}", signedFiles, anchored,
+    report.Info("Signed {} files, anchored {} shortcut(s) -> {}", manifest.entries.files, manifest.entries.anchors,
                 zo::Utf8FromWide(options.manifest));
 
-    if (result != nullptr) *result = ResultOf(manifest, signedFiles + anchored, sealed);
+    if (result != nullptr) *result = ResultOf(manifest, sealed);
     return zo::kOk;
 }
 

@@ -35,12 +35,12 @@ struct Level {
 class Walker {
   public:
     Walker(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
-           std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries)
+           std::vector<ManifestDirectory>& directories, std::vector<FoundFile>& files)
         : root_(root),
           manifestFile_(manifestFile),
           report_(report),
           directories_(directories),
-          entries_(entries),
+          files_(files),
           listing_(buffer) {}
 
     [[nodiscard]] bool Run() {
@@ -94,10 +94,7 @@ class Walker {
                 report_.Warning("{}{}", kListingFailed, zo::ErrorText(error));
             }
         } else if ((item.listed.attributes & FILE_ATTRIBUTE_DEVICE) == 0) {
-            ManifestEntry& entry = entries_.emplace_back();
-            entry.path = std::move(relative);
-            entry.anchor = IsShortcut(item.name);
-            if (!entry.anchor) entry.size = item.listed.size;
+            files_.push_back({std::move(relative), item.listed.size, IsShortcut(item.name)});
         }
     }
 
@@ -105,7 +102,7 @@ class Walker {
     const FileIdentity& manifestFile_;
     const Report& report_;
     std::vector<ManifestDirectory>& directories_;
-    std::vector<ManifestEntry>& entries_;
+    std::vector<FoundFile>& files_;
     DirectoryListing listing_;
     std::vector<Level> levels_;
 };
@@ -113,8 +110,8 @@ class Walker {
 }  // namespace
 
 bool Walk(const TreeRoot& root, const FileIdentity& manifestFile, const Report& report, IoBuffer& buffer,
-          std::vector<ManifestDirectory>& directories, std::vector<ManifestEntry>& entries) {
-    return Walker(root, manifestFile, report, buffer, directories, entries).Run();
+          std::vector<ManifestDirectory>& directories, std::vector<FoundFile>& files) {
+    return Walker(root, manifestFile, report, buffer, directories, files).Run();
 }
 
 std::int32_t DecideSeals(std::uint32_t mode, ZoSignerSealCallback callback, void* context,

@@ -1,11 +1,13 @@
 // Parsing a manifest against a bare scan for line ends over the same bytes. Built and run by bench/signer/native.
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "manifest_text.h"
 
@@ -16,13 +18,12 @@ std::string MakeManifest(std::size_t files) {
     manifest.root = "C:\\Suite";
     for (std::size_t i = 0; i < files; ++i) {
         if (i % 500 == 0) manifest.directories.push_back({"folder" + std::to_string(i / 500)});
-        auto& entry = manifest.entries.emplace_back();
-        entry.path = manifest.directories.back().path + "/file" + std::to_string(i) + ".bin";
-        entry.size = i;
-        entry.digest.fill(static_cast<std::uint8_t>(i));
-        entry.signature.assign(256, static_cast<std::uint8_t>(i * 7));
+        std::array<std::uint8_t, 32> digest{};
+        digest.fill(static_cast<std::uint8_t>(i));
+        manifest.entries.AddFile(manifest.directories.back().path + "/file" + std::to_string(i) + ".bin", i, digest,
+                                 std::vector<std::uint8_t>(256, static_cast<std::uint8_t>(i * 7)));
     }
-    return zosigner::BuildBody(manifest);
+    return zosigner::BuildHead(manifest) + manifest.entries.text;
 }
 
 std::size_t CountLineEnds(const std::string& text) {

@@ -99,8 +99,9 @@ TEST(ManifestText, ReadsWhatItWrote) {
     manifest.root = "C:\\Suite";
     manifest.time = 18446744073709551615u;
     manifest.directories = {{".", true}, {"\xC3\xA4 .", false}};
-    manifest.entries = {{"b", 18446744073709551615u, {}, {0x00, 0xFF, 0x1b}}, {.path = "a.lnk", .anchor = true}};
-    EXPECT_EQ(Read(BuildBody(manifest)),
+    manifest.entries.AddFile("b", 18446744073709551615u, {}, {0x00, 0xFF, 0x1b});
+    manifest.entries.AddAnchor("a.lnk");
+    EXPECT_EQ(Read(BuildHead(manifest) + manifest.entries.text),
               "C:\\Suite,18446744073709551615,0;S:.;O:\xC3\xA4 .;"
               "F:b,18446744073709551615,hash,00ff1b;K:a.lnk;");
 }
