@@ -1,9 +1,8 @@
-// signer_bench [--files N] [--big MEGABYTES] [--scale N] [--rounds R] [--verify ROOT MANIFEST KEYSTORE]
+// signer_bench [--files N] [--big MEGABYTES] [--rounds R]
 //
 // Signing and verifying against the bare platform calls, alternately in one run, at 1, 100 and N files and for one big
-// file; the cost of a file in a tree of --scale files against one of 1,000; and the platform's cryptography's share.
-// The defaults take seconds; --files 10000 --big 1024 --scale 100000 is the whole measurement.
-// --verify only verifies one tree, for those who measure a process from outside.
+// file, with the platform's cryptography's share.
+// The defaults take seconds; --files 10000 --big 1024 is the whole measurement.
 
 // clang-format off
 #include <windows.h>
@@ -50,17 +49,13 @@ double TimeSign(const BenchTree& tree) {
     return Seconds() - begin;
 }
 
-std::int32_t Verify(const wchar_t* root, const wchar_t* manifest, const wchar_t* keystore) {
-    ZoSignerVerifyOptions options{};
-    options.root = root;
-    options.manifest = manifest;
-    options.keystore = keystore;
-    return ZoSigner_VerifyDirectory(&options, nullptr);
-}
-
 double TimeVerify(const BenchTree& tree) {
+    ZoSignerVerifyOptions options{};
+    options.root = tree.root.c_str();
+    options.manifest = tree.manifest.c_str();
+    options.keystore = tree.keystore.c_str();
     const double begin = Seconds();
-    Require(Verify(tree.root.c_str(), tree.manifest.c_str(), tree.keystore.c_str()));
+    Require(ZoSigner_VerifyDirectory(&options, nullptr));
     return Seconds() - begin;
 }
 
@@ -102,48 +97,21 @@ void Compare(const char* what, std::uint32_t files, std::uint64_t bytes, int rou
     std::fflush(stdout);
 }
 
-void Scale(std::uint32_t large, int rounds) {
-    constexpr std::uint32_t kSmall = 1000;
-    const BenchTree few(kSmall, 4096);
-    const BenchTree many(large, 4096);
-    double sign[2] = {1e9, 1e9};
-    double verify[2] = {1e9, 1e9};
-    const BenchTree* trees[2] = {&few, &many};
-    for (const BenchTree* tree : trees)
-        Require(ZoSigner_GenerateKeyPair(tree->keystore.c_str()));
-    for (int round = 0; round < rounds; ++round) {
-        for (int i = 0; i < 2; ++i) {
-            const double count = static_cast<double>(trees[i]->files.size());
-            sign[i] = std::min(sign[i], TimeSign(*trees[i]) / count);
-            verify[i] = std::min(verify[i], TimeVerify(*trees[i]) / count);
-        }
-    }
-    std::printf("a file of %u against one of %u: sign %.1f us / %.1f us = %.3f, verify %.1f us / %.1f us = %.3f\n",
-                large, kSmall, sign[1] * 1e6, sign[0] * 1e6, sign[1] / sign[0], verify[1] * 1e6, verify[0] * 1e6,
-                verify[1] / verify[0]);
-}
-
 int Run(int count, wchar_t** arguments) {
     std::uint32_t files = 1000;
     std::uint32_t big = 64;
-    std::uint32_t scale = 4000;
     int rounds = 3;
     for (int i = 1; i + 1 < count; i += 2) {
         const std::wstring_view name = arguments[i];
-        if (name == L"--verify" && i + 3 < count) {
-            return Verify(arguments[i + 1], arguments[i + 2], arguments[i + 3]) < 0 ? 1 : 0;
-        }
         const auto value = static_cast<std::uint32_t>(std::wcstoul(arguments[i + 1], nullptr, 10));
         if (name == L"--files") files = value;
         if (name == L"--big") big = value;
-        if (name == L"--scale") scale = value;
         if (name == L"--rounds") rounds = static_cast<int>(value);
     }
     Compare("1 file of 4 KB", 1, 4096, rounds * 10);
     Compare("100 files of 4 KB", 100, 4096, rounds * 2);
     if (files != 0) Compare((std::to_string(files) + " files of 4 KB").c_str(), files, 4096, rounds);
     if (big != 0) Compare((std::to_string(big) + " MB in one file").c_str(), 1, std::uint64_t{big} << 20, rounds);
-    if (scale != 0) Scale(scale, rounds);
     return 0;
 }
 
