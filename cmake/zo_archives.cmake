@@ -13,8 +13,8 @@ set(CPACK_STRIP_FILES OFF)  # a stripped DLL would no longer name its debug info
 set(CPACK_VERBATIM_VARIABLES ON)
 include(CPack)
 
-# For scripts/release, which refuses these before it builds: for each development setting a line with its name, a tab and
-# its meaning.
+# For scripts/release, which refuses these before it builds: for each development setting a line with its name, a tab
+# and its meaning.
 get_property(settings GLOBAL PROPERTY zo_development_settings)
 set(lines "")
 foreach(setting ${settings})

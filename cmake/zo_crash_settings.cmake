@@ -1,5 +1,5 @@
-# What a deployment sets for the crash reporter, with development defaults under which the simulator's crash server works
-# unasked. A room that needs them links zo_crash_settings and gets ZO_CRASH_SERVER_URL, ZO_CRASH_CONTACT and
+# What a deployment sets for the crash reporter, with development defaults under which the simulator's crash server
+# works unasked. A room that needs them links zo_crash_settings and gets ZO_CRASH_SERVER_URL, ZO_CRASH_CONTACT and
 # ZO_CRASH_SCRAMBLER_KEY as narrow string literals. The crash server reads its default key out of this file.
 
 set(zo_crash_default_SERVER_URL "https://localhost:8443/crash")

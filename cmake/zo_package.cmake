@@ -66,9 +66,9 @@ if(NOT MSVC)
 endif()
 install(TARGETS zoctl RUNTIME DESTINATION bin COMPONENT zoctl)
 
-# The simulator keeps a folder of its own, so that nobody takes its driver for the real one. Its zoctl is the same program
-# as bin/zoctl.exe, but the crash reporter takes the debugger engine from beside the executable: here the stand-in, there
-# the system's own. A stand-in in bin/ would displace the real one.
+# The simulator keeps a folder of its own, so that nobody takes its driver for the real one. Its zoctl is the same
+# program as bin/zoctl.exe, but the crash reporter takes the debugger engine from beside the executable: here the
+# stand-in, there the system's own. A stand-in in bin/ would displace the real one.
 if(NOT MSVC)
     install(TARGETS ZoProtectorDriver ZoProtectorDriver_1_0_1 ZoProtectorDriver_0_9_9 ZoProtectorDriver_noversion
             LIBRARY DESTINATION simulator COMPONENT simulator)

@@ -14,7 +14,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${zo_bin}$<0:>")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib$<0:>")
 
 option(ZO_BUILD_TESTS "Build the tests and benchmarks too, which need GoogleTest and Python 3" ON)
-option(ZO_COMPILE_TOGETHER "Compile the files of programs that parse large headers as one; the linter wants each by itself" ON)
+option(ZO_COMPILE_TOGETHER "Compile the files of programs that parse large headers as one; not for the linter" ON)
 option(ZO_SANITIZE "Build natively under AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 option(ZO_WARNINGS_ARE_ERRORS "Stop the build at the first warning" ON)
 
@@ -30,7 +30,8 @@ target_link_libraries(zo_settings INTERFACE zo_flags)
 
 if(MSVC)
     # Not for the resource compiler, which does not know them.
-    set(zo_msvc_options /W4 /utf-8 /permissive- /Zc:__cplusplus /EHsc /guard:cf $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:/WX>)
+    set(zo_msvc_options /W4 /utf-8 /permissive- /Zc:__cplusplus /EHsc /guard:cf
+        $<$<BOOL:${ZO_WARNINGS_ARE_ERRORS}>:/WX>)
     target_compile_options(zo_flags INTERFACE "$<$<COMPILE_LANGUAGE:C,CXX>:${zo_msvc_options}>")
     # Its replacements for getenv and _wfopen are not standard, and a warning about those would stop the build.
     target_compile_definitions(zo_flags INTERFACE _CRT_SECURE_NO_WARNINGS)
@@ -99,7 +100,8 @@ else()
     target_link_libraries(zo_fmt_code PRIVATE zo_flags zo_fmt)
     target_compile_options(zo_fmt_code PRIVATE ${zo_debug_options})
     if(WIN32 AND NOT MSVC)
-        target_compile_options(zo_fmt_code PRIVATE -fno-threadsafe-statics)  # it becomes part of the DLL: see zo_rooms.cmake
+        # It becomes part of the DLL: see zo_rooms.cmake.
+        target_compile_options(zo_fmt_code PRIVATE -fno-threadsafe-statics)
     endif()
     target_link_libraries(zo_settings INTERFACE zo_fmt zo_fmt_code)
 endif()

@@ -1,5 +1,6 @@
 # Gives a file that is shipped its version resource, with the project's version:
-#   zo_version_resource(zoctl TYPE VFT_APP DESCRIPTION "..." [MANIFEST zoctl.manifest] [SPECIAL_BUILD "..."] [PUBLIC_KEY ...])
+#   zo_version_resource(zoctl TYPE VFT_APP DESCRIPTION "..." [MANIFEST zoctl.manifest]
+#                       [SPECIAL_BUILD "..."] [PUBLIC_KEY ...])
 # SPECIAL_BUILD says why this build is not to be shipped; empty, or left out, when it may be.
 # PUBLIC_KEY is the hexadecimal text of a key that the file carries, so that tools can name it.
 

@@ -11,18 +11,20 @@ work = tempfile.TemporaryDirectory()
 os.chdir(tree)
 blob = open(key_path, 'rb').read()
 size = int.from_bytes(blob[8:12], 'little')
-key = ('asn1=SEQUENCE:all\n[all]\ntype=SEQUENCE:type\nkey=BITWRAP,SEQUENCE:key\n[type]\noid=OID:rsaEncryption\nnull=NULL\n'
+key = ('asn1=SEQUENCE:all\n[all]\ntype=SEQUENCE:type\nkey=BITWRAP,SEQUENCE:key\n'
+       '[type]\noid=OID:rsaEncryption\nnull=NULL\n'
        f'[key]\nmodulus=INTEGER:0x{blob[24 + size:].hex()}\nexponent=INTEGER:0x{blob[24:24 + size].hex()}\n')
 
 
 def openssl(arguments, name, contents, **more):
     open(os.path.join(work.name, name), 'wb').write(contents)
-    return subprocess.run(['openssl', *arguments.split(), name], cwd=work.name, capture_output=True, **more).returncode == 0
+    command = ['openssl', *arguments.split(), name]
+    return subprocess.run(command, cwd=work.name, capture_output=True, **more).returncode == 0
 
 
 def holds(digest, signature):
-    return openssl('pkeyutl -verify -pubin -keyform DER -inkey key.der -pkeyopt digest:sha256 -sigfile', 'sig', signature,
-                   input=digest)
+    return openssl('pkeyutl -verify -pubin -keyform DER -inkey key.der -pkeyopt digest:sha256 -sigfile', 'sig',
+                   signature, input=digest)
 
 
 def require(condition, message):  # an assert statement would be gone under "python3 -O"

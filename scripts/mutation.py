@@ -47,10 +47,13 @@ _SUBSTITUTIONS = [
 _COMPILED = [(kind, re.compile(pattern), to) for kind, pattern, to in _SUBSTITUTIONS]
 
 # A whole statement in one line that is no declaration, return or jump: it may be left out.
-_STATEMENT = re.compile(r"^\s+(?!return\b|break\b|continue\b|using\b|case\b|else\b|throw\b|friend\b|static_assert\b|goto\b)"
-                        r"(?:[\w:.\->*\[\]()]+\([^;{}]*\)|[\w.\->\[\]*]+ (?:=|\+=|-=|\|=) [^;{}]+|\+\+[\w.\->]+|--[\w.\->]+);\s*$")
+_STATEMENT = re.compile(r"^\s+(?!return\b|break\b|continue\b|using\b|case\b|else\b|throw\b|friend\b|static_assert\b"
+                        r"|goto\b)"
+                        r"(?:[\w:.\->*\[\]()]+\([^;{}]*\)|[\w.\->\[\]*]+ (?:=|\+=|-=|\|=) [^;{}]+"
+                        r"|\+\+[\w.\->]+|--[\w.\->]+);\s*$")
 _LITERAL = re.compile(r'"(?:[^"\\]|\\.)*"|\'(?:[^\'\\]|\\.)*\'')
-_SKIPPED = re.compile(r"^\s*(?://|\*|#|static_assert\b|template\b|using\b|namespace\b|public:|private:|\[\[)|constexpr char|operator=")
+_SKIPPED = re.compile(r"^\s*(?://|\*|#|static_assert\b|template\b|using\b|namespace\b|public:|private:|\[\[)"
+                      r"|constexpr char|operator=")
 
 
 def _mask(line):

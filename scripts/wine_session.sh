@@ -29,8 +29,8 @@ ZoBeginWine() {
 # Runs a Windows program in the session.
 ZoWine() { "$zoScripts/wine-run" "$zoWinePrefix" "$@"; }
 
-# Ends every program of the session and removes what its server keeps outside the prefix: a folder of sockets, whose name
-# Debian's Wine writes into the prefix.
+# Ends every program of the session and removes what its server keeps outside the prefix: a folder of sockets, whose
+# name Debian's Wine writes into the prefix.
 ZoEndWine() {
     [ -n "$zoWinePrefix" ] || return 0
     ZoWineServer -k || true

@@ -1,6 +1,6 @@
-"""header_filter.py FILE: writes a public header as Doxygen wants it, which runs this as a filter. The headers are manuals
-with plain comments, and stay so. Here each comment becomes a documentation comment, its tables become tables, its sections
-become topics, and each of the declarations that share a comment gets it."""
+"""header_filter.py FILE: writes a public header as Doxygen wants it, which runs this as a filter. The headers are
+manuals with plain comments, and stay so. Here each comment becomes a documentation comment, its tables become tables,
+its sections become topics, and each of the declarations that share a comment gets it."""
 
 import html
 import pathlib

@@ -134,7 +134,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return 200, b""
         path = self._path()
         if path != settings.path:
-            return (400, b"400 the address is malformed") if path is None else (404, b"404 reports are posted elsewhere")
+            malformed, elsewhere = b"400 the address is malformed", b"404 reports are posted elsewhere"
+            return (400, malformed) if path is None else (404, elsewhere)
         try:
             document = protocol.reveal(protocol.unframe(body), settings.key)
             settings.recorder.add(number, "document", document)

@@ -25,8 +25,9 @@ class ScramblerError(ValueError):
 
 
 def development_key():
-    """The key that a build has unless it is given another, read from the one place where it stands."""
-    found = SETTINGS_FILE and re.search(r'set\(zo_crash_default_SCRAMBLER_KEY "([0-9a-fA-F]{32})"\)', SETTINGS_FILE.read_text())
+    """The key that a build has unless it is given another, read from the one place that has it."""
+    setting = r'set\(zo_crash_default_SCRAMBLER_KEY "([0-9a-fA-F]{32})"\)'
+    found = SETTINGS_FILE and re.search(setting, SETTINGS_FILE.read_text())
     if not found:
         raise RuntimeError(f"no default scrambler key in {SETTINGS_FILE}")
     return bytes.fromhex(found.group(1))

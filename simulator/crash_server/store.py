@@ -43,7 +43,8 @@ def _containing(search, codes):
     pattern = "%" + re.sub(r"([\\%_])", r"\\\1", search) + "%"
     stacks = [pattern] + [f"%BugCheck {code:X},%" for code in codes]
     matches = ["fields LIKE ? ESCAPE '\\'"] + ["CAST(stack AS TEXT) LIKE ? ESCAPE '\\'"] * len(stacks)
-    return (f"(signature LIKE ? ESCAPE '\\' OR signature IN (SELECT signature FROM reports WHERE {' OR '.join(matches)}))",
+    reports = f"SELECT signature FROM reports WHERE {' OR '.join(matches)}"
+    return (f"(signature LIKE ? ESCAPE '\\' OR signature IN ({reports}))",
             [pattern, pattern, *stacks])
 
 
