@@ -1,5 +1,5 @@
-"""Files that earlier versions wrote, one folder a version: each must go on working for ever. Never change a file there; a new
-version adds a folder.
+"""Files that earlier versions wrote, one folder a version: each must go on working for ever. Never change a file there;
+a new version adds a folder.
 
 Arguments: the emulator's command line and zoctl.exe."""
 
@@ -16,6 +16,7 @@ from sealed_tree import SealedTreeTest  # noqa: E402
 HERE = pathlib.Path(__file__).resolve().parent
 VERSIONS = sorted(path for path in HERE.iterdir() if path.is_dir() and path.name[0].isdigit())
 THUMBPRINTS = {"1.0.0": "47bc7b55e6835bd9183271e2d9998ef6fcbacbdd47a3b5c5bde95b2440ded2f0"}
+SIGNED = {"1.0.0": "2026-11-25 17:03:24 UTC"}
 SEALED = {"a.exe": "alpha\n", "sub/empty.dll": "", "sub/deep/\u00e4\u6f22 name.txt": "deep\n", "open/o.txt": "x\n"}
 RECORDED = 1704164645  # seconds since 1970: the time in the dedupe record
 
@@ -33,7 +34,9 @@ class OldFiles(SealedTreeTest):
             yield folder.name, folder
 
     def test_a_manifest_still_verifies_and_still_shows_changes(self):
-        for _ in self.for_each_version():
+        for version, _ in self.for_each_version():
+            shown = json.loads(self.zoctl(0, "manifest", "show", self.manifest, "--json").stdout)
+            self.assertEqual(shown["signed"], SIGNED[version])
             facts = self.verify(0)
             self.assertEqual((facts["counts"]["ok"], facts["findings"]), (len(SEALED), []))
             self.write("a.exe", "Alpha\n")

@@ -274,6 +274,11 @@ TEST_F(ZoctlRules, ApplyReportsNoRuleInForceWhileItsSwitchIsOff) {
                      "", {{"inForce", 0}, {"held", 1}}));
 }
 
+TEST_F(ZoctlRules, DiffNamesTheTablesThatTheFileDoesNotManage) {
+    Do("diff", R"({"version": 1, "process": {"rules": []}})");
+    EXPECT_TRUE(Gave(Rules({"diff", Path("rules.json")}), 0, "\nregistry: not managed by the file\n"));
+}
+
 TEST_F(ZoctlRules, DiffMarksARuleThatOnlyClearingRemoves) {
     // Put into the driver directly, for no drive path leads to the volume.
     ZopRuleRecord record{};
