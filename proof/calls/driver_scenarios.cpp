@@ -1,6 +1,7 @@
 // The driver as a service and as a device: install, control, query, upgrade, and the channel's commands.
 
 #include "fault_scenarios.h"
+#include "format.h"
 #include "installed_driver.h"
 #include "loaded_library.h"
 #include "temp_folder.h"
@@ -25,17 +26,20 @@ std::string Fine() {
     return {};
 }
 
+void Require(std::int32_t status, const char* what) {
+    if (status < 0) throw std::runtime_error(zo::Format("{} gives {:08X}", what, zo::Bits(status)));
+}
+
 void Install() {
-    if (ZoProtector_InstallDriver(Driver().c_str(), ZOP_START_DEMAND, nullptr, 1) < 0)
-        throw std::runtime_error("the driver cannot be installed");
+    Require(ZoProtector_InstallDriver(Driver().c_str(), ZOP_START_DEMAND, nullptr, 1), "installing the driver");
 }
 void InstallAndStart() {
     Install();
-    if (ZoProtector_StartDriver() < 0) throw std::runtime_error("the driver cannot be started");
+    Require(ZoProtector_StartDriver(), "starting the driver");
 }
 void OpenChannel() {
     InstallAndStart();
-    if (ZoProtector_Initialize() < 0) throw std::runtime_error("the channel cannot be opened");
+    Require(ZoProtector_Initialize(), "opening the channel");
 }
 
 // When the service manager does not answer, the file next to the program counts as the installed one and is upgraded.

@@ -49,7 +49,11 @@ struct Counts {
 
 // What is wrong after one round, or "".
 std::string GoOnce(const Scenario& scenario) {
-    scenario.prepare();
+    try {
+        scenario.prepare();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
     const std::string status = zo::Format("{:08X}", static_cast<std::uint32_t>(scenario.run()));
     const std::string left = scenario.check();
     return status == scenario.good ? left : "gives " + status;
