@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -360,9 +361,7 @@ void MeasureBytes(const std::filesystem::path& folder, const std::string& url) {
     std::filesystem::remove(dump);
 }
 
-}  // namespace
-
-int main() {
+int Run() {
     CompareBase64();
     char url[512] = "";
     if (GetEnvironmentVariableA("ZO_CRASH_SERVER_URL", url, sizeof(url)) == 0) {
@@ -376,4 +375,16 @@ int main() {
     MeasureManyDumps(folder, url);
     MeasureBytes(folder, url);
     std::filesystem::remove_all(folder);
+    return 0;
+}
+
+}  // namespace
+
+int main() {
+    try {
+        return Run();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
 }
