@@ -21,14 +21,6 @@ struct OwnTemporaryFolder {
     zotest::ScopedTmp tmp{folder.Path().wstring()};
 };
 
-// The lines since the last look, without their time: "[INFO ] message".
-[[nodiscard]] inline Lines NewLines(zotest::LogTail& log) {
-    Lines lines = log.Next();
-    for (std::string& line : lines)
-        line.erase(0, 25);
-    return lines;
-}
-
 // Each test begins with a fresh driver and an open channel.
 class SdkTest : public zotest::DriverTest {
   protected:
@@ -39,7 +31,7 @@ class SdkTest : public zotest::DriverTest {
     }
     void TearDown() override { EXPECT_EQ(ZoProtector_Uninitialize(), ZOP_OK); }
 
-    [[nodiscard]] Lines Log() { return NewLines(log_); }
+    [[nodiscard]] Lines Log() { return log_.Next(); }
 
     // What the driver got in these calls.
     template <typename Calls>

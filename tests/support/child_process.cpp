@@ -1,7 +1,6 @@
 #include "child_process.h"
 
 #include <algorithm>
-#include <future>
 #include <list>
 #include <stdexcept>
 
@@ -16,8 +15,7 @@ struct Pipe {
     Pipe() {
         if (!CreatePipe(read.Out(), write.Out(), nullptr, 0)) throw std::runtime_error("no pipe");
     }
-    zo::OwnedKernelObject read;
-    zo::OwnedKernelObject write;
+    zo::OwnedKernelObject read, write;
 };
 
 HANDLE Inherited(const zo::OwnedKernelObject& handle) {
@@ -25,21 +23,14 @@ HANDLE Inherited(const zo::OwnedKernelObject& handle) {
     return handle.Get();
 }
 
-// What the child writes until it ends. Not until the pipe is closed: a process that the child leaves behind can inherit
-// it, such as the one that Wine starts for the first program that needs a desktop.
-std::string ReadUntilEnd(HANDLE pipe, HANDLE process) {
-    std::string text;
+// Adds what has been written by now. Waiting for the end of the pipe is no option: a process that the child leaves
+// behind can inherit it, such as the one that Wine starts for the first program that needs a desktop.
+void ReadWritten(const zo::OwnedKernelObject& pipe, std::string& text) {
     char block[4096];
-    for (bool ended = false;;) {
-        DWORD size = 0;
-        if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr)) return text;
-        if (size == 0) {
-            if (ended) return text;
-            ended = WaitForSingleObject(process, 2) == WAIT_OBJECT_0;  // then one last look
-        } else if (ReadFile(pipe, block, std::min<DWORD>(size, sizeof(block)), &size, nullptr)) {
-            text.append(block, size);
-        }
-    }
+    DWORD size = 0;
+    while (PeekNamedPipe(pipe.Get(), nullptr, 0, nullptr, &size, nullptr) && size > 0 &&
+           ReadFile(pipe.Get(), block, std::min<DWORD>(size, sizeof(block)), &size, nullptr))
+        text.append(block, size);
 }
 
 }  // namespace
@@ -50,9 +41,7 @@ ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring
     for (const std::wstring& argument : arguments)
         line += L' ' + zo::QuotedArgument(argument);
 
-    Pipe in;
-    Pipe out;
-    Pipe err;
+    Pipe in, out, err;
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -71,22 +60,18 @@ ChildResult RunChild(const std::wstring& program, const std::vector<std::wstring
     }
     const zo::OwnedKernelObject process(information.hProcess);
     const zo::OwnedKernelObject thread(information.hThread);
-    in.read.Reset();
-    in.write.Reset();
-    out.write.Reset();
-    err.write.Reset();
+    for (zo::OwnedKernelObject* end : {&in.read, &in.write, &out.write, &err.write})
+        end->Reset();
     if (options.deafReader) out.read.Reset();
 
     ChildResult result;
-    auto readOut = std::async(std::launch::async, ReadUntilEnd, out.read.Get(), process.Get());
-    auto readErr = std::async(std::launch::async, ReadUntilEnd, err.read.Get(), process.Get());
-    if (WaitForSingleObject(process.Get(), options.timeoutMs) != WAIT_OBJECT_0) {
-        result.timedOut = true;
-        TerminateProcess(process.Get(), 0xDEAD);
-        WaitForSingleObject(process.Get(), INFINITE);
+    const ULONGLONG start = GetTickCount64();
+    for (bool ended = false; !ended;) {
+        ended = WaitForSingleObject(process.Get(), 2) == WAIT_OBJECT_0;
+        if (!ended && GetTickCount64() - start > 60000) TerminateProcess(process.Get(), 0xDEAD);
+        ReadWritten(out.read, result.out);
+        ReadWritten(err.read, result.err);
     }
-    result.out = readOut.get();
-    result.err = readErr.get();
     DWORD exitCode = 0;
     GetExitCodeProcess(process.Get(), &exitCode);
     result.exitCode = exitCode;

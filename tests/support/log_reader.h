@@ -39,7 +39,8 @@ namespace zotest {
     return lines;
 }
 
-// Remembers how much of today's file there is now; Next() gives the lines added since the last look.
+// Remembers how much of today's file there is now; Next() gives the lines added since the last look, without their time:
+// "[INFO ] message".
 class LogTail {
   public:
     [[nodiscard]] std::vector<std::string> Next() {
@@ -47,6 +48,8 @@ class LogTail {
         const std::ptrdiff_t before = std::min(seen_, std::ssize(lines));
         seen_ = std::ssize(lines);
         lines.erase(lines.begin(), lines.begin() + before);
+        for (std::string& line : lines)
+            line.erase(0, 25);
         return lines;
     }
 
