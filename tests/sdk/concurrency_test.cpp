@@ -13,8 +13,22 @@ namespace {
 
 using Concurrency = SdkTest;
 
-// What the platform itself keeps now and then is a handful of blocks; a leak of one in a hundred calls is more.
-constexpr std::size_t kSpareBlocks = 60;
+// What the process holds, to compare with later.
+struct Holdings {
+    std::uint32_t handles = zotest::OpenHandleCount();
+    std::size_t blocks = zotest::BusyHeapBlocks();
+};
+
+void ExpectNothingLeftSince(const Holdings& before, const std::string& work) {
+    // What the platform itself keeps now and then is a handful of blocks; a leak of one in a hundred calls is more.
+    constexpr std::size_t kSpareBlocks = 60;
+    const Holdings after;
+    EXPECT_EQ(after.handles, before.handles);
+    EXPECT_LE(after.blocks, before.blocks + kSpareBlocks);
+    std::puts(zo::Format("figure: {}: handles {} before and after, heap blocks {} before and {} after", work,
+                         after.handles, before.blocks, after.blocks)
+                  .c_str());
+}
 
 // How long a soak goes on, from the environment; scripts/proof sets it.
 std::size_t LengthOf(const char* variable, std::size_t otherwise) {
@@ -45,17 +59,11 @@ TEST_F(Concurrency, TenThousandCallsOverEveryPathLeaveNothingBehind) {
         EXPECT_EQ(ZoProtector_Initialize(), ZOP_OK);
     };
     callInEveryState();
-    const std::uint32_t handles = zotest::OpenHandleCount();
-    const std::size_t blocks = zotest::BusyHeapBlocks();
+    const Holdings before;
     std::size_t calls = 0;
     for (; calls < LengthOf("ZO_SOAK_CALLS", 10000); calls += 4 * (AllRequests().size() + 3))
         callInEveryState();
-    const std::size_t blocksAfter = zotest::BusyHeapBlocks();
-    EXPECT_EQ(zotest::OpenHandleCount(), handles);
-    EXPECT_LE(blocksAfter, blocks + kSpareBlocks);
-    std::puts(zo::Format("figure: {} calls: handles {} before and after, heap blocks {} before and {} after", calls,
-                         handles, blocks, blocksAfter)
-                  .c_str());
+    ExpectNothingLeftSince(before, zo::Format("{} calls", calls));
 }
 
 // What a call may answer while the channel comes and goes: the handle can be closed under a request, and its number may
@@ -87,8 +95,7 @@ TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
     Simulator().SetPidSignature({0x01020304, 1, 1, 1, 1, 0});
     Simulator().SetProducer(ZOSIM_RING_EVENTS, 3);
     Simulator().SetProducer(ZOSIM_RING_REGISTRY, 3);
-    const std::uint32_t handles = zotest::OpenHandleCount();
-    const std::size_t blocks = zotest::BusyHeapBlocks();
+    const Holdings before;
     int rounds = 0;
     std::size_t places[] = {0, 7, 14, 21, 28, 35, 42, 49};
     {
@@ -112,15 +119,9 @@ TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
     EXPECT_GT(succeeded, 20u);
     EXPECT_LT(succeeded, calls.load());
     EXPECT_EQ(ZoProtector_Initialize(), ZOP_OK);
-    const std::size_t blocksAfter = zotest::BusyHeapBlocks();
-    EXPECT_EQ(zotest::OpenHandleCount(), handles);
-    EXPECT_LE(blocksAfter, blocks + kSpareBlocks);
+    ExpectNothingLeftSince(before, zo::Format("{} calls by eight threads over {} s, the channel opened {} times",
+                                              calls.load(), duration / 1000, rounds));
     EXPECT_EQ(Simulator().State().openNow, 1u);
-    std::puts(
-        zo::Format("figure: {} calls by eight threads over {} s, the channel opened {} times: handles {} before and "
-                   "after, heap blocks {} before and {} after",
-                   calls.load(), duration / 1000, rounds, handles, blocks, blocksAfter)
-            .c_str());
 }
 
 }  // namespace

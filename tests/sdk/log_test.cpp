@@ -86,11 +86,20 @@ TEST_F(Log, SweepsFilesOfMoreThanSevenDaysOnceAProcess) {
     }
 }
 
-// Somebody else's folder in the place of one of the log's: nothing in it may change, and nothing is deleted.
+// Somebody else's folder or file in the place of one of the log's: nothing in it may change, and nothing is deleted.
 class LinkedLog : public Log {
   protected:
+    // What is logged goes to the debugger alone.
+    void ExpectUntouched(const std::filesystem::path& file) {
+        const zotest::DebugOutput debugger;
+        sdk_.Initialize();
+        sdk_.WriteLines();
+        EXPECT_EQ(debugger.Strings().size(), 4u);
+        EXPECT_EQ(zotest::ReadFileBytes(file), "foreign");
+    }
+
     // link: which folder of the log is the link. logs: the log's own folder, seen from the foreign one.
-    void ExpectUntouched(const std::filesystem::path& link, const std::filesystem::path& logs) {
+    void ExpectFolderUntouched(const std::filesystem::path& link, const std::filesystem::path& logs) {
         const zotest::TempFolder foreign;
         const auto old = foreign / logs / "ZoProtector_20200101.log";
         const auto today = foreign / logs / zotest::TodaysLog().filename();
@@ -99,22 +108,17 @@ class LinkedLog : public Log {
         last_write_time(old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(8 * 24));
         zo::CreateDirectories((folder / link).parent_path());
         zotest::LinkFolder(foreign.Path(), folder / link);
-
-        const zotest::DebugOutput debugger;
-        sdk_.Initialize();
-        sdk_.WriteLines();
-        EXPECT_EQ(debugger.Strings().size(), 4u);
-        EXPECT_EQ(zotest::ReadFileBytes(today), "foreign");
+        ExpectUntouched(today);
         EXPECT_TRUE(exists(old));
     }
 };
 
 TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenZoProtectorIsALink) {
-    ExpectUntouched("ZoProtector", "Logs");
+    ExpectFolderUntouched("ZoProtector", "Logs");
 }
 
 TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenLogsIsALink) {
-    ExpectUntouched("ZoProtector\\Logs", "");
+    ExpectFolderUntouched("ZoProtector\\Logs", "");
 }
 
 TEST_F(LinkedLog, MakesNoFolderInTheForeignOne) {
@@ -136,20 +140,14 @@ BOOL WINAPI AnswerThatItIsALink(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, voi
 TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsALink) {
     zotest::WriteFileBytes(zotest::TodaysLog(), "foreign");
     const zotest::ImportHook hook("GetFileInformationByHandleEx", &AnswerThatItIsALink);
-    const zotest::DebugOutput debugger;
-    sdk_.Initialize();
-    EXPECT_EQ(debugger.Strings().size(), 2u);
-    EXPECT_EQ(zotest::ReadFileBytes(zotest::TodaysLog()), "foreign");
+    ExpectUntouched(zotest::TodaysLog());
 }
 
 TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsAHardLink) {
     zotest::WriteFileBytes(folder / "foreign", "foreign");
     create_directories(zotest::TodaysLog().parent_path());
     create_hard_link(folder / "foreign", zotest::TodaysLog());
-    const zotest::DebugOutput debugger;
-    sdk_.Initialize();
-    EXPECT_EQ(debugger.Strings().size(), 2u);
-    EXPECT_EQ(zotest::ReadFileBytes(folder / "foreign"), "foreign");
+    ExpectUntouched(folder / "foreign");
 }
 
 TEST_F(Log, FallsBackToTheCurrentFolderWithoutSweepingIt) {

@@ -13,222 +13,167 @@ namespace {
 
 constexpr std::uint8_t kUntouched = 0xEE;
 
-const struct {
-    decltype(&ZoProtector_ListFileProtectRules) list;
-    std::uint32_t code;
-    std::uint32_t entrySize;
-    int32_t (*add)(const wchar_t* name, uint32_t recursive);
-} kLists[] = {
-    {&ZoProtector_ListProcessProtectRules, 0x8000C010, 1044, &ZoProtector_AddProcessProtectByFolder},
-    {&ZoProtector_ListFileProtectRules, 0x8000C060, 2344,
-     [](const wchar_t* name, uint32_t) { return ZoProtector_AddFileProtectByPath(name); }},
-    {&ZoProtector_ListRegistryProtectRules, 0x8000C0A0, 1028, &ZoProtector_AddRegistryProtectByKey},
-    {&ZoProtector_ListDllWhitelistRules, 0x8000C0D4, 1044, &ZoProtector_AddDllWhitelistFolder},
-};
-
-const struct {
-    decltype(&ZoProtector_DrainEvents) drain;
-    std::uint32_t ring;
-    std::uint32_t code;
-    std::uint32_t recordSize;
-    const char* name;
-    const char* constant;
-} kRings[] = {
-    {&ZoProtector_DrainEvents, ZOSIM_RING_EVENTS, 0x8000C3CC, 562, "ZoProtector_DrainEvents", "ZOP_EVENT_RING_SIZE"},
-    {&ZoProtector_DrainRegistryEvents, ZOSIM_RING_REGISTRY, 0x8000C09C, 1076, "ZoProtector_DrainRegistryEvents",
-     "ZOP_REGISTRY_EVENT_RING_SIZE"},
-};
-
 class Replies : public SdkTest {
   protected:
     std::uint32_t count_ = 99, other_ = 99, position_ = 99;
 };
 
-// Every list with 25 rules in its table.
+// A list of 25 rules. What the four lists share is tried with one of them; all their requests are in requests_test.cpp.
 class Lists : public Replies {
   protected:
-    static constexpr std::uint32_t kRules = 25;
+    static constexpr std::uint32_t kRules = 25, kEntrySize = 1044;
 
-    template <typename Check>
-    void ForEachList(const Check& check) {
-        for (const auto& table : kLists) {
-            SCOPED_TRACE(table.code);
-            // A name that is a path as well as a key.
-            const auto requests = RequestsOf([&] {
-                for (std::uint32_t i = 0; i < kRules; ++i)
-                    EXPECT_EQ(table.add((L"\\REGISTRY\\" + std::to_wstring(i)).c_str(), 1), ZOP_OK);
-            });
-            // An entry is the record that was sent, padded with zeros.
-            sent_.clear();
-            for (const ZoSimRequest& request : requests) {
-                sent_.insert(sent_.end(), request.in, request.in + request.inLength);
-                sent_.resize(sent_.size() + table.entrySize - request.inLength);
-            }
-            static_cast<void>(Log());
-            check(table);
+    void SetUp() override {
+        Replies::SetUp();
+        const auto requests = RequestsOf([] {
+            for (std::uint32_t i = 0; i < kRules; ++i)
+                EXPECT_EQ(ZoProtector_AddProcessProtectByFolder((L"C:\\" + std::to_wstring(i)).c_str(), 1), ZOP_OK);
+        });
+        // An entry is the record that was sent, padded with zeros.
+        for (const ZoSimRequest& request : requests) {
+            sent_.insert(sent_.end(), request.in, request.in + request.inLength);
+            sent_.resize(sent_.size() + kEntrySize - request.inLength);
         }
+        static_cast<void>(Log());
     }
 
     // The entries that a call with this capacity must write, and one untouched entry after the array.
-    [[nodiscard]] Bytes Expected(std::uint32_t entrySize, std::uint32_t copied, std::uint32_t capacity) const {
-        Bytes entries(copied * entrySize);
+    [[nodiscard]] Bytes Expected(std::uint32_t copied, std::uint32_t capacity) const {
+        Bytes entries(copied * kEntrySize);
         std::copy_n(sent_.begin(), std::min(sent_.size(), entries.size()), entries.begin());
-        entries.resize((capacity + 1) * entrySize, kUntouched);
+        entries.resize((capacity + 1) * kEntrySize, kUntouched);
         return entries;
     }
 
-    static Lines Truncated(std::uint32_t code, std::uint32_t left, std::uint32_t returned) {
-        return {zo::Format(
-            "[WARN ] ListRules(ioctl=0x{:08X}): {} rules truncated (total=25, returned={}) -- supply a larger buffer",
-            code, left, returned)};
+    static Lines Truncated(std::uint32_t left, std::uint32_t returned) {
+        return {
+            zo::Format("[WARN ] ListRules(ioctl=0x8000C010): {} rules truncated (total=25, returned={}) -- supply a "
+                       "larger buffer",
+                       left, returned)};
     }
 
     Bytes sent_;
 };
 
 TEST_F(Lists, FillTheArrayAndWarnOfWhatDoesNotFit) {
-    ForEachList([&](const auto& table) {
-        for (const std::uint32_t capacity : {0u, 10u, 25u, 26u}) {
-            SCOPED_TRACE(capacity);
-            const std::uint32_t copied = std::min(capacity, kRules);
-            Bytes entries((capacity + 1) * table.entrySize, kUntouched);
-            EXPECT_EQ(table.list(capacity == 0 ? nullptr : entries.data(), capacity, &count_, &other_), ZOP_OK);
-            EXPECT_EQ(count_, copied);
-            EXPECT_EQ(other_, kRules);
-            EXPECT_TRUE(entries == Expected(table.entrySize, copied, capacity));
-            EXPECT_EQ(Log(), copied < kRules ? Truncated(table.code, kRules - copied, copied) : Lines());
-        }
-    });
+    for (const std::uint32_t capacity : {0u, 10u, 25u, 26u}) {
+        SCOPED_TRACE(capacity);
+        const std::uint32_t copied = std::min(capacity, kRules);
+        Bytes entries((capacity + 1) * kEntrySize, kUntouched);
+        void* const array = capacity == 0 ? nullptr : entries.data();
+        EXPECT_EQ(ZoProtector_ListProcessProtectRules(array, capacity, &count_, &other_), ZOP_OK);
+        EXPECT_EQ(count_, copied);
+        EXPECT_EQ(other_, kRules);
+        EXPECT_TRUE(entries == Expected(copied, capacity));
+        EXPECT_EQ(Log(), copied < kRules ? Truncated(kRules - copied, copied) : Lines());
+    }
 }
 
 TEST_F(Lists, CopyNoMoreThanFitsWhenTheDriverPromisesMore) {
-    ForEachList([&](const auto& table) {
-        constexpr std::uint32_t kCapacity = 30;
-        Simulator().AddFault({table.code, 0, 1, ZOSIM_FAULT_WORDS, 0, 0, 0, 0xE, {0, 300, 5, 0}});
-        Bytes entries((kCapacity + 1) * table.entrySize, kUntouched);
-        EXPECT_EQ(table.list(entries.data(), kCapacity, &count_, &other_), ZOP_OK);
-        EXPECT_EQ(count_, kCapacity);
-        EXPECT_TRUE(entries == Expected(table.entrySize, kCapacity, kCapacity)) << "zeros for what was not sent";
-        EXPECT_EQ(Log(), Truncated(table.code, 5, kCapacity));
-    });
+    constexpr std::uint32_t kCapacity = 30;
+    Simulator().AddFault({ZOP_IOCTL_LIST_PROCESS_RULES, 0, 1, ZOSIM_FAULT_WORDS, 0, 0, 0, 0xE, {0, 300, 5, 0}});
+    Bytes entries((kCapacity + 1) * kEntrySize, kUntouched);
+    EXPECT_EQ(ZoProtector_ListProcessProtectRules(entries.data(), kCapacity, &count_, &other_), ZOP_OK);
+    EXPECT_EQ(count_, kCapacity);
+    EXPECT_TRUE(entries == Expected(kCapacity, kCapacity)) << "zeros for what was not sent";
+    EXPECT_EQ(Log(), Truncated(5, kCapacity));
 }
 
 TEST_F(Lists, TakeOneVariableForBothOutputs) {
-    ForEachList([&](const auto& table) {
-        EXPECT_EQ(table.list(nullptr, 0, &count_, &count_), ZOP_OK);
-        EXPECT_EQ(count_, kRules) << "the total is written last";
-        EXPECT_EQ(Log(), Truncated(table.code, kRules, 0)) << "the caller's memory must not be read back";
-    });
+    EXPECT_EQ(ZoProtector_ListProcessProtectRules(nullptr, 0, &count_, &count_), ZOP_OK);
+    EXPECT_EQ(count_, kRules) << "the total is written last";
+    EXPECT_EQ(Log(), Truncated(kRules, 0)) << "the caller's memory must not be read back";
 }
 
 TEST_F(Lists, RefuseAReplyWithoutAHeader) {
-    ForEachList([&](const auto& table) {
-        for (const std::uint32_t returned : {15u, 16u}) {
-            Simulator().ReturnBytes(table.code, returned);
-            EXPECT_EQ(table.list(Bytes(30 * table.entrySize).data(), 30, &count_, nullptr),
-                      returned == 16 ? ZOP_OK : ZOP_E_FAILED);
-            EXPECT_EQ(count_, returned == 16 ? kRules : 0u);
-        }
-        EXPECT_EQ(Log(), Lines());
-    });
+    Bytes entries(30 * kEntrySize);
+    for (const std::uint32_t returned : {15u, 16u}) {
+        Simulator().ReturnBytes(ZOP_IOCTL_LIST_PROCESS_RULES, returned);
+        EXPECT_EQ(ZoProtector_ListProcessProtectRules(entries.data(), 30, &count_, nullptr),
+                  returned == 16 ? ZOP_OK : ZOP_E_FAILED);
+        EXPECT_EQ(count_, returned == 16 ? kRules : 0u);
+    }
+    EXPECT_EQ(Log(), Lines());
 }
 
 class Drains : public Replies {
   protected:
-    template <typename Check>
-    void ForEachRing(const Check& check) {
-        for (const auto& ring : kRings) {
-            SCOPED_TRACE(ring.name);
-            Bytes events(257 * ring.recordSize, kUntouched);
-            check(ring, events);
-        }
+    static constexpr std::uint32_t kRecordSize = 1076;
+
+    std::int32_t Drain(std::uint32_t position, std::uint32_t capacity) {
+        return ZoProtector_DrainRegistryEvents(position, events_.data(), capacity, &count_, &other_, &position_);
     }
+
+    Bytes events_ = Bytes(257 * kRecordSize, kUntouched);
 };
 
 TEST_F(Drains, TakeAReplyWithoutAHeaderForNothingNew) {
-    ForEachRing([&](const auto& ring, Bytes& events) {
-        Simulator().InjectEvents(ring.ring, 5);
-        Simulator().ReturnBytes(ring.code, 15);
-        EXPECT_EQ(ring.drain(0, events.data(), 256, &count_, &other_, &position_), ZOP_OK);
-        EXPECT_EQ(count_ + other_ + position_, 0u);
-        EXPECT_EQ(events[0], kUntouched);
-        EXPECT_EQ(Log(), Lines());
-    });
+    Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 5);
+    Simulator().ReturnBytes(ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, 15);
+    EXPECT_EQ(Drain(0, 256), ZOP_OK);
+    EXPECT_EQ(count_ + other_ + position_, 0u);
+    EXPECT_EQ(events_[0], kUntouched);
+    EXPECT_EQ(Log(), Lines());
 }
 
 TEST_F(Drains, CopyNoMoreThanTheCapacity) {
-    ForEachRing([&](const auto& ring, Bytes& events) {
-        Simulator().InjectEvents(ring.ring, 5);
-        EXPECT_EQ(ring.drain(0, events.data(), 3, &count_, nullptr, nullptr), ZOP_OK);
-        EXPECT_EQ(count_, 3u);
-        EXPECT_EQ(events[3 * ring.recordSize], kUntouched);
-    });
+    Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 5);
+    EXPECT_EQ(ZoProtector_DrainRegistryEvents(0, events_.data(), 3, &count_, nullptr, nullptr), ZOP_OK);
+    EXPECT_EQ(count_, 3u);
+    EXPECT_EQ(events_[3 * kRecordSize], kUntouched);
 }
 
 TEST_F(Drains, ReportLostEventsAndWarn) {
-    ForEachRing([&](const auto& ring, Bytes& events) {
+    const struct {
+        decltype(&ZoProtector_DrainEvents) drain;
+        std::uint32_t code;
+        const char *name, *constant;
+    } rings[] = {
+        {&ZoProtector_DrainEvents, ZOP_IOCTL_DRAIN_EVENTS, "DrainEvents", "ZOP_EVENT_RING_SIZE"},
+        {&ZoProtector_DrainRegistryEvents, ZOP_IOCTL_DRAIN_REGISTRY_EVENTS, "DrainRegistryEvents",
+         "ZOP_REGISTRY_EVENT_RING_SIZE"},
+    };
+    for (const auto& ring : rings) {
         Simulator().AddFault({ring.code, 0, 1, ZOSIM_FAULT_WORDS, 0, 0, 0, 0xF, {300, 12, 4321, 5000}});
-        EXPECT_EQ(ring.drain(4000, events.data(), 256, &count_, &other_, &position_), ZOP_OK);
+        EXPECT_EQ(ring.drain(4000, events_.data(), 256, &count_, &other_, &position_), ZOP_OK);
         EXPECT_EQ((std::array{count_, other_, position_}), (std::array{256u, 12u, 4321u}));
-        EXPECT_EQ(events[256 * ring.recordSize], kUntouched);
-        EXPECT_EQ(Log(), Lines{zo::Format("[WARN ] {}: 12 events dropped (writerSeq=5000 lastRead=4000) -- poll faster "
-                                          "or raise {}",
+        EXPECT_EQ(events_[256 * kRecordSize], kUntouched);
+        EXPECT_EQ(Log(), Lines{zo::Format("[WARN ] ZoProtector_{}: 12 events dropped (writerSeq=5000 lastRead=4000) -- "
+                                          "poll faster or raise {}",
                                           ring.name, ring.constant)});
-    });
+    }
 }
 
 // Polls a producer of known speed 40 times; it stops after ten.
-struct Polled {
-    std::uint32_t received = 0;
-    std::uint32_t lost = 0;
-    std::size_t warnings = 0;
-};
-
-class Producer : public Drains {
-  protected:
-    static constexpr std::uint32_t kCapacity = 100;
-
-    template <typename Ring>
-    void Poll(const Ring& ring, std::uint32_t perPoll, Polled& polled) {
+TEST_F(Drains, ReceivedAndLostEventsAreAllThatWereProduced) {
+    for (const std::uint32_t perPoll : {1u, 100u, 500u, 3000u}) {
+        SCOPED_TRACE(perPoll);
+        Simulator().Reset();
+        Simulator().ChangeSettings([&](ZoSimSettings& settings) {
+            settings.resumeAfterOverrun = perPoll == 500 ? ZOSIM_RESUME_NEWEST : ZOSIM_RESUME_OLDEST;
+        });
         std::uint32_t position = 0xFFFFFF00;  // the sequence numbers wrap
-        Simulator().SetSequence(ring.ring, position);
-        Simulator().SetProducer(ring.ring, perPoll);
-        Bytes events(kCapacity * ring.recordSize);
+        Simulator().SetSequence(ZOSIM_RING_REGISTRY, position);
+        Simulator().SetProducer(ZOSIM_RING_REGISTRY, perPoll);
+        std::uint32_t received = 0, lost = 0;
         for (int poll = 0; poll < 40; ++poll) {
-            if (poll == 10) Simulator().SetProducer(ring.ring, 0);
-            std::uint32_t next = 0;
-            ASSERT_EQ(ring.drain(position, events.data(), kCapacity, &count_, &other_, &next), ZOP_OK);
-            polled.received += count_;
-            polled.lost += other_;
-            polled.warnings += other_ > 0 ? 1 : 0;
+            if (poll == 10) Simulator().SetProducer(ZOSIM_RING_REGISTRY, 0);
+            ASSERT_EQ(Drain(position, 100), ZOP_OK);
+            received += count_;
+            lost += other_;
             // In order, each event once; a gap only where a loss was reported.
-            ASSERT_EQ(next, position + other_ + count_);
+            ASSERT_EQ(position_, position + other_ + count_);
             position += other_;
-            for (const std::uint8_t* event = events.data(); position != next; ++position, event += ring.recordSize)
+            for (const std::uint8_t* event = events_.data(); position != position_; ++position, event += kRecordSize)
                 ASSERT_EQ(std::memcmp(event, &position, sizeof position), 0);
         }
-    }
-};
-
-TEST_F(Producer, ReceivedAndLostEventsAreAllThatWereProduced) {
-    for (const auto& ring : kRings) {
-        for (const std::uint32_t perPoll : {1u, 100u, 500u, 3000u}) {
-            SCOPED_TRACE(zo::Format("{} at {} events a poll", ring.name, perPoll));
-            Simulator().Reset();
-            ZoSimSettings settings = Simulator().Settings();
-            settings.resumeAfterOverrun = perPoll == 500 ? ZOSIM_RESUME_NEWEST : ZOSIM_RESUME_OLDEST;
-            Simulator().SetSettings(settings);
-            Polled polled;
-            Poll(ring, perPoll, polled);
-            EXPECT_EQ(polled.received + polled.lost, 10 * perPoll);
-            EXPECT_EQ(polled.lost > 0, perPoll > kCapacity);
-            EXPECT_EQ(Log().size(), polled.warnings);
-        }
+        EXPECT_EQ(received + lost, 10 * perPoll);
+        EXPECT_EQ(lost > 0, perPoll > 100);
     }
 }
 
 // 2^32 records are terabytes.
-TEST_F(Lists, RaiseBadAllocWhenTheMemoryIsTooSmall) {
+TEST_F(Replies, RaiseBadAllocWhenTheMemoryIsTooSmall) {
     std::uint8_t oneRecord[2344] = {};
     try {
         ZoProtector_ListFileProtectRules(oneRecord, 0xFFFFFFFF, &count_, &other_);
@@ -241,7 +186,7 @@ TEST_F(Lists, RaiseBadAllocWhenTheMemoryIsTooSmall) {
 
 TEST_F(Replies, AShortStatusLeavesZeros) {
     Simulator().SetStatusReply({0, 1, 128, 255}, {0, 0x01020304, 0xFFFFFFFF, 7});
-    // A short reply leaves zeros: seven bytes end inside the second count.
+    // Seven bytes end inside the second count.
     Simulator().ReturnBytes(ZOP_IOCTL_GET_STATUS, 7);
     for (const ZopStatus& expected :
          {ZopStatus{0, 0, 1, 0x04, 0, 0, 0, 0}, ZopStatus{0, 0, 1, 0x01020304, 128, 0xFFFFFFFF, 255, 7}}) {
@@ -301,7 +246,7 @@ TEST_F(Replies, CountersFollowTheLayoutVersion) {
         SCOPED_TRACE(name);
         Simulator().SetCounters(counters);
         Simulator().SetStatsVersion(version);
-        Simulator().ReturnBytes(ZOP_IOCTL_GET_STATS, returned, 2);
+        if (returned == 75) Simulator().ReturnBytes(ZOP_IOCTL_GET_STATS, returned, 2);
         ZopStats stats;
         std::memset(&stats, 0xEE, sizeof stats);
         EXPECT_EQ(ZoProtector_GetStats(&stats), ZOP_OK);

@@ -84,7 +84,7 @@ const std::vector<Request>& AllRequests() {
         {ZOP_CALL(RemoveFileIgnoreProcess(L"C:\\i")), 0x8000C058, Path(L"\\i"), ": Removed 'C:\\i'"},
         {ZOP_CALL(ClearAllFileIgnoreProcesses()), 0x8000C05C, {}, ": Cleared"},
         {ZOP_CALL(ClearAllFileProtect()), 0x8000C04C, {}, ": Cleared"},
-        {ZOP_CALL(ListFileProtectRules(nullptr, 0, out, nullptr)), 0x8000C060, {}, nullptr, 16},
+        {ZOP_CALL(ListFileProtectRules(records, 1, out, nullptr)), 0x8000C060, {}, nullptr, 16 + 2344},
 
         {ZOP_CALL(AddRegistryProtectByKey(L"HKLM\\x", 0xFFFFFF02)), 0x8000C084, Key(L"x") + Bytes{2},
          ": Added 'HKLM\\x' (Recursive=-254)"},
