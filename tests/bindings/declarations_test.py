@@ -77,6 +77,13 @@ class TypeScript(unittest.TestCase):
         self.assertIn(f'"version": "{".".join(numbers)}"', (BINDINGS / "node/package.json").read_text())
 
 
+class Cpp(unittest.TestCase):
+    def test_layer_is_tried_with_each_function(self):
+        text = (layouts.SOURCE / "tests/layer/forwarding_test.cpp").read_text()
+        rows = re.findall(r"ZO_(SESSION_)?(?:CALLS_)?ROW\(\s*(\w+)", text)
+        self.assertLessEqual(set(FUNCTIONS), {"ZoProtector_" * bool(session) + name for session, name in rows})
+
+
 class CSharp(unittest.TestCase):
     SIZES = {"byte": 1, "ushort": 2, "int": 4, "uint": 4, "ulong": 8, "IntPtr": 8}
 

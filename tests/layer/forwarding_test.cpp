@@ -6,13 +6,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <iterator>
 #include <optional>
 #include <set>
 
 #include "c_fakes.h"
 #include "import_table.h"
-#include "installed_driver.h"
 #include "zocrashreport.hpp"
 #include "zoprotector.hpp"
 #include "zosigner.hpp"
@@ -39,17 +37,16 @@ std::size_t Reverse(std::span<const std::uint8_t> document, std::span<std::uint8
 }
 
 // What the layer hands back begins with what the fakes filled in; a list is empty, and flags have a test of their own.
-// Without a fake the library itself has answered.
 template <typename Result>
 void ExpectFilledIn(const Result& result) {
-    if (calls.empty() || sizeof result <= sizeof(zoprotector::Upgraded)) return;
+    if (sizeof result <= sizeof(zoprotector::Upgraded)) return;
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&result);
     ASSERT_GE(filledIn.size(), sizeof result);
     EXPECT_TRUE(std::equal(bytes, bytes + sizeof result, filledIn.begin()));
 }
 template <typename Record>
 void ExpectFilledIn(const std::vector<Record>& list) {
-    EXPECT_TRUE(calls.empty() || list.empty());
+    EXPECT_TRUE(list.empty());
 }
 
 struct Row {
@@ -82,7 +79,8 @@ zocrashreport::Reporter* reporter;
 constexpr ZopSignaturePolicy kPolicy = {2, 200, {}};
 constexpr std::uint8_t kKey[] = {5, 6, 7};
 constexpr const char kRun[] =
-    "ZoCrashReport_SetLogger(function, pointer) ZoCrashReport_Run(out) [2 message] ZoCrashReport_SetLogger(null, "
+    "ZoCrashReport_SetLogger(function, pointer) ZoCrashReport_Run(out) [2 message] [2 message] "
+    "ZoCrashReport_SetLogger(null, "
     "null) ";
 
 // Polls the reader once; the losses are noted, of which there are none.
@@ -93,8 +91,8 @@ void Poll(Reader reader, ErrorTo error) {
 const auto onLost = [](std::uint32_t lost) { ADD_FAILURE() << lost; };
 
 // NOLINTNEXTLINE(readability-function-size): a table
-std::vector<Row> SessionRows() {
-    return {
+const std::vector<Row>& Rows() {
+    static const std::vector<Row> rows = {
         ZO_CALLS_ROW(ZoProtector_Initialize, "ZoProtector_Initialize() ZoProtector_Uninitialize() ",
                      zoprotector::Session(error).Close()),
         ZO_CALLS_ROW(ZoProtector_Uninitialize, "ZoProtector_Initialize() ZoProtector_Uninitialize() ",
@@ -158,12 +156,7 @@ std::vector<Row> SessionRows() {
         ZO_SESSION_ROW(CopyDirectory, "from, to, 1, 0, out, out, out", std::filesystem::path("from"), L"to",
                        {.option1 = true}, error),
         ZO_SESSION_ROW(AddDriverSelfProtect, "", error),
-    };
-}
 
-// NOLINTNEXTLINE(readability-function-size): a table
-std::vector<Row> FreeRows() {
-    return {
         ZO_ROW(ZoProtector_InstallDriver, "a.sys, 2, 385222, 0",
                zoprotector::InstallDriver(
                    {.sourcePath = L"a.sys", .startType = zoprotector::StartType::kAuto, .altitude = L"385222"}, error)),
@@ -186,10 +179,11 @@ std::vector<Row> FreeRows() {
                    {.root = L"root", .manifest = L"manifest", .keystore = L"keys", .seal = zosigner::SealMode::kNone},
                    {}, {}, error)),
         ZO_CALLS_ROW(ZoSigner_SignDirectory,
-                     "[0 a/b] [2 message] ZoSigner_SignDirectory(root manifest null 5 3 2 0 1, out) ",
+                     "[0 a/b] [2 message] [2 message] ZoSigner_SignDirectory(root manifest null 5 3 2 0 1, out) ",
                      zosigner::SignDirectory({.root = L"root", .manifest = L"manifest", .keyBlob = kKey}, noteMessage,
                                              noteFolder, error)),
-        ZO_CALLS_ROW(ZoSigner_VerifyDirectory, "[2 message] ZoSigner_VerifyDirectory(root manifest keys null 0, out) ",
+        ZO_CALLS_ROW(ZoSigner_VerifyDirectory,
+                     "[2 message] [2 message] ZoSigner_VerifyDirectory(root manifest keys null 0, out) ",
                      zosigner::VerifyDirectory({.root = L"root", .manifest = L"manifest", .keystore = L"keys"},
                                                NoteFinding, error)),
         ZO_ROW(ZoSigner_VerifyDirectoryWithEmbeddedKey, "root manifest null 5 3, out",
@@ -223,14 +217,6 @@ std::vector<Row> FreeRows() {
         ZO_ROW(ZoCrashReport_Cancel, "", zocrashreport::Cancel(error)),
         ZO_ROW(ZoCrashReport_ResetCancel, "", zocrashreport::ResetCancel(error)),
     };
-}
-
-const std::vector<Row>& Rows() {
-    static const std::vector<Row> rows = [] {
-        std::vector<Row> all = SessionRows();
-        std::ranges::move(FreeRows(), std::back_inserter(all));
-        return all;
-    }();
     return rows;
 }
 
@@ -280,6 +266,16 @@ TEST_F(Forwarding, ArgumentsReachTheCFunctionAndItsOutputsTheCaller) {
     }
 }
 
+template <typename Error, typename Calls>
+Error Thrown(const Calls& calls) {
+    try {
+        calls();
+    } catch (const Error& error) {
+        return error;
+    }
+    throw std::logic_error("nothing was thrown");
+}
+
 TEST_F(Forwarding, FailuresAreThrownOrHandedOver) {
     const std::set<std::string> silent = {"ZoProtector_Uninitialize", "ZoCrashReport_Uninitialize",
                                           "ZoCrashReport_SetLogger"};
@@ -291,31 +287,17 @@ TEST_F(Forwarding, FailuresAreThrownOrHandedOver) {
         row.callThroughLayer(error);
         EXPECT_EQ(error, zostatus::Status::kAccessDenied);
         StartOver(ZOP_E_ACCESS_DENIED);
-        try {
-            row.callThroughLayer({});
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const std::system_error& thrown) {
-            EXPECT_EQ(thrown.code(), error);
-            EXPECT_TRUE(std::string(thrown.what()).starts_with(row.function + ": ")) << thrown.what();
-        }
+        const auto thrown = Thrown<std::system_error>([&] { row.callThroughLayer({}); });
+        EXPECT_EQ(thrown.code(), error);
+        EXPECT_TRUE(std::string(thrown.what()).starts_with(row.function + ": ")) << thrown.what();
     }
 }
 
 TEST_F(Forwarding, ErrorsCarryWhatWasDoneBeforeTheFailure) {
     StartOver(ZOP_E_FAILED);
-    try {
-        zosigner::VerifyDirectory({.root = L"root", .manifest = L"manifest"});
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const zosigner::VerifyError& error) {
-        ExpectFilledIn(error.counts);
-    }
+    ExpectFilledIn(Thrown<zosigner::VerifyError>([] { zosigner::VerifyDirectory({}); }).counts);
     StartOver(ZOP_E_FAILED);
-    try {
-        reporter->Run();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const zocrashreport::RunError& error) {
-        ExpectFilledIn(error.stats);
-    }
+    ExpectFilledIn(Thrown<zocrashreport::RunError>([] { reporter->Run(); }).stats);
 }
 
 TEST_F(Forwarding, EveryNumberButZeroIsTrue) {
@@ -330,48 +312,71 @@ TEST_F(Forwarding, EveryNumberButZeroIsTrue) {
     }
 }
 
-TEST_F(Forwarding, ScramblersGetTheDocumentAndTheRoom) {
-    reporter->SetBodyScrambler(Reverse);
-    const std::uint8_t document[] = {1, 2, 3};
-    std::uint8_t payload[8] = {};
-    std::uint32_t length = 0;
-    EXPECT_EQ(scrambler(context, document, 3, nullptr, 0, &length), ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER));
-    EXPECT_EQ(length, 4u);
-    EXPECT_EQ(scrambler(context, document, 3, payload, 4, &length), ZOP_OK);
-    EXPECT_TRUE(payload[0] == 3 && payload[2] == 1);
-}
-
-// The same calls with the library and the driver behind the layer.
-TEST(ForwardingToTheDriver, EachCallOfASessionReachesItAndItsAnswerTheCaller) {
-    const zotest::InstalledDriver driver;
-    const zotest::SimulatorClient simulator;
-    zoprotector::Session open;
-    session = &open;
-    calls.clear();
-    for (const Row& row : SessionRows()) {
-        if (row.expectedCalls.starts_with("ZoProtector_Initialize")) continue;
-        SCOPED_TRACE(row.function);
-        const std::uint64_t before = simulator.RequestCount();
-        std::error_code error;
-        row.callThroughLayer(error);
-        EXPECT_GT(simulator.RequestCount(), before);
-        EXPECT_EQ(error.value() == 0, simulator.LastRequest().status == 0);
+// Scramble with what was given to the library last, in a room of this size.
+class Scrambling : public Forwarding {
+  protected:
+    std::int32_t Scramble(std::uint32_t room) {
+        const std::uint8_t document[] = {1, 2, 3};
+        return scrambler(context, document, 3, payload_, room, &length_);
     }
+
+    std::uint8_t payload_[8] = {};
+    std::uint32_t length_ = 0;
+};
+
+TEST_F(Scrambling, GetsTheDocumentAndTheRoom) {
+    reporter->SetBodyScrambler(Reverse);
+    EXPECT_EQ(Scramble(0), ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(length_, 4u);
+    EXPECT_EQ(Scramble(4), ZOP_OK);
+    EXPECT_TRUE(payload_[0] == 3 && payload_[2] == 1);
+    reporter->SetBodyScrambler([](auto, auto) { return std::size_t{SIZE_MAX}; });
+    EXPECT_EQ(Scramble(8), ZOP_E_FAILED);
 }
 
-TEST_F(Forwarding, EveryExportHasItsRow) {
-    std::set<std::string> rows, exports;
-    for (const Row& row : Rows())
-        rows.insert(row.function);
-    const auto* base = reinterpret_cast<const BYTE*>(zotest::TheLibrary());
-    const auto* nt =
-        reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const auto* table = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(
-        base + nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress);
-    const auto* names = reinterpret_cast<const DWORD*>(base + table->AddressOfNames);
-    for (DWORD i = 0; i < table->NumberOfNames; ++i)
-        exports.insert(reinterpret_cast<const char*>(base + names[i]));
-    EXPECT_EQ(rows, exports);
+TEST_F(Scrambling, IsRefusedOnceTheReporterIsGone) {
+    reporter->SetBodyScrambler(Reverse);
+    reporter_.reset();
+    EXPECT_TRUE(calls.ends_with("SetBodyScrambler(function, null) ZoCrashReport_Uninitialize() ")) << calls;
+    EXPECT_EQ(Scramble(8), ZOP_E_FAILED);
+}
+
+struct Mine {
+    Mine() { ++raised; }
+    static inline int raised;
+};
+
+TEST_F(Scrambling, ExceptionsOfCallbacksArriveOnceTheCallIsOver) {
+    const auto raise = [](auto...) { throw Mine(); };
+    const auto raiseForFolder = [](auto) -> zosigner::SealAnswer { throw Mine(); };
+    const auto raiseForDocument = [](auto, auto) -> std::size_t { throw Mine(); };
+    const struct {
+        const char* lastCalls;
+        std::function<void()> callThroughLayer;
+    } rows[] = {
+        {"ZoSigner_SignDirectory(null null null null 0 0 7 7, out) ", [&] { zosigner::SignDirectory({}, raise); }},
+        {"[0 no answer] ZoSigner_SignDirectory(null null null null 0 2 7 7, out) ",
+         [&] { zosigner::SignDirectory({}, {}, raiseForFolder); }},
+        {"ZoSigner_VerifyDirectory(null null null null 0, out) ", [&] { zosigner::VerifyDirectory({}, raise); }},
+        {"ZoCrashReport_Run(out) ZoCrashReport_SetLogger(null, null) ", [&] { reporter->Run(raise); }},
+        {"ZoCrashReport_SetLogger(null, null) ",
+         [&] {
+             reporter->SetBodyScrambler(raiseForDocument);
+             reporter->Run([this, self = context](auto, auto) {
+                 context = self;
+                 EXPECT_EQ(Scramble(8), ZOP_E_FAILED);
+             });
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.lastCalls);
+        StartOver(ZOP_OK);
+        Mine::raised = 0;
+        EXPECT_THROW(row.callThroughLayer(), Mine);
+        EXPECT_EQ(Mine::raised, 1);
+        EXPECT_TRUE(calls.ends_with(row.lastCalls)) << calls;
+    }
+    reporter->Run();  // raises nothing again
 }
 
 }  // namespace

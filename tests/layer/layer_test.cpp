@@ -2,8 +2,28 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
 #include "installed_driver.h"
 #include "zoprotector.hpp"
+
+namespace {
+std::atomic<int> allocations = 0;  // of this program; the library has a heap of its own
+}
+
+void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* block = std::malloc(size)) return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
 
 namespace layertest {
 namespace {
@@ -79,6 +99,20 @@ TEST_F(ChannelTest, ABatchIsReadAgainWhenTheCallbackForLossesThrows) {
     const auto events = reader.Poll();
     ASSERT_EQ(events.size(), 10u);
     EXPECT_EQ(events[0].bytes[0], 5u) << "the first event that was not overwritten";
+}
+
+TEST_F(ChannelTest, TheLayerAllocatesNothingButTheRoomForAList) {
+    session_.AddFileProtectByPath(L"C:\\a");
+    zoprotector::EventReader reader(session_, [](std::uint32_t) {});
+    const int before = allocations;
+    session_.AddFileProtectByFolder(L"C:\\b", {.filter = L"*.exe"});
+    static_cast<void>(session_.GetStats());
+    static_cast<void>(reader.Poll());
+    static_cast<void>(zoprotector::GetHardwareId());
+    static_cast<void>(zoprotector::QueryDriverStatus());
+    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(session_.ListFileProtectRules().size(), 2u);
+    EXPECT_EQ(allocations, before + 1);
 }
 
 TEST(Codes, SayWhatHappenedAndCompareWithTheStandardConditions) {
