@@ -2,6 +2,7 @@
 #include <set>
 
 #include "driver_channel.h"
+#include "temp_folder.h"
 
 namespace zotest {
 namespace {
@@ -9,53 +10,33 @@ namespace {
 // What the library's own tests cannot show, which are all made against the simulator.
 using SimulatorControl = ChannelTest;
 
-// The rule families differ in their codes and record types alone. Removing and clearing are the next two codes.
-struct Family {
-    std::uint32_t table, add, record, key;
-};
-constexpr Family kFamilies[] = {
-    {ZOSIM_TABLE_PROCESS, ZOP_IOCTL_ADD_PROCESS_RULE, 1042, 1040},
-    {ZOSIM_TABLE_FILE, ZOP_IOCTL_ADD_FILE_RULE, 2341, 1040},
-    {ZOSIM_TABLE_REGISTRY, ZOP_IOCTL_ADD_REGISTRY_RULE, 1025, 1024},
-    {ZOSIM_TABLE_DLL, ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, 1041, 1040},
-    {ZOSIM_TABLE_FILE_IGNORE, ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, 1042, 1040},
-    {ZOSIM_TABLE_REGISTRY_IGNORE, ZOP_IOCTL_ADD_REGISTRY_IGNORE_PROCESS, 1042, 1040},
-};
-
 class SimulatorRules : public ChannelTest {
   protected:
-    // The name is the first text field of a record of the family's length.
-    [[nodiscard]] std::uint32_t Add(const Family& family, std::wstring name) const {
-        name.resize(2000);
-        return Send(family.add, name.data(), family.record).error;
+    [[nodiscard]] std::uint32_t Add(const std::wstring& path) const {
+        return Give(ZOP_IOCTL_ADD_PROCESS_RULE, Named<ZopRuleRecord>(path));
     }
-    [[nodiscard]] std::uint32_t Remove(const Family& family, std::wstring name) const {
-        name.resize(2000);
-        return Send(family.add + 4, name.data(), family.key).error;
+    [[nodiscard]] std::uint32_t Remove(const std::wstring& path) const {
+        return Give(ZOP_IOCTL_REMOVE_PROCESS_RULE, Named<ZopPathRecord>(path));
     }
 };
 
-TEST_F(SimulatorRules, EveryFamilyKeepsKnowsAndForgets) {
-    for (const Family& family : kFamilies) {
-        SCOPED_TRACE(family.table);
-        const std::wstring tooLong(family.key / 2, L'x');  // without a terminator
-        EXPECT_EQ(Add(family, L"\\Device\\\u00E4"), 0u);
-        EXPECT_EQ(Add(family, L"\\DEVICE\\\u00C4"), 183u) << "the same but for case, also beyond ASCII";
-        EXPECT_EQ(Add(family, L"\\Device\\"), 0u) << "a beginning is another name";
-        EXPECT_EQ(Add(family, tooLong.substr(1)), 0u);
-        for (const std::wstring& unsound : {std::wstring(), tooLong}) {
-            EXPECT_EQ(Add(family, unsound), 87u);
-            EXPECT_EQ(Remove(family, unsound), 87u);
-        }
-        EXPECT_EQ(Remove(family, L"\\device\\\u00E4"), 0u);
-        EXPECT_EQ(Remove(family, L"\\device\\\u00E4"), 1168u);
-
-        Simulator().SetCapacity(family.table, 2);
-        EXPECT_EQ(Add(family, L"\\Device\\Full"), 1816u);
-        EXPECT_EQ(Add(family, L"\\Device\\"), 183u) << "a duplicate in a full table is a duplicate";
-        EXPECT_EQ(Give(family.add + 8), 0u);
-        EXPECT_EQ(Simulator().State().tableCount[family.table], 0u);
+TEST_F(SimulatorRules, ATableKeepsKnowsAndForgets) {
+    const std::wstring tooLong(ZOP_PATH_UNITS, L'x');  // without a terminator
+    EXPECT_EQ(Add(L"\\Device\\\u00E4"), 0u);
+    EXPECT_EQ(Add(L"\\DEVICE\\\u00C4"), 183u) << "the same but for case, also beyond ASCII";
+    EXPECT_EQ(Add(L"\\Device\\"), 0u) << "a beginning is another name";
+    EXPECT_EQ(Add(tooLong.substr(1)), 0u);
+    for (const std::wstring& unsound : {std::wstring(), tooLong}) {
+        EXPECT_EQ(Add(unsound), 87u);
+        EXPECT_EQ(Remove(unsound), 87u);
     }
+    EXPECT_EQ(Remove(L"\\device\\\u00E4"), 0u);
+    EXPECT_EQ(Remove(L"\\device\\\u00E4"), 1168u);
+    Simulator().SetCapacity(ZOSIM_TABLE_PROCESS, 2);
+    EXPECT_EQ(Add(L"\\Device\\Full"), 1816u);
+    EXPECT_EQ(Add(L"\\Device\\"), 183u) << "a duplicate in a full table is a duplicate";
+    EXPECT_EQ(Give(ZOP_IOCTL_CLEAR_PROCESS_RULES), 0u);
+    EXPECT_EQ(Simulator().State().tableCount[ZOSIM_TABLE_PROCESS], 0u);
 }
 
 TEST_F(SimulatorRules, AFileRuleIsTheSameWhenPathFilterAndScopeAre) {
@@ -88,30 +69,26 @@ TEST_F(SimulatorRules, LargeTablesStayConsistent) {
     const auto name = [](int i) { return L"\\Device\\Many\\" + std::to_wstring(i * 7919 % 601); };
     std::set<std::wstring> kept, held;
     for (int i = 0; i < 600; ++i) {
-        ASSERT_EQ(Add(kFamilies[0], name(i)), 0u);
+        ASSERT_EQ(Add(name(i)), 0u);
         if (i % 3 != 0) kept.insert(name(i));
     }
     for (int i = 0; i < 600; i += 3)
-        ASSERT_EQ(Remove(kFamilies[0], name(i)), 0u);
+        ASSERT_EQ(Remove(name(i)), 0u);
     for (const ZopRuleRecord& record : Simulator().Table<ZopRuleRecord>(ZOSIM_TABLE_PROCESS))
         held.insert(FieldText(record.path));
     EXPECT_EQ(held, kept);
     for (const std::wstring& known : kept)
-        ASSERT_EQ(Add(kFamilies[0], known), 183u);
+        ASSERT_EQ(Add(known), 183u);
 }
 
-TEST_F(SimulatorControl, StatusAndCountersHaveTheDriversLayout) {
+TEST_F(SimulatorControl, StatusShowsSwitchesAndCounts) {
     EXPECT_EQ(Give(ZOP_IOCTL_SET_MASTER_ENABLED, ZopToggleRecord{9}), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ENABLE_FILE_PROTECT, ZopToggleRecord{1}), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ENABLE_DLL_LOAD_FILTER, ZopToggleRecord{200}), 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_REGISTRY_RULE, Named<ZopRegistryRuleRecord>(L"\\REGISTRY\\x")), 0u);
-    std::uint8_t reply[76] = {};
-    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATUS, nullptr, 0, reply, 19).error, 122u);
-    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATUS, nullptr, 0, reply, 20).returned, 20u);
-    const std::uint8_t expected[20] = {9, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 200, 0, 0, 0, 0};
-    EXPECT_EQ(memcmp(reply, expected, 20), 0);
-    Simulator().SetStatsVersion(2);
-    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATS, nullptr, 0, reply, 76).returned, 56u);
+    std::array<std::uint8_t, 20> reply{};
+    EXPECT_EQ(Send(ZOP_IOCTL_GET_STATUS, nullptr, 0, reply.data(), 20).returned, 20u);
+    EXPECT_EQ(reply, (std::array<std::uint8_t, 20>{9, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 200}));
 }
 
 TEST_F(SimulatorControl, ADrainGivesAsManyDocumentedRecordsAsItIsAskedFor) {
@@ -181,22 +158,34 @@ TEST_F(SimulatorControl, ResetLeavesNothingButTheOpenHandles) {
     EXPECT_EQ(Simulator().State().openNow, 0u);
 }
 
-// Runs with a driver of its own: TearDownTestSuite of the fixture above takes the suite's one away first.
-TEST(SimulatorLifecycle, UnloadingRemovesBothDevicesAndTheNextLifeStartsAfresh) {
-    InstalledDriver driver(L"ZoProtectorDriver_1_0_1.sys");
-    for (int life = 0; life < 2; ++life) {
-        {
-            const SimulatorClient simulator;
-            EXPECT_EQ(simulator.State().requests, 0u);
-            EXPECT_EQ(simulator.Settings().version[2], 1u) << "the version of the file";
-            const zo::OwnedFile handle = OpenDriver();
-            EXPECT_EQ(SendControl(handle.Get(), ZOP_IOCTL_FORCE_CRASH).error, 0u);
-        }
-        driver.Stop();
-        EXPECT_FALSE(OpenDriver());
-        EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-        EXPECT_THROW(SimulatorClient(), std::runtime_error);
-        driver.Start();
+TEST_F(SimulatorControl, ACopyIsOfWhatTheOptionsSayWithTimes) {
+    const TempFolder folder;
+    const auto from = folder / "from", to = folder / "to";
+    const std::string big(200'000, '\xA5');  // more than one block
+    WriteFileBytes(from / L"gr\u00FC\u00DFe", big);
+    WriteFileBytes(from / "b", "new");
+    WriteFileBytes(from / "sub" / "deep" / "c", "");
+    const auto old = last_write_time(from / "b") - std::chrono::hours(1000);
+    last_write_time(from / "b", old);
+    const struct {
+        std::uint8_t subfolders, overwrite;
+        ZoProtectorCopyDirectoryResult result;
+    } cases[] = {{0, 0, {1, 0, 2, 0}}, {0, 1, {2, 0, 1, 0}}, {1, 0, {2, 2, 1, 0}}, {1, 1, {3, 2, 0, 0}}};
+    for (const auto& c : cases) {
+        RemoveTree(to.wstring());
+        WriteFileBytes(to / "b", "old");
+        ZoProtectorCopyDirectoryRequest request{};
+        SetField(request.sourceDir, NtPath(from.wstring()));
+        SetField(request.destinationDir, NtPath(to.wstring()));
+        request.option1 = c.subfolders;
+        request.option2 = c.overwrite;
+        ZoProtectorCopyDirectoryResult result{};
+        EXPECT_EQ(Send(ZOP_IOCTL_COPY_DIRECTORY, &request, sizeof(request), &result, sizeof(result)).error, 0u);
+        EXPECT_EQ(memcmp(&result, &c.result, sizeof(result)), 0);
+        EXPECT_EQ(ReadFileBytes(to / L"gr\u00FC\u00DFe"), big);
+        EXPECT_EQ(ReadFileBytes(to / "b"), c.overwrite ? "new" : "old");
+        EXPECT_EQ(last_write_time(to / "b") == old, c.overwrite != 0);
+        EXPECT_EQ(exists(to / "sub" / "deep" / "c"), c.subfolders != 0);
     }
 }
 

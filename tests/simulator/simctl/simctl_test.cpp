@@ -1,6 +1,5 @@
 // simctl as a script has it: exit codes, text, JSON, and what each command does to the simulator.
 
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -14,26 +13,20 @@ namespace {
 
 using Json = nlohmann::json;
 
-struct Outcome {
-    int exitCode = -1;
-    std::string out, err;
-};
-
-Outcome Simctl(const std::string& line) {
+ChildResult Simctl(const std::string& line) {
     std::vector<std::wstring> words;
     std::istringstream rest(line);
     for (std::string word; rest >> word;)
         words.emplace_back(word.begin(), word.end());
-    const ChildResult result = RunChild((ProgramFolder() / "simctl.exe").wstring(), words);
-    return {static_cast<int>(result.exitCode), result.out, result.err};
+    return RunChild((ProgramFolder() / "simctl.exe").wstring(), words);
 }
 
 class SimctlTest : public ChannelTest {
   protected:
     // The document of a command that must work.
     static Json Shown(const std::string& line) {
-        const Outcome run = Simctl(line + " --json");
-        EXPECT_EQ(run.exitCode, 0) << run.err;
+        const ChildResult run = Simctl(line + " --json");
+        EXPECT_EQ(run.exitCode, 0u) << run.err;
         return Json::parse(run.out, nullptr, false);
     }
     [[nodiscard]] std::uint32_t ListFileRules() const {
@@ -43,29 +36,25 @@ class SimctlTest : public ChannelTest {
 };
 
 TEST_F(SimctlTest, Settings_ChangeWhatTheCommandNamesAndNothingElse) {
-    using Change = std::function<void(ZoSimSettings&)>;
-    const zotest::Rows<Change> rows = {
-        {"version 1 4 2", [](ZoSimSettings& s) { s.version[1] = 4, s.version[2] = 2; }},
-        {"capacity file 2", [](ZoSimSettings& s) { s.tableCapacity[ZOSIM_TABLE_FILE] = 2; }},
-        {"slots registry 16", [](ZoSimSettings& s) { s.ringSlots[ZOSIM_RING_REGISTRY] = 16; }},
-        {"resume newest", [](ZoSimSettings& s) { s.resumeAfterOverrun = ZOSIM_RESUME_NEWEST; }},
-        {"stop refuse", [](ZoSimSettings& s) { s.refuseStop = 1; }},
-        {"layout 2", [](ZoSimSettings& s) { s.statsVersion = 2; }},
-        {"status-reply 1 10 2 20 3 30 4 40",
-         [](ZoSimSettings& s) {
-             s.useStatusReply = 1;
-             for (std::uint32_t i = 0; i < 4; ++i)
-                 s.statusFlag[i] = i + 1, s.statusCount[i] = 10 * (i + 1);
-         }},
+    const Json pairs = Json::parse(R"([{"pair": 1, "flag": 1, "count": 10}, {"pair": 2, "flag": 2, "count": 20},
+                                       {"pair": 3, "flag": 3, "count": 30}, {"pair": 4, "flag": 4, "count": 40}])");
+    const zotest::Rows<Json> rows = {
+        {"version 1 4 2", {{"/version", "1.4.2"}}},
+        {"capacity file 2", {{"/tables/1/capacity", 2}}},
+        {"slots registry 16", {{"/rings/1/slots", 16}}},
+        {"resume newest", {{"/resume", "newest"}}},
+        {"stop refuse", {{"/refusesStop", true}}},
+        {"layout 2", {{"/statsLayout", 2}}},
+        {"status-reply 1 10 2 20 3 30 4 40", {{"/ownStatusReply", false}, {"/statusPairs", pairs}}},
     };
-    const ZoSimSettings before = Simulator().Settings();
-    for (const auto& [command, change] : rows) {
-        EXPECT_EQ(Simctl(command).exitCode, 0) << command;
-        ZoSimSettings expected = before;
-        change(expected);
-        const ZoSimSettings now = Simulator().Settings();
-        EXPECT_EQ(memcmp(&now, &expected, sizeof(now)), 0) << command;
-        EXPECT_EQ(Simctl("reset").exitCode, 0);
+    const Json before = Shown("settings");
+    for (const auto& [command, changes] : rows) {
+        EXPECT_EQ(Simctl(command).exitCode, 0u) << command;
+        Json expected = before;
+        for (const auto& [place, value] : changes.items())
+            expected[Json::json_pointer(place)] = value;
+        EXPECT_EQ(Shown("settings"), expected) << command;
+        EXPECT_EQ(Simctl("reset").exitCode, 0u);
     }
 }
 
@@ -78,31 +67,31 @@ TEST_F(SimctlTest, Faults_ReachTheDriverAsTheOptionsSay) {
         {"fault list-file-rules --status buffer-overflow --perform --times 2", {234, 234, 0}},
     };
     for (const auto& [command, errors] : rows) {
-        EXPECT_EQ(Simctl(command).exitCode, 0) << command;
+        EXPECT_EQ(Simctl(command).exitCode, 0u) << command;
         for (const std::uint32_t error : errors)
             EXPECT_EQ(ListFileRules(), error) << command;
-        EXPECT_EQ(Simctl("clear-faults").exitCode, 0);
+        EXPECT_EQ(Simctl("clear-faults").exitCode, 0u);
         EXPECT_EQ(Simulator().State().faultsPending, 0u) << command;
     }
 }
 
 TEST_F(SimctlTest, Fault_ChangesLengthAndWordsOfTheReply) {
-    EXPECT_EQ(Simctl("fault list-file-rules --word 0=7 --word 2=0x10 --returned 12").exitCode, 0);
+    EXPECT_EQ(Simctl("fault list-file-rules --word 0=7 --word 2=0x10 --returned 12").exitCode, 0u);
     std::uint32_t reply[4] = {};
     EXPECT_EQ(Send(ZOP_IOCTL_LIST_FILE_RULES, nullptr, 0, reply, sizeof(reply)).returned, 12u);
     EXPECT_EQ(std::vector<std::uint32_t>(reply, reply + 3), (std::vector<std::uint32_t>{7, 0, 16}));
 }
 
 TEST_F(SimctlTest, Signature_MakesAProcessKnownRefreshedAndUnknownAgain) {
-    EXPECT_EQ(Simctl("signature 4242 1 3 --refreshed 9 8").exitCode, 0);
+    EXPECT_EQ(Simctl("signature 4242 1 3 --refreshed 9 8").exitCode, 0u);
     const Json known = {{"pid", 4242}, {"first", 1}, {"second", 3}, {"refreshedFirst", 9}, {"refreshedSecond", 8}};
     EXPECT_EQ(Shown("table known-process")["entries"], Json::array({known}));
-    EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 0);
-    EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 1) << "it is not known";
+    EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 0u);
+    EXPECT_EQ(Simctl("signature 4242 --forget").exitCode, 1u) << "it is not known";
 }
 
 TEST_F(SimctlTest, Counters_GoOnFromTheValuesGiven) {
-    EXPECT_EQ(Simctl("counters rules-added=100 events-dropped=7 17=5").exitCode, 0);
+    EXPECT_EQ(Simctl("counters rules-added=100 events-dropped=7 17=5").exitCode, 0u);
     EXPECT_EQ(Give(ZOP_IOCTL_ADD_DLL_WHITELIST_FOLDER, Named<ZopDllFolderRecord>(L"\\a")), 0u);
     std::uint32_t block[19] = {};
     EXPECT_EQ(Send(ZOP_IOCTL_GET_STATS, nullptr, 0, block, sizeof(block)).returned, 76u);
@@ -162,8 +151,8 @@ TEST_F(SimctlTest, WrongUsage_IsRefusedWithTheReasonAndSendsNothing) {
         {"counters 18=1", "'18=1'"},
     };
     for (const auto& [command, reason] : rows) {
-        const Outcome run = Simctl(command);
-        EXPECT_EQ(run.exitCode, 2) << command;
+        const ChildResult run = Simctl(command);
+        EXPECT_EQ(run.exitCode, 2u) << command;
         EXPECT_NE(run.err.find(reason), std::string::npos) << command << ": " << run.err;
         EXPECT_EQ(run.out, "") << command;
     }
@@ -189,7 +178,7 @@ TEST_F(SimctlTest, Help_ShowsAnExampleThatWorksForEveryCommand) {
         for (std::string line; std::getline(lines, line);) {
             if (!line.starts_with("  simctl ")) continue;
             ++examples;
-            EXPECT_EQ(Simctl(line.substr(9)).exitCode, 0) << line;
+            EXPECT_EQ(Simctl(line.substr(9)).exitCode, 0u) << line;
         }
         EXPECT_GT(examples, 0) << command;
     }
@@ -204,8 +193,8 @@ TEST_F(SimctlTest, Text_ShowsTheSameFactsAsTheJson) {
 // Not of the suite, whose driver its TearDownTestSuite has stopped by then.
 TEST(SimctlWithoutDriver, SaysThatNoSimulatorIsRunning) {
     RemoveDriverService();
-    const Outcome run = Simctl("state --json");
-    EXPECT_EQ(run.exitCode, 3);
+    const ChildResult run = Simctl("state --json");
+    EXPECT_EQ(run.exitCode, 3u);
     EXPECT_NE(run.err.find("no simulator is running"), std::string::npos);
     EXPECT_EQ(Json::parse(run.out, nullptr, false).value("exitCode", 0), 3);
 }
