@@ -33,11 +33,11 @@ class Python(unittest.TestCase):
         return "LP_" + self.NAMES.get(kind[:-1], kind[:-1]) if kind.endswith("*") else kind
 
     def test_records(self):
-        for name, (size, fields) in EXPECTED["records"].items():
-            record = getattr(self.module, name)
-            placed = {field: (getattr(record, field).offset, getattr(record, field).size)
-                      for field, _ in record._fields_}
-            self.assertEqual((name, ctypes.sizeof(record), placed), (name, size, fields))
+        def layout(record):
+            fields = {name: getattr(record, name) for name, _ in record._fields_}
+            return ctypes.sizeof(record), {name: (field.offset, field.size) for name, field in fields.items()}
+
+        self.assertEqual({name: layout(getattr(self.module, name)) for name in EXPECTED["records"]}, EXPECTED["records"])
 
     def test_functions_and_callbacks(self):
         self.assertEqual(list(self.module.FUNCTIONS), list(FUNCTIONS))
@@ -121,7 +121,3 @@ class CSharp(unittest.TestCase):
             self.assertEqual(len(given), len(kinds), name)
             for kind, parameter in zip(kinds, given):
                 self.assertTrue(self.fits(kind, parameter), f"{name}: {kind} is {parameter}")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -7,11 +7,8 @@ import json
 import os
 import pathlib
 import shutil
-import sys
-import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from sealed_tree import SealedTreeTest  # noqa: E402
+from sealed_tree import SealedTreeTest
 
 HERE = pathlib.Path(__file__).resolve().parent
 VERSIONS = sorted(path for path in HERE.iterdir() if path.is_dir() and path.name[0].isdigit())
@@ -63,7 +60,3 @@ class OldFiles(SealedTreeTest):
                 os.utime(dumps / name, (time, time))
             listed = json.loads(self.zoctl(1, "crash", "list", "--record", record, "--dumps", dumps, "--json").stdout)
             self.assertEqual([dump["path"].rpartition("\\")[2] for dump in listed["dumps"]], ["new.dmp"])
-
-
-if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])

@@ -37,6 +37,8 @@ class Artifacts(unittest.TestCase):
         run(sys.executable, "-B", SOURCE / "packaging/pack.py", BUILD, archive, cls.out, "-trial",
             env=dict(os.environ, SOURCE_DATE_EPOCH="1700000001"))
         cls.everything = cls.contents(f"{BASE}-windows-x64.zip", f"{BASE}-windows-x64/")
+        cls.nuget = cls.contents(f"ZoProtectorLib.{VERSION}-trial.nupkg")
+        cls.bill = json.loads((cls.out / f"{BASE}.spdx.json").read_text())
 
     @classmethod
     def contents(cls, name, prefix=""):
@@ -62,28 +64,27 @@ class Artifacts(unittest.TestCase):
         self.assertEqual(server.date_time, (2023, 11, 14, 22, 13, 20))
 
     def test_nuget_package_is_well_formed(self):
-        held = self.contents(f"ZoProtectorLib.{VERSION}-trial.nupkg")
-        typed = {element.get("Extension") for element in ElementTree.fromstring(held["[Content_Types].xml"])}
-        self.assertEqual(typed, {name.rsplit(".", 1)[1] for name in held if name != "[Content_Types].xml"})
-        related = [element.get("Target") for element in ElementTree.fromstring(held["_rels/.rels"])]
-        self.assertIn("/ZoProtectorLib.nuspec", related)
-        for target in related:
-            ElementTree.fromstring(held[target.lstrip("/")])
-        nuspec = {element.tag.split("}")[1]: element.text for element in ElementTree.fromstring(
-            held["ZoProtectorLib.nuspec"])[0]}
-        self.assertEqual((nuspec["id"], nuspec["version"]), ("ZoProtectorLib", f"{VERSION}-trial"))
-        self.assertIn(nuspec["readme"], held)
+        typed, related, nuspec = (list(ElementTree.fromstring(self.nuget[name])) for name in (
+            "[Content_Types].xml", "_rels/.rels", "ZoProtectorLib.nuspec"))
+        self.assertEqual({element.get("Extension") for element in typed},
+                         {name.rsplit(".", 1)[1] for name in self.nuget if name != "[Content_Types].xml"})
+        targets = [element.get("Target").lstrip("/") for element in related]
+        self.assertIn("ZoProtectorLib.nuspec", targets)
+        for target in targets:
+            ElementTree.fromstring(self.nuget[target])
+        facts = {element.tag.split("}")[1]: element.text for element in nuspec[0]}
+        self.assertEqual((facts["id"], facts["version"]), ("ZoProtectorLib", f"{VERSION}-trial"))
+        self.assertIn(facts["readme"], self.nuget)
 
     def test_nuget_targets_name_files_of_the_package(self):
-        held = self.contents(f"ZoProtectorLib.{VERSION}-trial.nupkg")
-        self.assertNotIn("build/native/include/zoprotector_simulator.h", held)
-        targets = held["build/native/ZoProtectorLib.targets"].decode()
+        self.assertNotIn("build/native/include/zoprotector_simulator.h", self.nuget)
+        targets = self.nuget["build/native/ZoProtectorLib.targets"].decode()
         named = re.findall(r"\$\(MSBuildThisFileDirectory\)([^;\"]+)", targets)
         resolved = {os.path.normpath("build/native/" + name.replace("\\", "/")) for name in named}
         self.assertEqual(resolved, {"build/native/include", "build/native/lib/x64/ZoProtectorLib.lib",
                                     "runtimes/win-x64/native/ZoProtectorLib.dll"})
         for name in resolved:
-            self.assertTrue(any(entry == name or entry.startswith(f"{name}/") for entry in held), name)
+            self.assertTrue(any(entry == name or entry.startswith(f"{name}/") for entry in self.nuget), name)
 
     def test_vcpkg_port_configures_its_sources_and_tidies_the_package(self):
         run("unzip", "-q", self.out / f"{BASE}-vcpkg-port.zip", "-d", self.work)
@@ -98,13 +99,12 @@ class Artifacts(unittest.TestCase):
             self.assertFalse((package / name).exists(), name)
 
     def test_bill_of_materials_lists_each_file_with_its_digest(self):
-        bill = json.loads((self.out / f"{BASE}.spdx.json").read_text())
-        listed = {file["fileName"]: [one["checksumValue"] for one in file["checksums"]] for file in bill["files"]}
+        listed = {file["fileName"]: [one["checksumValue"] for one in file["checksums"]] for file in self.bill["files"]}
         self.assertEqual(listed, {f"./{name}": [hashlib.sha1(data).hexdigest(), hashlib.sha256(data).hexdigest()]
                                   for name, data in self.everything.items()})
 
     def test_bill_of_materials_has_what_spdx_requires(self):
-        bill = json.loads((self.out / f"{BASE}.spdx.json").read_text())
+        bill = self.bill
         required = (("spdxVersion dataLicense SPDXID name documentNamespace creationInfo", [bill]),
                     ("name SPDXID versionInfo downloadLocation", bill["packages"]),
                     ("fileName SPDXID checksums", bill["files"]))

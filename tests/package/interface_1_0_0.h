@@ -66,70 +66,6 @@ typedef struct ZoProtectorDriverStatus {
     wchar_t imagePath[520], altitude[64];
     uint32_t fileVersionMajor, fileVersionMinor, fileVersionBuild, fileVersionRevision;
 } ZoProtectorDriverStatus;
-ZO_API int32_t ZoProtector_Initialize(void);
-ZO_API int32_t ZoProtector_Uninitialize(void);
-ZO_API int32_t ZoProtector_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* patch);
-ZO_API int32_t ZoProtector_GetStatus(ZopStatus* status);
-ZO_API int32_t ZoProtector_SetMasterEnabled(int32_t enable);
-ZO_API int32_t ZoProtector_GetMasterEnabled(uint32_t* enabled);
-ZO_API int32_t ZoProtector_ForceCrash(void);
-ZO_API int32_t ZoProtector_AddProcessProtectByPath(const wchar_t* path);
-ZO_API int32_t ZoProtector_AddProcessProtectByFolder(const wchar_t* folder, uint32_t recursive);
-ZO_API int32_t ZoProtector_RemoveProcessProtect(const wchar_t* path);
-ZO_API int32_t ZoProtector_ClearAllProcessProtect(void);
-ZO_API int32_t ZoProtector_AddFileProtectByPath(const wchar_t* path);
-ZO_API int32_t ZoProtector_AddFileProtectByFolder(const wchar_t* folder, uint8_t recursive, const wchar_t* filter);
-ZO_API int32_t ZoProtector_AddFileProtectScoped(const wchar_t* path, int32_t isFolder, int32_t recursive,
-                                                const wchar_t* filter, const wchar_t* scope, uint32_t scopeIsFolder,
-                                                uint32_t scopeRecursive, uint32_t exclusive);
-ZO_API int32_t ZoProtector_RemoveFileProtect(const wchar_t* path);
-ZO_API int32_t ZoProtector_ClearAllFileProtect(void);
-ZO_API int32_t ZoProtector_EnableFileProtect(int32_t enable);
-ZO_API int32_t ZoProtector_AddFileIgnoreProcess(const wchar_t* path, int32_t isFolder, int32_t recursive);
-ZO_API int32_t ZoProtector_RemoveFileIgnoreProcess(const wchar_t* path);
-ZO_API int32_t ZoProtector_ClearAllFileIgnoreProcesses(void);
-ZO_API int32_t ZoProtector_AddRegistryProtectByKey(const wchar_t* key, uint32_t recursive);
-ZO_API int32_t ZoProtector_RemoveRegistryProtect(const wchar_t* key);
-ZO_API int32_t ZoProtector_ClearAllRegistryProtect(void);
-ZO_API int32_t ZoProtector_AddRegistryIgnoreProcess(const wchar_t* path, int32_t isFolder, int32_t recursive);
-ZO_API int32_t ZoProtector_RemoveRegistryIgnoreProcess(const wchar_t* path);
-ZO_API int32_t ZoProtector_ClearAllRegistryIgnoreProcesses(void);
-ZO_API int32_t ZoProtector_SetSignaturePolicy(const ZopSignaturePolicy* policy);
-ZO_API int32_t ZoProtector_GetSignaturePolicy(ZopSignaturePolicy* policy);
-ZO_API int32_t ZoProtector_QueryPidSignature(uint32_t pid, uint32_t* first, uint32_t* second);
-ZO_API int32_t ZoProtector_RefreshPidSignature(uint32_t pid, uint32_t* first, uint32_t* second);
-ZO_API int32_t ZoProtector_AddSignatureOverride(uint32_t pid);
-ZO_API int32_t ZoProtector_RemoveSignatureOverride(uint32_t pid);
-ZO_API int32_t ZoProtector_ClearAllSignatureOverrides(void);
-ZO_API int32_t ZoProtector_EnableDllLoadFilter(int32_t enable);
-ZO_API int32_t ZoProtector_AddDllWhitelistFolder(const wchar_t* folder, uint32_t recursive);
-ZO_API int32_t ZoProtector_RemoveDllWhitelistFolder(const wchar_t* folder);
-ZO_API int32_t ZoProtector_ClearAllDllWhitelist(void);
-ZO_API int32_t ZoProtector_ListProcessProtectRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
-ZO_API int32_t ZoProtector_ListFileProtectRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
-ZO_API int32_t ZoProtector_ListRegistryProtectRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
-ZO_API int32_t ZoProtector_ListDllWhitelistRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
-ZO_API int32_t ZoProtector_DrainEvents(uint32_t lastRead, void* events, uint32_t capacity, uint32_t* count,
-                                       uint32_t* dropped, uint32_t* position);
-ZO_API int32_t ZoProtector_DrainRegistryEvents(uint32_t lastRead, void* events, uint32_t capacity, uint32_t* count,
-                                               uint32_t* dropped, uint32_t* position);
-ZO_API int32_t ZoProtector_GetStats(ZopStats* stats);
-ZO_API int32_t ZoProtector_GetUnsignedBypassAttempts(uint32_t* attempts);
-ZO_API int32_t ZoProtector_InstallDriver(const wchar_t* sourcePath, uint32_t startType, const wchar_t* altitude,
-                                         uint32_t allowUnload);
-ZO_API int32_t ZoProtector_StartDriver(void);
-ZO_API int32_t ZoProtector_StopDriver(void);
-ZO_API int32_t ZoProtector_UninstallDriver(void);
-ZO_API int32_t ZoProtector_ChangeDriverStartType(uint32_t startType);
-ZO_API int32_t ZoProtector_QueryDriverStatus(ZoProtectorDriverStatus* status);
-ZO_API int32_t ZoProtector_GetDriverFileVersion(uint32_t* major, uint32_t* minor, uint32_t* build, uint32_t* revision);
-ZO_API int32_t ZoProtector_UpgradeDriver(const wchar_t* newDriverPath, uint32_t* upgraded, uint32_t* replacedByDriver);
-ZO_API int32_t ZoProtector_CopyDirectory(const wchar_t* sourceDir, const wchar_t* destinationDir, int32_t option1,
-                                         uint32_t option2, uint32_t* filesCopied, uint32_t* dirsCopied,
-                                         uint32_t* skipped);
-ZO_API int32_t ZoProtector_AddDriverSelfProtect(void);
-ZO_API int32_t ZoProtector_GetHardwareId(wchar_t* text, uint32_t capacity);
-ZO_API int32_t ZoProtector_GetHardwareIdBytes(uint8_t* buffer, uint32_t bufferSize, uint32_t* bytesWritten);
 
 #define ZOSIG_E_THUMBPRINT_MISMATCH ((int32_t)0x80049101)
 #define ZOSIG_E_VERIFY_FAILED ((int32_t)0x80049102)
@@ -171,12 +107,6 @@ typedef struct ZoSignerVerifyResult {
     uint32_t ok, bad, missing, extra, directories;
     uint8_t thumbprint[32];
 } ZoSignerVerifyResult;
-ZO_API int32_t ZoSigner_GenerateKeyPair(const wchar_t* keystore);
-ZO_API int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t thumbprint[32]);
-ZO_API int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSignerSignResult* result);
-ZO_API int32_t ZoSigner_VerifyDirectory(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result);
-ZO_API int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyOptions* options,
-                                                       ZoSignerVerifyResult* result);
 
 #define ZOCRASH_LOG_INFO ((int32_t)0)
 #define ZOCRASH_LOG_WARNING ((int32_t)1)
@@ -198,13 +128,66 @@ typedef struct ZoCrashRunStats {
     uint32_t uploadsSucceeded, uploadsFailed;
     wchar_t matchedDrivers[1024];
 } ZoCrashRunStats;
+
+/* Functions of one signature are declared together. */
+typedef int32_t NoArguments(void);
+ZO_API NoArguments ZoProtector_Initialize, ZoProtector_Uninitialize, ZoProtector_ForceCrash,
+    ZoProtector_ClearAllProcessProtect, ZoProtector_ClearAllFileProtect, ZoProtector_ClearAllFileIgnoreProcesses,
+    ZoProtector_ClearAllRegistryProtect, ZoProtector_ClearAllRegistryIgnoreProcesses,
+    ZoProtector_ClearAllSignatureOverrides, ZoProtector_ClearAllDllWhitelist, ZoProtector_StartDriver,
+    ZoProtector_StopDriver, ZoProtector_UninstallDriver, ZoProtector_AddDriverSelfProtect, ZoCrashReport_Uninitialize,
+    ZoCrashReport_NotifyNetworkOk, ZoCrashReport_Cancel, ZoCrashReport_ResetCancel;
+typedef int32_t TakesSwitch(int32_t enable);
+ZO_API TakesSwitch ZoProtector_SetMasterEnabled, ZoProtector_EnableFileProtect, ZoProtector_EnableDllLoadFilter;
+typedef int32_t GivesNumber(uint32_t* number);
+ZO_API GivesNumber ZoProtector_GetMasterEnabled, ZoProtector_GetUnsignedBypassAttempts;
+typedef int32_t TakesName(const wchar_t* name);
+ZO_API TakesName ZoProtector_AddProcessProtectByPath, ZoProtector_RemoveProcessProtect,
+    ZoProtector_AddFileProtectByPath, ZoProtector_RemoveFileProtect, ZoProtector_RemoveFileIgnoreProcess,
+    ZoProtector_RemoveRegistryProtect, ZoProtector_RemoveRegistryIgnoreProcess, ZoProtector_RemoveDllWhitelistFolder,
+    ZoSigner_GenerateKeyPair;
+typedef int32_t TakesTree(const wchar_t* top, uint32_t recursive);
+ZO_API TakesTree ZoProtector_AddProcessProtectByFolder, ZoProtector_AddRegistryProtectByKey,
+    ZoProtector_AddDllWhitelistFolder;
+typedef int32_t TakesProcesses(const wchar_t* path, int32_t isFolder, int32_t recursive);
+ZO_API TakesProcesses ZoProtector_AddFileIgnoreProcess, ZoProtector_AddRegistryIgnoreProcess;
+typedef int32_t JudgesProcess(uint32_t pid, uint32_t* first, uint32_t* second);
+ZO_API JudgesProcess ZoProtector_QueryPidSignature, ZoProtector_RefreshPidSignature;
+typedef int32_t TakesNumber(uint32_t number);
+ZO_API TakesNumber ZoProtector_AddSignatureOverride, ZoProtector_RemoveSignatureOverride,
+    ZoProtector_ChangeDriverStartType;
+typedef int32_t ListsRules(void* entries, uint32_t capacity, uint32_t* count, uint32_t* total);
+ZO_API ListsRules ZoProtector_ListProcessProtectRules, ZoProtector_ListFileProtectRules,
+    ZoProtector_ListRegistryProtectRules, ZoProtector_ListDllWhitelistRules;
+typedef int32_t DrainsEvents(uint32_t lastRead, void* events, uint32_t capacity, uint32_t* count, uint32_t* dropped,
+                             uint32_t* position);
+ZO_API DrainsEvents ZoProtector_DrainEvents, ZoProtector_DrainRegistryEvents;
+typedef int32_t VerifiesFolder(const ZoSignerVerifyOptions* options, ZoSignerVerifyResult* result);
+ZO_API VerifiesFolder ZoSigner_VerifyDirectory, ZoSigner_VerifyDirectoryWithEmbeddedKey;
+ZO_API int32_t ZoProtector_GetVersion(uint32_t* major, uint32_t* minor, uint32_t* patch);
+ZO_API int32_t ZoProtector_GetStatus(ZopStatus* status);
+ZO_API int32_t ZoProtector_AddFileProtectByFolder(const wchar_t* folder, uint8_t recursive, const wchar_t* filter);
+ZO_API int32_t ZoProtector_AddFileProtectScoped(const wchar_t* path, int32_t isFolder, int32_t recursive,
+                                                const wchar_t* filter, const wchar_t* scope, uint32_t scopeIsFolder,
+                                                uint32_t scopeRecursive, uint32_t exclusive);
+ZO_API int32_t ZoProtector_SetSignaturePolicy(const ZopSignaturePolicy* policy);
+ZO_API int32_t ZoProtector_GetSignaturePolicy(ZopSignaturePolicy* policy);
+ZO_API int32_t ZoProtector_GetStats(ZopStats* stats);
+ZO_API int32_t ZoProtector_InstallDriver(const wchar_t* sourcePath, uint32_t startType, const wchar_t* altitude,
+                                         uint32_t allowUnload);
+ZO_API int32_t ZoProtector_QueryDriverStatus(ZoProtectorDriverStatus* status);
+ZO_API int32_t ZoProtector_GetDriverFileVersion(uint32_t* major, uint32_t* minor, uint32_t* build, uint32_t* revision);
+ZO_API int32_t ZoProtector_UpgradeDriver(const wchar_t* newDriverPath, uint32_t* upgraded, uint32_t* replacedByDriver);
+ZO_API int32_t ZoProtector_CopyDirectory(const wchar_t* sourceDir, const wchar_t* destinationDir, int32_t option1,
+                                         uint32_t option2, uint32_t* filesCopied, uint32_t* dirsCopied,
+                                         uint32_t* skipped);
+ZO_API int32_t ZoProtector_GetHardwareId(wchar_t* text, uint32_t capacity);
+ZO_API int32_t ZoProtector_GetHardwareIdBytes(uint8_t* buffer, uint32_t bufferSize, uint32_t* bytesWritten);
+ZO_API int32_t ZoSigner_GetPublicKeyThumbprint(const wchar_t* keystore, uint8_t thumbprint[32]);
+ZO_API int32_t ZoSigner_SignDirectory(const ZoSignerSignOptions* options, ZoSignerSignResult* result);
 ZO_API int32_t ZoCrashReport_Initialize(const ZoCrashReportConfig* config);
-ZO_API int32_t ZoCrashReport_Uninitialize(void);
 ZO_API int32_t ZoCrashReport_SetLogger(ZoCrashLogger logger, void* context);
 ZO_API int32_t ZoCrashReport_SetBodyScrambler(ZoCrashBodyScrambler scrambler, void* context);
 ZO_API int32_t ZoCrashReport_SetTargetDrivers(const char* const* names, uint32_t count);
-ZO_API int32_t ZoCrashReport_NotifyNetworkOk(void);
-ZO_API int32_t ZoCrashReport_Cancel(void);
-ZO_API int32_t ZoCrashReport_ResetCancel(void);
 ZO_API int32_t ZoCrashReport_Run(ZoCrashRunStats* stats);
 ZO_API int32_t ZoCrashReport_UploadSingleDump(const wchar_t* dumpPath, ZoCrashRunStats* stats);

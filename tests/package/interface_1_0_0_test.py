@@ -14,7 +14,7 @@ import layouts  # noqa: E402
 
 FROZEN = Path(__file__).with_name("interface_1_0_0.h")
 TEXT = FROZEN.read_text()
-FUNCTIONS = re.findall(r"^ZO_API \w+ (Zo\w+)\(", TEXT, re.MULTILINE)
+FUNCTIONS = re.findall(r"\bZo[A-Z]\w+_\w+", TEXT)
 STRICT = ["-std=c11", "-Wall", "-Wextra", "-Werror"]
 
 

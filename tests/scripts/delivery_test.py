@@ -62,7 +62,3 @@ class Delivery(unittest.TestCase):
                     self.assertEqual([last["result"], last["offeredAgain"], last["outcome"], last["sent"]],
                                      [claim[3], not claim[4], claim[5], claim[3] == "sent"])
             before = len(entries)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -72,7 +72,3 @@ class Shell(unittest.TestCase):
             return path.read_bytes()
         except OSError:  # the process has ended, or is not ours
             return b""
-
-
-if __name__ == "__main__":
-    unittest.main()

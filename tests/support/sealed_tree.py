@@ -14,6 +14,7 @@ import unittest
 
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
 ZOCTL = sys.argv[1:]
+BUILT = pathlib.Path(ZOCTL[-1]).parent
 # Root is never denied access; without these capabilities it is.
 UNPRIVILEGED = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--inh-caps",
                 "-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
@@ -25,6 +26,15 @@ THUMBPRINT = hashlib.sha256(KEYS["public"]).hexdigest()
 
 def dos(path):
     return "Z:" + str(path).replace("/", "\\")
+
+
+def words(arguments):
+    """Arguments as zoctl takes them: paths with their drive."""
+    return [dos(argument) if isinstance(argument, pathlib.Path) else argument for argument in arguments]
+
+
+def simctl(*arguments):
+    return subprocess.run([*ZOCTL[:-1], BUILT / "simctl.exe", *arguments], check=True, capture_output=True).stdout
 
 
 class SealedTreeTest(unittest.TestCase):
@@ -42,8 +52,7 @@ class SealedTreeTest(unittest.TestCase):
 
     def zoctl(self, code, *arguments, prefix=(), merged=False, given=b""):
         """given: standard input. merged: standard error among standard output, in the order in which they were written."""
-        arguments = [dos(argument) if isinstance(argument, pathlib.Path) else argument for argument in arguments]
-        done = subprocess.run([*prefix, *ZOCTL, *arguments], stdout=subprocess.PIPE, input=given, timeout=120,
+        done = subprocess.run([*prefix, *ZOCTL, *words(arguments)], stdout=subprocess.PIPE, input=given, timeout=120,
                               stderr=subprocess.STDOUT if merged else subprocess.PIPE)
         done.stdout, done.stderr = ((text or b"").decode() for text in (done.stdout, done.stderr))
         self.assertEqual(done.returncode, code, done)
@@ -56,7 +65,9 @@ class SealedTreeTest(unittest.TestCase):
 
     def facts(self, code, *arguments, **how):
         """The document of a command."""
-        return json.loads(self.zoctl(code, *arguments, "--json", **how).stdout)
+        document = json.loads(self.zoctl(code, *arguments, "--json", **how).stdout)
+        self.assertEqual(document["exitCode"], code)
+        return document
 
     def sealed(self):
         """The arguments that name the tree and its seal."""

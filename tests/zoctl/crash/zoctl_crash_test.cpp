@@ -60,7 +60,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     const ZoctlRun dry = Crash({"run", "--dry-run", "--json", "--app-name", "Dry", "--lcid", "7"});
     EXPECT_TRUE(Gave(dry, 1, "", {{"sent", false}, {"server", Url()}}));
     EXPECT_EQ(Counted(dry),
-              Json::parse(R"({"found": 3, "notAnalysed": 1, "notSelected": 1, "selected": 1, "heldBack": 1})"));
+              (Json{{"found", 3}, {"notAnalysed", 1}, {"notSelected", 1}, {"selected", 1}, {"heldBack", 1}}));
     const std::string query = dry.json["dumps"][0]["query"];
     EXPECT_EQ(Field(query, "AppName") + Field(query, "LCID"), "Dry7");
     EXPECT_FALSE(dry.json["dumps"][1].contains("query"));
@@ -89,15 +89,13 @@ TEST_F(ZoctlCrash, SendsEachDumpOnceAndTellsWhatBecameOfIt) {
     ASSERT_TRUE(writer);
     const ZoctlRun first = Crash({"run", "--json"});
     EXPECT_TRUE(Gave(first, 1));  // 3.dmp
-    EXPECT_EQ(Counted(first),
-              Json::parse(R"({"found": 3, "notAnalysed": 1, "notSelected": 1, "selected": 1, "accepted": 1,
-                                             "uploaded": 1})"));
-    EXPECT_EQ(first.json["dumps"][0]["outcome"], "sent");
+    Json counted = {{"found", 3}, {"notAnalysed", 1}, {"notSelected", 1}, {"selected", 1}};
+    counted.update({{"accepted", 1}, {"uploaded", 1}});
+    EXPECT_EQ(Counted(first), counted);
+    EXPECT_EQ(Each(first, "dumps", "result"), Json({"sent", "notSelected", "notAnalysed"}));
     EXPECT_EQ(first.json["dumps"][1]["outcome"], "not sent: concerns no target driver");
     EXPECT_EQ(Record(), kBase + 3);
-    const ZoctlRun again = Crash({"run", "--json"});
-    EXPECT_TRUE(Gave(again, 0));
-    EXPECT_EQ(Counted(again), Json::object());
+    EXPECT_EQ(Counted(Crash({"run", "--json"})), Json::object());
     EXPECT_TRUE(Gave(Crash({"upload", Dump("1.dmp"), "--plain"}), 0, "the server knows this crash"));
     EXPECT_EQ(Record(), kBase + 1);
 }
@@ -117,16 +115,10 @@ const Rows<const char*, Strings, int, const char*> kMistakes = {
     {"a folder for the record", "", {"run", "--record", "~dumps"}, 5, "Could not read the record"},
     {"a folder for the journal", "", {"run", "--journal", "~dumps"}, 5, "Could not write the journal"},
     {"no journal to show", "", {"history", "--journal", "~none"}, 3, "Could not read the journal"},
-    {"an engine that does not start",
-     "DebugCreate fail 0x80004001",
-     {"run"},
-     1,
-     "Could not set up the debugger engine"},
+    {"no engine", "DebugCreate fail 0x80004001", {"run"}, 1, "Could not set up the debugger engine"},
     {"no dump opens", "OpenDumpFile fail 0x80004001", {"run"}, 1, "failed for '1.dmp', '2.dmp', although"},
     {"one dump opens", "[1.dmp]\nReadBugCheckData fail 0x80004001", {"run"}, 1, "failed for '1.dmp', alth"},
-    {"no dump", "", {"upload"}, 2, "file is required"},
     {"a size in words", "", {"run", "--max-bytes", "many"}, 2, "--max-bytes"},
-    {"a negative size", "", {"run", "--max-bytes", "-1"}, 2, "--max-bytes"},
 };
 
 TEST_F(ZoctlCrash, RefusesAMistakeBeforeItCostsADump) {
@@ -182,7 +174,6 @@ TEST_F(ZoctlCrash, SaysThatTheEngineIsAtFaultOnlyWhenASoundDumpFailsLikeAllOther
 TEST_F(ZoctlCrash, KeepsAJournalOfEachDumpsOutcome) {
     const ZoctlRun run = Crash({"run", "--json"});
     const ZoctlRun history = Crash({"history", "--json"});
-    EXPECT_EQ(Each(history, "entries", "result"), Json({"sent", "notSelected", "notAnalysed"}));
     EXPECT_EQ(Each(history, "entries", "sent"), Json({true, false, false}));
     EXPECT_EQ(Each(history, "entries", "offeredAgain"), Json({false, false, false}));
     const Json first = history.json["entries"][0];

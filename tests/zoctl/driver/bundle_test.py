@@ -4,14 +4,10 @@ Arguments: the emulator's command line and zoctl.exe."""
 
 import getpass
 import json
-import pathlib
-import sys
-import unittest
 import zipfile
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "support"))
-from sealed_tree import ZOCTL, SealedTreeTest, dos  # noqa: E402
-from terminal import pressed  # noqa: E402
+from sealed_tree import BUILT, SealedTreeTest, words
+from terminal import pressed
 
 ANSWERS = ["doctor", "driver status", "status", "stats", "signature policy", "rules list", "crash history"]
 
@@ -31,7 +27,7 @@ class BundleTest(SealedTreeTest):
     def test_holds_the_answers_and_the_log_without_the_users_name(self):
         user = getpass.getuser()
         private = f"C:\\users\\{user}\\Secret\\{user}.exe"
-        self.zoctl(0, "driver", "install", pathlib.Path(ZOCTL[-1]).parent / "ZoProtectorDriver.sys")
+        self.zoctl(0, "driver", "install", BUILT / "ZoProtectorDriver.sys")
         self.addCleanup(self.zoctl, 0, "driver", "uninstall")
         self.zoctl(0, "driver", "start")
         self.zoctl(0, "process", "add", private)
@@ -62,11 +58,7 @@ class BundleTest(SealedTreeTest):
 
     def test_asks_at_a_terminal_below_the_list_of_its_files(self):
         for typed, code in {"no": 130, "yes": 0}.items():
-            ended, shown = pressed(typed.encode() + b"\r", lambda shown, _: b"write it" in shown, "doctor", "--bundle",
-                                   dos(self.bundle))
+            ended, shown = pressed(typed.encode() + b"\r", lambda shown, _: b"write it" in shown,
+                                   *words(("doctor", "--bundle", self.bundle)))
             self.assertEqual((ended, self.bundle.exists()), (code, code == 0), shown)
             self.assertLess(shown.index("rules_list.json"), shown.index("to write it"))
-
-
-if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])

@@ -3,27 +3,23 @@
 Arguments: the emulator's command line and zoctl.exe, next to which are the simulator's driver, engine, dumps and vocabulary."""
 
 import json
-import pathlib
 import re
-import sys
-import unittest
+import shutil
+import subprocess
 
 import jsonschema
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "support"))
-from sealed_tree import SOURCES, ZOCTL, SealedTreeTest, dos, subprocess  # noqa: E402
+from sealed_tree import BUILT, SOURCES, ZOCTL, SealedTreeTest, dos, simctl
 
-BUILT = pathlib.Path(ZOCTL[-1]).parent
 SCHEMA = json.loads((SOURCES / "docs/zoctl.schema.json").read_text(encoding="utf-8"))
 COMMANDS = [name for name in SCHEMA["$defs"] if name[0].islower() and "--" not in name and name != "crash journal"]
 
-# Exit code and command line; --json is added where --jsonl is not given. {b} is the folder of the programs.
+# Exit code and command line; --json is added where --jsonl is not given. {b} is the folder of the programs. Behind -> is
+# the one command that reaches the driver.
 SESSION = r"""
 0   driver status
 40  doctor
 2   driver instal
-2   nonsense
-2   process add
 3   status
 3   driver start
 2   doctor --bundle {f}\support.zip
@@ -35,44 +31,48 @@ SESSION = r"""
 0   driver start
 0   driver status
 0   driver self-protect
-0   file clear
-0   registry clear
-0   disable
-0   enable
-0   process add C:\a.exe
+0   file clear -> clear-file-rules
+0   registry clear -> clear-registry-rules
+0   disable -> set-master-enabled
+0   enable -> set-master-enabled
+0   process add C:\a.exe -> add-process-rule
 6   process add C:\a.exe
-0   process add-folder C:\f -r
-0   process remove C:\f
-0   file add C:\a.txt
-0   file add-folder C:\f --filter *.x
-0   file add-scoped C:\s --folder --scope C:\t --exclusive
-0   file remove C:\a.txt
-0   file enable
-0   file disable
-0   file ignore add C:\i
-0   file ignore remove C:\i
-0   file ignore clear
-0   registry add HKLM\X -r
-0   registry remove HKLM\X
+0   process add-folder C:\f --recursive -> add-process-rule
+0   process remove c:\F -> remove-process-rule
+0   process clear -> clear-process-rules
+0   file add status -> add-file-rule
+0   file add-folder C:\f --filter *.x -> add-file-rule
+0   file add-scoped C:\日🔒 --scope C:\t --folder --recursive --exclusive -> add-file-rule
+0   file add-scoped C:\s --scope C:\t --scope-folder --scope-recursive -> add-file-rule
+0   file remove status -> remove-file-rule
+0   file enable -> enable-file-protect
+0   file disable -> enable-file-protect
+0   file ignore add C:\i --folder --recursive -> add-file-ignore-process
+0   file ignore remove C:\i -> remove-file-ignore-process
+0   file ignore clear -> clear-file-ignore-processes
+0   registry add HKLM\X --recursive -> add-registry-rule
+0   registry remove HKLM\X -> remove-registry-rule
 0   registry add HKLM\Y
-0   registry ignore add C:\i --folder
-0   registry ignore remove C:\i
-0   registry ignore clear
-0   dll enable
-0   dll disable
-0   dll add C:\w
-0   dll remove C:\w
+0   registry ignore add C:\i --folder -> add-registry-ignore-process
+0   registry ignore remove C:\i -> remove-registry-ignore-process
+0   registry ignore clear -> clear-registry-ignore-processes
+0   dll enable -> enable-dll-load-filter
+0   dll disable -> enable-dll-load-filter
+0   dll add C:\w -> add-dll-whitelist-folder
+0   dll remove C:\w -> remove-dll-whitelist-folder
+0   dll clear -> clear-dll-whitelist
 0   dll add C:\v
+0   signature policy -> get-signature-policy
 0   signature policy --mode 1 --min-level 2 --vocabulary {b}\vocabulary.json
 7   signature query 4711
 simctl signature 4711 1 3
-0   signature query 4711
-0   signature refresh 4711
-0   signature override add 4711
-0   signature override remove 4711
-0   signature override clear
+0   signature query 4711 -> query-pid-signature
+0   signature refresh 4711 -> refresh-pid-signature
+0   signature override add 0 -> add-signature-override
+0   signature override remove 0 -> remove-signature-override
+0   signature override clear -> clear-signature-overrides
 0   rules list
-0   rules list --table file --nt
+0   rules list --table=file --nt -> list-file-rules
 simctl fail list-file-rules access-denied
 5   rules list
 0   rules export {f}\rules.json
@@ -85,42 +85,32 @@ simctl fail list-file-rules access-denied
 0   rules apply {f}\rules.json
 50  rules diff {f}\other.json
 2   rules apply {f}\wrong.json
-0   rules apply {f}\other.json --dry-run
-1   rules apply {f}\off.json
 0   rules apply {f}\other.json --allow-mass-removal
 simctl capacity process 2
 8   rules apply {f}\many.json
-0   process clear
-0   dll clear
 simctl inject 2
-0   events --both
 0   events --both --vocabulary {b}\vocabulary.json
-0   events --both --jsonl
 0   events --vocabulary {b}\vocabulary.json --jsonl
 simctl inject 1100
 60  events --fail-on-loss
 60  events --fail-on-loss --jsonl
-0   stats
-0   stats --vocabulary {b}\vocabulary.json
+0   stats --vocabulary={b}\vocabulary.json -> get-stats
 0   status --vocabulary {b}\vocabulary.json
 2   stats --vocabulary {f}\wrong.json
 0   vocabulary check {b}\vocabulary.json
 2   vocabulary check {f}\wrong.json
-0   driver upgrade {b}\ZoProtectorDriver_1_0_1.sys
 0   driver upgrade {b}\ZoProtectorDriver_1_0_1.sys --restart --keep-rules
 0   copy-directory {f}\tree {f}\copy
 0   hardware-id
 0   help --man driver
-2   help --man nonsense
 2   help driver
 0   completion bash
 2   force-crash
-0   force-crash --yes
+0   force-crash --yes -> force-crash
 0   doctor
 0   keys generate {f}\new
 6   keys generate {f}\new
 0   keys thumbprint {f}\new
-0   keys thumbprint {f}\new\public.rsakey
 0   keys thumbprint --embedded-key
 0   sign {f}\tree -m {f}\m -k {f}\new --open open
 34  sign {f}\tree -m {f}\m -k {f}\new --strict --dry-run
@@ -129,7 +119,6 @@ simctl inject 1100
 17  verify {f}\tree -m {f}\m -k {f}\new
 17  verify {f}\tree -m {f}\m -k {f}\new --jsonl
 32  verify {f}\tree -m {f}\wrong.json -k {f}\new
-0   sign {f}\tree -m {f}\n -k {f}\keys
 0   sign {f}\new -m {f}\o -k {f}\keys
 0   verify {f}\new -m {f}\o --embedded-key
 0   manifest show {f}\m
@@ -149,7 +138,6 @@ simctl inject 1100
 0   driver uninstall
 """
 FILES = {"wrong.json": {"version": 2, "process": 1}, "other.json": {"version": 1, "process": {"rules": [{"folder": "C:\\g"}]}},
-         "off.json": {"version": 1, "master": {"enabled": False}},
          "many.json": {"version": 1, "process": {"rules": [{"path": f"C:\\{i}.exe"} for i in range(5)]}}}
 
 
@@ -172,17 +160,38 @@ class AnswersTest(SealedTreeTest):
 
     def test_exit_codes_are_those_of_the_manual_page(self):
         table = (SOURCES / "docs/zoctl.md").read_text(encoding="utf-8").partition("| code | meaning |")[2]
-        codes = re.findall(r"^\| (\d+)( \+ bits)? \|", table, re.MULTILINE)
+        codes = re.findall(r"^\| (\d+)( \+ bits)? \| (.*) \|$", table, re.MULTILINE)
         self.assertEqual(SCHEMA["$defs"]["ExitCode"]["enum"],
-                         [int(code) + bits for code, more in codes for bits in (range(1, 8) if more else [0])])
+                         [int(code) + bits for code, more, _ in codes for bits in (range(1, 8) if more else [0])])
+        help_table = self.zoctl(0, "--help").stdout.partition("Exit codes:\n")[2].partition("\n\n")[0]
+        self.assertEqual(help_table.split(), " ".join(f"{code}{more} {said}" for code, more, said in codes).split())
 
     def test_results_come_before_hints(self):
+        """With standard error among standard output, as a terminal shows both."""
         self.addCleanup(self.zoctl, 0, "driver", "uninstall")
-        for arguments, hint in (("install", "ZoProtectorDriver.sys"), "Start it with"), (("start",), ""), (
-                ("upgrade", "ZoProtectorDriver_1_0_1.sys"), "The running driver keeps"):
-            words = [BUILT / word if word.endswith(".sys") else word for word in arguments]
-            shown = self.zoctl(0, "driver", *words, merged=True).stdout
-            self.assertRegex(shown, rf"(?s)\AThe driver('s file)? (is|was) .*{hint}")
+        keys, old, new = shutil.copytree(self.keys, self.tree / "keys"), self.folder / "old", self.folder / "new"
+        for code, shown, words in (
+                (0, "The driver is .*Start it with", ("driver", "install", BUILT / "ZoProtectorDriver.sys")),
+                (0, "The driver is ", ("driver", "start")),
+                (0, "The driver's file was .*keeps", ("driver", "upgrade", BUILT / "ZoProtectorDriver_1_0_1.sys")),
+                (0, "SIGNED.*Signed.*Warning: the keystore", ("sign", self.tree, "-m", old, "-k", keys)),
+                (0, "SIGNED.*Signed.*Warning: the key file",
+                 ("sign", self.tree, "--open", "open", "-m", new, "--key", keys / "private.rsakey")),
+                (1, "change .*1 difference.*not checked", ("manifest", "diff", old, new)),
+                (0, "Created .*Keep ", ("keys", "generate", self.folder / "made"))):
+            text = self.zoctl(code, *words, merged=True).stdout
+            self.assertRegex(text, rf"(?s)\A{shown}")
+            self.assertNotIn("\r", text, "progress is for terminals")
+
+    def check_repeated(self, words, document):
+        """That an answer repeats the arguments of its command line, and shows each switch as on or off."""
+        said = {str(value) for value in document.values()}
+        for word in words[len(document["command"].split()):]:
+            self.assertTrue(word in said or word.startswith("--"), f"{word} in {document}")
+        for name, value in document.items():
+            if isinstance(value, bool) and name not in ("ok", "changed", "first", "second"):
+                switch = re.sub("([A-Z])", r"-\1", name).lower()
+                self.assertEqual(value, f"--{switch}" in words or (name == "enabled" and "enable" in words), name)
 
     def check(self, words, text):
         """That what the command wrote is valid; gives its last document."""
@@ -203,18 +212,21 @@ class AnswersTest(SealedTreeTest):
             (self.folder / name).write_text(json.dumps(contents))
         done = set()
         for line in SESSION.split("\n")[1:-1]:
-            code, *words = (word.format(f=dos(self.folder), b=dos(BUILT)) for word in line.split())
+            command, _, sent = line.partition(" -> ")
+            code, *words = (word.format(f=dos(self.folder), b=dos(BUILT)) for word in command.split())
             with self.subTest(line=line):
                 if code == "simctl":
-                    subprocess.run([*ZOCTL[:-1], BUILT / "simctl.exe", *words], check=True, capture_output=True)
+                    simctl(*words)
                     continue
                 form = [] if "--jsonl" in words else ["--json"]
-                if self.check(words, self.zoctl(int(code), *words, *form).stdout).get("ok"):
+                document = self.check(words, self.zoctl(int(code), *words, *form).stdout)
+                self.assertEqual(document.get("exitCode", int(code)), int(code))
+                if document.get("ok"):
                     done.add(next(one for one in COMMANDS if words[:len(one.split())] == one.split()))
+                if sent:
+                    self.check_repeated(words, document)
+                    requests = json.loads(simctl("requests", "--last", "2", "--json"))["requests"]
+                    self.assertEqual([one["command"] for one in requests], ["get-version", sent])
         self.assertEqual(sorted(set(COMMANDS) - done), [], "never seen to succeed")
         for entry in (self.folder / "crash_journal.jsonl").read_text().splitlines():
             self.assertEqual([error.message for error in judge("crash journal").iter_errors(json.loads(entry))], [])
-
-
-if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])

@@ -1,25 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <set>
-#include <sstream>
 
-#include "exit_codes.h"
 #include "status_table.h"
 #include "suggestion.h"
 #include "text_table.h"
 
 namespace {
-
-// The manual page repeats the table; scripts are written by the page.
-TEST(ExitCodes, AreThoseOfTheManualPage) {
-    std::stringstream page;
-    page << std::ifstream(std::string(ZO_SOURCE_DIR) + "/docs/zoctl.md", std::ios::binary).rdbuf();
-    std::string table = "\n| code | meaning |\n|---|---|\n";
-    for (const zoctl::ExitCodeRow& row : zoctl::ExitCodeTable())
-        table += "| " + std::string(row.code) + " | " + row.meaning + " |\n";
-    EXPECT_TRUE((page.str() + "\n").find(table + "\n") != std::string::npos) << table;
-}
 
 TEST(StatusTable, NamesAStatusThatHasNoRow) {
     const auto describe = [](std::uint32_t status) {
@@ -35,15 +22,6 @@ TEST(StatusTable, NamesAStatusThatHasNoRow) {
     std::set<std::pair<std::uint32_t, zoctl::Subject>> rows;
     for (const auto& row : zoctl::StatusTable())
         EXPECT_TRUE(rows.emplace(row.value, row.subject).second) << row.name << " is there twice";
-}
-
-TEST(StatusTable, HasARemedyForEachStartFailure) {
-    for (const std::uint32_t error : {31u, 577u, 1068u, 1275u}) {
-        const auto text =
-            zoctl::DescribeStatus(static_cast<std::int32_t>(0x80070000u | error), zoctl::Subject::kService);
-        EXPECT_TRUE(text.name.starts_with("ERROR_")) << text.name;
-        EXPECT_EQ(text.advice.find("diagnostic log"), std::string::npos) << text.advice;
-    }
 }
 
 TEST(Suggestion, IsTheNameWithTheFewestMistakes) {

@@ -64,6 +64,13 @@ inline ZoctlRun Zoctl(const std::string& line, const ChildOptions& options = {})
     return values;
 }
 
+// The numbers of process, file, registry and DLL rules, of exemptions from the file and the registry filter, and of
+// signature overrides that the driver holds.
+inline Codes TableCounts() {
+    const ZoSimState state = SimulatorClient().State();
+    return {state.tableCount, state.tableCount + ZOSIM_TABLE_PID};
+}
+
 class ZoctlTest : public DriverTest {
   protected:
     // The codes that reached the driver since the last look, without the handshake that opens each channel.
@@ -78,6 +85,23 @@ class ZoctlTest : public DriverTest {
 
   private:
     std::uint64_t seen_ = 0;
+};
+
+// For tests that let zoctl itself install the driver; each begins and ends without a service.
+class ZoctlServiceTest : public testing::Test {
+  protected:
+    void SetUp() override { RemoveDriverService(); }
+    void TearDown() override { RemoveDriverService(); }
+
+    static void InstallAndStart() {
+        ASSERT_EQ(RunZoctl({"driver", "install", File()}).exitCode, 0);
+        ASSERT_EQ(Zoctl("driver start").exitCode, 0);
+    }
+
+    // A driver file next to the programs.
+    static std::string File(const char* name = "ZoProtectorDriver.sys") {
+        return zo::Utf8FromWide((ProgramFolder() / name).wstring());
+    }
 };
 
 }  // namespace zotest

@@ -2,25 +2,15 @@
 
 Arguments: the emulator's command line and zoctl.exe."""
 
-import json
-import pathlib
 import shutil
 import subprocess
-import sys
-import tempfile
-import unittest
 
-ZOCTL = sys.argv[1:]
+from sealed_tree import SealedTreeTest
+
 ASK = '''source "$1"; shift
 COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1))
 _zoctl
 printf '%s\\n' "${COMPREPLY[@]}"'''
-
-
-def zoctl(*arguments, code=0):
-    done = subprocess.run([*ZOCTL, *arguments], capture_output=True, text=True, check=False)
-    assert done.returncode == code, (arguments, done)
-    return done.stdout.replace("\r\n", "\n")
 
 
 def complaints(page):
@@ -34,45 +24,41 @@ def complaints(page):
         yield from (line for line in said.stdout.splitlines() if "missing date" not in line)
 
 
-class Manual(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        cls.script = cls.folder / "zoctl.bash"
-        cls.script.write_text(zoctl("completion", "bash"))
+class Manual(SealedTreeTest):
+    def offered(self, *words):
+        """What bash offers at the end of a command line."""
+        script = self.folder / "zoctl.bash"
+        if not script.exists():
+            script.write_text(self.zoctl(0, "completion", "bash").stdout)
+        done = subprocess.run(["bash", "-c", ASK, "bash", script, "zoctl", *words], cwd=self.folder, text=True,
+                              capture_output=True, check=True)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split("\n")[:-1] if done.stdout != "\n" else []
+
+    def page(self, *names):
+        return self.zoctl(0, "help", "--man", *names).stdout
 
     def test_each_command_has_a_page_that_the_formatters_take(self):
         if not (shutil.which("man") or shutil.which("mandoc")):
             self.skipTest("neither man nor mandoc is installed")
         for name in self.offered(""):
             page = self.folder / f"zoctl-{name}.1"
-            page.write_text(zoctl("help", "--man", name))
+            page.write_text(self.page(name))
             with self.subTest(name):
                 self.assertEqual(list(complaints(page)), [])
-        page.write_text(".TH X 1\n.SH NAME\n.nonsense\n")
-        self.assertNotEqual(list(complaints(page)), [])
 
     def test_pages_hold_options_limits_examples_and_exit_codes(self):
-        page = zoctl("help", "--man", "file")
-        for words in (".SS file ignore add\n", "\\fB\\-r\\fR, \\fB\\-\\-recursive\\fR\n",
-                      "\nInclude its subfolders; needs \\-\\-folder\n", ".EX\n  zoctl file ignore add C:\\eSuite\\eupdate.exe\n"):
-            self.assertIn(words, page)
-        self.assertIn("; 1 to 65536; 256 if left out\n", zoctl("help", "--man", "events"))
-        self.assertIn("\\fB\\-k\\fR, \\fB\\-\\-keystore\\fR", zoctl("help", "--man", "sign"))
-        self.assertIn(".TP\n\\fB130\\fR\ncancelled\n", zoctl("help", "--man"))
-        refused = json.loads(zoctl("help", "--man", "nonsense", "--json", code=2))
-        self.assertIn("no command or group 'nonsense'", refused["message"])
-
-    def offered(self, *words):
-        """What bash offers at the end of a command line."""
-        done = subprocess.run(["bash", "-c", ASK, "bash", self.script, "zoctl", *words], cwd=self.folder, text=True,
-                              capture_output=True, check=True)
-        self.assertEqual(done.stderr, "")
-        return done.stdout.split("\n")[:-1] if done.stdout != "\n" else []
+        for words, page in (
+                (".SS file ignore add\n", "file"), ("\\fB\\-r\\fR, \\fB\\-\\-recursive\\fR\n", "file"),
+                ("\nInclude its subfolders; needs \\-\\-folder\n", "file"),
+                (".EX\n  zoctl file ignore add C:\\eSuite\\eupdate.exe\n", "file"),
+                ("; 1 to 65536; 256 if left out\n", "events"), ("\\fB\\-k\\fR, \\fB\\-\\-keystore\\fR", "sign")):
+            self.assertIn(words, self.page(page))
+        self.assertIn(".TP\n\\fB130\\fR\ncancelled\n", self.page())
+        self.assertIn("no command or group 'nonsense'", self.facts(2, "help", "--man", "nonsense")["message"])
 
     def test_bash_offers_what_can_stand_there(self):
         (self.folder / "a dump.dmp").touch()
-        files = sorted(entry.name for entry in self.folder.iterdir())
         rows = {
             "group": (["ru"], ["rules"]),
             "commands of a group": (["driver", "st"], ["start", "stop", "status"]),
@@ -91,10 +77,10 @@ class Manual(unittest.TestCase):
         for name, (words, expected) in rows.items():
             with self.subTest(name):
                 self.assertEqual(self.offered(*words), expected)
-        self.assertEqual(sorted(self.offered("sign", "")), files)
+        self.assertEqual(sorted(self.offered("sign", "")), sorted(entry.name for entry in self.folder.iterdir()))
 
     def test_powershell_script_names_every_command_and_option(self):
-        script = json.loads(zoctl("completion", "powershell", "--json"))["script"]
+        script = self.facts(0, "completion", "powershell")["script"]
         for words in ("'driver install' = @{", "'--start' = @('boot', 'system', 'auto', 'demand', 'disabled')",
                       "'--embedded-key' = ", "'status' = 'Show the running driver''s version"):
             self.assertIn(words, script)
@@ -105,7 +91,3 @@ class Manual(unittest.TestCase):
         asked = f". {path}; (TabExpansion2 'zoctl driver install --start d' 31).CompletionMatches.CompletionText"
         done = subprocess.run(["pwsh", "-NoProfile", "-c", asked], capture_output=True, text=True, check=True)
         self.assertEqual(done.stdout.split(), ["demand", "disabled"])
-
-
-if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])

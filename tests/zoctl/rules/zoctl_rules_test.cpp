@@ -25,6 +25,9 @@ constexpr const char* kAbc =
 constexpr const char* kFolderA =
     R"({"version": 1, "process": {"rules": [{"folder": "C:\\a"}, {"path": "C:\\b"}, {"path": "C:\\c"}]}})";
 const Json kUnreadable = {"file.ignore", "registry.ignore", "signature.overrides", "file.enabled"};
+const std::set<std::uint32_t> kReading = {ZOP_IOCTL_LIST_PROCESS_RULES,  ZOP_IOCTL_LIST_FILE_RULES,
+                                          ZOP_IOCTL_LIST_REGISTRY_RULES, ZOP_IOCTL_LIST_DLL_WHITELIST,
+                                          ZOP_IOCTL_GET_MASTER_ENABLED,  ZOP_IOCTL_GET_SIGNATURE_POLICY};
 
 class ZoctlRules : public ZoctlTest {
   protected:
@@ -35,11 +38,7 @@ class ZoctlRules : public ZoctlTest {
         words.insert(words.begin(), "rules");
         ZoctlRun run = RunZoctl(words);
         changes_ = Sent();
-        std::erase_if(changes_, [](std::uint32_t code) {
-            return code == ZOP_IOCTL_LIST_PROCESS_RULES || code == ZOP_IOCTL_LIST_FILE_RULES ||
-                   code == ZOP_IOCTL_LIST_REGISTRY_RULES || code == ZOP_IOCTL_LIST_DLL_WHITELIST ||
-                   code == ZOP_IOCTL_GET_MASTER_ENABLED || code == ZOP_IOCTL_GET_SIGNATURE_POLICY;
-        });
+        std::erase_if(changes_, [](std::uint32_t code) { return kReading.contains(code); });
         return run;
     }
     // The same with a file of this text.
@@ -66,12 +65,9 @@ TEST_F(ZoctlRules, ApplyingTwiceSendsNothingTheSecondTime) {
     // switch; the policy. The master switch is on already.
     EXPECT_EQ(changes_.size(), 8u + 2 + 1 + 2 + 1 + 1);
     EXPECT_EQ(first.json["steps"].size(), changes_.size());
+    EXPECT_EQ(TableCounts(), (Codes{2, 4, 1, 1, 1, 0, 1}));
     const ZoSimState state = Simulator().State();
-    EXPECT_EQ(state.fileProtectEnabled, 1u);
-    EXPECT_EQ(state.tableCount[ZOSIM_TABLE_FILE], 4u);
-    EXPECT_EQ(state.tableCount[ZOSIM_TABLE_FILE_IGNORE], 1u);
-    EXPECT_EQ(state.tableCount[ZOSIM_TABLE_OVERRIDE], 1u);
-    EXPECT_EQ(state.signatureMinLevel, 2u);
+    EXPECT_TRUE(state.fileProtectEnabled == 1 && state.signatureMode == 1 && state.signatureMinLevel == 2);
 
     EXPECT_TRUE(Gave(Apply(kFull), 0, "--resend", {{"unreadable", "held back"}, {"notSent", kUnreadable}}));
     EXPECT_EQ(changes_, Codes{});
@@ -297,17 +293,11 @@ TEST_F(ZoctlRules, DiffMarksARuleThatOnlyClearingRemoves) {
 }
 
 TEST_F(ZoctlRules, ExportNamesWhatCannotBeRead) {
-    const struct {
-        std::uint32_t code;
-        const char* named;
-    } cases[] = {
-        {ZOP_IOCTL_GET_MASTER_ENABLED, "read the master switch"},
-        {ZOP_IOCTL_GET_SIGNATURE_POLICY, "read the signature policy"},
-        {ZOP_IOCTL_LIST_FILE_RULES, "read the file table"},
-    };
-    for (const auto& c : cases) {
-        Simulator().FailNext(c.code, 0xC0000001);
-        EXPECT_TRUE(Gave(Rules({"export", Path("out.json")}), 1, c.named)) << c.named;
+    for (const auto& [code, named] : {std::pair{ZOP_IOCTL_GET_MASTER_ENABLED, "read the master switch"},
+                                      {ZOP_IOCTL_GET_SIGNATURE_POLICY, "read the signature policy"},
+                                      {ZOP_IOCTL_LIST_FILE_RULES, "read the file table"}}) {
+        Simulator().FailNext(code, 0xC0000001);
+        EXPECT_TRUE(Gave(Rules({"export", Path("out.json")}), 1, named)) << named;
     }
 }
 

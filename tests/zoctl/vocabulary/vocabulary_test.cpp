@@ -9,36 +9,23 @@ namespace {
 
 using namespace zoctl;
 
-nlohmann::json ReadJson(const std::string& name) {
-    std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/" + name, std::ios::binary);
-    return nlohmann::json::parse(stream);
-}
-
-std::vector<Mistake> MistakesOf(const nlohmann::json& file) {
-    std::vector<Mistake> mistakes;
-    static_cast<void>(ReadVocabulary(file.dump(), mistakes));
-    return mistakes;
-}
-
 // The same files as the schema is tried on: each is the one with everything and one change.
 TEST(VocabularyCheck, ReportsAMistakeAtItsPlace) {
-    const auto files = ReadJson("tests/zoctl/vocabulary/vocabulary_files.json");
+    std::ifstream stream(std::string(ZO_SOURCE_DIR) + "/tests/zoctl/vocabulary/vocabulary_files.json",
+                         std::ios::binary);
+    const auto files = nlohmann::json::parse(stream);
     for (const auto& [kind, changes] : files.at("changes").items()) {
         for (const auto& change : changes) {
             auto document = files.at("everything");
             document[nlohmann::json::json_pointer(change[0].get<std::string>())] = change[1];
-            const std::vector<Mistake> mistakes = MistakesOf(document);
+            std::vector<Mistake> mistakes;
+            static_cast<void>(ReadVocabulary(document.dump(), mistakes));
             const std::string pointer = change[change.size() > 2 ? 2 : 0];
             const bool found = std::any_of(mistakes.begin(), mistakes.end(),
                                            [&](const Mistake& mistake) { return mistake.pointer == pointer; });
             EXPECT_EQ(found, kind != "accepted") << change;
         }
     }
-}
-
-TEST(VocabularyCheck, TheSimulatorsOwnHasNoMistakes) {
-    for (const Mistake& mistake : MistakesOf(ReadJson("simulator/vocabulary.json")))
-        ADD_FAILURE() << mistake.pointer << ": " << mistake.message;
 }
 
 // One record with a field of each type.
@@ -61,8 +48,7 @@ class VocabularyFields : public testing::Test {
         Put(3, 0xFFFFFFFE, 4);
         Put(7, 133536384990000000, 8);  // 29 February 2024, 00:01:39
         Put(15, 0xFFFFFFFFFFFFFFFF, 8);
-        for (std::size_t i = 0; i < 4; ++i)
-            Put(23 + 2 * i, static_cast<unsigned char>("A\\bc"[i]), 2);
+        Put(23, 0x00630062005C0041, 8);  // A\bc
     }
 
     void Put(std::size_t at, std::uint64_t number, std::size_t bytes) {

@@ -28,14 +28,12 @@ TEST_F(ZoctlVocabulary, CheckNeedsNoDriverAndNamesEveryMistake) {
 TEST_F(ZoctlVocabulary, EventsHaveColumnsAndNamedFields) {
     Simulator().InjectEvents(ZOSIM_RING_EVENTS, 2);
     Simulator().InjectEvents(ZOSIM_RING_REGISTRY, 1);
-    EXPECT_TRUE(Gave(Named({"events", "--both"}), 0,
-                     "main events\n"
-                     "sequence    kind     pid         operation   path\n"
-                     "0           process  1000        0           "
-                     "\\Device\\HarddiskVolume1\\Simulated\\event_00000000.exe\n"
-                     "1           file     1001        1           "
-                     "\\Device\\HarddiskVolume1\\Simulated\\event_00000001.exe\n"
-                     "registry events\n"));
+    EXPECT_TRUE(Gave(Named({"events", "--both"}), 0, R"(main events
+sequence    kind     pid         operation   path
+0           process  1000        0           \Device\HarddiskVolume1\Simulated\event_00000000.exe
+1           file     1001        1           \Device\HarddiskVolume1\Simulated\event_00000001.exe
+registry events
+)"));
     Json fields = Named({"events", "--json"}).json["records"][1]["fields"];
     EXPECT_TRUE(fields["time"].get<std::string>().starts_with("20")) << fields;
     fields.erase("time");
