@@ -10,11 +10,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "import_hook.h"
 #include "installed_driver.h"
 #include "loaded_library.h"
-#include "owned_handles.h"
+#include "rows.h"
 #include "temp_folder.h"
 #include "zoprotector.h"
 
@@ -26,9 +28,7 @@ inline std::filesystem::path SimulatorFile() {
 
 // Where the fixed part of the version resource begins in a driver file: behind its signature, 0xFEEF04BD.
 inline std::size_t FixedVersionOffset(const std::string& driver) {
-    const std::size_t offset = driver.find("\xBD\x04\xEF\xFE");
-    EXPECT_NE(offset, std::string::npos) << "the simulator driver has no version resource";
-    return offset;
+    return driver.find("\xBD\x04\xEF\xFE");
 }
 
 // The simulator driver with other version numbers in its resource.
@@ -52,22 +52,13 @@ inline ZoProtectorDriverStatus DriverStatus() {
     return status;
 }
 
-inline zo::OwnedService OpenService() {
-    const zo::OwnedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    return zo::OwnedService(OpenServiceW(manager.Get(), kServiceName, SERVICE_ALL_ACCESS));
-}
-
 inline void SetImagePath(const std::wstring& path) {
-    ASSERT_TRUE(ChangeServiceConfigW(OpenService().Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+    ASSERT_TRUE(ChangeServiceConfigW(OpenDriverService().Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
                                      path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
 }
 
-// The installed driver file as installers and the system store it.
-struct StoredImagePath {
-    const char* name;
-    std::wstring text;
-};
-inline std::vector<StoredImagePath> StoredImagePaths() {
+// The installed driver file as installers and the system store it, with a name for each form.
+inline std::vector<std::pair<const char*, std::wstring>> StoredImagePaths() {
     const std::wstring installed = InstalledDriverPath();
     return {{"Win32 path", installed},
             {"kernel prefix", L"\\??\\" + installed},
@@ -97,13 +88,6 @@ inline std::string TextValue(const std::wstring& text) {
 }
 inline std::string NumberValue(char number) {
     return {REG_DWORD, number, 0, 0, 0};
-}
-
-// A file held open against whatever the share mode forbids.
-inline zo::OwnedFile Hold(const std::wstring& file, DWORD share) {
-    zo::OwnedFile handle(CreateFileW(file.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(handle) << GetLastError();
-    return handle;
 }
 
 // No driver before a test and after it.

@@ -1,51 +1,33 @@
-#include <array>
-
 #include "driver_set_up.h"
-#include "rows.h"
-#include "temp_folder.h"
 
+namespace zotest {
 namespace {
 
-using zotest::Install;
-using zotest::InstalledDriverPath;
-using zotest::kInstanceKey;
-using zotest::kServiceKey;
-using zotest::NumberValue;
-using zotest::ReadFileBytes;
-using zotest::ReadValue;
-using zotest::TextValue;
-using zotest::WriteFileBytes;
-
-class InstallDriver : public zotest::BareSystemTest {
+class InstallDriver : public BareSystemTest {
   protected:
     static void ExpectConfig(DWORD startType) {
-        alignas(QUERY_SERVICE_CONFIGW) BYTE block[4096];
-        DWORD needed = 0;
-        auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(block);
-        ASSERT_TRUE(QueryServiceConfigW(zotest::OpenService().Get(), config, sizeof(block), &needed));
-        wchar_t imagePath[MAX_PATH] = {};
-        ExpandEnvironmentStringsW(L"%SystemRoot%\\System32\\drivers\\ZoProtectorDriver.sys", imagePath, MAX_PATH);
-        EXPECT_EQ(config->dwServiceType, DWORD{SERVICE_FILE_SYSTEM_DRIVER});
-        EXPECT_EQ(config->dwStartType, startType);
-        EXPECT_EQ(config->dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
-        EXPECT_STREQ(config->lpBinaryPathName, imagePath);
-        EXPECT_STREQ(config->lpLoadOrderGroup, L"FSFilter Activity Monitor");
-        EXPECT_STREQ(config->lpDisplayName, L"ZoProtector Driver");
+        EXPECT_EQ(ReadValue(kServiceKey, L"Type"), NumberValue(SERVICE_FILE_SYSTEM_DRIVER));
+        EXPECT_EQ(ReadValue(kServiceKey, L"Start"), NumberValue(static_cast<char>(startType)));
+        EXPECT_EQ(ReadValue(kServiceKey, L"ErrorControl"), NumberValue(SERVICE_ERROR_NORMAL));
+        EXPECT_EQ(ReadValue(kServiceKey, L"Group"), TextValue(L"FSFilter Activity Monitor"));
+        EXPECT_EQ(ReadValue(kServiceKey, L"DisplayName"), TextValue(L"ZoProtector Driver"));
+        EXPECT_EQ(DriverStatus().imagePath,
+                  std::wstring(_wgetenv(L"SystemRoot")) + L"\\System32\\drivers\\ZoProtectorDriver.sys");
     }
 
-    const zotest::TempFolder folder_;
+    const TempFolder folder_;
     const std::wstring source_ = (folder_ / L"driver.sys").wstring();
 };
 
 TEST_F(InstallDriver, WritesServiceAndInstance) {
-    const zotest::Rows<uint32_t, const wchar_t*, uint32_t, DWORD, const wchar_t*> rows = {
+    // Each row over the one before.
+    const Rows<uint32_t, const wchar_t*, uint32_t, DWORD, const wchar_t*> rows = {
         {"first installation", 3, nullptr, 0, 3, L"385100"},
         {"empty altitude", 0, L"", 1, 0, L"385100"},
         {"altitude that is not a number", 4, L"no number \x00E9", 256, 4, L"no number \x00E9"},
         {"unknown start type", 7, L"385101.5", 0, 3, L"385101.5"},
     };
-    for (const auto& [name, startType, altitude, allowUnload, expectedStart, expectedAltitude] :
-         rows) {  // each one over the one before
+    for (const auto& [name, startType, altitude, allowUnload, expectedStart, expectedAltitude] : rows) {
         SCOPED_TRACE(name);
         ASSERT_EQ(ZoProtector_InstallDriver(nullptr, startType, altitude, allowUnload), ZOP_OK);
         ExpectConfig(expectedStart);
@@ -56,23 +38,19 @@ TEST_F(InstallDriver, WritesServiceAndInstance) {
     }
 }
 
-TEST_F(InstallDriver, CopiesTheFileBesideTheExecutableByDefault) {
-    ASSERT_EQ(Install(), ZOP_OK);
-    EXPECT_TRUE(ReadFileBytes(InstalledDriverPath()) == ReadFileBytes(zotest::SimulatorFile()));
-}
-
-TEST_F(InstallDriver, ReplacesAFileOfAnotherSize) {
+TEST_F(InstallDriver, ReplacesAnInstalledFileOfAnotherSizeOnly) {
     WriteFileBytes(source_, "new");
-    WriteFileBytes(InstalledDriverPath(), "older");
-    EXPECT_EQ(Install(source_.c_str()), ZOP_OK);
-    EXPECT_EQ(ReadFileBytes(InstalledDriverPath()), "new");
-}
-
-TEST_F(InstallDriver, KeepsAFileOfTheSameSize) {
-    WriteFileBytes(source_, "new");
-    WriteFileBytes(InstalledDriverPath(), "old");
-    EXPECT_EQ(Install(source_.c_str()), ZOP_OK);
-    EXPECT_EQ(ReadFileBytes(InstalledDriverPath()), "old");
+    const std::string beside = ReadFileBytes(SimulatorFile());
+    const Rows<const char*, std::wstring, std::string> rows = {
+        {"same size", "old", source_, "old"},
+        {"another size", "older", source_, "new"},
+        {"the file beside the executable by default", "older", L"", beside},
+    };
+    for (const auto& [name, installed, source, expected] : rows) {
+        WriteFileBytes(InstalledDriverPath(), installed);
+        EXPECT_EQ(Install(source.c_str()), ZOP_OK);
+        EXPECT_TRUE(ReadFileBytes(InstalledDriverPath()) == expected) << name;
+    }
 }
 
 // A driver file from an installation disc.
@@ -89,7 +67,7 @@ TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
     const std::wstring longest = L"C:\\" + std::wstring(252, L'x') + L".sys";  // 259 characters
     wchar_t root[MAX_PATH] = {};
     GetEnvironmentVariableW(L"SystemRoot", root, MAX_PATH);
-    const zotest::Rows<std::wstring, std::wstring, int32_t> rows = {
+    const Rows<std::wstring, std::wstring, int32_t> rows = {
         {"source path too long", longest + L"x", root, ZOP_E_INVALID_ARG},
         {"longest source path, no such file", longest, root, ZOP_E_DRIVER_NOT_FOUND},
         {"source is a folder", L"C:\\", root, ZOP_E_ACCESS_DENIED},
@@ -100,37 +78,28 @@ TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
         {"installed file in use", L"", root, ZOP_STATUS_FROM_WIN32(ERROR_SHARING_VIOLATION)},
     };
     WriteFileBytes(InstalledDriverPath(), "in use");
-    const zo::OwnedFile inUse = zotest::Hold(InstalledDriverPath(), FILE_SHARE_READ);
+    const zo::OwnedFile inUse = Hold(InstalledDriverPath(), FILE_SHARE_READ);
     for (const auto& [name, source, systemRoot, expected] : rows) {
-        const zotest::ScopedEnvironment scoped(L"SystemRoot", systemRoot);
+        const ScopedEnvironment scoped(L"SystemRoot", systemRoot);
         EXPECT_EQ(Install(source.c_str()), expected) << name;
     }
-    EXPECT_EQ(zotest::DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
+    EXPECT_EQ(DriverStatus().state, ZOP_DRIVER_NOT_INSTALLED);
 }
 
-class UninstallDriver : public zotest::BareSystemTest {
-  protected:
-    void SetUp() override {
-        BareSystemTest::SetUp();
-        WriteFileBytes(InstalledDriverPath(), "left behind");
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str(), L"Altitude", REG_SZ, L"1", 4);
-    }
-    void TearDown() override {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey.c_str());
-        BareSystemTest::TearDown();
-    }
-};
+class UninstallDriver : public BareSystemTest {};
 
-TEST_F(UninstallDriver, RemovesLeftoversWithoutAService) {
+TEST_F(UninstallDriver, RemovesLeftoversWithoutAServiceButForAFileInUse) {
+    WriteFileBytes(InstalledDriverPath(), "left behind");
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, kInstanceKey.c_str(), L"Altitude", REG_SZ, L"1", 4);
+    zo::OwnedFile inUse = Hold(InstalledDriverPath(), FILE_SHARE_READ);
     EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
     EXPECT_EQ(ReadValue(kInstanceKey, L"Altitude"), "");
-    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
-}
-
-TEST_F(UninstallDriver, SucceedsWhenTheFileIsInUse) {
-    const zo::OwnedFile inUse = zotest::Hold(InstalledDriverPath(), FILE_SHARE_READ);
-    EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
     EXPECT_TRUE(std::filesystem::exists(InstalledDriverPath()));
+    inUse.Reset();
+    EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
+    EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey.c_str());
 }
 
 }  // namespace
+}  // namespace zotest

@@ -1,35 +1,35 @@
 #include <array>
 
 #include "driver_set_up.h"
-#include "import_hook.h"
-#include "rows.h"
 
+namespace zotest {
 namespace {
 
-using zotest::DriverStatus;
-using zotest::InstalledDriverPath;
-using zotest::kInstanceKey;
-using zotest::TextValue;
-using zotest::WriteFileBytes;
+// The status of reading the version, and the version.
+using VersionResult = std::array<uint32_t, 5>;
 
-class StatusWithoutService : public zotest::BareSystemTest {};
+VersionResult ReadVersion() {
+    uint32_t v[] = {5, 5, 5, 5};
+    const int32_t status = ZoProtector_GetDriverFileVersion(&v[0], &v[1], &v[2], &v[3]);
+    return {zo::Bits(status), v[0], v[1], v[2], v[3]};
+}
+
+class StatusWithoutService : public BareSystemTest {};
 
 TEST_F(StatusWithoutService, IsNotInstalledAndOtherwiseEmpty) {
     const ZoProtectorDriverStatus status = DriverStatus();
     ZoProtectorDriverStatus expected{};
     expected.startType = ZOP_START_DEMAND;
     EXPECT_EQ(memcmp(&status, &expected, sizeof(status)), 0);
-}
-
-TEST_F(StatusWithoutService, NeedsARecord) {
     EXPECT_EQ(ZoProtector_QueryDriverStatus(nullptr), ZOP_E_INVALID_ARG);
+    EXPECT_EQ(ReadVersion(), (VersionResult{ZOP_OK, 1})) << "of the file beside the executable";
 }
 
-class DriverFile : public zotest::InstalledDriverTest {};
+class DriverFile : public InstalledDriverTest {};
 
 TEST_F(DriverFile, AltitudeIsShownWhenItIsTextAndFits) {
     const std::wstring longest(63, L'9');
-    const zotest::Rows<std::string, std::wstring> rows = {
+    const Rows<std::string, std::wstring> rows = {
         {"longest", TextValue(longest), longest},
         {"one character too long", TextValue(longest + L"9"), L""},
         {"cut, without a terminator", TextValue(longest + L"9").substr(0, 129), longest},
@@ -49,61 +49,49 @@ TEST_F(DriverFile, AltitudeIsShownWhenItIsTextAndFits) {
     EXPECT_EQ(DriverStatus().instanceRegistered, 0u);
 }
 
-using Version = std::array<uint32_t, 4>;
-
-int32_t ReadVersion(Version& version) {
-    version = {5, 5, 5, 5};
-    return ZoProtector_GetDriverFileVersion(&version[0], &version[1], &version[2], &version[3]);
-}
-
 TEST_F(DriverFile, PathIsShownAsStoredAndResolvedForTheVersion) {
-    WriteFileBytes(InstalledDriverPath(), zotest::DriverOfVersion({7, 8, 9, 65535}));
-    constexpr Version kExpected = {7, 8, 9, 65535};
-    for (const auto& stored : zotest::StoredImagePaths()) {
-        SCOPED_TRACE(stored.name);
-        zotest::SetImagePath(stored.text);
+    WriteFileBytes(InstalledDriverPath(), DriverOfVersion({7, 8, 9, 65535}));
+    constexpr VersionResult kExpected = {ZOP_OK, 7, 8, 9, 65535};
+    for (const auto& [name, path] : StoredImagePaths()) {
+        SCOPED_TRACE(name);
+        SetImagePath(path);
         const ZoProtectorDriverStatus status = DriverStatus();
-        EXPECT_EQ(status.imagePath, stored.text);
-        EXPECT_EQ(memcmp(&status.fileVersionMajor, kExpected.data(), sizeof(kExpected)), 0);
-        Version version;
-        EXPECT_EQ(ReadVersion(version), ZOP_OK);
-        EXPECT_EQ(version, kExpected);
+        EXPECT_EQ(status.imagePath, path);
+        EXPECT_EQ(memcmp(&status.fileVersionMajor, &kExpected[1], 4 * sizeof(uint32_t)), 0);
+        EXPECT_EQ(ReadVersion(), kExpected);
     }
 }
 
 TEST_F(DriverFile, PathIsCutInTheStatusWhenTooLong) {
-    zotest::SetImagePath(std::wstring(600, L'p'));
+    SetImagePath(std::wstring(600, L'p'));
     EXPECT_EQ(DriverStatus().imagePath, std::wstring(519, L'p'));
-    Version version;
-    EXPECT_EQ(ReadVersion(version), ZOP_E_DRIVER_NOT_FOUND);
+    EXPECT_EQ(ReadVersion(), (VersionResult{zo::Bits(ZOP_E_DRIVER_NOT_FOUND)}));
 }
 
 TEST_F(DriverFile, PathMayHave259Characters) {
-    const zotest::TempFolder folder;
+    const TempFolder folder;
     const std::wstring file = (folder / std::wstring(252 - folder.Path().wstring().size(), L'd') / L"d.sys").wstring();
     ASSERT_EQ(file.size(), 259u);
-    WriteFileBytes(file, zotest::DriverOfVersion({7, 8, 9, 10}));
-    zotest::SetImagePath(file);
-    Version version;
-    EXPECT_EQ(ReadVersion(version), ZOP_OK);
-    EXPECT_EQ(version, (Version{7, 8, 9, 10}));
+    WriteFileBytes(file, DriverOfVersion({7, 8, 9, 10}));
+    SetImagePath(file);
+    EXPECT_EQ(ReadVersion(), (VersionResult{ZOP_OK, 7, 8, 9, 10}));
 }
 
 TEST_F(DriverFile, WithoutAVersionIsAnError) {
-    const zotest::TempFolder folder;
+    const TempFolder folder;
     const std::wstring file = (folder / L"other.sys").wstring();
-    zotest::SetImagePath(file);
-    std::string cutBlock = zotest::DriverOfVersion({1, 2, 3, 4});
-    cutBlock[zotest::FixedVersionOffset(cutBlock) - 38] = 51;  // the length that the root block claims
-    const zotest::Rows<std::string, bool> rows = {
+    SetImagePath(file);
+    std::string cutBlock = DriverOfVersion({1, 2, 3, 4});
+    cutBlock[FixedVersionOffset(cutBlock) - 38] = 51;  // the length that the root block claims
+    const Rows<std::string, bool> rows = {
         {"no file", "", false}, {"root block one byte short", cutBlock, false}, {"no resource", "MZ", true}};
     for (const auto& [name, bytes, isNoVersion] : rows) {
         SCOPED_TRACE(name);
         if (!bytes.empty()) WriteFileBytes(file, bytes);
-        Version version;
-        const int32_t status = ReadVersion(version);
-        EXPECT_TRUE(isNoVersion ? zotest::IsNoVersion(status) : status == ZOP_E_DRIVER_NOT_FOUND) << status;
-        EXPECT_EQ(version, Version{});
+        const VersionResult result = ReadVersion();
+        const auto status = static_cast<int32_t>(result[0]);
+        EXPECT_TRUE(isNoVersion ? IsNoVersion(status) : status == ZOP_E_DRIVER_NOT_FOUND) << status;
+        EXPECT_EQ(result, VersionResult{result[0]});
         EXPECT_EQ(DriverStatus().fileVersionMajor, 0u);
     }
 }
@@ -118,31 +106,19 @@ TEST_F(DriverFile, VersionNeedsAllFourPointers) {
     }
 }
 
-// The size query fails without an error of its own. What an earlier call left as the last error must not show.
-DWORD WINAPI FindNoVersionSilently(const wchar_t*, DWORD*) {
-    return 0;
-}
-
+// What an earlier call left as the last error must not show.
 TEST_F(DriverFile, VersionIsZeroWhenItsSizeIsZeroWithoutAnError) {
-    const zotest::ImportHook hook("GetFileVersionInfoSizeW", FindNoVersionSilently);
-    Version version;
-    EXPECT_EQ(ReadVersion(version), ZOP_OK);
-    EXPECT_EQ(version, Version{});
-}
-
-// The service manager refuses the configuration and names no size.
-BOOL WINAPI RefuseConfig(SC_HANDLE, QUERY_SERVICE_CONFIGW*, DWORD, DWORD*) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
+    const ImportHook hook("GetFileVersionInfoSizeW", +[] { return DWORD{0}; });
+    EXPECT_EQ(ReadVersion(), VersionResult{ZOP_OK});
 }
 
 TEST_F(DriverFile, IsTheOneBesideTheExecutableWhenTheConfigurationCannotBeRead) {
-    WriteFileBytes(InstalledDriverPath(), zotest::DriverOfVersion({7, 8, 9, 10}));
-    const zotest::ImportHook hook("QueryServiceConfigW", RefuseConfig);
-    Version version;
-    EXPECT_EQ(ReadVersion(version), ZOP_OK);
-    EXPECT_EQ(version[0], 1u);
+    WriteFileBytes(InstalledDriverPath(), DriverOfVersion({7, 8, 9, 10}));
+    // The service manager refuses the configuration and names no size.
+    const ImportHook hook("QueryServiceConfigW", FailWith<ERROR_ACCESS_DENIED>);
+    EXPECT_EQ(ReadVersion(), (VersionResult{ZOP_OK, 1}));
     EXPECT_STREQ(DriverStatus().imagePath, L"");
 }
 
 }  // namespace
+}  // namespace zotest

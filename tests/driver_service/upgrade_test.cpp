@@ -1,18 +1,15 @@
 // Replacing the installed driver file by file operations alone.
 
-#include <array>
-
 #include "debug_output.h"
 #include "log_reader.h"
-#include "rows.h"
 #include "upgrade_fixture.h"
 
-namespace upgradetest {
+namespace zotest {
 namespace {
 
 TEST_F(UpgradeTest, OnlyAHigherVersionReplacesTheFile) {
     using Version = std::array<std::uint16_t, 4>;
-    const zotest::Rows<std::string, Version, uint32_t> rows = {
+    const Rows<std::string, Version, uint32_t> rows = {
         {"same version", DriverOfVersion({1, 2, 3, 4}) + "old", {1, 2, 3, 4}, 0},
         {"lower revision", DriverOfVersion({1, 2, 3, 4}), {1, 2, 3, 3}, 0},
         {"lower major", DriverOfVersion({2, 0, 0, 0}), {1, 65535, 65535, 65535}, 0},
@@ -32,30 +29,13 @@ TEST_F(UpgradeTest, OnlyAHigherVersionReplacesTheFile) {
     }
 }
 
-TEST_F(UpgradeTest, TheOutputsAreOptional) {
-    EXPECT_EQ(ZoProtector_UpgradeDriver(newFile_.c_str(), nullptr, nullptr), ZOP_OK);
-    EXPECT_TRUE(ReadFileBytes(installed_) == new_);
-}
-
-TEST_F(UpgradeTest, ClearsTheReadOnlyAttributeOfTheCopy) {
-    SetFileAttributesW(newFile_.c_str(), FILE_ATTRIBUTE_READONLY);
-    for (const bool isInUse : {false, true}) {
-        WriteFileBytes(installed_, old_);
-        const zo::OwnedFile inUse =
-            isInUse ? zotest::Hold(installed_, FILE_SHARE_READ | FILE_SHARE_DELETE) : zo::OwnedFile();
-        EXPECT_EQ(Upgrade(), ZOP_OK);
-        ExpectUpgraded(1, 0);
-        EXPECT_EQ(GetFileAttributesW(installed_.c_str()) & FILE_ATTRIBUTE_READONLY, 0u) << isInUse;
-    }
-}
-
 TEST_F(UpgradeTest, WithoutANewVersionNothingChanges) {
     EXPECT_EQ(UpgradeTo(nullptr), ZOP_E_INVALID_ARG);
     ExpectUpgraded(0, 0);
     EXPECT_EQ(UpgradeTo(L""), ZOP_E_INVALID_ARG);
     EXPECT_EQ(UpgradeTo(L"C:\\missing.sys"), ZOP_E_DRIVER_NOT_FOUND);
     WriteFileBytes(newFile_, new_ = "unversioned");
-    EXPECT_PRED1(zotest::IsNoVersion, Upgrade());
+    EXPECT_PRED1(IsNoVersion, Upgrade());
     ExpectUpgraded(0, 0);
 }
 
@@ -65,25 +45,17 @@ TEST_F(UpgradeTest, DoesNotInstallAMissingDriver) {
     EXPECT_FALSE(std::filesystem::exists(installed_));
 }
 
-TEST_F(UpgradeTest, ComparesWithTheFileBesideTheExecutableWithoutAService) {
-    WriteFileBytes(newFile_, DriverOfVersion({0, 0, 0, 1}));  // older than that file
-    ASSERT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
-    EXPECT_EQ(Upgrade(), ZOP_OK);
-    EXPECT_EQ(upgraded_, 0u);
-}
-
 TEST_F(UpgradeTest, AFileInUseIsRenamedAndDeletedAtRestart) {
-    const std::wstring beside = std::filesystem::path(installed_).parent_path().wstring();
-    const zotest::Rows<std::wstring, std::wstring, const wchar_t*> rows = {
+    const Rows<std::wstring, std::wstring, const wchar_t*> rows = {
         {"temporary folder", tmp_, tmp_, L".sys"},
-        {"temporary folder too long for the name", L"C:\\" + std::wstring(232, L't'), beside, L".old"},
-        {"no temporary folder", L"C:\\" + std::wstring(300, L't'), beside, L".old"}};
+        {"temporary folder too long for the name", L"C:\\" + std::wstring(232, L't'), beside_, L".old"},
+        {"no temporary folder", L"C:\\" + std::wstring(300, L't'), beside_, L".old"}};
     for (const auto& [name, tmp, stagingFolder, extension] : rows) {
         SCOPED_TRACE(name);
         scopedTmp_.emplace(tmp);
         WriteFileBytes(installed_, old_);
         {
-            const zo::OwnedFile inUse = zotest::Hold(installed_, FILE_SHARE_READ | FILE_SHARE_DELETE);
+            const zo::OwnedFile inUse = Hold(installed_, FILE_SHARE_READ | FILE_SHARE_DELETE);
             EXPECT_EQ(Upgrade(), ZOP_OK);
         }
         ExpectUpgraded(1, 0);
@@ -92,41 +64,36 @@ TEST_F(UpgradeTest, AFileInUseIsRenamedAndDeletedAtRestart) {
 }
 
 TEST_F(UpgradeTest, TheRenamedFileCannotBeReplacedUntilTheNewOneIsInPlace) {
-    attackedFolder = tmp_;
-    attackErrors.clear();
-    copyErrors = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
+    std::vector<DWORD> errors;
+    beforeCopy_ = [&] {
+        for (const auto& staged : std::filesystem::directory_iterator(tmp_))
+            errors.push_back(DeleteFileW(staged.path().c_str()) ? ERROR_SUCCESS : GetLastError());
+    };
+    copyErrors_ = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
     EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL));
-    attackedFolder.clear();
-    EXPECT_EQ(attackErrors, std::vector<DWORD>{ERROR_SHARING_VIOLATION});
+    EXPECT_EQ(errors, std::vector<DWORD>{ERROR_SHARING_VIOLATION});
     ExpectUpgraded(0, 0);
 }
 
 TEST_F(UpgradeTest, NoOtherFileBecomesTheDriverWhenTheOldOneIsMovedBack) {
-    for (const Swap when : {Swap::kAfterTheRename, Swap::kBeforeTheMoveBack}) {
+    for (auto* moment : {&afterRename_, &beforeMoveBack_}) {
         WriteFileBytes(installed_, old_);
-        deletedAtRestart.clear();
-        swap = when;
-        copyErrors = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
+        *moment = [&](const wchar_t* path) {
+            std::filesystem::rename(path, folder_ / L"aside");
+            WriteFileBytes(path, "foreign");
+            *moment = [](auto) {};
+        };
+        copyErrors_ = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
         EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL));
-        EXPECT_EQ(swap, Swap::kNever) << "it was swapped";
-        EXPECT_FALSE(std::filesystem::exists(installed_)) << static_cast<int>(when);
+        EXPECT_TRUE(std::filesystem::remove(folder_ / L"aside")) << "it was swapped";
+        EXPECT_FALSE(std::filesystem::exists(installed_));
     }
-}
-
-TEST_F(UpgradeTest, ARunningDriverKeepsRunning) {
-    WriteFileBytes(installed_, old_ = ReadFileBytes(zotest::SimulatorFile()));
-    WriteFileBytes(newFile_, new_ = DriverOfVersion({9, 0, 0, 0}));
-    ASSERT_EQ(ZoProtector_StartDriver(), ZOP_OK);
-    EXPECT_EQ(Upgrade(), ZOP_OK);
-    ExpectUpgraded(1, 0);
-    EXPECT_EQ(zotest::DriverStatus().state, ZOP_DRIVER_RUNNING);
-    EXPECT_EQ(zotest::DriverStatus().fileVersionMajor, 9u);
 }
 
 TEST_F(UpgradeTest, WithoutAPlaceForTheOldFileNothingChanges) {
     const std::wstring folder = (folder_ / std::wstring(249 - folder_.Path().wstring().size(), L'd')).wstring();
     WriteFileBytes(folder + L"\\d.sys", old_);
-    zotest::SetImagePath(folder + L"\\d.sys");
+    SetImagePath(folder + L"\\d.sys");
     scopedTmp_.emplace(L"C:\\" + std::wstring(300, L't'));
     EXPECT_EQ(Upgrade(), kDoesNotFit);
     EXPECT_TRUE(ReadFileBytes(folder + L"\\d.sys") == old_);
@@ -139,7 +106,7 @@ TEST_F(UpgradeTest, EachFileOperationThatFailsLeavesTheOldFile) {
     constexpr DWORD kInUse = ERROR_SHARING_VIOLATION;
     constexpr DWORD kMapped = ERROR_USER_MAPPED_FILE;
     constexpr DWORD kOtherVolume = ERROR_NOT_SAME_DEVICE;
-    const zotest::Rows<std::vector<DWORD>, std::vector<DWORD>, int32_t, bool> rows = {
+    const Rows<std::vector<DWORD>, std::vector<DWORD>, int32_t, bool> rows = {
         {"disk full", {ERROR_DISK_FULL}, {}, kFull, false},
         {"rename to another volume", {kDenied}, {kOtherVolume}, ZOP_STATUS_FROM_WIN32(kOtherVolume), false},
         {"rename to a missing folder", {kInUse}, {ERROR_PATH_NOT_FOUND}, ZOP_E_DRIVER_NOT_FOUND, false},
@@ -153,12 +120,12 @@ TEST_F(UpgradeTest, EachFileOperationThatFailsLeavesTheOldFile) {
     };
     for (const auto& [name, copies, moves, expected, asksDriver] : rows) {
         SCOPED_TRACE(name);
-        copyErrors = copies;
-        moveErrors = moves;
-        const zotest::DebugOutput output;
+        copyErrors_ = copies;
+        moveErrors_ = moves;
+        const DebugOutput output;
         EXPECT_EQ(Upgrade(), expected);
-        EXPECT_TRUE(copyErrors.empty() && moveErrors.empty());
-        EXPECT_EQ(zotest::AnyLineEndsWith(output.Strings(), "Starting SDK initialization\r\n"), asksDriver);
+        EXPECT_TRUE(copyErrors_.empty() && moveErrors_.empty());
+        EXPECT_EQ(AnyLineEndsWith(output.Strings(), "Starting SDK initialization\r\n"), asksDriver);
         if (moves.size() < 3) {
             ExpectUpgraded(0, 0);
             EXPECT_TRUE(StagedFiles().empty());
@@ -170,4 +137,4 @@ TEST_F(UpgradeTest, EachFileOperationThatFailsLeavesTheOldFile) {
 }
 
 }  // namespace
-}  // namespace upgradetest
+}  // namespace zotest

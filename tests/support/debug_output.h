@@ -12,19 +12,15 @@ namespace zotest {
 
 class DebugOutput {
   public:
-    DebugOutput() { heard.clear(); }
-
-    [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return heard; }
+    [[nodiscard]] const std::vector<std::string>& Strings() const noexcept { return strings_; }
 
   private:
+    std::vector<std::string> strings_;
     // Passed on: a handler of the platform's own exception learns from it when a message came.
-    static void WINAPI Hear(const char* text) {
-        heard.emplace_back(text);
-        OutputDebugStringA(text);
-    }
-
-    static inline std::vector<std::string> heard;
-    ImportHook hook_{"OutputDebugStringA", &Hear};
+    ImportHook hook_{"OutputDebugStringA", OutputDebugStringA, [this](const char* text) {
+                         strings_.emplace_back(text);
+                         OutputDebugStringA(text);
+                     }};
 };
 
 }  // namespace zotest

@@ -4,8 +4,10 @@
 // no real file, service or key can be made to give, and to see what the library asks for.
 
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "import_table.h"
 
@@ -17,11 +19,27 @@ class ImportHook {
     ImportHook(const char* name, Function* replacement) : slot_(FindSlot(name)), original_(*slot_) {
         SetImport(slot_, reinterpret_cast<ULONG_PTR>(replacement));
     }
+    // A replacement with a state: a lambda that takes the parameters of `function`, and may call it. A lambda of the
+    // source stands in for one function at a time.
+    template <typename Result, typename... Parameters, typename Replacement>
+    ImportHook(const char* name, Result(WINAPI* /*function*/)(Parameters...), Replacement replacement)
+        : slot_(FindSlot(name)), original_(*slot_) {
+        held<Replacement>.emplace(std::move(replacement));
+        SetImport(slot_, reinterpret_cast<ULONG_PTR>(&CallHeld<Replacement, Result, Parameters...>));
+    }
     ~ImportHook() { SetImport(slot_, original_); }
     ImportHook(const ImportHook&) = delete;
     ImportHook& operator=(const ImportHook&) = delete;
 
   private:
+    template <typename Replacement>
+    static inline std::optional<Replacement> held;
+
+    template <typename Replacement, typename Result, typename... Parameters>
+    static Result WINAPI CallHeld(Parameters... parameters) {
+        return (*held<Replacement>)(parameters...);
+    }
+
     static ULONG_PTR* FindSlot(const char* name) {
         ULONG_PTR* found = nullptr;
         ForEachImport(TheLibrary(), [&](const char* /*dll*/, const char* import, ULONG_PTR* slot) {

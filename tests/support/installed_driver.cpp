@@ -19,11 +19,6 @@ zo::OwnedService OpenManager() {
     return manager;
 }
 
-// Empty when there is none.
-zo::OwnedService OpenDriverService() {
-    return zo::OwnedService(OpenServiceW(OpenManager().Get(), kServiceName, SERVICE_ALL_ACCESS));
-}
-
 bool WaitForState(const zo::OwnedService& service, DWORD state) {
     SERVICE_STATUS status{};
     for (int i = 0; i < 200 && QueryServiceStatus(service.Get(), &status); ++i) {
@@ -52,6 +47,10 @@ std::wstring InstalledDriverPath() {
     wchar_t folder[MAX_PATH];
     GetSystemDirectoryW(folder, MAX_PATH);
     return std::wstring(folder) + L"\\drivers\\ZoProtectorDriver.sys";
+}
+
+zo::OwnedService OpenDriverService() {
+    return zo::OwnedService(OpenServiceW(OpenManager().Get(), kServiceName, SERVICE_ALL_ACCESS));
 }
 
 void RemoveDriverService() {

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "owned_handles.h"
 #include "simulator_client.h"
 
 namespace zotest {
@@ -24,6 +25,9 @@ using zosim::SimulatorClient;
 [[nodiscard]] std::wstring NtPath(const std::wstring& path);
 
 inline constexpr wchar_t kServiceName[] = L"ZoProtector";
+
+// With all rights; empty when there is no service.
+[[nodiscard]] zo::OwnedService OpenDriverService();
 
 // System32\drivers\ZoProtectorDriver.sys
 [[nodiscard]] std::wstring InstalledDriverPath();

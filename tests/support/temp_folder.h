@@ -95,4 +95,11 @@ inline void WriteFileBytes(const std::filesystem::path& path, const std::string&
     return zo::ReadWholeFile(path.c_str(), bytes) ? bytes : "";
 }
 
+// A file held open for reading; others can do only what `share` allows them.
+[[nodiscard]] inline zo::OwnedFile Hold(const std::filesystem::path& file, DWORD share) {
+    zo::OwnedFile handle(CreateFileW(file.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
+    if (!handle) throw std::runtime_error("cannot open " + file.string());
+    return handle;
+}
+
 }  // namespace zotest
