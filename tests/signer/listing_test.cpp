@@ -1,50 +1,39 @@
 // Listings as file systems give them that the test's own cannot: refused, broken off, with names that are not UTF-16,
 // without file ids. Import hooks stand in for them.
 
-#include <gtest/gtest.h>
-
-#include <functional>
+#include <map>
 #include <string_view>
 
 #include "error_text.h"
-#include "import_hook.h"
 #include "sealed_tree.h"
 
 namespace zotest {
 namespace {
 
-constexpr std::int32_t kAccessDenied = static_cast<std::int32_t>(0x80070005);
-
 // ---- Folders that are denied
 
-// The error for a path, 0 to let it through.
-std::function<std::uint32_t(std::wstring_view path)> errorFor;
-
-bool Refused(const wchar_t* path) {
-    const std::uint32_t error = errorFor(path);
-    if (error != 0) SetLastError(error);
-    return error != 0;
-}
-HANDLE WINAPI CreateUnlessRefused(const wchar_t* path, DWORD access, DWORD sharing, SECURITY_ATTRIBUTES* security,
-                                  DWORD disposition, DWORD flags, HANDLE model) {
-    return Refused(path) ? INVALID_HANDLE_VALUE
-                         : CreateFileW(path, access, sharing, security, disposition, flags, model);
-}
-DWORD WINAPI AttributesUnlessRefused(const wchar_t* path) {
-    return Refused(path) ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(path);
-}
-
-// Folders refuse to be opened and looked at while this lives.
+// While this lives, folders whose paths end in these ways refuse to be opened and looked at, with these errors.
 class RefusedFolders {
   public:
-    explicit RefusedFolders(std::function<std::uint32_t(std::wstring_view)> error) { errorFor = std::move(error); }
+    explicit RefusedFolders(std::map<std::wstring, DWORD> errors) : errors_(std::move(errors)) {}
 
   private:
-    ImportHook create_{"CreateFileW", CreateUnlessRefused};
-    ImportHook attributes_{"GetFileAttributesW", AttributesUnlessRefused};
+    bool IsRefused(std::wstring_view path) const {
+        const auto found = std::ranges::find_if(errors_, [&](auto& item) { return path.ends_with(item.first); });
+        if (found != errors_.end()) SetLastError(found->second);
+        return found != errors_.end();
+    }
+
+    std::map<std::wstring, DWORD> errors_;
+    ImportHook create_{"CreateFileW", CreateFileW, [this](const wchar_t* path, auto... rest) {
+                           return IsRefused(path) ? INVALID_HANDLE_VALUE : CreateFileW(path, rest...);
+                       }};
+    ImportHook attributes_{"GetFileAttributesW", GetFileAttributesW, [this](const wchar_t* path) {
+                               return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(path);
+                           }};
 };
 
-std::string Unseen(const SealedTree& tree, const std::string& folder, std::uint32_t error) {
+std::string Unseen(const SealedTree& tree, const std::string& folder, DWORD error) {
     return "2 cannot list sealed dir '" + tree.Shown(folder) + "': " + zo::ErrorText(error);
 }
 
@@ -52,19 +41,16 @@ TEST(VerifyListing, ReturnsTheErrorOfTheFirstFolderThatIsNotSeenAndChecksTheRest
     const StandardTree tree;
     tree.Write("open/new", "");
     tree.Write("new", "");
-    const RefusedFolders refused([](std::wstring_view path) {
-        return path.ends_with(L"\\d\\e") ? 32u : path.ends_with(L"\\empty") ? 5u : 0u;
-    });
+    const RefusedFolders refused({{L"\\d\\e", 32}, {L"\\empty", 5}});
     tree.ExpectFindings({{kExtraFile, "new"}}, {Unseen(tree, "d/e", 32), Unseen(tree, "empty", 5)},
                         static_cast<std::int32_t>(0x80070020));
 }
 
 TEST(VerifyListing, TakesAFolderAsGoneOnlyWhenItIsNotFound) {
     const StandardTree tree;
-    for (const std::uint32_t error : {2u, 3u, 5u, 21u, 32u, 53u, 123u, 267u, 1920u}) {
+    for (const DWORD error : {2u, 3u, 5u, 21u, 53u, 123u, 267u, 1920u}) {
         SCOPED_TRACE(error);
-        const RefusedFolders refused(
-            [error](std::wstring_view path) { return path.ends_with(L"\\empty") ? error : 0u; });
+        const RefusedFolders refused({{L"\\empty", error}});
         const bool isGone = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
         tree.ExpectFindings({}, isGone ? Lines{} : Lines{Unseen(tree, "empty", error)},
                             isGone ? 0 : static_cast<std::int32_t>(0x80070000 | error));
@@ -73,58 +59,63 @@ TEST(VerifyListing, TakesAFolderAsGoneOnlyWhenItIsNotFound) {
 
 // ---- Listings that are changed on their way
 
-// The reads of listings that still work before they fail with "access denied".
-int workingReads;
-
-BOOL WINAPI ListSome(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
-    if (kind == FileIdInfo || workingReads-- > 0) return GetFileInformationByHandleEx(file, kind, buffer, size);
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-}
-
-// With the reads that work, the entries that signing still finds, and the number of reports.
-constexpr Rows<int, std::uint32_t, std::ptrdiff_t> kBrokenListings = {
-    {"at the root's end and for d", 1, 1, 2}, {"for d", 2, 1, 1}, {"at the end of d", 3, 2, 1}, {"nowhere", 4, 2, 0}};
-
-TEST(SignListing, ReportsListingsThatBreakOffAndSignsWhatTheyGave) {
-    const SealedTree tree{"a", "d/f"};
-    const ImportHook hook("GetFileInformationByHandleEx", ListSome);
-    for (const auto& [where, working, entries, reports] : kBrokenListings) {
-        workingReads = working;
-        const auto outcome = tree.Sign();
-        EXPECT_EQ(outcome.status, 0) << where;
-        EXPECT_EQ(outcome.result.entries, entries) << where;
-        EXPECT_EQ(std::ranges::count(outcome.messages, "1 iter: " + zo::ErrorText(5)), reports) << where;
-        EXPECT_EQ(std::ssize(outcome.messages), 3 + reports) << where;
-    }
-}
-
-TEST(VerifyListing, ReportsASealedFolderWhoseListingBreaksOff) {
+TEST(SignAndVerifyListing, ReportListingsThatBreakOffAndUseWhatTheyGave) {
+    // With the reads that still work before they fail, the entries that signing finds, and the number of reports.
+    const Rows<int, std::uint32_t, std::ptrdiff_t> rows = {{"at the root's end and for d", 1, 1, 2},
+                                                           {"for d", 2, 1, 1},
+                                                           {"at the end of d", 3, 2, 1},
+                                                           {"nowhere", 4, 2, 0}};
     const SealedTree tree{"a", "d/f"};
     ASSERT_EQ(tree.Sign().status, 0);
-    const ImportHook hook("GetFileInformationByHandleEx", ListSome);
-    for (const auto& [where, working, entries, reports] : kBrokenListings) {
+    const std::wstring other = (tree.folder / "other.zosig").wstring();
+    int workingReads = 0;
+    const ImportHook hook("GetFileInformationByHandleEx", GetFileInformationByHandleEx,
+                          [&](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, auto... rest) {
+                              if (kind == FileIdInfo || workingReads-- > 0)
+                                  return GetFileInformationByHandleEx(file, kind, rest...);
+                              SetLastError(ERROR_ACCESS_DENIED);
+                              return FALSE;
+                          });
+    for (const auto& [where, working, entries, reports] : rows) {
+        SCOPED_TRACE(where);
         workingReads = working;
-        const auto outcome = tree.Verify();
-        EXPECT_EQ(outcome.status, reports == 0 ? 0 : kAccessDenied) << where;
-        EXPECT_EQ(std::ssize(outcome.messages), 1 + reports) << where;
-        EXPECT_EQ(outcome.result.ok, 2u) << where;
+        const auto verification = tree.Verify();
+        EXPECT_EQ(verification.status, reports == 0 ? 0 : static_cast<std::int32_t>(0x80070005));
+        EXPECT_EQ(std::ssize(verification.messages), 1 + reports);
+        EXPECT_EQ(verification.result.ok, 2u);
+        workingReads = working;
+        const auto signing = tree.Sign([&](auto& options) { options.manifest = other.c_str(); });
+        EXPECT_EQ(signing.status, 0);
+        EXPECT_EQ(signing.result.entries, entries);
+        EXPECT_EQ(std::ranges::count(signing.messages, "1 iter: " + zo::ErrorText(5)), reports);
+        EXPECT_EQ(std::ssize(signing.messages), 3 + reports);
     }
 }
 
-// Called with each record of a listing.
-void (*changeRecord)(FILE_FULL_DIR_INFO& record, std::wstring_view name);
+// Lets a test change each record of a listing.
+class ChangedListing {
+  public:
+    using Change = void (*)(FILE_FULL_DIR_INFO& record, std::wstring_view name);
+    explicit ChangedListing(Change change) : change_(change) {}
 
-BOOL WINAPI ListChanged(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
-    if (!GetFileInformationByHandleEx(file, kind, buffer, size)) return FALSE;
-    if (kind == FileIdInfo) return TRUE;
-    for (auto* next = static_cast<std::byte*>(buffer);;) {
-        auto& record = *reinterpret_cast<FILE_FULL_DIR_INFO*>(next);
-        changeRecord(record, {record.FileName, record.FileNameLength / sizeof(wchar_t)});
-        if (record.NextEntryOffset == 0) return TRUE;
-        next += record.NextEntryOffset;
+  private:
+    void ChangeRecords(void* buffer) const {
+        for (auto* next = static_cast<std::byte*>(buffer);;) {
+            auto& record = *reinterpret_cast<FILE_FULL_DIR_INFO*>(next);
+            change_(record, {record.FileName, record.FileNameLength / sizeof(wchar_t)});
+            if (record.NextEntryOffset == 0) return;
+            next += record.NextEntryOffset;
+        }
     }
-}
+
+    Change change_;
+    ImportHook hook_{"GetFileInformationByHandleEx", GetFileInformationByHandleEx,
+                     [this](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
+                         const BOOL done = GetFileInformationByHandleEx(file, kind, buffer, size);
+                         if (done && kind != FileIdInfo) ChangeRecords(buffer);
+                         return done;
+                     }};
+};
 
 // Such names cannot be made here. "#" stands for an unpaired surrogate, "%" for a control character.
 void SpoilNames(FILE_FULL_DIR_INFO& record, std::wstring_view name) {
@@ -136,8 +127,7 @@ void SpoilNames(FILE_FULL_DIR_INFO& record, std::wstring_view name) {
 
 TEST(SignListing, LeavesOutNamesThatAManifestCannotHold) {
     const SealedTree tree{"%.lnk", "a#.txt", "b%", "d#/f", "e\xF0\x9F\x98\x80"};
-    const ImportHook hook("GetFileInformationByHandleEx", ListChanged);
-    changeRecord = SpoilNames;
+    const ChangedListing listing(SpoilNames);
     const auto outcome = tree.Sign();
     EXPECT_EQ(outcome.status, 0);
     const std::string control = "1 name with control characters: ";
@@ -157,8 +147,7 @@ TEST(VerifyListing, ReportsNamesThatAreNotUtf16AsExtraWhateverIsListed) {
     ASSERT_EQ(tree.Sign().status, 0);
     tree.Write("caf#.txt", "");
     tree.MakeFolder("dir#");
-    const ImportHook hook("GetFileInformationByHandleEx", ListChanged);
-    changeRecord = SpoilNames;
+    const ChangedListing listing(SpoilNames);
     const auto outcome = tree.Verify();
     EXPECT_EQ(outcome.status, ZOSIG_E_VERIFY_FAILED);
     EXPECT_EQ(outcome.result.ok, 2u);
@@ -168,33 +157,25 @@ TEST(VerifyListing, ReportsNamesThatAreNotUtf16AsExtraWhateverIsListed) {
 
 // ---- Which item is the manifest
 
-enum class Ids { kReal, kNone, kZero };
-Ids ids;
-
-BOOL WINAPI GiveIds(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
-    if (kind == FileIdInfo && ids == Ids::kNone) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    if (!GetFileInformationByHandleEx(file, kind, buffer, size)) return FALSE;
-    if (kind == FileIdInfo && ids == Ids::kZero) static_cast<FILE_ID_INFO*>(buffer)->FileId = {};
-    return TRUE;
-}
-
-// The 64-bit number does not tell files apart where it is zero for all, or one that only begins a longer id.
-BOOL WINAPI GiveOneNumberToAllFiles(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
-    if (!GetFileInformationByHandle(file, information)) return FALSE;
-    information->nFileIndexHigh = information->nFileIndexLow = 0;
-    return TRUE;
-}
-
-struct ManifestInTree : testing::TestWithParam<Ids> {
+// A volume whose 64-bit file numbers do not tell files apart: they are zero for all, or only begin a longer id.
+struct ManifestInTree : testing::TestWithParam<std::string> {
     SealedTree tree;
-    const ImportHook idHook{"GetFileInformationByHandleEx", GiveIds};
-    const ImportHook numberHook{"GetFileInformationByHandle", GiveOneNumberToAllFiles};
+    const ImportHook idHook{"GetFileInformationByHandleEx", GetFileInformationByHandleEx,
+                            [](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
+                                if (kind == FileIdInfo && GetParam() == "no ids") return FALSE;
+                                const BOOL done = GetFileInformationByHandleEx(file, kind, buffer, size);
+                                if (kind == FileIdInfo && GetParam() == "zero ids")
+                                    static_cast<FILE_ID_INFO*>(buffer)->FileId = {};
+                                return done;
+                            }};
+    const ImportHook numberHook{"GetFileInformationByHandle", GetFileInformationByHandle,
+                                [](HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
+                                    const BOOL done = GetFileInformationByHandle(file, information);
+                                    information->nFileIndexHigh = information->nFileIndexLow = 0;
+                                    return done;
+                                }};
 
     void SetUp() override {
-        ids = GetParam();
         tree.manifest = tree.At("d/seal.zosig");
         ASSERT_EQ(tree.Sign().status, 0);
         ASSERT_EQ(tree.Sign().status, 0) << "now that its folder is there";
@@ -231,25 +212,19 @@ TEST_P(ManifestInTree, IsNotAnotherFileOfTheSameSizeAndTimes) {
     EXPECT_EQ(tree.Sign().result.entries, 2u);
 }
 
-void ShowLinks(FILE_FULL_DIR_INFO& record, std::wstring_view name) {
-    if (name == L"link.zosig") record.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-}
-
 // A hard link shown as a link has the identity of what it leads to.
 TEST_P(ManifestInTree, IsALinkOnlyWhenTheLinksOwnPathIsGiven) {
     tree.LinkToManifest("d/link.zosig");
-    const ImportHook hook("GetFileInformationByHandleEx", ListChanged);
-    changeRecord = ShowLinks;
+    const ChangedListing listing([](FILE_FULL_DIR_INFO& record, std::wstring_view name) {
+        if (name == L"link.zosig") record.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+    });
     EXPECT_EQ(tree.Verify().messages[0], tree.Shown({kExtraLink, "d/link.zosig"}));
     tree.manifest = tree.At("D\\Link.zosig");
     const auto outcome = tree.Verify();
     EXPECT_EQ(outcome.status, 0) << outcome.messages[0];
 }
 
-std::string VolumeName(const testing::TestParamInfo<Ids>& info) {
-    return info.param == Ids::kReal ? "WithIds" : info.param == Ids::kNone ? "WithoutIds" : "WithZeroIds";
-}
-INSTANTIATE_TEST_SUITE_P(OnAVolume, ManifestInTree, testing::Values(Ids::kReal, Ids::kNone, Ids::kZero), VolumeName);
+INSTANTIATE_TEST_SUITE_P(OnAVolumeWith, ManifestInTree, testing::Values("ids", "no ids", "zero ids"));
 
 }  // namespace
 }  // namespace zotest

@@ -17,7 +17,6 @@ TEST(ManifestText, SplitsAtTheSignatureLine) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "manifest magic mismatch"},
         {"ZOSIG1\r\r\nMSIG 00\n", "manifest magic mismatch"},
-        {"\xEF\xBB\xBFZOSIG1\nMSIG 00\n", "manifest magic mismatch"},
         {"ZOSIG1\nMSIG\n", "manifest header missing MSIG line"},
         {"ZOSIG1\nMSIG ", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 0\n", "bad MSIG hex in manifest"},
@@ -61,7 +60,6 @@ TEST(ManifestText, ReadsLineByLine) {
         {"", "manifest header not terminated"},
         {"---- \n", "manifest header not terminated"},
         {"ALG RSA-2048-PKCS1-SHA256 \n----\n", "unsupported algorithm in manifest"},
-        {"PUB " + kPub + "77\n----\n", "bad PUB thumbprint in manifest"},
         {"PUB " + kPub.substr(1) + "g\n----\n", "bad PUB thumbprint in manifest"},
         {"----", ""},
         {"----\r\nALG none\nROOT x\n", ""},  // below the line nothing is a header
@@ -81,8 +79,7 @@ TEST(ManifestText, ReadsLineByLine) {
         {end + "F a\n  SIG  0a\n  SIZE 1\n" + hash, "F:a,1,hash,0a;"},               // by name, in any order
         {end + "F a\n  SIZE 1\n  SIZE 2\n  SIZE 3\n  SIZE 4\nK b\n", "F:a,3;K:b;"},  // the last of the three counts
         {end + "F a\n  SIZE 12 3\n  SIG 0a\n  HASH" + kDigest + "\n", "F:a,12;"},    // near misses are no keys
-        {end + "F a\n  size 1\n  SIZE\t1\n  SIZE  1\n", "F:a;"},
-        {end + "F a\nF b\nD S c\nK d\nK e\n", "F:a;K:e;"},  // consumed by position
+        {end + "F a\nF b\nD S c\nK d\nK e\n", "F:a;K:e;"},                           // consumed by position
         {end + "F a\nxSIZE 1\n \n\t\nK e\n", "F:a;K:e;"},
         {end + "F \n  SIZE 1\n", "F:,1;"},
         {end + "F a\n  HASH " + kDigest.substr(1) + "\n", "bad HASH for a"},
@@ -91,19 +88,6 @@ TEST(ManifestText, ReadsLineByLine) {
     };
     for (const auto& [body, result] : cases)
         EXPECT_EQ(Read(body), result) << body;
-}
-
-// What is written at length is looked at where the library signs; here under the sanitizers, with the largest numbers.
-TEST(ManifestText, ReadsWhatItWrote) {
-    Manifest manifest;
-    manifest.root = "C:\\Suite";
-    manifest.time = 18446744073709551615u;
-    manifest.directories = {{".", true}, {"\xC3\xA4 .", false}};
-    manifest.entries.AddFile("b", 18446744073709551615u, {}, {0x00, 0xFF, 0x1b});
-    manifest.entries.AddAnchor("a.lnk");
-    EXPECT_EQ(Read(BuildHead(manifest) + manifest.entries.text),
-              "C:\\Suite,18446744073709551615,0;S:.;O:\xC3\xA4 .;"
-              "F:b,18446744073709551615,hash,00ff1b;K:a.lnk;");
 }
 
 }  // namespace
