@@ -1,7 +1,6 @@
 // What is put on the wire, and taken off it again: the document's rendering, base64 and the built-in scrambler's frame.
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -9,13 +8,10 @@
 #include "base64.h"
 #include "document.h"
 #include "request_body.h"
+#include "require.h"
 #include "scrambler_frame.h"
 
 namespace {
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
 
 class Mixer : public zocrash::BlockCipher {
   public:
@@ -26,20 +22,7 @@ class Mixer : public zocrash::BlockCipher {
     }
 };
 
-std::string DecodeBase64(std::string_view text) {
-    constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string bytes;
-    std::size_t bits = 0;
-    int count = 0;
-    for (const char c : text.substr(0, text.find('='))) {
-        bits = bits << 6 | kAlphabet.find(c);
-        count += 6;
-        if (count >= 8) bytes += static_cast<char>(bits >> (count -= 8) & 0xFF);
-    }
-    return bytes;
-}
-
-std::string Unscramble(const std::string& scrambled) {
+std::string Unscramble(const std::string& scrambled, const zocrash::ScramblerRandomness& random) {
     Require(scrambled.size() >= 16 && scrambled.size() % 8 == 0);
     std::string plain = scrambled.substr(8);
     std::uint8_t block[16];
@@ -53,7 +36,9 @@ std::string Unscramble(const std::string& scrambled) {
         plain[at] = static_cast<char>(plain[at] ^ block[at % 16]);
     }
     Require(plain.back() >= 2 && plain.back() <= 9);
-    return plain.substr(0, plain.size() - static_cast<std::size_t>(plain.back()));
+    const std::size_t end = plain.size() - static_cast<std::size_t>(plain.back());
+    Require(std::memcmp(&plain[end], random.padding, plain.size() - end - 1) == 0);
+    return plain.substr(0, end);
 }
 
 std::int32_t Scramble(void* context, const std::uint8_t* in, std::uint32_t inLength, std::uint8_t* out,
@@ -75,7 +60,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     std::string encoded;
     zocrash::EncodeBase64(value, encoded);
-    Require(encoded.size() == zocrash::Base64Length(value.size()) && DecodeBase64(encoded) == value);
     std::string portable(encoded.size(), ' ');
     zocrash::EncodeBase64Portable({data + sizeof(random), value.size()}, portable.data());
     Require(portable == encoded);
@@ -86,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string framed(body.Frame().begin(), body.Frame().end());
     const std::string payload = framed.substr(framed.find('&') + 1);
     Require(framed == std::to_string(payload.size()) + "&" + payload);
-    Require(Unscramble(payload) == "<Crash_protocol>\r\n<Any>" + value + "</Any>\r\n<MinDump>" + encoded +
-                                       "</MinDump>\r\n</Crash_protocol>\r\n");
+    Require(Unscramble(payload, random) == "<Crash_protocol>\r\n<Any>" + value + "</Any>\r\n<MinDump>" + encoded +
+                                               "</MinDump>\r\n</Crash_protocol>\r\n");
     return 0;
 }

@@ -1,16 +1,12 @@
 // The server's reply and the server's URL, from bytes that nobody vouches for. The first byte says which.
 
-#include <cstdlib>
 #include <string_view>
 
+#include "require.h"
 #include "server_reply.h"
 #include "server_url.h"
 
 namespace {
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
 
 void CheckReply(std::string_view text) {
     const zocrash::ServerReply reply = zocrash::ParseServerReply(text);

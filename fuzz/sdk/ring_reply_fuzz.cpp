@@ -2,10 +2,10 @@
 // choose capacity, record size and the length that the driver claims; the rest is the reply.
 
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
 
 #include "identifier_text.h"
+#include "require.h"
 #include "ring_reply.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -25,10 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (zop::ZopReadHeader(reply.data(), returned, header)) {
         const std::uint32_t copied =
             zop::ZopCopyRecords(reply.data(), header.count, recordSize, records.data(), capacity);
-        if (copied > capacity || copied > header.count) std::abort();
-        if (!std::equal(records.data(), records.data() + recordSize * copied, reply.data() + 16)) std::abort();
+        Require(copied <= capacity && copied <= header.count);
+        Require(std::equal(records.data(), records.data() + recordSize * copied, reply.data() + 16));
     }
     const std::string_view serial = zop::ZopSerialOfDescriptor({data, size}, returned);
-    if (serial.size() > size || serial.find('\0') != std::string_view::npos) std::abort();
+    Require(serial.size() <= size && serial.find('\0') == std::string_view::npos);
     return 0;
 }

@@ -1,17 +1,13 @@
 // The manifest reader on any bytes: it never fails but by its messages, gives only views into what it was given, and
 // what it accepts holds what its users rely on.
 
-#include <cstdlib>
 #include <string_view>
 
 #include "hex.h"
 #include "manifest_text.h"
+#include "require.h"
 
 namespace {
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
 
 void Check(std::string_view file, std::string_view body) {
     const auto isInside = [file](std::string_view part) {

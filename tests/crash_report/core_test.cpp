@@ -1,5 +1,5 @@
-// The reporter's pure cores: what is read from the wire and what is put on it. Base64 and the cipher of the built-in
-// scrambler are proven by the fuzzer, and by the crash server, which takes apart what arrives.
+// The reporter's pure cores: what is read from the wire and what is put on it. Base64 of long values and the frame and
+// cipher of the built-in scrambler are proven by the fuzzer, and by the crash server, which takes apart what arrives.
 
 #include <gtest/gtest.h>
 
@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string>
 
+#include "base64.h"
 #include "document.h"
 #include "reporter_messages.h"
 #include "request_body.h"
 #include "rows.h"
-#include "scrambler_frame.h"
 #include "server_reply.h"
 #include "server_url.h"
 
@@ -80,6 +80,16 @@ TEST(MessageParts, AreWhatWasFormattedIntoThePlaceholders) {
         EXPECT_EQ(MessageParts(format, message), parts) << name;
 }
 
+TEST(Base64, FillsTheLastFourCharactersUp) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFB\xEF\xFF\x01", "++//AQ=="}};
+    for (const auto& [bytes, expected] : cases) {
+        std::string text;
+        EncodeBase64(bytes, text);
+        EXPECT_EQ(text, expected);
+    }
+}
+
 TEST(Document, RendersFieldsInByteOrderUnescapedAndUnindented) {
     const DocumentFields fields{{"b", "2"}, {"Cmd", ""}, {"\xE4", "high"}, {"a", "<&>\"\r\n"}, {"Z", "z"}};
     EXPECT_EQ(Text(RenderDocument(fields).Payload()),
@@ -123,25 +133,6 @@ TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
         EXPECT_EQ(static_cast<std::uint32_t>(result), status);
         EXPECT_EQ(Text(body.Frame()), expected);
     }
-}
-
-// Encrypts to zeros, so that data and padding stay as they are.
-class NoCipher : public BlockCipher {
-  public:
-    std::int32_t Encrypt(std::span<std::uint8_t> blocks) override {
-        std::fill(blocks.begin(), blocks.end(), std::uint8_t{0});
-        return 0;
-    }
-};
-
-// The fuzzer takes the frame of every length apart; here is that the padding is of random bytes.
-TEST(ScramblerFrame, PadsWithRandomBytesOfWhichTheLastIsTheirNumber) {
-    ScramblerRandomness random{{'n', 'o', 'n', 'c', 'e', '8', 'b', 'y'}, {'r', 'a', 'n', 'd', 'o', 'm', 'p', 'a', 'd'}};
-    const std::uint8_t in[] = {'1'};
-    std::vector<std::uint8_t> out(ScrambledLength(1));
-    NoCipher cipher;
-    EXPECT_EQ(ScrambleBytes(in, random, cipher, out), 0);
-    EXPECT_EQ(Text(out), "nonce8by1random\x07");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "import_hook.h"
 #include "reporter_fixture.h"
 
 namespace zocrashtest {
@@ -10,10 +9,7 @@ namespace {
 
 class NewDumps : public ReporterTest {
   protected:
-    NewDumps() {
-        api_.networkOk();
-        config_.uploadAll = 1;
-    }
+    NewDumps() { config_.uploadAll = 1; }
 
     // The files that a run takes, in order. The engine opens none of them, so that each is named in a line of the log.
     std::string Taken() {
@@ -74,26 +70,24 @@ TEST_F(NewDumps, DoNotIncludeTheSingleDumpButItsTimeIsRecorded) {
     EXPECT_EQ(Record(), kBase + 7);
 }
 
-class DedupeRecord : public NewDumps {
-  protected:
-    DedupeRecord() {
-        AddDump("a.dmp", kNoDump, 0x01DA48F66C124001);
-        Configure();
-    }
-    const std::string bytes_ = std::string("\x01\x40\x12\x6C\xF6\x48\xDA\x01", 8);
-};
+using DedupeRecord = NewDumps;
 
 TEST_F(DedupeRecord, CountsOnlyWithEightBytes) {
-    for (const std::string& record : {std::string(), bytes_.substr(0, 7), bytes_, bytes_ + "+"}) {
+    const std::string eight = std::string("\x01\x40\x12\x6C\xF6\x48\xDA\x01", 8);
+    AddDump("a.dmp", kNoDump, 0x01DA48F66C124001);
+    Configure();
+    for (const std::string& record : {std::string(), eight.substr(0, 7), eight, eight + "+"}) {
         SCOPED_TRACE(zo::Format("{} bytes", record.size()));
         zotest::WriteFileBytes(record_, record);
         const bool counts = record.size() >= 8;
         EXPECT_EQ(Taken(), counts ? "" : "a.dmp ");
-        EXPECT_EQ(zotest::ReadFileBytes(record_), counts ? record : bytes_);
+        EXPECT_EQ(zotest::ReadFileBytes(record_), counts ? record : eight);
     }
 }
 
 TEST_F(DedupeRecord, OffersDumpsAgainWhenItsFolderCannotBeMade) {
+    AddDump("a.dmp", kNoDump, kBase);
+    Configure();
     zotest::WriteFileBytes(record_.parent_path(), "a file where the folder should be");
     EXPECT_EQ(Taken() + Taken(), "a.dmp a.dmp ");
 }

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
-#include <sstream>
 
-#include "import_hook.h"
+#include "log_reader.h"
 #include "reporter_fixture.h"
 
 namespace zocrashtest {
@@ -13,15 +12,11 @@ namespace {
 
 class Engine : public ReporterTest {
   protected:
-    Engine() {
-        api_.networkOk();
-        config_.uploadAll = 1;
-    }
+    Engine() { config_.uploadAll = 1; }
     // The calls that the engine has recorded, without their results.
     Strings Calls() {
-        std::istringstream text(zotest::ReadFileBytes(folder_ / "engine.log"));
         Strings calls;
-        for (std::string line; std::getline(text, line);)
+        for (const std::string& line : zotest::ReadLogLines(folder_ / "engine.log"))
             calls.push_back(Shortened(line.substr(0, line.find(" = "))));
         return calls;
     }
@@ -106,14 +101,6 @@ TEST_F(Engine, NamesTheSameCrashByTheSameSignatureWhateverElseItPrints) {
     EXPECT_EQ(FieldOfEach("OpenDumpFile babble 3000\nWaitForEvent babble 100\n", "CrashSignature"), signatures);
 }
 
-bool allocationFailed = false;
-
-void* FailTheFirstLargeAllocation(std::size_t size) {
-    if (size < 100000 || allocationFailed) return std::malloc(size);  // NOLINT(*-owning-memory): it is malloc
-    allocationFailed = true;
-    return nullptr;
-}
-
 TEST_F(Engine, ReturnsFromItsCallBeforeRunningOutOfMemoryIsRaised) {
 #ifdef _MSC_VER
     GTEST_SKIP() << "the runtime is part of the library and imports no malloc";
@@ -121,10 +108,14 @@ TEST_F(Engine, ReturnsFromItsCallBeforeRunningOutOfMemoryIsRaised) {
     AddDumps({kOurs});
     Script("WaitForEvent babble 300000\n");
     Configure();
-    allocationFailed = false;
-    const zotest::ImportHook hook("malloc", FailTheFirstLargeAllocation);
+    bool hasFailed = false;
+    const zotest::ImportHook hook("malloc", std::malloc, [&](std::size_t size) -> void* {
+        if (size < 100000 || hasFailed) return std::malloc(size);  // NOLINT(*-owning-memory): it is malloc
+        hasFailed = true;
+        return nullptr;
+    });
     EXPECT_THROW(api_.run(&stats_), std::bad_alloc);
-    EXPECT_TRUE(allocationFailed);
+    EXPECT_TRUE(hasFailed);
     const Strings calls = Calls();
     ASSERT_GT(calls.size(), 4u);
     EXPECT_EQ(Strings(calls.end() - 4, calls.end()),

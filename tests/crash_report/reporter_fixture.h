@@ -18,6 +18,7 @@
 #define ZO_NO_IMPORT
 #include "child_process.h"
 #include "format.h"
+#include "import_hook.h"
 #include "loaded_library.h"
 #include "owned_handles.h"
 #include "rows.h"
@@ -92,7 +93,12 @@ class ReporterTest : public testing::Test {
         if (holdBack) api_.setScrambler(Refuse, this);
     }
 
-    void Configure() { ASSERT_EQ(api_.initialize(&config_), 0); }
+    // With the network up, unless a test says otherwise.
+    void Configure() {
+        ASSERT_EQ(api_.initialize(&config_), 0);
+        if (networkIsUp_) api_.networkOk();
+    }
+    void SetTarget(const char* name) { api_.setTargets(&name, 1); }
 
     std::filesystem::path AddFile(const std::string& name, const std::string& bytes, std::uint64_t lastWrite) {
         const std::filesystem::path path = dumps_ / name;
@@ -170,6 +176,7 @@ class ReporterTest : public testing::Test {
     zotest::LoadedLibrary library_;
     Exports api_{library_};
     ZoCrashReportConfig config_{};
+    bool networkIsUp_ = true;
     ZoCrashRunStats stats_{};
     Strings documents_;
     std::function<void(const std::string& event)> onEvent_;  // a line of the log, or "document"

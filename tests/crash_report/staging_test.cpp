@@ -1,11 +1,9 @@
 // A dump folder that denies access, staged through the real simulator driver. Run by staging_test.sh, which makes the
 // folders and links that Windows calls cannot make under Wine, starts the driver and takes the rights away.
 
-#include <functional>
 #include <optional>
 
 #include "folder_link.h"
-#include "import_hook.h"
 #include "installed_driver.h"
 #include "reporter_fixture.h"
 #include "zoprotector.h"
@@ -15,15 +13,13 @@ namespace {
 
 const std::filesystem::path kWork = L"C:\\zo_staging_test";
 const std::string kDenied = "C:\\zo_staging_test\\denied";
+constexpr Outcome kNotInitialised{.status = 0x80000001};  // by the copy, without the driver
 
 class Staging : public ReporterTest {
   protected:
     Staging() {
         config_.minidumpDir = L"C:\\zo_staging_test\\denied";
         Configure();
-        api_.networkOk();
-        onDelete = nullptr;
-        onCopy = nullptr;
     }
 
     // One of the temporary folders that the script has prepared, with a staging folder that an earlier run left.
@@ -35,23 +31,22 @@ class Staging : public ReporterTest {
     }
     void OpenDriver() { ASSERT_EQ(ZOTEST_FUNCTION(library_, ZoProtector_Initialize)(), 0); }
 
-    // The Win32 error of renaming a folder, 0 when somebody else could have done it.
-    static std::uint32_t ErrorOfMoving(const std::filesystem::path& folder) {
-        return MoveFileExW(folder.c_str(), (kWork / "moved").c_str(), 0) ? 0 : GetLastError();
+    void ExpectRefused() {
+        EXPECT_EQ(Run(), (Outcome{.status = 0x80070005}));
+        EXPECT_EQ(TakeLog().back(), "2 Access denied to minidump dir and %TEMP% is unavailable; aborting");
+    }
+    static void ExpectVictimUntouched() { EXPECT_EQ(zotest::ReadFileBytes(kWork / "victim" / "precious"), "precious"); }
+
+    // The Win32 errors of renaming folders below the staged one, 0 when somebody else could have done it.
+    std::vector<DWORD> ErrorsOfMoving(std::initializer_list<const char*> folders) const {
+        std::vector<DWORD> errors;
+        for (const char* folder : folders) {
+            const std::filesystem::path path = (staged_ / folder).lexically_normal();
+            errors.push_back(MoveFileExW(path.c_str(), (kWork / "moved").c_str(), 0) ? 0 : GetLastError());
+        }
+        return errors;
     }
 
-    static BOOL WINAPI NoteDelete(const wchar_t* path) {
-        if (onDelete) onDelete(std::filesystem::path(path).filename().string());
-        return DeleteFileW(path);
-    }
-    static BOOL WINAPI NoteControl(HANDLE device, DWORD code, void* in, DWORD inSize, void* out, DWORD outSize,
-                                   DWORD* returned, OVERLAPPED* overlapped) {
-        if (code == ZOP_IOCTL_COPY_DIRECTORY && onCopy) onCopy();
-        return DeviceIoControl(device, code, in, inSize, out, outSize, returned, overlapped);
-    }
-
-    static inline std::function<void(const std::string& file)> onDelete;
-    static inline std::function<void()> onCopy;
     std::optional<zotest::ScopedTmp> temporary_;
     std::filesystem::path staged_;
     std::string where_;
@@ -59,7 +54,7 @@ class Staging : public ReporterTest {
 
 TEST_F(Staging, FailsWithTheStatusOfTheCopy) {
     UseTemporary("linked");
-    EXPECT_EQ(Run(), (Outcome{.status = 0x80000001}));  // ZOP_E_NOT_INITIALIZED
+    EXPECT_EQ(Run(), kNotInitialised);
     EXPECT_EQ(TakeLog(), (Strings{"0 Minidump dir: " + kDenied,
                                   "1 Access denied to " + kDenied + "; staging via driver to " + where_,
                                   "2 Driver-side copy failed: 0x80000001 (files=0, dirs=0, skipped=0)"}));
@@ -74,52 +69,51 @@ TEST_F(Staging, LeavesALinkInTheFolderAndWhatIsBehindIt) {
     EXPECT_EQ(Run(), kQueryFailed);
     EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 145");
     EXPECT_FALSE(std::filesystem::exists(staged_ / "a.dmp"));
-    EXPECT_EQ(zotest::ReadFileBytes(kWork / "victim" / "precious"), "precious");
+    ExpectVictimUntouched();
 }
 
 TEST_F(Staging, NeverEntersAFolderThatBecomesALinkHalfWay) {
     UseTemporary("swapped");
     zotest::WriteFileBytes(staged_ / "old" / "sibling", "");
-    const zotest::ImportHook hook("DeleteFileW", NoteDelete);
-    onDelete = [&](const std::string& file) {
-        if (file != "sibling") return;
-        std::filesystem::rename(staged_ / "old" / "deep", kWork / "aside");
-        zotest::LinkFolder(kWork / "victim", staged_ / "old" / "deep");
-    };
-    EXPECT_EQ(Run().status, 0x80000001);
+    const zotest::ImportHook hook("DeleteFileW", DeleteFileW, [&](const wchar_t* path) {
+        if (std::filesystem::path(path).filename() == "sibling") {
+            std::filesystem::rename(staged_ / "old" / "deep", kWork / "aside");
+            zotest::LinkFolder(kWork / "victim", staged_ / "old" / "deep");
+        }
+        return DeleteFileW(path);
+    });
+    EXPECT_EQ(Run(), kNotInitialised);
     EXPECT_TRUE(std::filesystem::exists(kWork / "aside" / "file"));  // it was swapped
-    EXPECT_EQ(zotest::ReadFileBytes(kWork / "victim" / "precious"), "precious");
+    ExpectVictimUntouched();
 }
 
 TEST_F(Staging, HoldsEachFolderWhileItIsEmptied) {
     UseTemporary("held");
-    const zotest::ImportHook hook("DeleteFileW", NoteDelete);
-    std::vector<std::uint32_t> errors;
-    onDelete = [&](const std::string& file) {
-        if (file != "file") return;
-        for (const char* folder : {"old/deep", "old", ".", ".."})
-            errors.push_back(ErrorOfMoving((staged_ / folder).lexically_normal()));
-    };
-    EXPECT_EQ(Run().status, 0x80000001);
-    EXPECT_EQ(errors, std::vector<std::uint32_t>(4, ERROR_SHARING_VIOLATION));
+    std::vector<DWORD> errors;
+    const zotest::ImportHook hook("DeleteFileW", DeleteFileW, [&](const wchar_t* path) {
+        if (std::filesystem::path(path).filename() == "file") errors = ErrorsOfMoving({"old/deep", "old", ".", ".."});
+        return DeleteFileW(path);
+    });
+    EXPECT_EQ(Run(), kNotInitialised);
+    EXPECT_EQ(errors, std::vector<DWORD>(4, ERROR_SHARING_VIOLATION));
     EXPECT_FALSE(std::filesystem::exists(staged_));
 }
 
 TEST_F(Staging, HoldsTheFolderFromBeforeTheCopyUntilItsDumpsAreDealtWith) {
     UseTemporary("tmp");
     OpenDriver();
-    const zotest::ImportHook hook("DeviceIoControl", NoteControl);
-    std::vector<std::uint32_t> errors;
-    const auto tryToMove = [&] {
-        for (const std::filesystem::path& folder : {staged_, staged_.parent_path()})
-            errors.push_back(ErrorOfMoving(folder));
-    };
-    onCopy = tryToMove;
+    std::vector<DWORD> atTheCopy;
+    std::vector<DWORD> atTheDump;
+    const zotest::ImportHook hook("DeviceIoControl", DeviceIoControl, [&](HANDLE device, DWORD code, auto... rest) {
+        if (code == ZOP_IOCTL_COPY_DIRECTORY) atTheCopy = ErrorsOfMoving({".", ".."});
+        return DeviceIoControl(device, code, rest...);
+    });
     onEvent_ = [&](const std::string& event) {
-        if (event == "document") tryToMove();
+        if (event == "document") atTheDump = ErrorsOfMoving({".", ".."});
     };
     EXPECT_EQ(Run(), kQueryFailed);
-    EXPECT_EQ(errors, std::vector<std::uint32_t>(4, ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(atTheCopy, std::vector<DWORD>(2, ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(atTheDump, std::vector<DWORD>(2, ERROR_SHARING_VIOLATION));
     // Removed are the dump, the folder in the folder with its file, and the staging folder.
     EXPECT_EQ(
         TakeLog(),
@@ -140,20 +134,18 @@ TEST_F(Staging, WorksForZoctlWhichOpensTheChannelByItself) {
 
 TEST_F(Staging, IsRefusedWithoutATemporaryFolder) {
     temporary_.emplace(L"C:\\" + std::wstring(270, L'x'));
-    EXPECT_EQ(Run(), (Outcome{.status = 0x80070005}));
-    EXPECT_EQ(TakeLog().back(), "2 Access denied to minidump dir and %TEMP% is unavailable; aborting");
+    ExpectRefused();
 }
 
 TEST_F(Staging, IsRefusedWhenALinkIsInItsPlace) {
-    for (const char* name : {"ZoProtector", "Minidump"}) {
-        const std::filesystem::path temporary = kWork / ("link at " + std::string(name));
+    for (const char* link : {"ZoProtector", "ZoProtector/Minidump"}) {
+        SCOPED_TRACE(link);
+        const std::filesystem::path temporary = kWork / "with a link" / std::filesystem::path(link).filename();
         temporary_.emplace(temporary.wstring());
-        const bool above = name == std::string("ZoProtector");
-        zo::CreateDirectories(above ? temporary : temporary / "ZoProtector");
-        zotest::LinkFolder(kWork / "victim", (above ? temporary : temporary / "ZoProtector") / name);
-        EXPECT_EQ(Run(), (Outcome{.status = 0x80070005})) << name;
-        EXPECT_EQ(TakeLog().back(), "2 Access denied to minidump dir and %TEMP% is unavailable; aborting");
-        EXPECT_EQ(zotest::ReadFileBytes(kWork / "victim" / "precious"), "precious");
+        zo::CreateDirectories((temporary / link).parent_path());
+        zotest::LinkFolder(kWork / "victim", temporary / link);
+        ExpectRefused();
+        ExpectVictimUntouched();
     }
 }
 

@@ -7,7 +7,6 @@
 #include <optional>
 
 #include "handle_count.h"
-#include "import_hook.h"
 #include "reporter_fixture.h"
 
 namespace zocrashtest {
@@ -21,7 +20,6 @@ constexpr Outcome kUploadFailed{.found = 1, .selected = 1, .accepted = 1, .uploa
 class Uploads : public ServerTest {
   protected:
     Uploads() : ServerTest(false) {
-        api_.networkOk();
         NewCrash();
         Conditions("");
         UseServer(Url());
@@ -80,13 +78,12 @@ TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
     const std::tuple<std::string, std::string, Outcome> rows[] = {
         {"*refuse", "", kQueryFailed},
         {"*drop-before", "", kQueryFailed},
-        {"*hang 1", "", kQueryFailed},
         {"empty", "", kQueryFailed},
         {"*garbage", "", kQueryFailed},
         {"status 404", "", kQueryFailed},
         {"text 3000 known\\r\\n", "", kKnown},
         {"status 404 200 send it", "text 200", kSent},
-        {"slow 1", "status 500 200", kSent},
+        {"text 200", "status 500 200", kSent},
         // The half of a reply that arrived before the connection broke counts as it is.
         {"drop-inside", "drop-inside", kSent},
         {"redirect /say/200%20elsewhere", "text 200", kSent},
@@ -111,33 +108,9 @@ struct MadeReply {
     bool failAfterPiece = false;
     bool cancelAtFirst = false;
     ULONGLONG millisecondsPerRead = 0;
-    int reads = 0;
-    ULONGLONG now = 0;
 };
 
-class Replies : public Uploads {
-  protected:
-    Replies() { cancel = api_.cancel; }
-
-    static BOOL WINAPI Read(HINTERNET, void* buffer, DWORD size, DWORD* read) {
-        ++made.reads;
-        if (made.reads > 1000 || (made.failAfterPiece && made.reads % 2 == 0)) return FALSE;
-        if (made.cancelAtFirst) cancel();
-        made.now += made.millisecondsPerRead;
-        *read = std::min(size, made.pieceBytes);
-        std::memset(buffer, ' ', *read);
-        std::memcpy(buffer, "200", 3);
-        return TRUE;
-    }
-    static ULONGLONG WINAPI Clock() { return made.now; }
-
-    static inline MadeReply made;
-    static inline std::int32_t (*cancel)() = nullptr;
-    zotest::ImportHook read_{"InternetReadFile", Read};
-    zotest::ImportHook clock_{"GetTickCount64", Clock};
-};
-
-TEST_F(Replies, AreReadToALimitAndWhatArrivedCounts) {
+TEST_F(Uploads, ReadRepliesToALimitAndWhatArrivedCounts) {
     const Outcome cancelled{.status = 0x80004004, .found = 1, .selected = 1, .accepted = 1, .uploaded = 1};
     // With the number of reads of the query's reply and of the full document's.
     const Rows<MadeReply, int, Outcome> rows = {
@@ -146,55 +119,59 @@ TEST_F(Replies, AreReadToALimitAndWhatArrivedCounts) {
         {"a minute is over", {.millisecondsPerRead = 20'000}, 6, kSent},
         {"cancelled", {.pieceBytes = 1024, .cancelAtFirst = true}, 2, cancelled},
     };
-    for (const auto& [name, reply, reads, outcome] : rows) {
+    MadeReply made;
+    int reads = 0;
+    ULONGLONG now = 0;
+    const zotest::ImportHook clock("GetTickCount64", GetTickCount64, [&] { return now; });
+    const zotest::ImportHook read("InternetReadFile", InternetReadFile,
+                                  [&](HINTERNET, void* buffer, DWORD size, DWORD* bytes) {
+                                      ++reads;
+                                      if (reads > 1000 || (made.failAfterPiece && reads % 2 == 0)) return FALSE;
+                                      if (made.cancelAtFirst) api_.cancel();
+                                      now += made.millisecondsPerRead;
+                                      *bytes = std::min(size, made.pieceBytes);
+                                      std::memset(buffer, ' ', *bytes);
+                                      std::memcpy(buffer, "200", 3);
+                                      return TRUE;
+                                  });
+    for (const auto& [name, reply, expectedReads, outcome] : rows) {
         SCOPED_TRACE(name);
         NewCrash();
         made = reply;
+        reads = 0;
         EXPECT_EQ(Upload(dump_), outcome);
-        EXPECT_EQ(made.reads, reads);
+        EXPECT_EQ(reads, expectedReads);
         api_.resetCancel();
     }
 }
 
 TEST_F(Uploads, GoNowhereWithoutAServerOrAProperAddress) {
-    const std::string url = Url();
-    for (const std::string& wrong : {"http" + url.substr(5), "HTTPS" + url.substr(5), std::string("https:///crash"),
-                                     std::string("https://localhost:1/crash"), std::string("https://no.invalid/x")}) {
+    for (const std::string& wrong : {"http" + Url().substr(5), std::string("https://localhost:1/crash")}) {
         UseServer(wrong);
         EXPECT_EQ(Upload(dump_), kQueryFailed) << wrong;
     }
     EXPECT_TRUE(NewRequests().empty());
-    // Another path of the server is posted to, and answers with its own text.
-    UseServer(url.substr(0, url.rfind('/')) + "/a/b");
-    EXPECT_EQ(Upload(dump_), kQueryFailed);
-    EXPECT_TRUE(NewRequests().at(0).head.starts_with("POST /a/b HTTP/1.1\r\n"));
-}
-
-// What the library asked of the platform's Internet functions.
-Strings asked;
-
-HINTERNET WINAPI NoteSession(const char* agent, DWORD access, const char* proxy, const char* bypass, DWORD flags) {
-    asked.push_back(zo::Format("session {} {} {}", agent, access, flags));
-    return InternetOpenA(agent, access, proxy, bypass, flags);
-}
-
-NTSTATUS WINAPI NoteRandom(BCRYPT_ALG_HANDLE provider, UCHAR* buffer, ULONG size, ULONG flags) {
-    asked.push_back(zo::Format("random {}", size));
-    return BCryptGenRandom(provider, buffer, size, flags);
-}
-
-HINTERNET WINAPI NoteRequest(HINTERNET connection, const char* verb, const char* path, const char* version,
-                             const char* referrer, const char** types, DWORD flags, DWORD_PTR context) {
-    asked.push_back(zo::Format("request {:08x}", flags));
-    return HttpOpenRequestA(connection, verb, path, version, referrer, types, flags, context);
 }
 
 TEST_F(Uploads, ShareOneSessionInARunAndScrambleEachDocumentAnew) {
     AddDump("b.dmp", kOurs2, kBase + 1);
-    asked.clear();
-    const zotest::ImportHook session("InternetOpenA", NoteSession);
-    const zotest::ImportHook request("HttpOpenRequestA", NoteRequest);
-    const zotest::ImportHook random("BCryptGenRandom", NoteRandom);
+    Strings asked;
+    const zotest::ImportHook session("InternetOpenA", InternetOpenA,
+                                     [&](const char* agent, DWORD access, auto proxy, auto bypass, DWORD flags) {
+                                         asked.push_back(zo::Format("session {} {} {}", agent, access, flags));
+                                         return InternetOpenA(agent, access, proxy, bypass, flags);
+                                     });
+    const zotest::ImportHook random("BCryptGenRandom", BCryptGenRandom,
+                                    [&](auto provider, auto buffer, ULONG size, auto flags) {
+                                        asked.push_back(zo::Format("random {}", size));
+                                        return BCryptGenRandom(provider, buffer, size, flags);
+                                    });
+    const zotest::ImportHook request(
+        "HttpOpenRequestA", HttpOpenRequestA,
+        [&](auto connection, auto verb, auto path, auto version, auto referrer, auto types, DWORD flags, auto context) {
+            asked.push_back(zo::Format("request {:08x}", flags));
+            return HttpOpenRequestA(connection, verb, path, version, referrer, types, flags, context);
+        });
     EXPECT_EQ(Run(), kTwoSent);
     Strings expected{"session Tesk Bug Report Tool 0 0"};
     // Of each document eight bytes in front and at most nine behind it.
@@ -225,8 +202,7 @@ TEST_F(Uploads, SendTheDumpAsItIsByThenAndOnlyWithItsText) {
         {"the engine prints nothing", "SetOutputCallbacks fail 0x80004005", std::nullopt, "?"},
         {"the dump has grown", "GetLastEventInformation grow 5000", std::nullopt, "105000"},
     };
-    const char* names[] = {"bugcheck"};
-    api_.setTargets(names, 1);
+    SetTarget("bugcheck");
     api_.setScrambler(nullptr, nullptr);
     for (const auto& [name, script, dump, sentLength] : rows) {
         SCOPED_TRACE(name);

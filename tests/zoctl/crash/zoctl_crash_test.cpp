@@ -74,9 +74,7 @@ TEST_F(ZoctlCrash, TakesTargetNamesInTheCodePageOfTheEngine) {
     EXPECT_EQ(Each(list, "dumps", "matched"), Json::parse("[[\"CAF\xC3\x89\"], [\"CAF\xC3\x89\"], []]"));
 
     Configure();
-    const char* names[] = {"\xE9"};
-    api_.setTargets(names, 1);
-    api_.networkOk();
+    SetTarget("\xE9");
     Run();
     EXPECT_STREQ(stats_.matchedDrivers, L"\xE9;\xE9");
 }
