@@ -12,14 +12,13 @@ namespace zotest {
 inline constexpr int32_t kDoesNotFit = ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
 
 // An installed driver file of our own behind the service's image path, and a temporary folder of our own.
-class UpgradeTest : public BareSystemTest {
+class UpgradeTest : public InstalledDriverTest {
   protected:
     static void SetUpTestSuite() { ZoProtector_Initialize(); }  // has the log chosen its folder before TMP changes
 
     void SetUp() override {
-        BareSystemTest::SetUp();
+        InstalledDriverTest::SetUp();
         std::filesystem::create_directories(tmp_);
-        ASSERT_EQ(ZoProtector_InstallDriver(nullptr, 3, nullptr, 0), ZOP_OK);
         SetImagePath(L"\\??\\" + installed_);
         WriteFileBytes(installed_, old_);
         WriteFileBytes(newFile_, new_);
@@ -28,7 +27,7 @@ class UpgradeTest : public BareSystemTest {
 
     void TearDown() override {
         scopedTmp_.reset();
-        BareSystemTest::TearDown();
+        InstalledDriverTest::TearDown();
     }
 
     int32_t UpgradeTo(const wchar_t* path) {
