@@ -1,6 +1,7 @@
 // Keystores and key blobs: what is made, loaded, replaced and refused.
 
 #include <array>
+#include <cstring>
 
 #include "sealed_tree.h"
 

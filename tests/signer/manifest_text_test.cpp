@@ -17,6 +17,7 @@ TEST(ManifestText, SplitsAtTheSignatureLine) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "manifest magic mismatch"},
         {"ZOSIG1\r\r\nMSIG 00\n", "manifest magic mismatch"},
+        {"\xEF\xBB\xBFZOSIG1\nMSIG 00\n", "manifest magic mismatch"},
         {"ZOSIG1\nMSIG\n", "manifest header missing MSIG line"},
         {"ZOSIG1\nMSIG ", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 0\n", "bad MSIG hex in manifest"},
@@ -60,6 +61,7 @@ TEST(ManifestText, ReadsLineByLine) {
         {"", "manifest header not terminated"},
         {"---- \n", "manifest header not terminated"},
         {"ALG RSA-2048-PKCS1-SHA256 \n----\n", "unsupported algorithm in manifest"},
+        {"PUB " + kPub + "77\n----\n", "bad PUB thumbprint in manifest"},
         {"PUB " + kPub.substr(1) + "g\n----\n", "bad PUB thumbprint in manifest"},
         {"----", ""},
         {"----\r\nALG none\nROOT x\n", ""},  // below the line nothing is a header

