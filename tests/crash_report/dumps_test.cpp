@@ -4,7 +4,7 @@
 
 #include "reporter_fixture.h"
 
-namespace zocrashtest {
+namespace zotest {
 namespace {
 
 class NewDumps : public ReporterTest {
@@ -32,7 +32,7 @@ TEST_F(NewDumps, AreThoseAfterTheRecordUpToTheLimitOldestFirst) {
     AddFile("20", std::string(20, 'x'), kBase + 5);
     AddFile("10M", std::string(10485760, 'x'), kBase + 6);
     AddFile("more", std::string(10485761, 'x'), kBase + 7);
-    zotest::WriteFileBytes(dumps_ / "folder" / "inner.dmp", "inner");
+    WriteFileBytes(dumps_ / "folder" / "inner.dmp", "inner");
     const Rows<std::uint64_t, std::uint64_t, const char*, std::uint64_t> rows = {
         {"the default limit of ten mebibytes", 0, 0, "d.dmp c a.txt empty 20 10M ", kBase + 6},
         {"one byte above the limit", kBase, 19, "d.dmp c a.txt empty ", kBase + 4},
@@ -78,17 +78,17 @@ TEST_F(DedupeRecord, CountsOnlyWithEightBytes) {
     Configure();
     for (const std::string& record : {std::string(), eight.substr(0, 7), eight, eight + "+"}) {
         SCOPED_TRACE(zo::Format("{} bytes", record.size()));
-        zotest::WriteFileBytes(record_, record);
+        WriteFileBytes(record_, record);
         const bool counts = record.size() >= 8;
         EXPECT_EQ(Taken(), counts ? "" : "a.dmp ");
-        EXPECT_EQ(zotest::ReadFileBytes(record_), counts ? record : eight);
+        EXPECT_EQ(ReadFileBytes(record_), counts ? record : eight);
     }
 }
 
 TEST_F(DedupeRecord, OffersDumpsAgainWhenItsFolderCannotBeMade) {
     AddDump("a.dmp", kNoDump, kBase);
     Configure();
-    zotest::WriteFileBytes(record_.parent_path(), "a file where the folder should be");
+    WriteFileBytes(record_.parent_path(), "a file where the folder should be");
     EXPECT_EQ(Taken() + Taken(), "a.dmp a.dmp ");
 }
 
@@ -114,7 +114,7 @@ class DumpFolder : public NewDumps {
 TEST_F(DumpFolder, IsTheOneThatTheRegistryNamesElseThatOfWindows) {
     const std::wstring known = (folder_ / "named").wstring();
     std::filesystem::create_directories(known);
-    const zotest::ScopedEnvironment dumps(L"ZO_TEST_DUMPS", known);
+    const ScopedEnvironment dumps(L"ZO_TEST_DUMPS", known);
     const std::string ofWindows = std::string(std::getenv("SystemRoot")) + "\\Minidump";
     const std::wstring end(1, L'\0');
     const Rows<std::optional<std::wstring>, std::string> rows = {
@@ -140,10 +140,10 @@ TEST_F(DumpFolder, IsTheOneThatTheRegistryNamesElseThatOfWindows) {
 }
 
 TEST_F(DumpFolder, MissingEverywhereFailsTheRun) {
-    const zotest::ImportHook hook("GetWindowsDirectoryW", zotest::FailWith<ERROR_PATH_NOT_FOUND>);
+    const ImportHook hook("GetWindowsDirectoryW", FailWith<ERROR_PATH_NOT_FOUND>);
     EXPECT_EQ(Run(), (Outcome{.status = 0x80070003}));
     EXPECT_EQ(TakeLog(), Strings());
 }
 
 }  // namespace
-}  // namespace zocrashtest
+}  // namespace zotest

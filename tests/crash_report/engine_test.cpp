@@ -7,7 +7,7 @@
 #include "log_reader.h"
 #include "reporter_fixture.h"
 
-namespace zocrashtest {
+namespace zotest {
 namespace {
 
 class Engine : public ReporterTest {
@@ -16,7 +16,7 @@ class Engine : public ReporterTest {
     // The calls that the engine has recorded, without their results.
     Strings Calls() {
         Strings calls;
-        for (const std::string& line : zotest::ReadLogLines(folder_ / "engine.log"))
+        for (const std::string& line : ReadLogLines(folder_ / "engine.log"))
             calls.push_back(Shortened(line.substr(0, line.find(" = "))));
         return calls;
     }
@@ -109,7 +109,7 @@ TEST_F(Engine, ReturnsFromItsCallBeforeRunningOutOfMemoryIsRaised) {
     Script("WaitForEvent babble 300000\n");
     Configure();
     bool hasFailed = false;
-    const zotest::ImportHook hook("malloc", std::malloc, [&](std::size_t size) -> void* {
+    const ImportHook hook("malloc", std::malloc, [&](std::size_t size) -> void* {
         if (size < 100000 || hasFailed) return std::malloc(size);  // NOLINT(*-owning-memory): it is malloc
         hasFailed = true;
         return nullptr;
@@ -123,4 +123,4 @@ TEST_F(Engine, ReturnsFromItsCallBeforeRunningOutOfMemoryIsRaised) {
 }
 
 }  // namespace
-}  // namespace zocrashtest
+}  // namespace zotest

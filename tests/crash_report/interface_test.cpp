@@ -4,12 +4,13 @@
 #include <windows.h>
 
 #include <shlobj.h>
+#include <shlwapi.h>
 
 #include <thread>
 
 #include "reporter_fixture.h"
 
-namespace zocrashtest {
+namespace zotest {
 namespace {
 
 // As reports have it: in lower case and without hyphens.
@@ -53,16 +54,12 @@ class Settings : public ReporterTest {
 
   private:
     // In the place of the user's own folder, whose record is not touched.
-    zotest::ImportHook folderHook_{"SHGetKnownFolderPath", SHGetKnownFolderPath,
-                                   [this](REFGUID, DWORD, HANDLE, wchar_t** path) {
-                                       const std::wstring own = folder_.Path().wstring();
-                                       *path = static_cast<wchar_t*>(CoTaskMemAlloc((own.size() + 1) * 2));
-                                       std::wcscpy(*path, own.c_str());
-                                       return S_OK;
-                                   }};
-    zotest::ImportHook timeHook_{"GetLocalTime", GetLocalTime, [](SYSTEMTIME* time) {
-                                     *time = {2026, 1, 5, 2, 3, 4, 5, 6};  // a Friday
-                                 }};
+    ImportHook folderHook_{
+        "SHGetKnownFolderPath", SHGetKnownFolderPath,
+        [this](REFGUID, DWORD, HANDLE, wchar_t** path) { return SHStrDupW(folder_.Path().c_str(), path); }};
+    ImportHook timeHook_{"GetLocalTime", GetLocalTime, [](SYSTEMTIME* time) {
+                             *time = {2026, 1, 5, 2, 3, 4, 5, 6};  // a Friday
+                         }};
 };
 
 TEST_F(Settings, AreSentAndDefaultsForEmptyOnes) {
@@ -235,8 +232,8 @@ class Gate : public ReporterTest {
         SetLastError(error);
         return woken;
     }
-    zotest::ImportHook hook_{"SleepConditionVariableCS", SleepConditionVariableCS,
-                             [this](auto... parameters) { return Wait(parameters...); }};
+    ImportHook hook_{"SleepConditionVariableCS", SleepConditionVariableCS,
+                     [this](auto... parameters) { return Wait(parameters...); }};
 };
 
 TEST_F(Gate, EndsAWaitForTheTimeACancelOrTheNetwork) {
@@ -265,4 +262,4 @@ TEST_F(Gate, EndsAWaitForTheTimeACancelOrTheNetwork) {
 }
 
 }  // namespace
-}  // namespace zocrashtest
+}  // namespace zotest
