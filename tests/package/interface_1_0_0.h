@@ -20,9 +20,6 @@
 #define ZOP_E_STANDARD_INVALID_ARG ((int32_t)0x80070057)
 #define ZOP_STATUS_FROM_WIN32(error) ((int32_t)(0x80070000u | ((uint32_t)(error) & 0xFFFFu)))
 
-#define ZOP_SDK_VERSION_MAJOR 1
-#define ZOP_SDK_VERSION_MINOR 0
-#define ZOP_SDK_VERSION_PATCH 0
 typedef struct ZopStatus {
     uint32_t flag1, count1, flag2, count2, flag3, count3, flag4, count4;
 } ZopStatus;

@@ -18,10 +18,7 @@ class Reference(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
         (cls.folder / "Doxyfile").write_text(DOXYFILE.read_text().replace(str(DOXYFILE.parent), str(cls.folder)))
-        cls.said = run("doxygen", cls.folder / "Doxyfile")
-
-    def test_doxygen_warns_of_nothing(self):
-        self.assertEqual(self.said, "")
+        run("doxygen", cls.folder / "Doxyfile")  # fails for any warning
 
     def test_each_function_has_a_described_entry(self):
         tags = ElementTree.parse(self.folder / "zoprotectorlib.tag")

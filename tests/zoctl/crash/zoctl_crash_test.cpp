@@ -91,7 +91,9 @@ TEST_F(ZoctlCrash, SendsEachDumpOnceAndTellsWhatBecameOfIt) {
     EXPECT_EQ(Each(first, "dumps", "result"), Json({"sent", "notSelected", "notAnalysed"}));
     EXPECT_EQ(first.json["dumps"][1]["outcome"], "not sent: concerns no target driver");
     EXPECT_EQ(Record(), kBase + 3);
-    EXPECT_EQ(Counted(Crash({"run", "--json"})), Json::object());
+    const ZoctlRun again = Crash({"run", "--json"});
+    EXPECT_TRUE(Gave(again, 0));
+    EXPECT_EQ(Counted(again), Json::object());
     EXPECT_TRUE(Gave(Crash({"upload", Dump("1.dmp"), "--plain"}), 0, "the server knows this crash"));
     EXPECT_EQ(Record(), kBase + 1);
 }
@@ -169,6 +171,7 @@ TEST_F(ZoctlCrash, SaysThatTheEngineIsAtFaultOnlyWhenASoundDumpFailsLikeAllOther
 TEST_F(ZoctlCrash, KeepsAJournalOfEachDumpsOutcome) {
     const ZoctlRun run = Crash({"run", "--json"});
     const ZoctlRun history = Crash({"history", "--json"});
+    EXPECT_EQ(Each(history, "entries", "result"), Json({"sent", "notSelected", "notAnalysed"}));
     EXPECT_EQ(Each(history, "entries", "sent"), Json({true, false, false}));
     EXPECT_EQ(Each(history, "entries", "offeredAgain"), Json({false, false, false}));
     const Json first = history.json["entries"][0];
