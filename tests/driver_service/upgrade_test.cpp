@@ -81,10 +81,10 @@ TEST_F(UpgradeTest, NoOtherFileBecomesTheDriverWhenTheOldOneIsMovedBack) {
         *moment = [&](const wchar_t* path) {
             std::filesystem::rename(path, folder_ / L"aside");
             WriteFileBytes(path, "foreign");
-            *moment = [](auto) {};
         };
         copyErrors_ = {ERROR_SHARING_VIOLATION, ERROR_DISK_FULL};
         EXPECT_EQ(Upgrade(), ZOP_STATUS_FROM_WIN32(ERROR_DISK_FULL));
+        *moment = [](auto) {};
         EXPECT_TRUE(std::filesystem::remove(folder_ / L"aside")) << "it was swapped";
         EXPECT_FALSE(std::filesystem::exists(installed_));
     }
