@@ -25,12 +25,6 @@ namespace {
 // Blocks that the platform keeps now and then; a leak is one block a round or more.
 constexpr std::size_t kSpareBlocks = 60;
 
-// A round of the crash reporter loads and unloads the stand-in engine, whose GNU runtime leaves 8 bytes each time. The
-// real engine has another runtime.
-std::size_t BlocksOfTheEngine(const Scenario& scenario, unsigned rounds) {
-    return std::strncmp(scenario.name, "crash", 5) == 0 ? rounds : 0;
-}
-
 unsigned ThreadCount() {
     const zo::OwnedFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
     THREADENTRY32 entry{};
@@ -71,7 +65,7 @@ bool Soak(const Scenario& scenario, unsigned rounds) {
         wrong = GoOnce(scenario);
     const Counts after;
     const bool flat = after.handles <= before.handles && after.threads <= before.threads &&
-                      after.blocks <= before.blocks + BlocksOfTheEngine(scenario, round) + kSpareBlocks;
+                      after.blocks <= before.blocks + kSpareBlocks;
     std::printf("%-24s %7u rounds   handles %4u %4u   heap blocks %6u %6u   threads %2u %2u   %s%s\n", scenario.name,
                 round, static_cast<unsigned>(before.handles), static_cast<unsigned>(after.handles),
                 static_cast<unsigned>(before.blocks), static_cast<unsigned>(after.blocks), before.threads,

@@ -9,13 +9,15 @@
 #include <algorithm>
 #include <new>
 
+#include "emergency_pool.h"
 #include "engine.h"
 #include "engine_host.h"
 #include "format.h"
 
 using namespace zoengine;
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID processEnds) {
+    if (reason == DLL_PROCESS_DETACH && processEnds == nullptr) zo::FreeEmergencyPool();
     if (reason != DLL_PROCESS_ATTACH) return TRUE;
     for (const ScriptLine& line : ScriptFor("Load", "")) {
         if (line.act == Act::kHang) Sleep(static_cast<DWORD>(line.number));
