@@ -32,7 +32,7 @@ TEST(Text, InvalidUnitsBecomeReplacementCharacters) {
 
 // The platform ends its texts with a line end.
 TEST(ErrorText, IsTheWholeTextOfTheSystemWithoutItsLineEnd) {
-    for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_INSUFFICIENT_BUFFER}) {
+    for (const DWORD error : {DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_INSUFFICIENT_BUFFER}}) {
         wchar_t text[512] = {};
         FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text, 512,
                        nullptr);
