@@ -12,6 +12,8 @@ import sys
 import tempfile
 import unittest
 
+from answer_schema import faults_of_answer
+
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
 ZOCTL = sys.argv[1:]
 BUILT = pathlib.Path(ZOCTL[-1]).parent
@@ -56,6 +58,8 @@ class SealedTreeTest(unittest.TestCase):
                               stderr=subprocess.STDOUT if merged else subprocess.PIPE)
         done.stdout, done.stderr = ((text or b"").decode() for text in (done.stdout, done.stderr))
         self.assertEqual(done.returncode, code, done)
+        if "--json" in arguments or "--jsonl" in arguments:
+            self.assertEqual(faults_of_answer(arguments, done.stdout), [], done.stdout)
         return done
 
     def write(self, name, contents):

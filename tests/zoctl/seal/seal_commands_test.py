@@ -187,5 +187,5 @@ class SealCommandsTest(SealedTreeTest):
         self.assertEqual({change["change"] + " " + change["path"] for change in changes},
                          {"changed a.txt", "added new.txt", "removed d/dot.", "changed open"})
         for file, code in {old: 0, self.tree / "a.txt": 32, self.folder: 5}.items():
-            self.zoctl(code, "manifest", "diff", file, old)
+            self.facts(code, "manifest", "diff", file, old)
         self.zoctl(3, "manifest", "show", self.folder / "none")
