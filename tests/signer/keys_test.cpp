@@ -108,11 +108,11 @@ TEST(GenerateKeyPair, WritesNoKeyIntoAFileWhoseAccessListCannotBeSet) {
         {"access denied, deletion too", ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED, false},
         {"in use", ERROR_SHARING_VIOLATION, 0, false},
     };
-    for (const auto& [name, error, deletionError, isReplaced] : rows) {
+    for (const auto& [name, openError, deletionError, isReplaced] : rows) {
         SCOPED_TRACE(name);
         int writeDacOpens = 0;
         const ImportHook creation("CreateFileW", CreateFileW,
-                                  [&writeDacOpens, error = error](const wchar_t* path, DWORD access, auto... rest) {
+                                  [&writeDacOpens, error = openError](const wchar_t* path, DWORD access, auto... rest) {
                                       if ((access & WRITE_DAC) == 0) return CreateFileW(path, access, rest...);
                                       ++writeDacOpens;
                                       SetLastError(error);
