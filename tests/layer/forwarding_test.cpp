@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 
 #include "c_fakes.h"
-#include "import_table.h"
+#include "import_hook.h"
 #include "zocrashreport.hpp"
 #include "zoprotector.hpp"
 #include "zosigner.hpp"
@@ -52,13 +53,13 @@ void ExpectFilledIn(const std::vector<Record>& list) {
 struct Row {
     std::string function;
     std::string expectedCalls;
-    ULONG_PTR fake;
+    void (*fake)();
     std::function<void(ErrorTo error)> callThroughLayer;
 };
 template <typename Export, typename Through>
 Row MakeRow(const std::string& function, const std::string& expectedCalls, Through through) {
     Fake<Through, Export>::function = function;
-    return {function, expectedCalls, reinterpret_cast<ULONG_PTR>(&Fake<Through, Export>::Call), [=](ErrorTo error) {
+    return {function, expectedCalls, reinterpret_cast<void (*)()>(&Fake<Through, Export>::Call), [=](ErrorTo error) {
                 if constexpr (std::is_void_v<std::invoke_result_t<Through, ErrorTo>>) {
                     through(error);
                 } else {
@@ -222,25 +223,15 @@ const std::vector<Row>& Rows() {
 
 // Every call that this program makes of the library reaches a fake.
 class Forwarding : public testing::Test {
+    std::map<std::string, zotest::ImportHook> hooks_;  // goes after the session and the reporter
+
   protected:
     Forwarding() {
-        zotest::ForEachImport(GetModuleHandleW(nullptr), [&](const char*, const std::string& name, ULONG_PTR* slot) {
-            const auto row = std::ranges::find(Rows(), name, &Row::function);
-            if (row == Rows().end()) return;
-            exports_.emplace_back(slot, *slot);
-            zotest::SetImport(slot, row->fake);
-        });
+        for (const Row& row : Rows())
+            hooks_.try_emplace(row.function, GetModuleHandleW(nullptr), row.function.c_str(), row.fake);
         StartOver(ZOP_OK);
         session = &session_.emplace();
         reporter = &reporter_.emplace();
-    }
-    Forwarding(const Forwarding&) = delete;
-    Forwarding& operator=(const Forwarding&) = delete;
-    ~Forwarding() override {
-        session_.reset();
-        reporter_.reset();
-        for (const auto& [slot, function] : exports_)
-            zotest::SetImport(slot, function);
     }
 
     static void StartOver(std::int32_t newAnswer) {
@@ -252,9 +243,6 @@ class Forwarding : public testing::Test {
 
     std::optional<zoprotector::Session> session_;
     std::optional<zocrashreport::Reporter> reporter_;
-
-  private:
-    std::vector<std::pair<ULONG_PTR*, ULONG_PTR>> exports_;
 };
 
 TEST_F(Forwarding, ArgumentsReachTheCFunctionAndItsOutputsTheCaller) {

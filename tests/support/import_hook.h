@@ -1,6 +1,6 @@
 #pragma once
 
-// Puts a function of the test in the place of one that the library imports from the platform, to script failures that
+// Puts a function of the test in the place of one that the library (or another module) imports, to script failures that
 // no real file, service or key can be made to give, and to see what the library asks for.
 
 #include <cstring>
@@ -16,14 +16,17 @@ namespace zotest {
 class ImportHook {
   public:
     template <typename Function>
-    ImportHook(const char* name, Function* replacement) : slot_(FindSlot(name)), original_(*slot_) {
+    ImportHook(HMODULE importer, const char* name, Function* replacement)
+        : slot_(FindSlot(importer, name)), original_(*slot_) {
         SetImport(slot_, reinterpret_cast<ULONG_PTR>(replacement));
     }
+    template <typename Function>
+    ImportHook(const char* name, Function* replacement) : ImportHook(TheLibrary(), name, replacement) {}
     // A replacement with a state: a lambda that takes the parameters of `function`, and may call it. A lambda of the
     // source stands in for one function at a time.
     template <typename Result, typename... Parameters, typename Replacement>
     ImportHook(const char* name, Result(WINAPI* /*function*/)(Parameters...), Replacement replacement)
-        : slot_(FindSlot(name)), original_(*slot_) {
+        : slot_(FindSlot(TheLibrary(), name)), original_(*slot_) {
         held<Replacement>.emplace(std::move(replacement));
         SetImport(slot_, reinterpret_cast<ULONG_PTR>(&CallHeld<Replacement, Result, Parameters...>));
     }
@@ -40,12 +43,12 @@ class ImportHook {
         return (*held<Replacement>)(parameters...);
     }
 
-    static ULONG_PTR* FindSlot(const char* name) {
+    static ULONG_PTR* FindSlot(HMODULE importer, const char* name) {
         ULONG_PTR* found = nullptr;
-        ForEachImport(TheLibrary(), [&](const char* /*dll*/, const char* import, ULONG_PTR* slot) {
+        ForEachImport(importer, [&](const char* /*dll*/, const char* import, ULONG_PTR* slot) {
             if (found == nullptr && std::strcmp(import, name) == 0) found = slot;
         });
-        if (found == nullptr) throw std::runtime_error(std::string("the library does not import ") + name);
+        if (found == nullptr) throw std::runtime_error(std::string("nothing imports ") + name);
         return found;
     }
 
