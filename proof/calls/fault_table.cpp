@@ -16,7 +16,7 @@
 #include "call_faults.h"
 #include "fault_scenarios.h"
 #include "format.h"
-#include "handle_count.h"
+#include "process_counts.h"
 #include "temp_folder.h"
 #include "zoprotector.h"
 

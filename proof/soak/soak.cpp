@@ -13,9 +13,8 @@
 
 #include "fault_scenarios.h"
 #include "format.h"
-#include "handle_count.h"
-#include "heap_count.h"
 #include "owned_handles.h"
+#include "process_counts.h"
 #include "temp_folder.h"
 #include "zoprotector.h"
 

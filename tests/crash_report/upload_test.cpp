@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "handle_count.h"
+#include "process_counts.h"
 #include "reporter_fixture.h"
 
 namespace zotest {

@@ -1,7 +1,7 @@
 #include <cstdlib>
 
 #include "driver_set_up.h"
-#include "handle_count.h"
+#include "process_counts.h"
 
 namespace zotest {
 namespace {

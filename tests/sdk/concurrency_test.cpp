@@ -4,8 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "handle_count.h"
-#include "heap_count.h"
+#include "process_counts.h"
 #include "sdk_fixture.h"
 
 namespace sdktest {

@@ -6,10 +6,9 @@
 #include <utility>
 
 #include "child_process.h"
-#include "handle_count.h"
-#include "heap_count.h"
 #include "import_hook.h"
 #include "loaded_sdk.h"
+#include "process_counts.h"
 #include "zocrashreport.h"
 
 #define ZO_DIGITS_OF(number) #number

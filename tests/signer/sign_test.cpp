@@ -3,8 +3,7 @@
 #include <array>
 #include <bit>
 
-#include "handle_count.h"
-#include "heap_count.h"
+#include "process_counts.h"
 #include "sealed_tree.h"
 
 namespace zotest {
