@@ -16,14 +16,6 @@
 namespace zo {
 namespace {
 
-TEST(Text, IsConvertedBetweenUtf16AndUtf8) {
-    const std::wstring wide(L"\u00FC\0\U0001F511", 4);
-    const std::string utf8("\xC3\xBC\0\xF0\x9F\x94\x91", 7);
-    EXPECT_EQ(Utf8FromWide(wide), utf8);
-    EXPECT_EQ(WideFromUtf8(utf8), wide);
-    EXPECT_TRUE(Utf8FromWide({}).empty() && WideFromUtf8({}).empty());
-}
-
 TEST(Text, InvalidUnitsBecomeReplacementCharacters) {
     EXPECT_EQ(Utf8FromWide({L"\xD800", 1}), "\xEF\xBF\xBD");
     EXPECT_EQ(WideFromUtf8("\xFF"), L"\uFFFD");
