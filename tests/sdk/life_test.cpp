@@ -2,6 +2,7 @@
 // Each load of the library begins with a state of its own.
 
 #include <cstdlib>
+#include <future>
 #include <optional>
 #include <utility>
 
@@ -10,11 +11,6 @@
 #include "loaded_sdk.h"
 #include "process_counts.h"
 #include "zocrashreport.h"
-
-#define ZO_DIGITS_OF(number) #number
-#define ZO_DIGITS(number) ZO_DIGITS_OF(number)
-#define ZO_SDK_VERSION \
-    ZO_DIGITS(ZOP_SDK_VERSION_MAJOR) "." ZO_DIGITS(ZOP_SDK_VERSION_MINOR) "." ZO_DIGITS(ZOP_SDK_VERSION_PATCH)
 
 namespace sdktest {
 namespace {
@@ -28,17 +24,19 @@ class Life : public zotest::DriverTest, OwnTemporaryFolder {
     zotest::LogTail log_;
 };
 
+const std::string kOurVersion =
+    zo::Format("sdk={}.{}.{})", ZOP_SDK_VERSION_MAJOR, ZOP_SDK_VERSION_MINOR, ZOP_SDK_VERSION_PATCH);
 const std::string kUninitialized = "[INFO ] ZoProtector_Uninitialize: SDK uninitialized";
 
 TEST_F(Life, OnlyADriverOfMajorVersionOneIsAccepted) {
     const struct {
         std::uint32_t version[3], ntStatus;
         int32_t status;
-        const char* line;
+        std::string line;
     } cases[] = {
         {{1, 9, 4294967295}, 0, ZOP_OK, "SDK initialized (driver v1.9.4294967295)"},
-        {{2, 0, 0}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=2.0.0, sdk=" ZO_SDK_VERSION ")"},
-        {{0, 9, 9}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=0.9.9, sdk=" ZO_SDK_VERSION ")"},
+        {{2, 0, 0}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=2.0.0, " + kOurVersion},
+        {{0, 9, 9}, 0, ZOP_E_VERSION_MISMATCH, "Version mismatch (driver=0.9.9, " + kOurVersion},
         {{1, 0, 0}, 0xC0000022, ZOP_E_ACCESS_DENIED, "GetVersion failed 0x80000004"},
     };
     const LoadedSdk sdk;
@@ -92,7 +90,7 @@ TEST_F(Life, UnloadingLeavesNoDeviceNoLogFileNoHandleAndNoMemory) {
         std::string lastLine;
     } cases[] = {
         {1, false, kUninitialized},
-        {2, false, "sdk=" ZO_SDK_VERSION ")"},
+        {2, false, kOurVersion},
         {1, true, "[INFO ] ZoProtector_GetHardwareId: produced HID"},
     };
     std::uint32_t handles = 0;
@@ -122,36 +120,29 @@ TEST_F(Life, UnloadingLeavesNoDeviceNoLogFileNoHandleAndNoMemory) {
 
 // What may be called under the loader lock must not wait for it: another thread has it here.
 TEST_F(Life, CallsAllowedUnderTheLoaderLockDoNotWaitForIt) {
-    struct Holder {
-        zo::OwnedKernelObject holds{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
-        zo::OwnedKernelObject called{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
-
-        static DWORD WINAPI HoldUntilCalled(void* self) {
-            const Holder& holder = *static_cast<const Holder*>(self);
-            const zotest::LoadedLibrary ntdll("ntdll.dll");
-            ULONG_PTR cookie = 0;
-            ntdll.Find<LONG WINAPI(ULONG, ULONG*, ULONG_PTR*)>("LdrLockLoaderLock")(0, nullptr, &cookie);
-            SetEvent(holder.holds.Get());
-            const DWORD waited = WaitForSingleObject(holder.called.Get(), 5000);
-            ntdll.Find<LONG WINAPI(ULONG, ULONG_PTR)>("LdrUnlockLoaderLock")(0, cookie);
-            return waited;
-        }
-    } holder;
     const LoadedSdk sdk;
     ASSERT_EQ(sdk.Initialize(), ZOP_OK);
     const auto reset = ZOTEST_FUNCTION(sdk.library, ZoCrashReport_ResetCancel);
     const auto cancel = ZOTEST_FUNCTION(sdk.library, ZoCrashReport_Cancel);
     const auto notify = ZOTEST_FUNCTION(sdk.library, ZoCrashReport_NotifyNetworkOk);
     reset();
-    const zo::OwnedKernelObject thread(CreateThread(nullptr, 0, &Holder::HoldUntilCalled, &holder, 0, nullptr));
-    WaitForSingleObject(holder.holds.Get(), INFINITE);
+    const zotest::LoadedLibrary ntdll("ntdll.dll");
+    const auto lock = ntdll.Find<LONG WINAPI(ULONG, ULONG*, ULONG_PTR*)>("LdrLockLoaderLock");
+    const auto unlock = ntdll.Find<LONG WINAPI(ULONG, ULONG_PTR)>("LdrUnlockLoaderLock");
+    std::promise<void> locked, called;
+    auto calledInTime = std::async(std::launch::async, [&] {
+        ULONG_PTR cookie = 0;
+        lock(0, nullptr, &cookie);
+        locked.set_value();
+        const std::future_status status = called.get_future().wait_for(std::chrono::seconds(5));
+        unlock(0, cookie);
+        return status == std::future_status::ready;
+    });
+    locked.get_future().wait();
     for (const auto call : {sdk.Uninitialize, cancel, reset, notify})
         EXPECT_EQ(call(), ZOP_OK);
-    SetEvent(holder.called.Get());
-    WaitForSingleObject(thread.Get(), INFINITE);
-    DWORD waited = 0;
-    GetExitCodeThread(thread.Get(), &waited);
-    EXPECT_EQ(waited, static_cast<DWORD>(WAIT_OBJECT_0));
+    called.set_value();
+    EXPECT_TRUE(calledInTime.get());
 }
 
 // The children of the tests below, which end with code 7 when all is well.
