@@ -141,12 +141,9 @@ TEST_F(HardwareId, IsTheDigestOfTheSourcesThatCanBeRead) {
     }
 }
 
-NTSTATUS WINAPI NoCryptography(void**, const wchar_t*, const wchar_t*, ULONG) {
-    return static_cast<NTSTATUS>(0xC0000001);
-}
-
 TEST_F(HardwareId, WritesNothingWithoutCryptography) {
-    const zotest::ImportHook hook("BCryptOpenAlgorithmProvider", &NoCryptography);
+    const zotest::ImportHook hook("BCryptOpenAlgorithmProvider", BCryptOpenAlgorithmProvider,
+                                  [](auto...) { return static_cast<NTSTATUS>(0xC0000001); });
     zo::Sha256Digest bytes{};
     EXPECT_EQ(ZoProtector_GetHardwareId(text_.data(), 65), ZOP_E_FAILED);
     EXPECT_EQ(text_, std::wstring(66, L'#'));

@@ -61,19 +61,17 @@ TEST_F(Life, OnlyADriverOfMajorVersionOneIsAccepted) {
     EXPECT_EQ(sdk.Initialize(), ZOP_E_VERSION_MISMATCH);
 }
 
-Lines opened;  // "access share disposition", of the device and the log file alone
-
-HANDLE WINAPI NoteOpening(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
-                          DWORD disposition, DWORD attributes, HANDLE like) {
-    const std::wstring path = name;
-    if (path == L"\\\\.\\ZoProtector" || path.ends_with(L".log"))
-        opened.push_back(zo::Format("{:X} {} {}", access, share, disposition));
-    return CreateFileW(name, access, share, security, disposition, attributes, like);
-}
-
 TEST_F(Life, TheDeviceIsOpenedOnceForOneCallerAndTheLogForOneWriter) {
     const LoadedSdk sdk;
-    const zotest::ImportHook hook("CreateFileW", &NoteOpening);
+    Lines opened;  // "access share disposition", of the device and the log file alone
+    const zotest::ImportHook hook(
+        "CreateFileW", CreateFileW,
+        [&](const wchar_t* name, DWORD access, DWORD share, auto* security, DWORD disposition, auto... rest) {
+            const std::wstring path = name;
+            if (path == L"\\\\.\\ZoProtector" || path.ends_with(L".log"))
+                opened.push_back(zo::Format("{:X} {} {}", access, share, disposition));
+            return CreateFileW(name, access, share, security, disposition, rest...);
+        });
     for (const auto call : {sdk.Initialize, sdk.Initialize, sdk.Uninitialize, sdk.Uninitialize, sdk.Initialize})
         EXPECT_EQ(call(), ZOP_OK);
     const std::string log = zo::Format("4 {} {}", FILE_SHARE_READ, OPEN_ALWAYS);
@@ -147,42 +145,33 @@ TEST_F(Life, CallsAllowedUnderTheLoaderLockDoNotWaitForIt) {
 
 // The children of the tests below, which end with code 7 when all is well.
 constexpr UINT kGoodEnd = 7;
-constexpr UINT kEndedForALock = 13;
 
-bool isEnding;
-bool allocationFailed;
-std::string lineToStopAt;
-HANDLE stopped;
-
-// While a process shuts down, Windows ends it at once when it waits for a lock whose owner is gone. Wine lets it
-// through.
-void WINAPI EnterAsWindowsDoes(CRITICAL_SECTION* section) {
-    if (!isEnding) return EnterCriticalSection(section);
-    if (!TryEnterCriticalSection(section)) TerminateProcess(GetCurrentProcess(), kEndedForALock);
-}
-
-// Stops the thread that writes the line, inside the locks.
-BOOL WINAPI WriteOrStop(HANDLE file, const void* bytes, DWORD size, DWORD* written, OVERLAPPED* overlapped) {
-    if (std::string(static_cast<const char*>(bytes), size).find(lineToStopAt) != std::string::npos) {
-        SetEvent(stopped);
-        Sleep(INFINITE);
-    }
-    return WriteFile(file, bytes, size, written, overlapped);
-}
-
-void EndWhileAThreadWrites(const char* line) {
+void EndWhileAThreadWrites(const std::string& line) {
     static const LoadedSdk sdk;  // unloaded by the end of the process only
-    static const zotest::ImportHook enter("EnterCriticalSection", &EnterAsWindowsDoes);
-    static const zotest::ImportHook write("WriteFile", &WriteOrStop);
-    lineToStopAt = line;
-    stopped = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    bool isEnding = false;
+    const zo::OwnedKernelObject stopped(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    // While a process shuts down, Windows ends it at once when it waits for a lock whose owner is gone. Wine lets it
+    // through.
+    const zotest::ImportHook enter("EnterCriticalSection", EnterCriticalSection, [&](CRITICAL_SECTION* section) {
+        if (!isEnding) return EnterCriticalSection(section);
+        if (!TryEnterCriticalSection(section)) TerminateProcess(GetCurrentProcess(), 13);
+    });
+    // The thread that writes the line stops inside the locks.
+    const zotest::ImportHook write(
+        "WriteFile", WriteFile, [&](HANDLE file, const void* bytes, DWORD size, auto... rest) {
+            if (std::string(static_cast<const char*>(bytes), size).find(line) != std::string::npos) {
+                SetEvent(stopped.Get());
+                Sleep(INFINITE);
+            }
+            return WriteFile(file, bytes, size, rest...);
+        });
     const auto run = [](void*) -> DWORD {
         sdk.Initialize();
         sdk.WriteLines();
         return 0;
     };
     const zo::OwnedKernelObject thread(CreateThread(nullptr, 0, run, nullptr, 0, nullptr));
-    WaitForSingleObject(stopped, INFINITE);
+    WaitForSingleObject(stopped.Get(), INFINITE);
     isEnding = true;
     ExitProcess(kGoodEnd);
 }
@@ -195,16 +184,13 @@ TEST(LifeChild, DISABLED_EndsWhileAThreadHoldsBothLocks) {
     EndWhileAThreadWrites("SDK initialized");
 }
 
-void* FailOnceWhileEnding(std::size_t size) {
-    if (isEnding && !std::exchange(allocationFailed, true)) return nullptr;
-    return std::malloc(size);  // NOLINT(*-owning-memory): it is malloc
-}
-
 TEST(LifeChild, DISABLED_UnloadsWithoutMemoryForTheLogLine) {
     std::optional<LoadedSdk> sdk(std::in_place);
     sdk->Initialize();
-    static const zotest::ImportHook hook("malloc", &FailOnceWhileEnding);
-    isEnding = true;
+    bool allocationFailed = false;
+    const zotest::ImportHook hook("malloc", std::malloc, [&](std::size_t size) -> void* {
+        return std::exchange(allocationFailed, true) ? std::malloc(size) : nullptr;
+    });
     sdk.reset();
     ExitProcess(allocationFailed && DeleteFileW(zotest::TodaysLog().c_str()) ? kGoodEnd : 0);
 }

@@ -20,15 +20,9 @@ class Log : public testing::Test, protected OwnTemporaryFolder {
     LoadedSdk sdk_;
 };
 
-SYSTEMTIME localTime;
-
-void WINAPI FakeLocalTime(SYSTEMTIME* time) {
-    *time = localTime;
-}
-
 TEST_F(Log, ChangesItsFileWithTheDayOfTheMonthAlone) {
-    const zotest::ImportHook clock("GetLocalTime", &FakeLocalTime);
-    localTime = {2024, 3, 0, 5, 9, 7, 3, 42};
+    SYSTEMTIME localTime = {2024, 3, 0, 5, 9, 7, 3, 42};
+    const zotest::ImportHook clock("GetLocalTime", GetLocalTime, [&](SYSTEMTIME* time) { *time = localTime; });
     sdk_.Initialize();
     localTime.wMonth = 4;  // the same day of another month: still the March file
     sdk_.WriteLines();
@@ -128,18 +122,18 @@ TEST_F(LinkedLog, MakesNoFolderInTheForeignOne) {
     EXPECT_TRUE(is_empty(foreign.Path()));
 }
 
-// A link to a file shows as a file under Wine, so the platform's answer is scripted.
-BOOL WINAPI AnswerThatItIsALink(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* data, DWORD size) {
-    const BOOL done = GetFileInformationByHandleEx(file, kind, data, size);
-    auto* info = static_cast<FILE_BASIC_INFO*>(data);
-    if (kind == FileBasicInfo && (info->FileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-        info->FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-    return done;
-}
-
 TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsALink) {
     zotest::WriteFileBytes(zotest::TodaysLog(), "foreign");
-    const zotest::ImportHook hook("GetFileInformationByHandleEx", &AnswerThatItIsALink);
+    // A link to a file shows as a file under Wine, so the platform's answer is scripted.
+    const zotest::ImportHook hook(
+        "GetFileInformationByHandleEx", GetFileInformationByHandleEx,
+        [](HANDLE file, auto kind, void* data, DWORD size) {
+            const BOOL done = GetFileInformationByHandleEx(file, kind, data, size);
+            auto* info = static_cast<FILE_BASIC_INFO*>(data);
+            if (kind == FileBasicInfo && (info->FileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+                info->FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+            return done;
+        });
     ExpectUntouched(zotest::TodaysLog());
 }
 

@@ -129,17 +129,12 @@ TEST_F(Statuses, FollowTheDriversErrorOnEveryCommand) {
     }
 }
 
-BOOL WINAPI NoToken(HANDLE, DWORD, HANDLE*) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-}
-
 // Names that cannot be converted are logged by the two exports that say so.
 TEST_F(Statuses, OfNamesThatCannotBeConverted) {
     const std::string noDrive = "[ERROR] ZopConvertWin32PathToNtPath: QueryDosDeviceW failed for 'q:', error=2";
     const std::string process = "[ERROR] AddProcessProtectByPath: Path conversion failed for 'q:\\\xC3\xA9'";
     const std::string key = "[ERROR] AddRegistryProtectByKey: Path conversion failed for ";
-    const zotest::ImportHook token("OpenProcessToken", &NoToken);
+    const zotest::ImportHook token("OpenProcessToken", &zotest::FailWith<ERROR_ACCESS_DENIED>);
     const struct {
         Call call;
         int32_t status;
