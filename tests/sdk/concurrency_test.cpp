@@ -12,11 +12,7 @@ namespace {
 
 using Concurrency = SdkTest;
 
-// What the process holds, to compare with later.
-struct Holdings {
-    std::uint32_t handles = zotest::OpenHandleCount();
-    std::size_t blocks = zotest::BusyHeapBlocks();
-};
+using zotest::Holdings;
 
 void ExpectNothingLeftSince(const Holdings& before, const std::string& work) {
     // What the platform itself keeps now and then is a handful of blocks; a leak of one in a hundred calls is more.

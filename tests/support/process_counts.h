@@ -34,4 +34,10 @@ namespace zotest {
     return blocks;
 }
 
+// Both, to compare with later.
+struct Holdings {
+    std::uint32_t handles = OpenHandleCount();
+    std::size_t blocks = BusyHeapBlocks();
+};
+
 }  // namespace zotest
