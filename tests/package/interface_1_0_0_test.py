@@ -2,15 +2,12 @@
 
 import os
 import re
-import sys
 import tempfile
 import unittest
 from pathlib import Path
 
+import layouts
 from build_facts import BUILD, CC, EXPORTING_HEADERS, SOURCE, run, windows_path, wine
-
-sys.path.insert(0, str(SOURCE / "tests/bindings"))
-import layouts  # noqa: E402
 
 FROZEN = Path(__file__).with_name("interface_1_0_0.h")
 TEXT = FROZEN.read_text()

@@ -5,16 +5,13 @@ import io
 import os
 import re
 import subprocess
-import sys
 import tempfile
 import unittest
 import zipfile
 from pathlib import Path
 
+import signing
 from build_facts import SOURCE, VERSION, run, signing_command
-
-sys.path.insert(0, str(SOURCE / "packaging"))
-import signing  # noqa: E402
 
 AUTHOR = {f"GIT_{who}_{what}": value for who in ("AUTHOR", "COMMITTER")
           for what, value in (("NAME", "A"), ("EMAIL", "a@example.com"), ("DATE", "2024-02-03T04:05:06Z"))}

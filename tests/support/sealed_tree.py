@@ -1,5 +1,5 @@
-"""The fixture of tests that run zoctl on trees which are made and changed from the Unix side, where links, denied folders and
-names that differ only in case can be made.
+"""The fixture of tests that run zoctl, on trees which are made and changed from the Unix side, where links, denied folders
+and names that differ only in case can be made, and on the simulator's driver.
 
 Arguments of the test: the emulator's command line and zoctl.exe."""
 
@@ -41,9 +41,7 @@ def simctl(*arguments):
 
 class SealedTreeTest(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.tree, self.manifest, self.keys = (self.folder / name for name in ("tree", "seal.zosig", "keys"))
         self.keys.mkdir()
         for half, key in KEYS.items():
@@ -66,6 +64,11 @@ class SealedTreeTest(unittest.TestCase):
         path = self.tree / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(contents)
+
+    def start_driver(self):
+        self.zoctl(0, "driver", "install", BUILT / "ZoProtectorDriver.sys")
+        self.addCleanup(self.zoctl, 0, "driver", "uninstall")
+        self.zoctl(0, "driver", "start")
 
     def facts(self, code, *arguments, **how):
         """The document of a command."""

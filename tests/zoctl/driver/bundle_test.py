@@ -6,7 +6,7 @@ import getpass
 import json
 import zipfile
 
-from sealed_tree import BUILT, SealedTreeTest, words
+from sealed_tree import SealedTreeTest, words
 from terminal import pressed
 
 ANSWERS = ["doctor", "driver status", "status", "stats", "signature policy", "rules list", "crash history"]
@@ -27,9 +27,7 @@ class BundleTest(SealedTreeTest):
     def test_holds_the_answers_and_the_log_without_the_users_name(self):
         user = getpass.getuser()
         private = f"C:\\users\\{user}\\Secret\\{user}.exe"
-        self.zoctl(0, "driver", "install", BUILT / "ZoProtectorDriver.sys")
-        self.addCleanup(self.zoctl, 0, "driver", "uninstall")
-        self.zoctl(0, "driver", "start")
+        self.start_driver()
         self.zoctl(0, "process", "add", private)
         answer, files = self.write_bundle()
         logs = [name for name in files if name.startswith("log/ZoProtector_")]

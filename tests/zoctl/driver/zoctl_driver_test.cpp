@@ -136,40 +136,30 @@ TEST_F(ZoctlDriver, DoctorOpensNoLogThroughALink) {
 
 ChildOptions doctorOptions;
 
-void MoveFileAway() {
-    EXPECT_TRUE(MoveFileExW(kFile.c_str(), kAway.c_str(), 0)) << GetLastError();
-}
-void MoveFileBack() {
-    EXPECT_TRUE(MoveFileExW(kAway.c_str(), kFile.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
-}
-void MarkForDeletion() {
+const auto moveFileAway = [] { std::filesystem::rename(kFile, kAway); };
+const auto moveFileBack = [] { std::filesystem::rename(kAway, kFile); };
+const auto markForDeletion = [] {
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag", REG_DWORD, "\1\0\0", 4);
-}
-void RemoveMark() {
-    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag");
-}
-void RemoveInstance() {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kKey + L"\\Instances").c_str());
-}
-void ResetSimulator() {
-    SimulatorClient().Reset();
-}
+};
+const auto removeMark = [] { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey.c_str(), L"DeleteFlag"); };
+const auto removeInstance = [] { RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kKey + L"\\Instances").c_str()); };
+const auto resetSimulator = [] { SimulatorClient().Reset(); };
 
 // The subject and the words of the one finding that the doctor has after the first step, until the second repairs it.
 // The last two need no repair.
 const Rows<const char*, void (*)(), void (*)()> kBreakages = {
     {"service", "stopped", [] { Zoctl("driver stop"); }, [] { Zoctl("driver start"); }},
     {"start type", "disabled", [] { Zoctl("driver set-start disabled"); }, [] { Zoctl("driver set-start demand"); }},
-    {"protection", "off", [] { Zoctl("disable"); }, ResetSimulator},
-    {"driver file", "does not exist", MoveFileAway, MoveFileBack},
-    {"file version", "no version", [] { MoveFileAway(), WriteFileBytes(kFile, "no driver"); }, MoveFileBack},
-    {"deletion", "marked", MarkForDeletion, RemoveMark},
-    {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, ResetSimulator},
+    {"protection", "off", [] { Zoctl("disable"); }, resetSimulator},
+    {"driver file", "does not exist", moveFileAway, moveFileBack},
+    {"file version", "no version", [] { moveFileAway(), WriteFileBytes(kFile, "no driver"); }, moveFileBack},
+    {"deletion", "marked", markForDeletion, removeMark},
+    {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, resetSimulator},
     {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
-     ResetSimulator},
+     resetSimulator},
     {"diagnostic log", "cannot be written", [] { doctorOptions.environment = {{L"TMP", kFile}}; },
      [] { doctorOptions.environment.clear(); }},
-    {"filter instance", "not registered", RemoveInstance, [] {}},
+    {"filter instance", "not registered", removeInstance, [] {}},
     {"service", "not installed", [] { Zoctl("driver uninstall"); }, [] {}},
 };
 

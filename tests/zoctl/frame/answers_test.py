@@ -175,7 +175,7 @@ class AnswersTest(SealedTreeTest):
                 switch = re.sub("([A-Z])", r"-\1", name).lower()
                 self.assertEqual(value, f"--{switch}" in words or (name == "enabled" and "enable" in words), name)
 
-    def test_each_answer_is_as_the_schema_says(self):
+    def test_each_command_sends_what_it_should_and_answers_as_the_schema_says(self):
         jsonschema.Draft202012Validator.check_schema(SCHEMA)
         subprocess.run([*ZOCTL, "driver", "uninstall"], check=False, capture_output=True)  # what an aborted test left
         (self.tree / "link").symlink_to("d")

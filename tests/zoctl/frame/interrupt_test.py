@@ -10,11 +10,6 @@ from terminal import CTRL_C, pressed
 
 
 class InterruptTest(SealedTreeTest):
-    def start_driver(self):
-        self.zoctl(0, "driver", "install", BUILT / "ZoProtectorDriver.sys")
-        self.addCleanup(self.zoctl, 0, "driver", "uninstall")
-        self.zoctl(0, "driver", "start")
-
     def interrupted(self, is_time, *arguments):
         """The last document on standard output of a command that Ctrl-C ends; is_time gets the processor time that it
         took, and what it wrote so far."""
