@@ -16,12 +16,12 @@ bool IsLowSurrogate(wchar_t unit) {
 }
 
 bool IsUtf16(std::wstring_view name) {
-    for (std::size_t i = 0; i < name.size(); ++i) {
-        if (IsLowSurrogate(name[i])) return false;
-        if (!IsHighSurrogate(name[i])) continue;
-        if (++i == name.size() || !IsLowSurrogate(name[i])) return false;
+    bool afterHigh = false;
+    for (const wchar_t unit : name) {
+        if (IsLowSurrogate(unit) != afterHigh) return false;
+        afterHigh = IsHighSurrogate(unit);
     }
-    return true;
+    return !afterHigh;
 }
 
 }  // namespace

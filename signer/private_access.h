@@ -13,6 +13,7 @@ namespace zosigner {
 class PrivateAccess {
   public:
     PrivateAccess();
+    ~PrivateAccess() = default;
     PrivateAccess(const PrivateAccess&) = delete;  // it points into itself
     PrivateAccess& operator=(const PrivateAccess&) = delete;
 
