@@ -207,8 +207,8 @@ TEST_F(Cancel, DoesNotRefuseASingleDumpBeforeTheGate) {
     api_.cancel();
     EXPECT_EQ(Upload(dumps_ / "1.dmp"), kNothing);
     EXPECT_EQ(Upload(dumps_ / "missing.dmp").status, 0x80070002);
-    EXPECT_EQ(Upload("").status, 0x80070057);
-    EXPECT_EQ(zo::Bits(api_.upload(nullptr, nullptr)), 0x80070057);
+    for (const wchar_t* path : {static_cast<const wchar_t*>(nullptr), L"\0x"})
+        EXPECT_EQ(zo::Bits(api_.upload(path, nullptr)), 0x80070057);
 }
 
 class Gate : public ReporterTest {

@@ -151,6 +151,12 @@ TEST_F(ZoctlCrash, DoesNotNeedAServerWhenNoDumpWouldBeSent) {
     EXPECT_EQ(Record(), kBase + 3);
 }
 
+TEST_F(ZoctlCrash, DoesNotOfferASingleDumpAgain) {
+    SetRecord(kBase + 2);
+    Crash({"run"});
+    EXPECT_EQ(Each(Crash({"history", "--json"}), "entries", "offeredAgain"), Json({false}));
+}
+
 TEST_F(ZoctlCrash, PassesDumpsThatTheEngineFailsForWhenAskedTo) {
     Script("[1.dmp]\nOpenDumpFile fail 0x80004001\n");
     const ZoctlRun run = Crash({"run", "--json", "--pass-failed", "--all"});

@@ -2,6 +2,7 @@
 
 Arguments: the emulator's command line and zoctl.exe."""
 
+import datetime
 import getpass
 import json
 import zipfile
@@ -41,6 +42,16 @@ class BundleTest(SealedTreeTest):
         self.assertIn(r"Added '%USERPROFILE%\Secret\%USERNAME%.exe'", files[max(logs)])
         for name, text in files.items():
             self.assertNotRegex(text, rf"(?i)\b{user}\b", name)
+
+    def test_holds_the_last_4_mib_of_a_log_from_the_beginning_of_a_line(self):
+        name = f"ZoProtector_{datetime.date.today() - datetime.timedelta(1):%Y%m%d}.log"
+        log = BUILT.parent / "wine-prefix/drive_c/users" / getpass.getuser() / "Temp/ZoProtector/Logs" / name
+        log.parent.mkdir(parents=True, exist_ok=True)
+        log.write_text("first line\n" + "0123456789\n" * 400000)
+        self.addCleanup(log.unlink)
+        text = self.write_bundle()[1]["log/" + name]
+        self.assertEqual(set(text.splitlines()), {"0123456789"})
+        self.assertEqual(len(text), (4 << 20) // 11 * 11)
 
     def test_holds_why_a_command_failed(self):
         self.assertEqual(json.loads(self.write_bundle()[1]["status.json"])["exitCode"], 3)
