@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
+#include <span>
 #include <sstream>
 #include <string_view>
 
@@ -74,18 +76,30 @@ int Tool::Run(std::span<char*> words) {
     }
 }
 
+namespace {
+
+int Main(std::span<char*> words) {
+    CLI::App app(kSummary, "simctl");
+    app.footer(kFooter);
+    app.set_help_flag("-h,--help", "Show this help");
+    app.require_subcommand(1);
+    app.allow_windows_style_options(false);
+    Tool tool(app);
+    AddShowCommands(tool);
+    AddChangeCommands(tool);
+    AddFaultCommands(tool);
+    return tool.Run(words);
+}
+
+}  // namespace
 }  // namespace simctl
 
 int main(int argc, char** argv) {
     _setmode(_fileno(stdout), _O_BINARY);  // no carriage returns for the scripts that read it
-    CLI::App app(simctl::kSummary, "simctl");
-    app.footer(simctl::kFooter);
-    app.set_help_flag("-h,--help", "Show this help");
-    app.require_subcommand(1);
-    app.allow_windows_style_options(false);
-    simctl::Tool tool(app);
-    simctl::AddShowCommands(tool);
-    simctl::AddChangeCommands(tool);
-    simctl::AddFaultCommands(tool);
-    return tool.Run({argv, static_cast<std::size_t>(argc)});
+    try {
+        return simctl::Main({argv, static_cast<std::size_t>(argc)});
+    } catch (const std::exception& error) {  // such as memory that has run out
+        std::fprintf(stderr, "simctl: %s\n", error.what());
+        return simctl::kRefused;
+    }
 }
