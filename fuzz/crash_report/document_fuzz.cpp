@@ -17,7 +17,7 @@ class Mixer : public zocrash::BlockCipher {
   public:
     std::int32_t Encrypt(std::span<std::uint8_t> blocks) override {
         for (std::size_t i = 0; i < blocks.size(); ++i)
-            blocks[i] = static_cast<std::uint8_t>(blocks[i] * 167 + i % 16);
+            blocks[i] = static_cast<std::uint8_t>(blocks[i] * std::size_t{167} + i % 16);
         return 0;
     }
 };

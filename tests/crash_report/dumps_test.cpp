@@ -102,7 +102,7 @@ class DumpFolder : public NewDumps {
         RegCreateKeyExW(HKEY_CURRENT_USER, kOwnKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, machine_.Out(), nullptr);
         EXPECT_EQ(RegOverridePredefKey(HKEY_LOCAL_MACHINE, machine_.Get()), ERROR_SUCCESS);
     }
-    ~DumpFolder() override {
+    void TearDown() override {
         RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
         RegDeleteTreeW(HKEY_CURRENT_USER, kOwnKey);
     }
