@@ -21,7 +21,8 @@ class Replies : public SdkTest {
 // A list of 25 rules. What the four lists share is tried with one of them; all their requests are in requests_test.cpp.
 class Lists : public Replies {
   protected:
-    static constexpr std::uint32_t kRules = 25, kEntrySize = 1044;
+    static constexpr std::uint32_t kRules = 25;
+    static constexpr std::size_t kEntrySize = 1044;
 
     void SetUp() override {
         Replies::SetUp();
@@ -98,7 +99,7 @@ TEST_F(Lists, RefuseAReplyWithoutAHeader) {
 
 class Drains : public Replies {
   protected:
-    static constexpr std::uint32_t kRecordSize = 1076;
+    static constexpr std::size_t kRecordSize = 1076;
 
     std::int32_t Drain(std::uint32_t position, std::uint32_t capacity) {
         return ZoProtector_DrainRegistryEvents(position, events_.data(), capacity, &count_, &other_, &position_);
