@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::uint32_t copied =
             zop::ZopCopyRecords(reply.data(), header.count, recordSize, records.data(), capacity);
         Require(copied <= capacity && copied <= header.count);
-        Require(std::equal(records.data(), records.data() + recordSize * copied, reply.data() + 16));
+        Require(std::equal(records.data(), records.data() + std::size_t{recordSize} * copied, reply.data() + 16));
     }
     const std::string_view serial = zop::ZopSerialOfDescriptor({data, size}, returned);
     Require(serial.size() <= size && serial.find('\0') == std::string_view::npos);

@@ -17,7 +17,7 @@ constexpr std::uint64_t kOutOfMemoryResult = 0x8007000E;             // E_OUTOFM
 constexpr std::uint64_t kMinusOne = static_cast<std::uint64_t>(-1);  // INVALID_HANDLE_VALUE
 constexpr std::uint64_t kNoAttributes = 0xFFFFFFFF;                  // INVALID_FILE_ATTRIBUTES
 
-// What functions answer when they fail. Where it is 0 (FALSE, null, no characters) the last error tells more.
+// What functions answer when they fail. Where it is 0 (FALSE, null, no characters) the last error says more.
 struct Failure {
     std::uint64_t answer;
     std::vector<const char*> functions;

@@ -1,5 +1,5 @@
-# staging_test.sh WINE-RUN PREFIX PROGRAM: gives the test a dump folder that it may not read. Root is never denied, so the
-# client runs without the capabilities that make it so, while the driver, started before, keeps them.
+# staging_test.sh WINE-RUN PREFIX PROGRAM: gives the test a dump folder that it may not read. Root is never denied, so
+# the client runs without the capabilities that make it so, while the driver, started before, keeps them.
 set -eu
 wine_run=$1 prefix=$2 program=$3
 if [ "$(id -u)" != 0 ]; then

@@ -43,7 +43,7 @@ class UpgradeTest : public InstalledDriverTest {
         EXPECT_TRUE(ReadFileBytes(newFile_) == new_) << "the new file's contents";
     }
 
-    // Files in the temporary folder and beside the installed file that were not put there by the test.
+    // Files in the temporary folder and next to the installed file that were not put there by the test.
     std::vector<std::filesystem::path> StagedFiles() const {
         std::vector<std::filesystem::path> files;
         for (const auto& folder : {tmp_, beside_}) {

@@ -50,7 +50,7 @@ const Call kBadArguments[] = {
     ZOP_CALL(AddDllWhitelistFolder(noName, 1)),
 };
 
-// Wrong arguments are told before anything else; without a channel nothing is sent.
+// Wrong arguments are reported before anything else; without a channel nothing is sent.
 TEST_F(Statuses, BadArgumentsAndAMissingChannelAreRefusedWithoutAWord) {
     const auto requests = RequestsOf([&] {
         for (const bool open : {true, false}) {

@@ -141,7 +141,7 @@ TEST(SignListing, LeavesOutNamesThatAManifestCannotHold) {
     EXPECT_EQ(outcome.result.directories, 1u);
 }
 
-// The replacement character stands for anything that cannot be converted, so it must not stand for a listed name.
+// The replacement character stands for anything that cannot be converted, so it must not match a listed name.
 TEST(VerifyListing, ReportsNamesThatAreNotUtf16AsExtraWhateverIsListed) {
     const SealedTree tree{"caf\xEF\xBF\xBD.txt", "dir\xEF\xBF\xBD/f"};
     ASSERT_EQ(tree.Sign().status, 0);

@@ -86,7 +86,7 @@ TEST(ManifestText, ReadsLineByLine) {
         {end + "F \n  SIZE 1\n", "F:,1;"},
         {end + "F a\n  HASH " + kDigest.substr(1) + "\n", "bad HASH for a"},
         {end + "F a\n  HASH " + kDigest.substr(1) + "g\n", "bad HASH for a"},
-        {end + "F a b\n  SIG  " + kDigest + "zz\nD X\n", "bad SIG for a b"},  // the first fault is told
+        {end + "F a b\n  SIG  " + kDigest + "zz\nD X\n", "bad SIG for a b"},  // the first fault is reported
     };
     for (const auto& [body, result] : cases)
         EXPECT_EQ(Read(body), result) << body;

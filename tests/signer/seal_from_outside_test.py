@@ -1,5 +1,5 @@
-"""zoctl seals and verifies trees that are made and changed from the Unix side, where links, denied folders and names that
-differ only in case can be made. docs/verify_manifest.py, with openssl, is a second implementation to compare with.
+"""zoctl seals and verifies trees that are made and changed from the Unix side, where links, denied folders and names
+that differ only in case can be made. docs/verify_manifest.py, with openssl, is a second implementation to compare with.
 
 Arguments: the emulator's command line and zoctl.exe."""
 

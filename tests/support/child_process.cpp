@@ -23,7 +23,7 @@ HANDLE Inherited(const zo::OwnedKernelObject& handle) {
     return handle.Get();
 }
 
-// Adds what has been written by now. Waiting for the end of the pipe is no option: a process that the child leaves
+// Adds what has been written by now. Waiting for the end of the pipe is not an option: a process that the child leaves
 // behind can inherit it, such as the one that Wine starts for the first program that needs a desktop.
 void ReadWritten(const zo::OwnedKernelObject& pipe, std::string& text) {
     char block[4096];

@@ -16,8 +16,9 @@ struct ChildResult {
 };
 
 struct ChildOptions {
-    bool deafReader = false;                                         // nobody reads standard output
-    std::vector<std::pair<std::wstring, std::wstring>> environment;  // set for the child, beside what it inherits
+    bool deafReader = false;  // nobody reads standard output
+    std::vector<std::pair<std::wstring, std::wstring>>
+        environment;  // set for the child, in addition to what it inherits
 };
 
 // Standard input is empty. Arguments are quoted as the C runtime reads them. Raises std::runtime_error when the program

@@ -36,7 +36,7 @@ inline constexpr wchar_t kServiceName[] = L"ZoProtector";
 // installs by itself. Nothing there is fine.
 void RemoveDriverService();
 
-// Copies a driver file from beside the program to system32\drivers, registers it as a file system driver started on
+// Copies a driver file from the program's folder to system32\drivers, registers it as a file system driver started on
 // demand, and starts it; takes all of it away at the end of its life. What an earlier test left is removed first.
 class InstalledDriver {
   public:

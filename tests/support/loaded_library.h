@@ -13,7 +13,7 @@
 
 namespace zotest {
 
-// The folder of the running program, where the build puts the DLL, the drivers and zoctl beside the tests.
+// The folder of the running program, where the build puts the DLL, the drivers and zoctl next to the tests.
 [[nodiscard]] inline std::filesystem::path ProgramFolder() {
     wchar_t path[1024];
     const DWORD units = GetModuleFileNameW(nullptr, path, 1024);

@@ -1,5 +1,5 @@
-"""run_tests.py FILE [ARGUMENT...]: runs the tests of a file, which finds the arguments in sys.argv and this folder's modules
-on its path."""
+"""run_tests.py FILE [ARGUMENT...]: runs the tests of a file, which finds the arguments in sys.argv and this folder's
+modules on its path."""
 
 import importlib
 import pathlib

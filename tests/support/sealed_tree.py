@@ -1,5 +1,5 @@
-"""The fixture of tests that run zoctl, on trees which are made and changed from the Unix side, where links, denied folders
-and names that differ only in case can be made, and on the simulator's driver.
+"""The fixture of tests that run zoctl, on trees which are made and changed from the Unix side, where links, denied
+folders and names that differ only in case can be made, and on the simulator's driver.
 
 Arguments of the test: the emulator's command line and zoctl.exe."""
 

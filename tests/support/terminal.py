@@ -19,8 +19,8 @@ def processor_time(process):
 
 
 def pressed(keys, is_time, *arguments, out=None, **environment):
-    """Presses the keys as soon as is_time says so of what the terminal showed and of the processor time that the program
-    took, in seconds; gives the exit code and all that was shown.
+    """Presses the keys as soon as is_time says so of what the terminal showed and of the processor time that the
+    program took, in seconds; gives the exit code and all that was shown.
     out: a file that gets standard output, which the terminal does then not show."""
     child, terminal = pty.fork()
     if child == 0:

@@ -53,7 +53,7 @@ TEST(KernelDump, BrokenCutAnywhereOrWithHostileNumbersIsRefusedOrHarmless) {
         EXPECT_EQ(AllText(bytes), "") << "byte " << broken;
     }
     for (std::size_t size = 0; size < good.size(); size += size < kHeaderSize ? 61 : 1) {
-        // A block of its own, so that reading past its end is seen. The end mark stands last: no cut dump is whole.
+        // A block of its own, so that reading past its end is seen. The end mark comes last: no cut dump is whole.
         EXPECT_EQ(AllText(std::string(good, 0, size)), "") << size;
     }
     const auto length = static_cast<std::uint32_t>(good.size());

@@ -1,4 +1,4 @@
-// "zoctl crash": what it shows, what it sends and what it does not. A crash server runs beside it (with_server.sh).
+// "zoctl crash": what it shows, what it sends and what it does not. A crash server runs meanwhile (with_server.sh).
 
 #include "owned_handles.h"
 #include "reporter_fixture.h"

@@ -1,6 +1,7 @@
 """Every JSON answer of zoctl is as docs/zoctl.schema.json says: a session that runs each command against the simulator.
 
-Arguments: the emulator's command line and zoctl.exe, next to which are the simulator's driver, engine, dumps and vocabulary."""
+Arguments: the emulator's command line and zoctl.exe, next to which are the simulator's driver, engine, dumps and
+vocabulary."""
 
 import json
 import re
@@ -12,8 +13,8 @@ import jsonschema
 from answer_schema import COMMANDS, SCHEMA, command_of, faults_of
 from sealed_tree import BUILT, SOURCES, ZOCTL, SealedTreeTest, dos, simctl
 
-# Exit code and command line; --json is added where --jsonl is not given. {b} is the folder of the programs. Behind -> is
-# the one command that reaches the driver.
+# Exit code and command line; --json is added where --jsonl is not given. {b} is the folder of the programs. Behind ->
+# is the one command that reaches the driver.
 SESSION = r"""
 0   driver status
 40  doctor
@@ -123,7 +124,8 @@ simctl inject 1100
 0   driver stop
 0   driver uninstall
 """
-FILES = {"wrong.json": {"version": 2, "process": 1}, "other.json": {"version": 1, "process": {"rules": [{"folder": "C:\\g"}]}},
+FILES = {"wrong.json": {"version": 2, "process": 1}, "other.json": {"version": 1, "process": {"rules": [{"folder":
+"C:\\g"}]}},
          "many.json": {"version": 1, "process": {"rules": [{"path": f"C:\\{i}.exe"} for i in range(5)]}}}
 
 
@@ -200,6 +202,6 @@ class AnswersTest(SealedTreeTest):
                     requests = json.loads(simctl("requests", "--last", "2", "--json"))["requests"]
                     self.assertEqual([one["command"] for one in requests], ["get-version", sent])
         # Those of seal_commands_test are judged there.
-        self.assertEqual([name for name in COMMANDS if name not in done and not re.match("keys|verify|manifest", name)], [])
-        for entry in (self.folder / "crash_journal.jsonl").read_text().splitlines():
+        self.assertEqual([name for name in COMMANDS if name not in done and not re.match("keys|verify|manifest", name)],
+        []) for entry in (self.folder / "crash_journal.jsonl").read_text().splitlines():
             self.assertEqual(faults_of(json.loads(entry), "crash journal"), [])
