@@ -172,7 +172,7 @@ TEST_F(ZoctlRules, LintLooksAtThisMachine) {
     const ZoctlRun run = Do("check", file.dump(), {"--lint", "--json"});
     EXPECT_EQ(Each(run, "findings", "kind"), Json({"absent", "unseenName", "filterMatchesNothing"})) << run.out;
     EXPECT_EQ(Each(run, "findings", "pointer"), Json({"/file/rules/3", "/file/rules/2", "/file/rules/1"}));
-    file["file"]["rules"] = {rule("*.EXE", true)};
+    file["file"]["rules"] = Json::array({rule("*.EXE", true)});
     EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint", "--json"}), 0, "", {{"findings", Json::array()}}));
 }
 
