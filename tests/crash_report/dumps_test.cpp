@@ -30,8 +30,10 @@ TEST_F(NewDumps, AreThoseAfterTheRecordUpToTheLimitOldestFirst) {
     AddFile("c", "1234567", kBase + 2);
     AddFile("empty", "", kBase + 4);
     AddFile("20", std::string(20, 'x'), kBase + 5);
-    AddFile("10M", std::string(10485760, 'x'), kBase + 6);
-    AddFile("more", std::string(10485761, 'x'), kBase + 7);
+    std::string large;
+    large.resize(10485760);
+    AddFile("10M", large, kBase + 6);
+    AddFile("more", large + "x", kBase + 7);
     WriteFileBytes(dumps_ / "folder" / "inner.dmp", "inner");
     const Rows<std::uint64_t, std::uint64_t, const char*, std::uint64_t> rows = {
         {"the default limit of ten mebibytes", 0, 0, "d.dmp c a.txt empty 20 10M ", kBase + 6},

@@ -13,6 +13,7 @@ namespace {
 std::atomic<int> allocations = 0;  // of this program; the library has a heap of its own
 }
 
+// Owning types are built on these. NOLINTBEGIN(cppcoreguidelines-owning-memory)
 void* operator new(std::size_t size) {
     ++allocations;
     if (void* block = std::malloc(size)) return block;
@@ -24,6 +25,7 @@ void operator delete(void* block) noexcept {
 void operator delete(void* block, std::size_t) noexcept {
     std::free(block);
 }
+// NOLINTEND(cppcoreguidelines-owning-memory)
 
 namespace layertest {
 namespace {

@@ -16,6 +16,7 @@ namespace zoctl {
 
 struct ManifestListing {
     ManifestListing() = default;
+    ~ManifestListing() = default;
     ManifestListing(const ManifestListing&) = delete;  // the tree points into the bytes
     ManifestListing& operator=(const ManifestListing&) = delete;
 

@@ -26,6 +26,7 @@ enum class SealVerb { kSign, kVerify };
 class SignerSession {
   public:
     SignerSession(Output& out, const SealPaths& paths, SealVerb verb);
+    ~SignerSession() = default;
     SignerSession(const SignerSession&) = delete;
     SignerSession& operator=(const SignerSession&) = delete;
 
