@@ -159,6 +159,7 @@ TEST_F(ZoctlCrash, DoesNotOfferASingleDumpAgain) {
 
 TEST_F(ZoctlCrash, PassesDumpsThatTheEngineFailsForWhenAskedTo) {
     Script("[1.dmp]\nOpenDumpFile fail 0x80004001\n");
+    EXPECT_FALSE(Crash({"run", "--json"}).json.contains("probe")) << "the server was not asked";
     const ZoctlRun run = Crash({"run", "--json", "--pass-failed", "--all"});
     EXPECT_EQ(Each(run, "dumps", "result"), Json({"notAnalysed", "sent", "notAnalysed"}));
     EXPECT_EQ(Record(), kBase + 3);
