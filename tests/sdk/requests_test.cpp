@@ -10,6 +10,7 @@ namespace {
 struct Surroundings : testing::Environment, OwnTemporaryFolder {
     void TearDown() override { ZoProtector_Uninitialize(); }  // or else the log file could not be deleted
 };
+// GoogleTest deletes it. NOLINTNEXTLINE(cppcoreguidelines-owning-memory)
 [[maybe_unused]] const auto* const surroundings = testing::AddGlobalTestEnvironment(new Surroundings);
 
 Bytes Field(const std::wstring& text, std::size_t units) {
@@ -31,7 +32,8 @@ Bytes Path(const std::wstring& rest) {
 Bytes Key(const std::wstring& rest) {
     return Field(L"\\REGISTRY\\MACHINE\\" + rest, 512);
 }
-Bytes FileRule(const std::wstring& path, Bytes flags, const std::wstring& filter = {}, Bytes scope = Bytes(1043)) {
+Bytes FileRule(const std::wstring& path, const Bytes& flags, const std::wstring& filter = {},
+               const Bytes& scope = Bytes(1043)) {
     return Path(path) + flags + Field(filter, 128) + scope;
 }
 
@@ -46,6 +48,7 @@ ZopStats stats;
 
 }  // namespace
 
+// One table. NOLINTNEXTLINE(readability-function-size)
 const std::vector<Request>& AllRequests() {
     static const std::vector<Request> requests = {
         {ZOP_CALL(GetStatus(&status)), 0x8000C3C0, {}, nullptr, 20},
