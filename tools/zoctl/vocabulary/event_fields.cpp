@@ -119,7 +119,7 @@ Json FieldJson(const EventField& field, std::span<const std::uint8_t> record) {
     const std::uint64_t number = NumberAt(field, record);
     if (field.type == FieldType::kTime) return TimeText(number);
     if (!field.flags.empty()) return FlagNames(field, number);
-    if (const std::string name = NameOf(field.values, number); !name.empty()) return name;
+    if (std::string name = NameOf(field.values, number); !name.empty()) return name;
     return IsSigned(field.type) ? Json(static_cast<std::int64_t>(number)) : Json(number);
 }
 
