@@ -108,6 +108,7 @@ class SealCommandsTest(SealedTreeTest):
                     self.assertEqual((facts["open"], facts["directories"]), ([opened], 4))
                     self.assertEqual(facts["sealedDirectories"], {".": 0, "d": 2}.get(opened, 3))
         self.zoctl(0, "sign", "--open", "open", *self.sealed())  # the word after a name is the tree
+        self.sign("--open", "open", "--seal-none", code=2)
 
     def test_findings_stay_printable(self):
         self.sign()
