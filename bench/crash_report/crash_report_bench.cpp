@@ -17,10 +17,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,7 +73,8 @@ std::filesystem::path ProgramFolder() {
 // A dump that the engine opens, of the given size and with the given write time.
 std::filesystem::path MakeDump(const std::filesystem::path& folder, const std::string& name, std::size_t size) {
     std::string bytes;
-    if (!zo::ReadWholeFile((ProgramFolder() / "dumps" / "ours.dmp").c_str(), bytes)) throw 1;
+    if (!zo::ReadWholeFile((ProgramFolder() / "dumps" / "ours.dmp").c_str(), bytes))
+        throw std::runtime_error("the dump cannot be read");
     std::uint32_t state = 1;
     while (bytes.size() + 4 <= size) {
         state = state * 1664525 + 1013904223;

@@ -124,11 +124,12 @@ class ZoctlRulesAndLinks : public ZoctlRules {
                         KEY_ALL_ACCESS, nullptr, link_.Out(), nullptr);
         EXPECT_EQ(RegSetKeyValueW(link_.Get(), nullptr, L"SymbolicLinkValue", REG_LINK, key.c_str(), size), 0);
     }
-    ~ZoctlRulesAndLinks() override {
+    void TearDown() override {
         DefineDosDeviceW(DDD_REMOVE_DEFINITION, L"Q:", nullptr);
         // RegDeleteKeyW would follow the link.
         const FARPROC remove = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey");
         reinterpret_cast<LONG(WINAPI*)(HANDLE)>(reinterpret_cast<void*>(remove))(link_.Get());
+        ZoctlRules::TearDown();
     }
 
     zo::OwnedRegistryKey link_;
