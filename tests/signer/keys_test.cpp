@@ -82,9 +82,11 @@ TEST_F(FreshPair, IsMadeWhereThePrivateKeyIsMissingOrDoesNotImport) {
 }
 
 TEST_F(FreshPair, FailsWithAMessageWhenItCannotBeWritten) {
-    std::filesystem::remove(file);
-    std::filesystem::create_directories(file);
-    tree.Sign().Expect(kWriteFault, {making, "2 Write private key -> Win32 5"});
+    for (const std::string half : {"private", "public"}) {
+        std::filesystem::remove_all(tree.keystore);
+        std::filesystem::create_directories(tree.keystore / (half + ".rsakey"));  // where the file should be
+        tree.Sign().Expect(kWriteFault, {making, "2 Write " + half + " key -> Win32 5"});
+    }
 }
 
 TEST_F(FreshPair, WritesNeitherFileWhenThePublicHalfCannotBeExported) {
