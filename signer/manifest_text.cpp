@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kAlgorithm = "RSA-2048-PKCS1-SHA256";
 constexpr std::string_view kHeaderEnd = "----";
-constexpr std::size_t kTextPerFile = 640;  // signature and digest in hexadecimal, keys, line ends, a short path
+constexpr std::size_t kTextPerFile = 640;  // signature and digest in hexadecimal, keys, line ends
 
 // Lines end with a line feed, or a carriage return and a line feed. The last line may have no end.
 class Lines {
@@ -139,8 +139,8 @@ void EntryText::AddAnchor(std::string_view path) {
     text += '\n';
 }
 
-std::size_t EntrySize(std::size_t pathLength) {
-    return kTextPerFile + pathLength;
+std::size_t EntrySize(std::string_view path, bool isAnchor) {
+    return path.size() + (isAnchor ? 3 : kTextPerFile);
 }
 
 std::string BuildHead(const Manifest& manifest) {

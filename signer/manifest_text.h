@@ -4,8 +4,8 @@
 // signing and files are in manifest_file.h.
 //
 // A parsed manifest consists of views into the buffer that it was read into. Digests and signatures are checked, but
-// stay hexadecimal text until their file is verified. A file that is signed becomes text at once. So both need little more
-// memory than the manifest.
+// stay hexadecimal text until their file is verified. Signing writes the text of each file at once. So signing and
+// verifying need little more memory than the manifest.
 
 #include <array>
 #include <cstdint>
@@ -40,8 +40,8 @@ struct EntryText {
     void AddAnchor(std::string_view path);
 };
 
-// Bytes of text that an entry with a path of this length takes at most.
-[[nodiscard]] std::size_t EntrySize(std::size_t pathLength);
+// Bytes of text that an entry takes at most.
+[[nodiscard]] std::size_t EntrySize(std::string_view path, bool isAnchor);
 
 struct Manifest {
     std::string root;  // UTF-8; for people, never used for checking

@@ -44,7 +44,7 @@ EntryText SignFiles(const TreeRoot& root, const SigningKey& key, const Report& r
     EntryText entries;
     std::size_t size = 0;
     for (const FoundFile& file : files)
-        size += EntrySize(file.path.size());
+        size += EntrySize(file.path, file.isShortcut);
     entries.text.reserve(size);  // growing step by step would need twice the memory
 
     zo::Sha256Digest digest{};
