@@ -7,7 +7,7 @@ import getpass
 import json
 import zipfile
 
-from sealed_tree import SealedTreeTest, words
+from sealed_tree import BUILT, SealedTreeTest, words
 from terminal import pressed
 
 ANSWERS = ["doctor", "driver status", "status", "stats", "signature policy", "rules list", "crash history"]

@@ -124,8 +124,8 @@ simctl inject 1100
 0   driver stop
 0   driver uninstall
 """
-FILES = {"wrong.json": {"version": 2, "process": 1}, "other.json": {"version": 1, "process": {"rules": [{"folder":
-"C:\\g"}]}},
+FILES = {"wrong.json": {"version": 2, "process": 1},
+         "other.json": {"version": 1, "process": {"rules": [{"folder": "C:\\g"}]}},
          "many.json": {"version": 1, "process": {"rules": [{"path": f"C:\\{i}.exe"} for i in range(5)]}}}
 
 
@@ -202,6 +202,7 @@ class AnswersTest(SealedTreeTest):
                     requests = json.loads(simctl("requests", "--last", "2", "--json"))["requests"]
                     self.assertEqual([one["command"] for one in requests], ["get-version", sent])
         # Those of seal_commands_test are judged there.
-        self.assertEqual([name for name in COMMANDS if name not in done and not re.match("keys|verify|manifest", name)],
-        []) for entry in (self.folder / "crash_journal.jsonl").read_text().splitlines():
+        missing = [name for name in COMMANDS if name not in done and not re.match("keys|verify|manifest", name)]
+        self.assertEqual(missing, [])
+        for entry in (self.folder / "crash_journal.jsonl").read_text().splitlines():
             self.assertEqual(faults_of(json.loads(entry), "crash journal"), [])
