@@ -1,4 +1,5 @@
-// What is put on the wire, and taken off it again: the document's rendering, base64 and the built-in scrambler's frame.
+// What is put on the wire: the document's rendering and the built-in scrambler's frame, which are taken apart again, and
+// base64, for which both encoders must agree.
 
 #include <algorithm>
 #include <cstring>

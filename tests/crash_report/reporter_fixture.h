@@ -204,7 +204,10 @@ struct Request {
 class ServerTest : public ReporterTest {
   protected:
     static void SetUpTestSuite() { EXPECT_EQ(Trust(L"add", "certificate.der"), 0u); }
-    static void TearDownTestSuite() { EXPECT_EQ(Trust(L"remove", "certificate.der"), 0u); }
+    static void TearDownTestSuite() {
+        EXPECT_EQ(Trust(L"remove", "certificate.der"), 0u);
+        EXPECT_EQ(Trust(L"check", "certificate.der"), 7u);
+    }
     explicit ServerTest(bool holdBack = true) : ReporterTest(holdBack) { NewRequests(); }
 
     static std::string Url() { return std::getenv("ZO_CRASH_SERVER_URL"); }

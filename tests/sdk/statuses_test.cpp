@@ -51,7 +51,7 @@ const Call kBadArguments[] = {
 };
 
 // Wrong arguments are reported before anything else; without a channel nothing is sent.
-TEST_F(Statuses, BadArgumentsAndAMissingChannelAreRefusedWithoutAWord) {
+TEST_F(Statuses, BadArgumentsAndAMissingChannelAreRefusedSilently) {
     const auto requests = RequestsOf([&] {
         for (const bool open : {true, false}) {
             if (!open) ZoProtector_Uninitialize();

@@ -162,9 +162,12 @@ struct ManifestInTree : testing::TestWithParam<std::string> {
     SealedTree tree;
     const ImportHook idHook{"GetFileInformationByHandleEx", GetFileInformationByHandleEx,
                             [](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* buffer, DWORD size) {
-                                if (kind == FileIdInfo && GetParam() == "no ids") return FALSE;
+                                if (kind == FileIdInfo && GetParam() == "NoIds") {
+                                    SetLastError(ERROR_INVALID_PARAMETER);
+                                    return FALSE;
+                                }
                                 const BOOL done = GetFileInformationByHandleEx(file, kind, buffer, size);
-                                if (kind == FileIdInfo && GetParam() == "zero ids")
+                                if (kind == FileIdInfo && GetParam() == "ZeroIds")
                                     static_cast<FILE_ID_INFO*>(buffer)->FileId = {};
                                 return done;
                             }};
@@ -224,7 +227,8 @@ TEST_P(ManifestInTree, IsALinkOnlyWhenTheLinksOwnPathIsGiven) {
     EXPECT_EQ(outcome.status, 0) << outcome.messages[0];
 }
 
-INSTANTIATE_TEST_SUITE_P(OnAVolumeWith, ManifestInTree, testing::Values("ids", "no ids", "zero ids"));
+INSTANTIATE_TEST_SUITE_P(OnAVolumeWith, ManifestInTree, testing::Values("Ids", "NoIds", "ZeroIds"),
+                         [](const auto& volume) { return volume.param; });
 
 }  // namespace
 }  // namespace zotest

@@ -92,5 +92,15 @@ TEST(ManifestText, ReadsLineByLine) {
         EXPECT_EQ(Read(body), result) << body;
 }
 
+// What is written at length is looked at where the library signs; here under the sanitizers, with the largest numbers.
+TEST(ManifestText, ReadsWhatItWrote) {
+    Manifest manifest{"C:\\Suite", {}, 18446744073709551615u, {{".", true}, {"\xC3\xA4 .", false}}, {}};
+    manifest.entries.AddFile("b", 18446744073709551615u, {}, {0x00, 0xFF, 0x1b});
+    manifest.entries.AddAnchor("a.lnk");
+    EXPECT_EQ(Read(BuildHead(manifest) + manifest.entries.text),
+              "C:\\Suite,18446744073709551615,0;S:.;O:\xC3\xA4 .;"
+              "F:b,18446744073709551615,hash,00ff1b;K:a.lnk;");
+}
+
 }  // namespace
 }  // namespace zosigner

@@ -151,7 +151,7 @@ TEST_F(ZoctlCrash, DoesNotNeedAServerWhenNoDumpWouldBeSent) {
     EXPECT_EQ(Record(), kBase + 3);
 }
 
-TEST_F(ZoctlCrash, DoesNotOfferASingleDumpAgain) {
+TEST_F(ZoctlCrash, DoesNotOfferTheOnlyNewDumpAgain) {
     SetRecord(kBase + 2);
     Crash({"run"});
     EXPECT_EQ(Each(Crash({"history", "--json"}), "entries", "offeredAgain"), Json({false}));

@@ -1,6 +1,7 @@
 """Ctrl-C at a terminal: zoctl, run on a pseudo-terminal, ends what takes long and still says what came of it.
 
-Arguments: the emulator's command line and zoctl.exe, beside which the simulator's driver, engine and dumps lie."""
+Arguments: the emulator's command line and zoctl.exe, next to which are the simulator's driver, engine
+and dumps."""
 
 import json
 import shutil
