@@ -1,7 +1,7 @@
 #pragma once
 
-// The GNU C++ runtime sets 73 KB aside for exceptions when memory has run out, once in every module that contains it, and
-// frees them nowhere: each time that such a DLL is loaded and unloaded, they would be lost.
+// The GNU C++ runtime reserves 73 KB for exceptions that are thrown when memory has run out, once in each module that
+// contains it, and never frees them. A DLL would lose them each time that it is unloaded.
 
 #include <cstddef>
 
@@ -13,8 +13,8 @@ void __freeres() noexcept;  // NOLINT(bugprone-reserved-identifier)
 
 namespace zo {
 
-// For DllMain when the DLL is unloaded, as its last deed. Not when the process ends: another thread may have been
-// stopped while it held the heap's lock.
+// Call it last in DllMain when the DLL is unloaded. Destructors of static objects still run after it and must not throw.
+// Do not call it when the process ends: another thread may have been stopped while it held the heap's lock.
 inline void FreeEmergencyPool() noexcept {
 #ifdef __GLIBCXX__
     __gnu_cxx::__freeres();
