@@ -13,7 +13,7 @@ void __freeres() noexcept;  // NOLINT(bugprone-reserved-identifier)
 
 namespace zo {
 
-// Call it last in DllMain when the DLL is unloaded. Destructors of static objects still run after it and must not throw.
+// Call it last in DllMain when the DLL is unloaded. Destructors of static objects run after it and must not throw.
 // Do not call it when the process ends: another thread may have been stopped while it held the heap's lock.
 inline void FreeEmergencyPool() noexcept {
 #ifdef __GLIBCXX__

@@ -1,5 +1,5 @@
-// What is put on the wire: the document's rendering and the built-in scrambler's frame, which are taken apart again, and
-// base64, for which both encoders must agree.
+// What is put on the wire: the document's rendering and the built-in scrambler's frame, which are taken apart
+// again, and base64, for which both encoders must agree.
 
 #include <algorithm>
 #include <cstring>

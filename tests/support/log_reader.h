@@ -39,8 +39,8 @@ namespace zotest {
     return lines;
 }
 
-// Remembers how much of today's file there is now; Next() gives the lines added since the last look, without their time:
-// "[INFO ] message".
+// Remembers how much of today's file there is now; Next() gives the lines added since the last look, without their
+// time: "[INFO ] message".
 class LogTail {
   public:
     [[nodiscard]] std::vector<std::string> Next() {
