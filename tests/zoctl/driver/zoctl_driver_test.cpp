@@ -29,7 +29,7 @@ TEST_F(ZoctlDriver, StatusFollowsTheServiceFromInstallToUninstall) {
     EXPECT_EQ(SimulatorClient().State().tableCount[ZOSIM_TABLE_REGISTRY], 1u);
     EXPECT_EQ(Zoctl("driver stop").exitCode, 0);
     EXPECT_EQ(Zoctl("driver uninstall").exitCode, 0);
-    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "not installed"}}));
+    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "not installed"}, {"fileVersion", nullptr}}));
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
 }
 
@@ -46,16 +46,67 @@ TEST_F(ZoctlDriver, DoctorReportsLostEventsWithoutAlarm) {
     EXPECT_LT(std::count(doctor.out.begin(), doctor.out.end(), '\n'), 30) << "must fit a screen\n" << doctor.out;
 }
 
-TEST_F(ZoctlDriver, DoctorChecksTheCrashReporterWithoutCreatingItsRecord) {
+std::map<std::string, Json> FindingsOf(const Json& answer) {
     std::map<std::string, Json> findings;
-    const Json answer = Zoctl("doctor --json").json;
     for (const Json& one : answer["findings"])
         findings[one["subject"]] = one;
+    return findings;
+}
+
+TEST_F(ZoctlDriver, DoctorChecksTheCrashReporterWithoutCreatingItsRecord) {
+    auto findings = FindingsOf(Zoctl("doctor --json").json);
     const Json& record = findings["crash record"];
     EXPECT_EQ(record["severity"], "ok") << record;
     EXPECT_FALSE(std::filesystem::exists(zo::WideFromUtf8(record["finding"].get<std::string>()))) << record;
-    EXPECT_EQ(findings["debugger engine"]["severity"], "ok") << "Wine has one in its system folder";
     EXPECT_FALSE(findings.contains("crash server")) << "nobody asked for it";
+}
+
+TEST_F(ZoctlDriver, DoctorFindsTheDebuggerEngineInTheSystemFolder) {
+    const TempFolder alone;  // without the simulator's engine
+    for (const char* file : {"zoctl.exe", "ZoProtectorLib.dll"})
+        std::filesystem::copy_file(ProgramFolder() / file, alone / file);
+    const ChildResult doctor = RunChild((alone / "zoctl.exe").wstring(), {L"doctor", L"--json"});
+    auto findings = FindingsOf(Json::parse(doctor.out));
+    EXPECT_EQ(findings["debugger engine"]["severity"], "ok") << "Windows and Wine have one";
+}
+
+// The registry's folder for dumps, until the end of its life. Windows has one from the beginning.
+class ScopedDumpFolder {
+  public:
+    ScopedDumpFolder(const std::wstring& folder, DWORD type) {
+        hadOne_ = RegGetValueW(HKEY_LOCAL_MACHINE, kCrashControl, L"MinidumpDir", RRF_RT_ANY | RRF_NOEXPAND, &oldType_,
+                               old_, &oldBytes_) == ERROR_SUCCESS;
+        Set(type, folder.c_str(), static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t)));
+    }
+    ~ScopedDumpFolder() {
+        if (hadOne_) {
+            Set(oldType_, old_, oldBytes_);
+        } else {
+            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kCrashControl, L"MinidumpDir");
+        }
+    }
+    ScopedDumpFolder(const ScopedDumpFolder&) = delete;
+    ScopedDumpFolder& operator=(const ScopedDumpFolder&) = delete;
+
+  private:
+    static constexpr wchar_t kCrashControl[] = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
+    static void Set(DWORD type, const wchar_t* value, DWORD bytes) {
+        EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kCrashControl, L"MinidumpDir", type, value, bytes),
+                  ERROR_SUCCESS);
+    }
+
+    bool hadOne_ = false;
+    wchar_t old_[MAX_PATH] = {};
+    DWORD oldType_ = 0;
+    DWORD oldBytes_ = sizeof(old_);
+};
+
+TEST_F(ZoctlDriver, DoctorLooksIntoTheDumpFolderOfTheRegistry) {
+    for (const DWORD type : {DWORD{REG_SZ}, DWORD{REG_EXPAND_SZ}}) {
+        const ScopedDumpFolder folder(L"%SystemRoot%\\system32", type);
+        auto findings = FindingsOf(Zoctl("doctor --json").json);
+        EXPECT_EQ(findings["dump folder"]["finding"], Environment("SystemRoot") + "\\system32");
+    }
 }
 
 TEST_F(ZoctlDriver, DoctorAsksTheCrashServerWhenTold) {
@@ -157,7 +208,10 @@ const Rows<const char*, void (*)(), void (*)()> kBreakages = {
     {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, resetSimulator},
     {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
      resetSimulator},
-    {"diagnostic log", "cannot be written", [] { doctorOptions.environment = {{L"TMP", kFile}}; },
+    {"diagnostic log", "cannot be written",
+     [] {
+         doctorOptions.environment = {{L"TMP", kFile}};
+     },
      [] { doctorOptions.environment.clear(); }},
     {"filter instance", "not registered", removeInstance, [] {}},
     {"service", "not installed", [] { Zoctl("driver uninstall"); }, [] {}},
@@ -175,6 +229,7 @@ TEST_F(ZoctlDriver, DoctorFindsTheBreakageAndNothingElse) {
         EXPECT_EQ(wrong, subject) << words << "\n" << run.out;
         repair();
     }
+    EXPECT_EQ(Zoctl("doctor --json").json["measured"]["driverVersion"], nullptr) << "there is no driver to ask";
 }
 
 }  // namespace

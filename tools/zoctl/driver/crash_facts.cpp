@@ -35,13 +35,17 @@ std::string MissingLibrary() {
     return {};
 }
 
+// As the reporter finds it, which expands variables in a value of any type.
 std::wstring DumpFolder() {
+    std::array<wchar_t, 520> named{};
     std::array<wchar_t, 520> folder{};
-    auto size = static_cast<DWORD>(sizeof(folder));
+    auto size = static_cast<DWORD>(sizeof(named));
     if (RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\CrashControl", L"MinidumpDir",
-                     RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, folder.data(), &size) == ERROR_SUCCESS &&
-        folder[0] != L'\0') {
-        return folder.data();  // with its variables expanded
+                     RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr, named.data(),
+                     &size) == ERROR_SUCCESS &&
+        named[0] != L'\0' &&
+        ExpandEnvironmentStringsW(named.data(), folder.data(), static_cast<DWORD>(folder.size())) <= folder.size()) {
+        return folder.data();
     }
     GetWindowsDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
     return (std::filesystem::path(folder.data()) / L"Minidump").wstring();
