@@ -150,9 +150,19 @@ void Engine::Print(const std::vector<OutputText>& texts) {
         Print(output.mask, output.text);
 }
 
-void Engine::ReplaceCallbacks(PDEBUG_OUTPUT_CALLBACKS callbacks) {
-    if (callbacks != nullptr) callbacks->AddRef();
-    if (PDEBUG_OUTPUT_CALLBACKS old = std::exchange(callbacks_, callbacks); old != nullptr) old->Release();
+HRESULT Engine::ReplaceCallbacks(PDEBUG_OUTPUT_CALLBACKS callbacks) {
+    void* held = nullptr;
+    if (callbacks != nullptr) {
+        // An object that claims an interface it does not have would crash the engine when that is used.
+        void* foreign = nullptr;
+        if (SUCCEEDED(callbacks->QueryInterface(IID_IDebugClient, &foreign))) return E_UNEXPECTED;
+        // QueryInterface adds the reference that this engine holds.
+        const HRESULT result = callbacks->QueryInterface(IID_IDebugOutputCallbacks, &held);
+        if (FAILED(result)) return result;
+    }
+    auto* const old = std::exchange(callbacks_, static_cast<PDEBUG_OUTPUT_CALLBACKS>(held));
+    if (old != nullptr) old->Release();
+    return S_OK;
 }
 
 std::string Engine::DumpName() const {
@@ -215,10 +225,8 @@ HRESULT Engine::GetOutputCallbacks(PDEBUG_OUTPUT_CALLBACKS* callbacks) {
 }
 
 HRESULT Engine::SetOutputCallbacks(PDEBUG_OUTPUT_CALLBACKS callbacks) {
-    return Step("SetOutputCallbacks", callbacks != nullptr ? "object" : "none", [&] {
-        ReplaceCallbacks(callbacks);
-        return S_OK;
-    });
+    return Step("SetOutputCallbacks", callbacks != nullptr ? "object" : "none",
+                [&] { return ReplaceCallbacks(callbacks); });
 }
 
 HRESULT Engine::GetOutputMask(PULONG mask) {

@@ -66,7 +66,7 @@ class Engine final : public ClientSlots, public ControlSlots {
     HRESULT Load();
     void Print(std::uint32_t mask, std::string_view text);
     void Print(const std::vector<OutputText>& texts);
-    void ReplaceCallbacks(PDEBUG_OUTPUT_CALLBACKS callbacks);
+    HRESULT ReplaceCallbacks(PDEBUG_OUTPUT_CALLBACKS callbacks);
     [[nodiscard]] std::string DumpName() const;
 
     std::atomic<ULONG> references_ = 1;
