@@ -6,8 +6,8 @@
 #include <cstddef>
 
 #ifdef __GLIBCXX__
-namespace __gnu_cxx {       // NOLINT(bugprone-reserved-identifier): the runtime's own, which no header declares
-void __freeres() noexcept;  // NOLINT(bugprone-reserved-identifier)
+namespace __gnu_cxx {       // NOLINT(bugprone-reserved-identifier): no header declares it
+void __freeres() noexcept;  // NOLINT(bugprone-reserved-identifier,readability-identifier-naming)
 }
 #endif
 

@@ -117,7 +117,7 @@ TEST_F(DumpFolder, IsTheOneThatTheRegistryNamesElseThatOfWindows) {
     const std::wstring known = (folder_ / "named").wstring();
     std::filesystem::create_directories(known);
     const ScopedEnvironment dumps(L"ZO_TEST_DUMPS", known);
-    const std::string ofWindows = std::string(std::getenv("SystemRoot")) + "\\Minidump";
+    const std::string ofWindows = Environment("SystemRoot") + "\\Minidump";
     const std::wstring end(1, L'\0');
     const Rows<std::optional<std::wstring>, std::string> rows = {
         {"with a variable", L"%ZO_TEST_DUMPS%" + end, "~\\named"},

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -210,9 +209,9 @@ class ServerTest : public ReporterTest {
     }
     explicit ServerTest(bool holdBack = true) : ReporterTest(holdBack) { NewRequests(); }
 
-    static std::string Url() { return std::getenv("ZO_CRASH_SERVER_URL"); }
+    static std::string Url() { return Environment("ZO_CRASH_SERVER_URL"); }
     static std::filesystem::path ServerFile(const std::string& name) {
-        return std::filesystem::path("Z:" + std::string(std::getenv("ZO_CRASH_SERVER_FOLDER"))) / name;
+        return std::filesystem::path("Z:" + Environment("ZO_CRASH_SERVER_FOLDER")) / name;
     }
     static std::uint32_t Trust(const wchar_t* verb, const char* certificate) {
         const std::filesystem::path program = ProgramFolder() / "trust_certificate.exe";

@@ -12,7 +12,7 @@ class InstallDriver : public BareSystemTest {
         EXPECT_EQ(ReadValue(kServiceKey, L"Group"), TextValue(L"FSFilter Activity Monitor"));
         EXPECT_EQ(ReadValue(kServiceKey, L"DisplayName"), TextValue(L"ZoProtector Driver"));
         EXPECT_EQ(DriverStatus().imagePath,
-                  std::wstring(_wgetenv(L"SystemRoot")) + L"\\System32\\drivers\\ZoProtectorDriver.sys");
+                  (std::filesystem::path(Environment("SystemRoot")) / L"System32\\drivers\\ZoProtectorDriver.sys"));
     }
 
     const TempFolder folder_;

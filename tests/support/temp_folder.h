@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -60,6 +61,13 @@ class TempFolder {
   private:
     std::filesystem::path path_;
 };
+
+// Raises std::runtime_error when there is no such environment variable.
+[[nodiscard]] inline std::string Environment(const char* name) {
+    const char* const value = std::getenv(name);
+    if (value == nullptr) throw std::runtime_error(std::string("there is no environment variable ") + name);
+    return value;
+}
 
 // An environment variable of this process, until the end of its life.
 class ScopedEnvironment {

@@ -10,7 +10,7 @@
 
 namespace zoctl {
 
-class SystemNames : public NameForms {
+class SystemNames final : public NameForms {
   public:
     SystemNames();
 
