@@ -34,8 +34,8 @@ int32_t ZoCrashReport_Initialize(const ZoCrashReportConfig* config) {
 
 int32_t ZoCrashReport_Uninitialize(void) {
     CrashReporterContext& reporter = Reporter();
-    reporter.cancel.exchange(true);
-    reporter.cancel.exchange(false);
+    reporter.cancel.store(true);  // ends a run in another thread that looks at this moment
+    reporter.cancel.store(false);
     return zo::kOk;
 }
 
