@@ -55,6 +55,13 @@ TEST(Hasher, ServesManyMessages) {
     }
 }
 
+TEST(CreateDirectories, MakesAllMissingFolders) {
+    const std::filesystem::path first =
+        std::filesystem::temp_directory_path() / Format("zotest_base_{}", GetCurrentProcessId());
+    EXPECT_EQ(TryCreateDirectories(first / L"second\\third\\fourth\\"), 0u);
+    EXPECT_EQ(std::filesystem::remove_all(first), 4u);
+}
+
 TEST(CreateDirectories, ReportsFoldersThatCannotBeMade) {
     const std::filesystem::path root = std::filesystem::temp_directory_path().root_path();
     CreateDirectories(root);

@@ -98,6 +98,8 @@ TEST(Document, RendersFieldsInByteOrderUnescapedAndUnindented) {
     EXPECT_EQ(TimestampText(2026, 1, 2, 3, 4, 5), "2026-1-2 3:4:5");
 }
 
+constexpr std::uint32_t kSilent = 0xFFFFFFFF;  // as "needed": the scrambler reports no length
+
 // Answers the sizing call as scripted, then writes "scrambled" and reports a length.
 struct ScriptedScrambler {
     std::uint32_t sizing;
@@ -108,7 +110,7 @@ struct ScriptedScrambler {
     static std::int32_t Call(void* context, const std::uint8_t*, std::uint32_t, std::uint8_t* out,
                              std::uint32_t capacity, std::uint32_t* length) {
         const auto& self = *static_cast<const ScriptedScrambler*>(context);
-        *length = out == nullptr ? self.needed : self.reported;
+        if (self.needed != kSilent) *length = out == nullptr ? self.needed : self.reported;
         if (out != nullptr) std::memcpy(out, "scrambled", std::min<std::size_t>(capacity, 9));
         return static_cast<std::int32_t>(out == nullptr ? self.sizing : self.second);
     }
@@ -125,6 +127,7 @@ TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
         {"longer than the buffer", {kNeedsBuffer, 9, 0, 4000}, 0, "9&scrambled"},
         {"nothing at all", {kNeedsBuffer, 0, 0, 0}, 0, "0&"},
         {"a size of 0 without an error", {0, 0, 0, 0}, 0, "0&"},
+        {"no size", {0, kSilent, 0, 0}, 0, "0&"},
     };
     for (auto [name, script, status, expected] : rows) {
         SCOPED_TRACE(name);

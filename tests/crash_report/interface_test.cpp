@@ -55,8 +55,9 @@ class Settings : public ReporterTest {
   private:
     // In the place of the user's own folder, whose record is not touched.
     ImportHook folderHook_{
-        "SHGetKnownFolderPath", SHGetKnownFolderPath,
-        [this](REFGUID, DWORD, HANDLE, wchar_t** path) { return SHStrDupW(folder_.Path().c_str(), path); }};
+        "SHGetKnownFolderPath", SHGetKnownFolderPath, [this](REFGUID id, DWORD, HANDLE, wchar_t** path) {
+            return id == FOLDERID_LocalAppData ? SHStrDupW(folder_.Path().c_str(), path) : E_INVALIDARG;
+        }};
     ImportHook timeHook_{"GetLocalTime", GetLocalTime, [](SYSTEMTIME* time) {
                              *time = {2026, 1, 5, 2, 3, 4, 5, 6};  // a Friday
                          }};

@@ -1,5 +1,10 @@
 // Keystores and key blobs: what is made, loaded, replaced and refused.
 
+#include <windows.h>
+// It needs windows.h before it.
+#include <sddl.h>
+
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -89,6 +94,13 @@ TEST_F(FreshPair, FailsWithAMessageWhenItCannotBeWritten) {
     }
 }
 
+TEST_F(FreshPair, FailsWithAMessageWhenItCannotBeMade) {
+    std::filesystem::remove(file);
+    const ImportHook hook("BCryptFinalizeKeyPair", BCryptFinalizeKeyPair,
+                          [](auto, auto) { return static_cast<NTSTATUS>(0xC0000001); });
+    tree.Sign().Expect(0xD0000001, {making, "2 GenerateKeyPair -> NTSTATUS 0xC0000001"});
+}
+
 TEST_F(FreshPair, WritesNeitherFileWhenThePublicHalfCannotBeExported) {
     std::filesystem::remove(file);
     const ImportHook hook(
@@ -102,6 +114,24 @@ TEST_F(FreshPair, WritesNeitherFileWhenThePublicHalfCannotBeExported) {
 }
 
 // ---- The access list of the private key's file
+
+TEST(GenerateKeyPair, LetsTheUserTheSystemAndAdministratorsAloneReadThePrivateKey) {
+    std::string access;
+    const ImportHook hook("SetKernelObjectSecurity", SetKernelObjectSecurity,
+                          [&access](HANDLE file, SECURITY_INFORMATION information, PSECURITY_DESCRIPTOR descriptor) {
+                              zo::OwnedLocalMemory owner;
+                              LPWSTR text = nullptr;
+                              ConvertSecurityDescriptorToStringSecurityDescriptorW(
+                                  descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
+                              owner.Reset(text);
+                              access = zo::Utf8FromWide(text);
+                              return SetKernelObjectSecurity(file, information, descriptor);
+                          });
+    const TempFolder folder;
+    EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), 0);
+    EXPECT_TRUE(access.starts_with("D:P(A;;FA;;;S-1-") && access.ends_with(")(A;;FA;;;SY)(A;;FA;;;BA)")) << access;
+    EXPECT_EQ(std::ranges::count(access, '('), 3) << access;
+}
 
 TEST(GenerateKeyPair, WritesNoKeyIntoAFileWhoseAccessListCannotBeSet) {
     // With the error of an open that asks for WRITE_DAC, that of the deletion and whether a new file replaces this one.

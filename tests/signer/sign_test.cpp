@@ -188,6 +188,11 @@ TEST(Sign, RaisesAnErrorWhenTheManifestsFolderCannotBeMade) {
 TEST(Sign, FailsWithAMessageWhenTheManifestCannotBeWritten) {
     SealedTree tree;
     {
+        const ImportHook sign("BCryptSignHash", BCryptSignHash,
+                              [](auto...) { return static_cast<NTSTATUS>(0xC0000001); });
+        tree.Sign().ExpectAtEnd(kFail, "2 sign manifest -> 0xC0000001");
+    }
+    {
         const ImportHook write("WriteFile", FailWith<ERROR_DISK_FULL>);
         tree.Sign().ExpectAtEnd(kFail, "2 Write manifest -> Win32 112");
     }

@@ -53,7 +53,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     const ZoctlRun text = Crash({"list", "--target", "STORAGE+0x", "--target", "nt+"});
     EXPECT_TRUE(Gave(text, 1, "STORAGE+0x|nt+"));
     EXPECT_TRUE(Gave(text, 1, "3 new, 1 could not be analysed, 2 matching a target."));
-    EXPECT_TRUE(Gave(Crash({"analyse", Dump("1.dmp")}), 0, "<Cmd>1</Cmd>"));
+    EXPECT_TRUE(Gave(Crash({"analyse", Dump("1.dmp")}), 0, "\n  <Crash_protocol>"));
 
     const ZoctlRun dry = Crash({"run", "--dry-run", "--json", "--app-name", "Dry", "--lcid", "7"});
     EXPECT_TRUE(Gave(dry, 1, "", {{"sent", false}, {"server", Url()}}));
@@ -64,6 +64,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     EXPECT_FALSE(dry.json["dumps"][1].contains("query"));
     EXPECT_TRUE(NewRequests().empty());
     EXPECT_EQ(Record(), kBase);
+    EXPECT_TRUE(Gave(Crash({"history"}), 0, "has no entries"));
 }
 
 TEST_F(ZoctlCrash, TakesTargetNamesInTheCodePageOfTheEngine) {
@@ -133,6 +134,8 @@ TEST_F(ZoctlCrash, RefusesAMistakeBeforeItCostsADump) {
         EXPECT_EQ(Record(), kBase);
     }
     EXPECT_TRUE(NewRequests().empty());
+    const Json journal = Each(Crash({"history", "--json"}), "entries", "path");
+    EXPECT_EQ(std::count(journal.begin(), journal.end(), Json()), 1) << "only the run without an engine has an entry without a dump";
 }
 
 TEST_F(ZoctlCrash, RefusesAServerWhoseCertificateIsNotTrusted) {
@@ -188,6 +191,7 @@ TEST_F(ZoctlCrash, KeepsAJournalOfEachDumpsOutcome) {
     EXPECT_EQ(first["server"], Url());
     EXPECT_EQ(history.json["entries"][1]["signature"].get<std::string>().size(), 32u);
     EXPECT_EQ(run.json["journal"], history.json["journal"]);
+    EXPECT_FALSE(run.json.contains("journalError"));
 
     EXPECT_TRUE(Gave(Crash({"history", "--dump", "2.DMP"}), 0, "0x000000D1  -"));
     EXPECT_TRUE(Gave(Crash({"history", "--dump", "9.dmp"}), 7, "has no entry for '9.dmp'"));
@@ -200,6 +204,7 @@ TEST_F(ZoctlCrash, ShowsAJournalThatSomebodyDamaged) {
     const ZoctlRun history = Crash({"history", "--journal", journal});
     EXPECT_TRUE(Gave(history, 0, "-     -     -          ?        a\\x1B"));
     EXPECT_TRUE(Gave(history, 0, "left out: 2."));
+    EXPECT_EQ(history.out.find("has no entries"), std::string::npos);
 }
 
 TEST_F(ZoctlCrash, DoesNotClaimToHaveSentADumpWhenTheCountersLeaveItOpen) {

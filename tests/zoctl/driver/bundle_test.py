@@ -21,6 +21,7 @@ class BundleTest(SealedTreeTest):
     def write_bundle(self):
         """What the command answers, and the files of the bundle by their names."""
         answer = json.loads(self.zoctl(0, "doctor", "--bundle", self.bundle, "--yes", "--json").stdout)
+        self.assertEqual(self.bundle.read_bytes()[-2:], bytes(2), "it has no comment")
         with zipfile.ZipFile(self.bundle) as bundle:
             self.assertIsNone(bundle.testzip())
             return answer, {name: bundle.read(name).decode() for name in bundle.namelist()}

@@ -11,7 +11,7 @@ import subprocess
 import jsonschema
 
 from answer_schema import COMMANDS, SCHEMA, command_of, faults_of
-from sealed_tree import BUILT, SOURCES, ZOCTL, SealedTreeTest, dos, simctl
+from sealed_tree import BUILT, SOURCES, UNPRIVILEGED, ZOCTL, SealedTreeTest, dos, simctl
 
 # Exit code and command line; --json is added where --jsonl is not given. {b} is the folder of the programs. Behind ->
 # is the one command that reaches the driver.
@@ -166,6 +166,12 @@ class AnswersTest(SealedTreeTest):
             text = self.zoctl(code, *words, merged=True).stdout
             self.assertRegex(text, rf"(?s)\A{shown}")
             self.assertNotIn("\r", text, "progress is for terminals")
+
+    def test_a_dump_folder_that_denies_access_needs_the_driver(self):
+        closed = self.folder / "closed"
+        closed.mkdir(mode=0)
+        text = self.zoctl(9, "crash", "list", "--dumps", closed, prefix=UNPRIVILEGED).stderr
+        self.assertIn("have the driver copy the dump folder", text)
 
     def check_repeated(self, words, document):
         """That an answer repeats the arguments of its command line, and shows each switch as on or off."""

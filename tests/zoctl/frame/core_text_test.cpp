@@ -25,10 +25,11 @@ TEST(StatusTable, NamesAStatusThatHasNoRow) {
 }
 
 TEST(Suggestion, IsTheNameWithTheFewestMistakes) {
-    const std::vector<std::string> names = {"install", "uninstall", "start", "stop", "status"};
+    const std::vector<std::string> names = {"install", "uninstall", "start", "stop", "status", "zap"};
     const std::pair<const char*, const char*> cases[] = {
         {"instal", "install"}, {"INSTALL", "install"}, {"sotp", "stop"}, {"statsu", "status"},
-        {"stat", "start"},     {"xxxx", ""},           {"s", ""},
+        {"stat", "start"},     {"xxxx", ""},           {"s", ""},        {"ZP", "zap"},
+        {"sxxp", ""},
     };
     for (const auto& [word, name] : cases)
         EXPECT_EQ(zoctl::ClosestName(word, names), name) << word;

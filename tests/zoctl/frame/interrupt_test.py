@@ -11,6 +11,10 @@ from terminal import CTRL_C, pressed
 
 
 class InterruptTest(SealedTreeTest):
+    def add_large_file(self):
+        with open(self.tree / "large", "wb") as file:
+            file.truncate(1 << 29)  # takes seconds to hash, and no space
+
     def interrupted(self, is_time, *arguments):
         """The last document on standard output of a command that Ctrl-C ends; is_time gets the processor time that it
         took, and what it wrote so far."""
@@ -31,12 +35,18 @@ class InterruptTest(SealedTreeTest):
         self.assertRegex(shown, "received .* produced")
 
     def test_sign_and_verify_leave_a_document(self):
-        with open(self.tree / "large", "wb") as file:
-            file.truncate(1 << 29)  # takes seconds to hash, and no space
+        self.add_large_file()
         self.sign()
         for verb, form in (("verify", "--json"), ("sign", "--json"), ("sign", "--jsonl")):
             document = self.interrupted(lambda seconds, _: seconds > 0.7, verb, *self.sealed(), form)
             self.assertEqual([document[name] for name in ("command", "ok", "exitCode")], [verb, False, 130])
+
+    def test_the_progress_line_is_cleared_at_the_end(self):
+        self.add_large_file()
+        code, shown = pressed(CTRL_C, lambda *_: False, *words(("sign", *self.sealed())))
+        self.assertEqual(code, 0, shown)
+        # The terminal of some systems is told to clear a line instead of being given blanks.
+        self.assertRegex(shown, r"(?s)signing: \d+ s, .*9 files.*(\x1b\[K| {20}).*SIGNED")
 
     def test_rules_apply_tells_in_its_document_what_it_sent(self):
         self.start_driver()

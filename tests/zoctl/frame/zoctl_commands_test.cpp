@@ -16,7 +16,9 @@ TEST_F(ZoctlCommands, AddScopedFillsTheFieldOfEachOption) {
     EXPECT_TRUE(FieldText(rules[0].scopePath).ends_with(L"\\t"));
     EXPECT_TRUE(rules[0].isFolder == 1 && rules[0].recursive == 1 && rules[0].exclusive == 1);
     EXPECT_TRUE(rules[0].scopeIsFolder == 0 && rules[0].scopeRecursive == 0);
-    EXPECT_TRUE(Gave(Zoctl("rules list --table file"), 0, kName));
+    const ZoctlRun list = Zoctl("rules list --table file");
+    EXPECT_TRUE(Gave(list, 0, kName));
+    EXPECT_EQ(list.out.find("yes ("), std::string::npos) << "the number is shown only where it is not 1\n" << list.out;
 }
 
 TEST_F(ZoctlCommands, EachStatusHasItsExitCodeAndAdvice) {
@@ -65,9 +67,10 @@ TEST_F(ZoctlCommands, AFailureSaysWhatFailedAndGivesAdviceThatApplies) {
 TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
     for (const std::string line :
          {"process add  ", "registry add Software\\X", "file add-scoped C:\\f", "file ignore add C:\\f -r",
-          "driver set-start 7", "signature policy --mode 256", "signature query -1", "rules list --table none",
-          "events --follow", "events --for 1", "events --interval 5", "events --registry --from 1",
-          "events --registry-from 1", "events --jsonl", "crash list --max-bytes -1", "force-crash"})
+          "driver set-start 7", "signature policy --mode 256", "signature policy --min-level 256", "signature query -1",
+          "rules list --table none", "events --follow", "events --for 1", "events --interval 5",
+          "events --registry --from 1", "events --registry-from 1", "events --jsonl", "crash list --max-bytes -1",
+          "force-crash"})
         EXPECT_TRUE(Gave(Zoctl(line + " --json"), 2, "Next: ", {{"ok", false}})) << line;
     EXPECT_TRUE(Gave(Zoctl("--json"), 2, "Next: ", {{"ok", false}}));
     EXPECT_TRUE(Gave(Zoctl("file add-folder C:\\f --filter " + std::string(128, 'x')), 2, "Next: "));
@@ -112,6 +115,8 @@ TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {
     EXPECT_EQ(Zoctl("signature policy --mode 3 --min-level 9").exitCode, 0);
     EXPECT_TRUE(Gave(Zoctl("signature policy --mode 4 --json"), 0, "", {{"minLevel", 9}}));
     EXPECT_EQ(Simulator().State().signatureMode, 4u);
+    EXPECT_EQ(Zoctl("dll enable").exitCode, 0);
+    EXPECT_EQ(Simulator().State().dllFilterEnabled, 1u);
     Simulator().SetPidSignature({4711, 1, 0, 0, 1, 0});
     EXPECT_TRUE(Gave(Zoctl("signature query 4711 --json"), 0, "", {{"first", true}}));
     EXPECT_TRUE(Gave(Zoctl("signature refresh 4711 --json"), 0, "", {{"second", true}}));
@@ -130,6 +135,15 @@ TEST_F(ZoctlCommands, CopyDirectoryCopiesAndCounts) {
                                zo::Utf8FromWide((folder / "to").wstring()), "--option1", "--option2", "--json"}),
                      0, "", {{"filesCopied", 1}}));
     EXPECT_EQ(ReadFileBytes(folder / "to" / "a b.txt"), "x");
+}
+
+TEST_F(ZoctlCommands, ADryRunNeedsTheTemporaryFolder) {
+    const TempFolder folder;
+    const std::string keys = (folder / "keys").string();
+    EXPECT_EQ(RunZoctl({"keys", "generate", keys}).exitCode, 0);
+    const ScopedTmp none((folder / "none").wstring());
+    EXPECT_TRUE(Gave(RunZoctl({"sign", folder.Path().string(), "-m", (folder / "m").string(), "-k", keys, "--dry-run"}),
+                     1, "The temporary folder cannot be used: "));
 }
 
 TEST_F(ZoctlCommands, EventsShowLossesInTheirPlaceAndContinueFromAPosition) {
@@ -177,6 +191,8 @@ TEST_F(ZoctlCommands, EventsEndForABusyDriverAFailureAndAClosedReader) {
     options.deafReader = true;
     EXPECT_TRUE(
         Gave(Zoctl("events --jsonl", options), 1, "main: 0 received + 0 lost = 0 produced; continue with --from 0"));
+    Simulator().SetProducer(ZOSIM_RING_EVENTS, 1500);  // more between two polls than the ring holds
+    EXPECT_GE(Zoctl("events --json").json["totals"][0]["produced"], 16384) << "lost events count as well";
 }
 
 TEST_F(ZoctlCommands, FollowAccountsForEveryEventWhenSomeAreLost) {

@@ -95,13 +95,14 @@ class SealCommandsTest(SealedTreeTest):
                           ("--key", self.keys / "public.rsakey"): 0, ("--key", none): 33, ("--key", junk): 33,
                           ("--key", cut): 33, (): 2}.items():
             self.zoctl(code, "verify", self.tree, "-m", self.manifest, *key)
+        self.refused(33, "from the keystore", "verify", self.tree, "-m", self.manifest, "-k", self.folder)
         for key, code in {"public.rsakey": 33, "private.rsakey": 0}.items():
             self.zoctl(code, "sign", self.tree, "-m", self.manifest, "--key", self.keys / key)
 
     def test_folders_left_open_are_found_or_refused(self):
         absolute = dos(self.tree).lower().replace("z:", "Z:")
-        for name, opened in {"Open\\": "Open", "./d/../open": "open", dos(self.tree / "d"): "d", absolute: ".",
-                             "opne": None, "a.txt": None, "..": None}.items():
+        for name, opened in {"Open\\": "Open", "./d/../open": "open", dos(self.tree / "d"): "d", "d\\e": "d/e",
+                             absolute: ".", "opne": None, "a.txt": None, "..": None}.items():
             with self.subTest(name):
                 facts = self.sign("--open", name, code=0 if opened else 2)
                 if opened:
@@ -174,6 +175,7 @@ class SealCommandsTest(SealedTreeTest):
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")
         old = self.manifest.rename(self.folder / "old.zosig")
+        self.assertIn("d/\u00e4\u6f22", self.zoctl(0, "manifest", "show", old, "--json").stdout, "as it is, in UTF-8")
         shown = self.facts(0, "manifest", "show", old)
         self.assertEqual(shown["thumbprint"], THUMBPRINT)
         items = {item["path"]: item for item in shown["items"]}

@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <numeric>
+
 #include "zoctl_process.h"
 
 // "driver upgrade --restart --keep-rules": what the running driver holds before and after.
@@ -74,6 +76,17 @@ TEST_F(ZoctlUpgrade, LeavesTheRulesInAFileWhenTheNewDriverDoesNotStart) {
     AddRules();
     const ZoctlRun run = Upgrade("C:\\windows\\system32\\version.dll", kKeep);  // has a version, and is not a driver
     EXPECT_TRUE(Gave(run, 1, "start the new driver", {{"upgraded", true}, {"restarted", false}}));
+    ASSERT_TRUE(run.json["rulesFile"].is_string()) << run.out;
+    EXPECT_TRUE(Gave(RunZoctl({"rules", "check", run.json["rulesFile"]}), 0));
+}
+
+TEST_F(ZoctlUpgrade, LeavesTheRulesInAFileWhenTheyCannotBePutBack) {
+    const auto file = folder_.Path() / "rules.json";
+    std::vector<int> tooMany(ZOSIM_DEFAULT_CAPACITY + 1);
+    std::iota(tooMany.begin(), tooMany.end(), 4);
+    WriteFileBytes(file, Json{{"version", 1}, {"signature", {{"overrides", tooMany}}}}.dump());
+    const ZoctlRun run = Newer({"--restart", "--keep-rules", "--rules", zo::Utf8FromWide(file.wstring())});
+    EXPECT_TRUE(Gave(run, 8, "", {{"upgraded", true}, {"restarted", true}}));
     ASSERT_TRUE(run.json["rulesFile"].is_string()) << run.out;
     EXPECT_TRUE(Gave(RunZoctl({"rules", "check", run.json["rulesFile"]}), 0));
 }
