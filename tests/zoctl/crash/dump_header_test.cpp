@@ -42,6 +42,7 @@ TEST(DumpHeader, IsSoundWhenTheFileIsAsLongAsItSays) {
         {"cut off by a byte", SmallDump().substr(0, 0x2103), false, true},
         {"cut off in the block's own head", SmallDump().substr(0, 0x2008), false, true},
         {"cut off in the header", SmallDump().substr(0, 0x1FFF), false, true},
+        {"cut off behind the bug check", SmallDump().substr(0, 0x60), false, true},
         {"cut off in the bug check", SmallDump().substr(0, 0x5F), false, false},
         {"without its end mark", With(0x2100, 0), false, true},
         {"an end mark outside the file", With(0x2008, 0xFFFFFFFF), false, true},

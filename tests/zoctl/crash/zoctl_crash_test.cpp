@@ -135,7 +135,8 @@ TEST_F(ZoctlCrash, RefusesAMistakeBeforeItCostsADump) {
     }
     EXPECT_TRUE(NewRequests().empty());
     const Json journal = Each(Crash({"history", "--json"}), "entries", "path");
-    EXPECT_EQ(std::count(journal.begin(), journal.end(), Json()), 1) << "only the run without an engine has an entry without a dump";
+    EXPECT_EQ(std::count(journal.begin(), journal.end(), Json()), 1)
+        << "only the run without an engine has an entry without a dump";
 }
 
 TEST_F(ZoctlCrash, RefusesAServerWhoseCertificateIsNotTrusted) {

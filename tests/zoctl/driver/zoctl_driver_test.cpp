@@ -208,10 +208,7 @@ const Rows<const char*, void (*)(), void (*)()> kBreakages = {
     {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, resetSimulator},
     {"rules", "cannot be read", [] { SimulatorClient().FailNext(ZOP_IOCTL_LIST_FILE_RULES, 0xC0000001, 9); },
      resetSimulator},
-    {"diagnostic log", "cannot be written",
-     [] {
-         doctorOptions.environment = {{L"TMP", kFile}};
-     },
+    {"diagnostic log", "cannot be written", [] { doctorOptions.environment = {{L"TMP", kFile}}; },
      [] { doctorOptions.environment.clear(); }},
     {"filter instance", "not registered", removeInstance, [] {}},
     {"service", "not installed", [] { Zoctl("driver uninstall"); }, [] {}},

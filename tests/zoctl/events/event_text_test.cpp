@@ -19,7 +19,8 @@ TEST(EventText, FindsTheStringsOfARecordOfUnknownLayout) {
         {zeros + wide(u"first\0second"s), {"first", "second"}},
         {zeros + wide(u"\u0416\u0417\u0418\u0419") + zeros, {"\xD0\x96\xD0\x97\xD0\x98\xD0\x99"}},
         {zeros + numbers + zeros + wide(u"\\Device\\\u65E5\u672C"), {"\\Device\\\xE6\x97\xA5\xE6\x9C\xAC"}},
-        {zeros + wide(u"abc") + zeros, {}},  // too short
+        {zeros + wide(u"abc") + zeros, {}},                  // too short
+        {zeros + wide(u"A\u0416\u65E5\u0417") + zeros, {}},  // three alphabets, and a quarter is Latin
         {"\1", {}},
     };
     for (const auto& [bytes, strings] : cases)
