@@ -98,7 +98,7 @@ TEST_F(FreshPair, FailsWithAMessageWhenItCannotBeMade) {
     std::filesystem::remove(file);
     const ImportHook hook("BCryptFinalizeKeyPair", BCryptFinalizeKeyPair,
                           [](auto, auto) { return static_cast<NTSTATUS>(0xC0000001); });
-    tree.Sign().Expect(0xD0000001, {making, "2 GenerateKeyPair -> NTSTATUS 0xC0000001"});
+    tree.Sign().Expect(static_cast<std::int32_t>(0xD0000001), {making, "2 GenerateKeyPair -> NTSTATUS 0xC0000001"});
 }
 
 TEST_F(FreshPair, WritesNeitherFileWhenThePublicHalfCannotBeExported) {
