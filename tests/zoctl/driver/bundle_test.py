@@ -48,8 +48,9 @@ class BundleTest(SealedTreeTest):
 
     def test_holds_the_last_4_mib_of_a_log_from_the_beginning_of_a_line(self):
         name = f"ZoProtector_{datetime.date.today() - datetime.timedelta(1):%Y%m%d}.log"
-        today = next(one["finding"] for one in self.facts(40, "doctor")["findings"] if one["subject"] == "diagnostic log")
-        log = BUILT.parent / "wine-prefix/drive_c" / "/".join(today.split("\\")[1:-1]) / name
+        findings = {one["subject"]: one["finding"] for one in self.facts(40, "doctor")["findings"]}
+        folder = findings["diagnostic log"].split("\\")[1:-1]
+        log = (BUILT.parent / "wine-prefix/drive_c").joinpath(*folder, name)
         log.parent.mkdir(parents=True, exist_ok=True)
         log.write_text("first line\n" + "0123456789\n" * 400000)
         self.addCleanup(log.unlink)
