@@ -43,9 +43,10 @@ std::wstring DumpFolder() {
     if (RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\CrashControl", L"MinidumpDir",
                      RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr, named.data(),
                      &size) == ERROR_SUCCESS &&
-        named[0] != L'\0' &&
-        ExpandEnvironmentStringsW(named.data(), folder.data(), static_cast<DWORD>(folder.size())) <= folder.size()) {
-        return folder.data();
+        named[0] != L'\0') {
+        const auto capacity = static_cast<DWORD>(folder.size());
+        const DWORD length = ExpandEnvironmentStringsW(named.data(), folder.data(), capacity);
+        if (length != 0 && length <= capacity) return folder.data();
     }
     GetWindowsDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
     return (std::filesystem::path(folder.data()) / L"Minidump").wstring();
