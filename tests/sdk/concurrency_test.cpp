@@ -90,8 +90,8 @@ TEST_F(Concurrency, EightThreadsCallWhileANinthOpensAndClosesTheChannel) {
     Simulator().SetPidSignature({0x01020304, 1, 1, 1, 1, 0});
     Simulator().SetProducer(ZOSIM_RING_EVENTS, 3);
     Simulator().SetProducer(ZOSIM_RING_REGISTRY, 3);
-    // The first calls load a module. Threads that wait for the loader meanwhile make the platform's locks allocate
-    // semaphores, which stay.
+    // When several threads make the first calls at once, two semaphores and an event stay, probably those of the
+    // platform's locks, on which the threads wait while a module is loaded.
     for (const Request& row : AllRequests())
         static_cast<void>(row.call.make());
     const Holdings before;

@@ -25,7 +25,8 @@ class BundleTest(SealedTreeTest):
         with zipfile.ZipFile(self.bundle) as bundle:
             self.assertIsNone(bundle.testzip())
             for file in bundle.infolist():
-                self.assertLess(abs(datetime.datetime.now() - datetime.datetime(*file.date_time)).seconds, 60, file)
+                age = datetime.datetime.now() - datetime.datetime(*file.date_time)
+                self.assertLess(abs(age), datetime.timedelta(minutes=1), file)
             return answer, {name: bundle.read(name).decode() for name in bundle.namelist()}
 
     def test_holds_the_answers_and_the_log_without_the_users_name(self):
