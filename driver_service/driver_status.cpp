@@ -38,9 +38,8 @@ void FillConfig(SC_HANDLE service, ZoProtectorDriverStatus& status) {
     path.copy(status.imagePath, std::size(status.imagePath) - 1);  // the record is zeroed, so this ends it
 }
 
-// Empty when there is none, when it is not text, or when it is longer than the field.
+// Stays empty when there is none, when it is not text, or when it is longer than the field.
 void ReadAltitude(AltitudeText& altitude) {
-    altitude[0] = L'\0';
     zo::OwnedRegistryKey key;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kInstanceKey, 0, KEY_READ, key.Out()) != ERROR_SUCCESS) return;
 
@@ -57,7 +56,7 @@ void ReadAltitude(AltitudeText& altitude) {
 }
 
 bool IsInstanceRegistered() {
-    AltitudeText altitude;
+    AltitudeText altitude{};
     ReadAltitude(altitude);
     return altitude[0] != L'\0';
 }

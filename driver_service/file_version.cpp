@@ -10,8 +10,7 @@ namespace zop {
 std::int32_t ZopReadFileVersion(const wchar_t* path, ZopFileVersion& version) {
     version = {};
     SetLastError(ERROR_SUCCESS);
-    DWORD ignored = 0;
-    const DWORD size = GetFileVersionInfoSizeW(path, &ignored);
+    const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
     if (size == 0) return ZopMapServiceError(GetLastError());
 
     const zo::HeapBlock block(size);
@@ -20,7 +19,7 @@ std::int32_t ZopReadFileVersion(const wchar_t* path, ZopFileVersion& version) {
 
     void* root = nullptr;
     UINT length = 0;
-    if (!VerQueryValueW(block.Get(), L"\\", &root, &length) || root == nullptr || length < sizeof(VS_FIXEDFILEINFO)) {
+    if (!VerQueryValueW(block.Get(), L"\\", &root, &length) || length < sizeof(VS_FIXEDFILEINFO)) {
         return ZOP_E_DRIVER_NOT_FOUND;
     }
     const auto* info = static_cast<const VS_FIXEDFILEINFO*>(root);

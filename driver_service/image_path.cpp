@@ -9,9 +9,9 @@ namespace {
 constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
 
 bool StartsWithSystemRoot(std::wstring_view path) {
-    constexpr auto kUnits = static_cast<int>(kSystemRoot.size());
-    return path.size() >= kSystemRoot.size() &&
-           CompareStringOrdinal(path.data(), kUnits, kSystemRoot.data(), kUnits, TRUE) == CSTR_EQUAL;
+    const std::wstring_view start = path.substr(0, kSystemRoot.size());
+    return CompareStringOrdinal(start.data(), static_cast<int>(start.size()), kSystemRoot.data(),
+                                static_cast<int>(kSystemRoot.size()), TRUE) == CSTR_EQUAL;
 }
 
 bool IsRelative(std::wstring_view path) {

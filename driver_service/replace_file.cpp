@@ -48,9 +48,7 @@ std::int32_t ZopReplaceFileByDriver(const wchar_t* targetPath, const wchar_t* so
     if (targetPath == nullptr || *targetPath == L'\0' || sourcePath == nullptr || *sourcePath == L'\0') {
         return ZOP_E_INVALID_ARG;
     }
-    if (!ZopIsInitialized()) {
-        if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
-    }
+    if (const std::int32_t status = ZoProtector_Initialize(); status < 0) return status;
     ZopPathBuffer staging;
     ZoProtectorReplaceFileRequest request{};
     if (const std::int32_t status = BuildRequest(targetPath, sourcePath, staging, request); status < 0) return status;

@@ -17,7 +17,7 @@ std::int32_t FindDriverFile(std::wstring& file) {
     if (!file.empty()) return ZOP_OK;
 
     ZopPathBuffer path;
-    if (ZopDefaultSourcePath(path) < 0 || path.Empty()) return ZOP_E_FAILED;
+    if (ZopDefaultSourcePath(path) < 0) return ZOP_E_FAILED;
     file = path.View();
     return ZOP_OK;
 }

@@ -18,7 +18,6 @@ DWORD ZopOpenDriverService(DWORD managerAccess, DWORD serviceAccess, ZopDriverSe
 zo::HeapBlock ZopReadServiceConfig(SC_HANDLE service) {
     DWORD size = 0;
     QueryServiceConfigW(service, nullptr, 0, &size);  // fails by design and reports the size
-    if (size == 0) return {};
     zo::HeapBlock block(size);
     if (!block || !QueryServiceConfigW(service, block.As<QUERY_SERVICE_CONFIGW>(), size, &size)) return {};
     return block;

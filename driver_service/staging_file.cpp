@@ -6,10 +6,7 @@ namespace zop {
 
 bool ZopAppendStagingName(ZopPathBuffer& folder, std::uint64_t number, std::wstring_view extension) {
     const std::wstring name = L"ZoProtectorDriver_" + std::to_wstring(number);
-    const ZopPathBuffer before = folder;
-    if (folder.Append(name) && folder.Append(extension)) return true;
-    folder = before;
-    return false;
+    return folder.Append(name) && folder.Append(extension);
 }
 
 bool ZopReadTemporaryFolder(ZopPathBuffer& folder) {

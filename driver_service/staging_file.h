@@ -13,8 +13,8 @@
 
 namespace zop {
 
-// Appends "ZoProtectorDriver_", the number and the extension to a folder. False, with the folder kept, when the name
-// does not fit.
+// Appends "ZoProtectorDriver_", the number and the extension to a folder. False when the name does not fit; the buffer
+// then holds no usable path.
 [[nodiscard]] bool ZopAppendStagingName(ZopPathBuffer& folder, std::uint64_t number, std::wstring_view extension);
 
 // The user's temporary folder, with its separator at the end. False when there is none or its name is too long.
