@@ -62,6 +62,15 @@ TEST_F(InstallDriver, ClearsTheReadOnlyAttributeOfTheCopy) {
     EXPECT_NE(GetFileAttributesW(source_.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
 }
 
+TEST_F(InstallDriver, FindsNoFileByDefaultWhenTheProgramHasNoWholeName) {
+    {
+        const CutProgramName cut;
+        EXPECT_EQ(Install(), ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER));
+    }
+    const ImportHook hook("GetModuleFileNameW", FailWith<ERROR_ACCESS_DENIED>);
+    EXPECT_EQ(Install(), ZOP_E_ACCESS_DENIED);
+}
+
 TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
     constexpr int32_t kDoesNotFit = ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
     const std::wstring longest = L"C:\\" + std::wstring(252, L'x') + L".sys";  // 259 characters
@@ -72,7 +81,7 @@ TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
         {"longest source path, no such file", longest, root, ZOP_E_DRIVER_NOT_FOUND},
         {"source is a folder", L"C:\\", root, ZOP_E_ACCESS_DENIED},
         {"no SystemRoot", L"", L"", ZOP_STATUS_FROM_WIN32(ERROR_ENVVAR_NOT_FOUND)},
-        {"installed path too long", L"", std::wstring(240, L'r'), kDoesNotFit},
+        {"installed path one character too long", L"", std::wstring(221, L'r'), kDoesNotFit},
         {"SystemRoot too long", L"", std::wstring(300, L'r'), kDoesNotFit},
         {"no such Windows folder", L"", L"C:\\no such folder", ZOP_E_DRIVER_NOT_FOUND},
         {"installed file in use", L"", root, ZOP_STATUS_FROM_WIN32(ERROR_SHARING_VIOLATION)},
@@ -99,6 +108,23 @@ TEST_F(UninstallDriver, RemovesLeftoversWithoutAServiceButForAFileInUse) {
     EXPECT_EQ(ZoProtector_UninstallDriver(), ZOP_OK);
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey.c_str());
+}
+
+TEST_F(UninstallDriver, FailsWhenInstancesThatAreThereCannotBeRemoved) {
+    std::pair<LSTATUS, DWORD> opened;  // the result, and the rights that were asked for
+    const ImportHook hook("RegOpenKeyExW", RegOpenKeyExW, [&](HKEY, auto, DWORD, REGSAM access, HKEY*) {
+        opened.second = access;
+        return opened.first;
+    });
+    const std::pair<LSTATUS, int32_t> rows[] = {{ERROR_FILE_NOT_FOUND, ZOP_OK},
+                                                {ERROR_PATH_NOT_FOUND, ZOP_OK},
+                                                {ERROR_KEY_DELETED, ZOP_OK},
+                                                {ERROR_ACCESS_DENIED, ZOP_E_ACCESS_DENIED}};
+    for (const auto& [error, expected] : rows) {
+        opened = {error, 0};
+        EXPECT_EQ(ZoProtector_UninstallDriver(), expected) << error;
+        EXPECT_EQ(opened.second, 0x2001Fu);
+    }
 }
 
 }  // namespace

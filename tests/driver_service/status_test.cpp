@@ -1,4 +1,5 @@
 #include <array>
+#include <cwchar>
 
 #include "driver_set_up.h"
 
@@ -31,6 +32,7 @@ TEST_F(DriverFile, AltitudeIsShownWhenItIsTextAndFits) {
     const std::wstring longest(63, L'9');
     const Rows<std::string, std::wstring> rows = {
         {"longest", TextValue(longest), longest},
+        {"shortest", TextValue(L"9"), L"9"},
         {"one character too long", TextValue(longest + L"9"), L""},
         {"cut, without a terminator", TextValue(longest + L"9").substr(0, 129), longest},
         {"empty", TextValue(L""), L""},
@@ -59,6 +61,14 @@ TEST_F(DriverFile, PathIsShownAsStoredAndResolvedForTheVersion) {
         EXPECT_EQ(status.imagePath, path);
         EXPECT_EQ(memcmp(&status.fileVersionMajor, &kExpected[1], 4 * sizeof(uint32_t)), 0);
         EXPECT_EQ(ReadVersion(), kExpected);
+    }
+}
+
+TEST_F(DriverFile, PathFromTheRootOfADriveStaysAsItIs) {
+    std::filesystem::current_path(ProgramFolder());
+    for (const std::wstring& path : {SimulatorFile().wstring(), SimulatorFile().generic_wstring()}) {
+        SetImagePath(path.substr(2));
+        EXPECT_EQ(ReadVersion(), (VersionResult{ZOP_OK, 1}));
     }
 }
 
@@ -110,6 +120,17 @@ TEST_F(DriverFile, VersionNeedsAllFourPointers) {
 TEST_F(DriverFile, VersionIsZeroWhenItsSizeIsZeroWithoutAnError) {
     const ImportHook hook("GetFileVersionInfoSizeW", +[] { return DWORD{0}; });
     EXPECT_EQ(ReadVersion(), VersionResult{ZOP_OK});
+}
+
+TEST_F(DriverFile, IsTheOneBesideTheExecutableWhenTheWindowsFolderCannotBeNamed) {
+    SetImagePath(L"System32\\drivers\\ZoProtectorDriver.sys");
+    for (const UINT length : {0u, UINT{MAX_PATH}}) {
+        const ImportHook hook("GetSystemWindowsDirectoryW", GetSystemWindowsDirectoryW, [&](wchar_t* folder, UINT) {
+            std::wcscpy(folder, L"C:\\cut");
+            return length;
+        });
+        EXPECT_EQ(ReadVersion(), (VersionResult{ZOP_OK, 1}));
+    }
 }
 
 TEST_F(DriverFile, IsTheOneBesideTheExecutableWhenTheConfigurationCannotBeRead) {

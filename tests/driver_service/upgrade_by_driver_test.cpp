@@ -46,7 +46,7 @@ TEST_F(UpgradeByDriverTest, ReplacesTheFileAndPutsTheMasterSwitchBack) {
     const Rows<std::wstring, std::wstring, const wchar_t*, bool> rows = {
         {"temporary folder on the volume", tmp_, tmp_, L".sys", true},
         {"the same drive in lower case", L"c" + tmp_.substr(1), L"c" + tmp_.substr(1), L".sys", false},
-        {"temporary folder on another volume", L"Z:\\", beside_, L".old", true},
+        {"temporary folder on another volume", L"Z:\\" + std::wstring(150, L't'), beside_, L".old", true},
         {"no temporary folder", L"C:\\" + std::wstring(300, L't'), beside_, L".old", false}};
     for (const auto& [name, tmp, stagingFolder, extension, wasEnabled] : rows) {
         SCOPED_TRACE(name);

@@ -12,7 +12,7 @@ TEST_F(UpgradeTest, OnlyAHigherVersionReplacesTheFile) {
     const Rows<std::string, Version, uint32_t> rows = {
         {"same version", DriverOfVersion({1, 2, 3, 4}) + "old", {1, 2, 3, 4}, 0},
         {"lower revision", DriverOfVersion({1, 2, 3, 4}), {1, 2, 3, 3}, 0},
-        {"lower major", DriverOfVersion({2, 0, 0, 0}), {1, 65535, 65535, 65535}, 0},
+        {"lower major", DriverOfVersion({3, 0, 0, 0}), {2, 65535, 65535, 65535}, 0},
         {"higher build", DriverOfVersion({1, 2, 3, 65535}), {1, 2, 4, 0}, 1},
         {"higher minor", DriverOfVersion({1, 2, 65535, 0}), {1, 3, 0, 0}, 1},
         {"higher major", DriverOfVersion({32767, 65535, 0, 0}), {65535, 0, 0, 0}, 1},
