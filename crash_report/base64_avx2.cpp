@@ -16,8 +16,7 @@ constexpr std::size_t kLoaded = 28;  // bytes read for them: two overlapping hal
 // Each half's first twelve bytes become four 32-bit fields that each hold one group of three bytes twice, in the order
 // in which the multiplications below want them; these part every group into its four six-bit values, one a byte.
 __m256i SixBitValues(__m256i in) noexcept {
-    const __m256i order = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10,  //
-                                           1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
+    const __m256i order = _mm256_broadcastsi128_si256(_mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
     const __m256i fields = _mm256_shuffle_epi8(in, order);
     // Multiplying a 16-bit half by a power of two shifts it by an amount of its own.
     const __m256i firstAndThird =
@@ -33,10 +32,9 @@ __m256i Characters(__m256i values) noexcept {
     const __m256i above25 = _mm256_cmpgt_epi8(values, _mm256_set1_epi8(25));
     const __m256i run = _mm256_sub_epi8(_mm256_subs_epu8(values, _mm256_set1_epi8(51)), above25);
     constexpr char kDigit = '0' - 52;
-    const __m256i offsets = _mm256_setr_epi8('A', 'a' - 26, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit,
-                                             kDigit, kDigit, kDigit, '+' - 62, '/' - 63, 0, 0,  //
-                                             'A', 'a' - 26, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit,
-                                             kDigit, kDigit, kDigit, '+' - 62, '/' - 63, 0, 0);
+    const __m256i offsets =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8('A', 'a' - 26, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit,
+                                                  kDigit, kDigit, kDigit, '+' - 62, '/' - 63, 0, 0));
     return _mm256_add_epi8(values, _mm256_shuffle_epi8(offsets, run));
 }
 

@@ -50,14 +50,13 @@ void TakeIfNew(const WIN32_FIND_DATAW& found, const std::filesystem::path& folde
     // Read by the file's own path: the time in the folder's listing can lag behind.
     const std::optional<std::uint64_t> lastWrite = LastWrite(path);
     if (!lastWrite || *lastWrite <= stored) return;
-    list.newest = std::max(list.newest, *lastWrite);
-    list.entries.push_back({std::move(path), *lastWrite});
+    list.push_back({std::move(path), *lastWrite});
 }
 
 }  // namespace
 
 DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uint64_t sizeLimit) {
-    DumpList list{{}, stored};
+    DumpList list;
     const std::filesystem::path folderPath(folder);
     WIN32_FIND_DATAW found{};
     const zo::OwnedFind search(FindFirstFileW((folderPath / L"*").c_str(), &found));
@@ -70,7 +69,7 @@ DumpList FindNewDumps(const std::wstring& folder, std::uint64_t stored, std::uin
         zo::RaiseFileSystemError("directory_iterator::operator++", folderPath, error);
     }
     // Ties are ordered by name, so that the order does not depend on the file system.
-    std::sort(list.entries.begin(), list.entries.end(), [](const DumpEntry& a, const DumpEntry& b) {
+    std::sort(list.begin(), list.end(), [](const DumpEntry& a, const DumpEntry& b) {
         return std::tie(a.lastWrite, a.path) < std::tie(b.lastWrite, b.path);
     });
     return list;
@@ -82,7 +81,7 @@ std::int32_t TakeSingleDump(const std::wstring& path, DumpList& list) {
     if (!zo::Exists(path.c_str(), unknown) && unknown == 0) return zo::HresultFromWin32(ERROR_FILE_NOT_FOUND);
     const std::optional<std::uint64_t> lastWrite = LastWrite(path);
     if (!lastWrite) return zo::HresultFromWin32(GetLastError());
-    list = {{{path, *lastWrite}}, *lastWrite};
+    list = {{path, *lastWrite}};
     return zo::kOk;
 }
 

@@ -13,10 +13,7 @@ struct DumpEntry {
     std::uint64_t lastWrite = 0;  // FILETIME as one number
 };
 
-struct DumpList {
-    std::vector<DumpEntry> entries;  // oldest first
-    std::uint64_t newest = 0;        // never below the stored value that the list was made with
-};
+using DumpList = std::vector<DumpEntry>;  // oldest first
 
 // The files in the folder, not below it, that are no larger than sizeLimit and were written after `stored`. A folder
 // that cannot be opened has none. A listing that breaks off raises std::filesystem::filesystem_error.

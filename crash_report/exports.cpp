@@ -87,8 +87,8 @@ int32_t ZoCrashReport_Run(ZoCrashRunStats* stats) {
 
     const uint64_t stored = zocrash::ReadDedupeRecord(reporter.settings.compareFilePath);
     const zocrash::DumpList dumps = zocrash::FindNewDumps(folder, stored, reporter.settings.maxDumpBytes);
-    reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpsFoundMessage, dumps.entries.size());
-    const int32_t status = dumps.entries.empty() ? zo::kOk : zocrash::ProcessDumps(reporter, dumps, stored, stats);
+    reporter.Log(ZOCRASH_LOG_INFO, zocrash::kDumpsFoundMessage, dumps.size());
+    const int32_t status = dumps.empty() ? zo::kOk : zocrash::ProcessDumps(reporter, dumps, stats);
     if (!staged.Path().empty()) staged.Remove(reporter);
     return status;
 }
@@ -98,5 +98,5 @@ int32_t ZoCrashReport_UploadSingleDump(const wchar_t* dumpPath, ZoCrashRunStats*
     zocrash::DumpList dump;
     if (const int32_t status = zocrash::TakeSingleDump(dumpPath, dump); status < 0) return status;
     // The record is not read, so that this call writes its own dump's time whatever the record held.
-    return zocrash::ProcessDumps(Reporter(), dump, 0, stats);
+    return zocrash::ProcessDumps(Reporter(), dump, stats);
 }

@@ -79,7 +79,7 @@ class TreeRemoval {
         }
     }
 
-    // A folder that could not be opened may be empty, or have become a link: either can still be removed.
+    // What could not be opened may be an empty folder, a link or a file: each can still be removed.
     void RemoveLast(DWORD openError) {
         Folder last = std::move(pending_.back());
         pending_.pop_back();
@@ -103,9 +103,7 @@ RemovalResult RemoveFolder(const std::wstring& folder) {
         const DWORD error = GetLastError();
         return {IsMissing(error) ? ERROR_SUCCESS : error, 0};
     }
-    if (IsFolder(attributes)) return TreeRemoval().Run(path, attributes);
-    const DWORD error = RemoveEntry(path, attributes);
-    return {error, error == ERROR_SUCCESS ? std::uint64_t{1} : 0};
+    return TreeRemoval().Run(path, attributes);
 }
 
 }  // namespace zocrash

@@ -28,8 +28,8 @@ class Pipeline {
 
     [[nodiscard]] const ZoCrashRunStats& Stats() const noexcept { return stats_; }
 
-    // `report` is false when the caller's record is to stay unchanged.
-    [[nodiscard]] std::int32_t Run(const DumpList& dumps, std::uint64_t stored, bool& report);
+    // Clears `report` when the caller's record is to stay unchanged.
+    [[nodiscard]] std::int32_t Run(const DumpList& dumps, bool& report);
 
   private:
     [[nodiscard]] std::optional<DumpAnalysisResult> Analyse(const DumpEntry& entry, DebugEngine& engine);
@@ -42,9 +42,8 @@ class Pipeline {
     std::wstring matchedOfRun_;
 };
 
-std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& report) {
-    report = true;
-    stats_.dumpsFound += static_cast<std::uint32_t>(dumps.entries.size());
+std::int32_t Pipeline::Run(const DumpList& dumps, bool& report) {
+    stats_.dumpsFound += static_cast<std::uint32_t>(dumps.size());
     if (!reporter_.network.Wait(reporter_.settings.networkWaitSeconds, reporter_.cancel)) {
         reporter_.Log(ZOCRASH_LOG_WARNING, "Network never reported up; aborting");
         return kWaitTimedOut;
@@ -66,16 +65,14 @@ std::int32_t Pipeline::Run(const DumpList& dumps, std::uint64_t stored, bool& re
         return status;
     }
 
-    std::uint64_t lastDealtWith = stored;
-    for (const DumpEntry& entry : dumps.entries) {
+    for (const DumpEntry& entry : dumps) {
         if (reporter_.cancel.load()) break;
         const std::optional<DumpAnalysisResult> analysis = Analyse(entry, engine);
         if (analysis && Select(entry, *analysis)) Report(*analysis, document, server);
-        lastDealtWith = entry.lastWrite;
     }
 
-    const std::uint64_t keep = std::max(dumps.newest, lastDealtWith);
-    if (stored < keep) WriteDedupeRecord(reporter_.settings.compareFilePath, keep);
+    // The newest one's time, also when the run was cancelled before that dump.
+    WriteDedupeRecord(reporter_.settings.compareFilePath, dumps.back().lastWrite);
     StoreMatched();
     return reporter_.cancel.load() ? zo::kAborted : zo::kOk;
 }
@@ -132,11 +129,10 @@ void Pipeline::StoreMatched() {
 
 }  // namespace
 
-std::int32_t ProcessDumps(CrashReporterContext& reporter, const DumpList& dumps, std::uint64_t stored,
-                          ZoCrashRunStats* stats) {
+std::int32_t ProcessDumps(CrashReporterContext& reporter, const DumpList& dumps, ZoCrashRunStats* stats) {
     Pipeline pipeline(reporter, stats);
-    bool report = false;
-    const std::int32_t status = pipeline.Run(dumps, stored, report);
+    bool report = true;
+    const std::int32_t status = pipeline.Run(dumps, report);
     if (report && stats != nullptr) *stats = pipeline.Stats();
     return status;
 }
