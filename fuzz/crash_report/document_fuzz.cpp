@@ -47,8 +47,9 @@ std::int32_t Scramble(void* context, const std::uint8_t* in, std::uint32_t inLen
     *length = static_cast<std::uint32_t>(zocrash::ScrambledLength(inLength));
     if (out == nullptr) return 0;
     Require(capacity == *length);
-    return zocrash::ScrambleBytes({in, inLength}, *static_cast<zocrash::ScramblerRandomness*>(context),
-                                  *std::make_unique<Mixer>(), {out, capacity});
+    Require(zocrash::ScrambleBytes({in, inLength}, *static_cast<zocrash::ScramblerRandomness*>(context),
+                                   *std::make_unique<Mixer>(), {out, capacity}) == 0);
+    return 0;
 }
 
 }  // namespace

@@ -153,12 +153,15 @@ void Engine::Print(const std::vector<OutputText>& texts) {
 HRESULT Engine::ReplaceCallbacks(PDEBUG_OUTPUT_CALLBACKS callbacks) {
     void* held = nullptr;
     if (callbacks != nullptr) {
+        if (FAILED(callbacks->QueryInterface(IID_IUnknown, &held))) return E_UNEXPECTED;
+        callbacks->Release();
         // An object that claims an interface it does not have would crash the engine when that is used.
         void* foreign = nullptr;
         if (SUCCEEDED(callbacks->QueryInterface(IID_IDebugClient, &foreign))) return E_UNEXPECTED;
         // QueryInterface adds the reference that this engine holds.
         const HRESULT result = callbacks->QueryInterface(IID_IDebugOutputCallbacks, &held);
         if (FAILED(result)) return result;
+        callbacks->Output(DEBUG_OUTPUT_NORMAL, nullptr);  // no text at all must do no harm
     }
     auto* const old = std::exchange(callbacks_, static_cast<PDEBUG_OUTPUT_CALLBACKS>(held));
     if (old != nullptr) old->Release();
@@ -281,6 +284,7 @@ HRESULT Engine::GetLastEventInformation(PULONG type, PULONG processId, PULONG th
                                         PULONG descriptionUsed) {
     return Step("GetLastEventInformation", zo::Format("{} bytes", extraSize), [&] {
         if (!dump_) return kNoSession;
+        if (description == nullptr && descriptionSize != 0) return E_INVALIDARG;
         const bool exception = dump_->exceptionCode != 0;
         Store(type, exception ? DEBUG_EVENT_EXCEPTION : DEBUG_EVENT_BREAKPOINT);
         Store(processId, 0);

@@ -34,7 +34,7 @@ TEST(ServerReply, TakesStatusFromTheTextBeforeTheFirstBlankButThreeCharactersAtM
         {" 200", "0:200"},
         {"2x0", "2:"},
         {"x200 y", "0:y"},
-        {"-20 x", "-20:x"},
+        {"-29 x", "-29:x"},
         {"\n+2 x", "2:x"},
         {std::string("20\0 x", 5), "20:x"},
     };
@@ -110,6 +110,7 @@ struct ScriptedScrambler {
     static std::int32_t Call(void* context, const std::uint8_t*, std::uint32_t, std::uint8_t* out,
                              std::uint32_t capacity, std::uint32_t* length) {
         const auto& self = *static_cast<const ScriptedScrambler*>(context);
+        EXPECT_TRUE(out != nullptr || capacity == 0);
         if (self.needed != kSilent) *length = out == nullptr ? self.needed : self.reported;
         if (out != nullptr) std::memcpy(out, "scrambled", std::min<std::size_t>(capacity, 9));
         return static_cast<std::int32_t>(out == nullptr ? self.sizing : self.second);
@@ -120,7 +121,7 @@ TEST(Scrambling, AsksForTheSizeThenCutsToWhatTheSecondCallReports) {
     constexpr std::uint32_t kNeedsBuffer = 0x8007007A, kRefused = 0x80004005;
     const zotest::Rows<ScriptedScrambler, std::uint32_t, const char*> rows = {
         {"size given with an error", {kNeedsBuffer, 9, 0, 9}, 0, "9&scrambled"},
-        {"size given with a success", {1, 9, 0, 9}, 0, "9&scrambled"},
+        {"size given with a success", {0, 9, 0, 9}, 0, "9&scrambled"},
         {"size refused", {kRefused, 9, 0, 9}, kRefused, "0&"},
         {"second call refused", {kNeedsBuffer, 9, kNeedsBuffer, 9}, kNeedsBuffer, "0&"},
         {"shorter than the buffer", {kNeedsBuffer, 9, 0, 4}, 0, "4&scra"},

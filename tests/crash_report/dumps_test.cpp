@@ -52,6 +52,33 @@ TEST_F(NewDumps, AreThoseAfterTheRecordUpToTheLimitOldestFirst) {
     }
 }
 
+TEST_F(NewDumps, HaveTheSizeOfTheFileWhereALinkIsListed) {
+    AddFile("large link", "12345678901", kBase);
+    AddFile("link", "1234567890", kBase + 1);
+    AddFile("listed", "1", kBase + 2);
+    config_.maxDumpBytes = 10;
+    Configure();
+    const ImportHook hook("FindNextFileW", FindNextFileW, [](HANDLE search, WIN32_FIND_DATAW* found) {
+        const BOOL more = FindNextFileW(search, found);
+        if (!std::wstring_view(found->cFileName).ends_with(L"link")) {
+            found->nFileSizeLow = 11;
+        } else {
+            found->nFileSizeLow = 0;
+            found->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        }
+        return more;
+    });
+    EXPECT_EQ(Taken(), "link ");
+}
+
+TEST_F(NewDumps, AreNotTakenFromAListingThatBreaksOff) {
+    AddFile("a.dmp", "1", kBase);
+    Configure();
+    const ImportHook hook("FindNextFileW", FailWith<ERROR_NETNAME_DELETED>);
+    EXPECT_THROW(api_.run(nullptr), std::filesystem::filesystem_error);
+    EXPECT_EQ(Record(), 0u);
+}
+
 TEST_F(NewDumps, AreNoneInAMissingFolder) {
     const std::filesystem::path missing = folder_ / "missing";
     config_.minidumpDir = missing.c_str();

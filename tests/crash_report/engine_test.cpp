@@ -62,6 +62,23 @@ TEST_F(Engine, ThatCannotBeSetUpFailsTheRun) {
     EXPECT_EQ(std::ranges::count(Calls(), "last Release"), 2);
 }
 
+TEST_F(Engine, FailsTheRunWhenOneOfItsLibrariesIsNowhere) {
+    AddDumps({kOurs});
+    // The program's own path is cut off, so that the system's folder alone is searched.
+    const ImportHook program("GetModuleFileNameW", GetModuleFileNameW, [](HMODULE, wchar_t* path, DWORD units) {
+        (ProgramFolder() / std::wstring(units, L'x')).wstring().copy(path, units - 1);
+        return units;
+    });
+    const ImportHook system("GetSystemDirectoryW", GetSystemDirectoryW, [&](wchar_t* path, UINT units) {
+        return static_cast<UINT>(folder_.Path().wstring().copy(path, units));
+    });
+    for (const char* present : {"neither", "dbghelp.dll", "dbgeng.dll"}) {
+        WriteFileBytes(folder_ / present, "");
+        EXPECT_EQ(RunAnew(), (Outcome{.status = 0x80070002, .found = 1})) << present;
+        std::filesystem::remove(folder_ / present);
+    }
+}
+
 TEST_F(Engine, FailingOnOneDumpSparesTheOthers) {
     const std::string first = "1 Analyze failed: ~\\dumps\\1.dmp (0x";
     const std::string second = "0 Dump ~\\dumps\\2.dmp matched=[ZoProtector] upload=true";

@@ -13,18 +13,6 @@
 namespace zotest {
 namespace {
 
-// As reports have it: in lower case and without hyphens.
-std::string MachineGuid() {
-    char value[128] = "";
-    DWORD size = sizeof(value);
-    RegGetValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Microsoft\\Cryptography", "MachineGuid",
-                 RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, nullptr, value, &size);
-    std::string text = value;
-    std::erase(text, '-');
-    CharLowerA(text.data());
-    return "ZoProtector_" + text;
-}
-
 // The query of a crash of bug check 0x1E without a stack, all settings at their defaults.
 std::string DefaultQuery() {
     OSVERSIONINFOW os{};
@@ -39,8 +27,8 @@ std::string DefaultQuery() {
         "<GUID_TeskWarden>{}</GUID_TeskWarden>\r\n<LCID>2502</LCID>\r\n<ModuleName>ntos</ModuleName>\r\n"
         "<OSBuildNo>{}</OSBuildNo>\r\n<OSID>{}</OSID>\r\n<OSMajVer>{}</OSMajVer>\r\n<OSMinVer>{}</OSMinVer>\r\n"
         "<TimeStamp>2026-1-2 3:4:5</TimeStamp>\r\n<ToolVer>3.1</ToolVer>\r\n<UIN>10000</UIN>\r\n</Crash_protocol>\r\n",
-        ZO_CRASH_CONTACT, kSignature, MachineGuid(), os.dwBuildNumber, os.dwPlatformId, os.dwMajorVersion,
-        os.dwMinorVersion);
+        ZO_CRASH_CONTACT, kSignature, "ZoProtector_abc" + std::string(29, '0'), os.dwBuildNumber, os.dwPlatformId,
+        os.dwMajorVersion, os.dwMinorVersion);
 }
 
 class Settings : public ReporterTest {
@@ -58,6 +46,13 @@ class Settings : public ReporterTest {
         "SHGetKnownFolderPath", SHGetKnownFolderPath, [this](REFGUID id, DWORD, HANDLE, wchar_t** path) {
             return id == FOLDERID_LocalAppData ? SHStrDupW(folder_.Path().c_str(), path) : E_INVALIDARG;
         }};
+    // A machine's name that is too short; the hyphens and capital letters go.
+    ImportHook guidHook_{"RegQueryValueExW", RegQueryValueExW,
+                         [](HKEY key, const wchar_t* name, auto reserved, auto type, BYTE* data, auto size) {
+                             const LSTATUS error = RegQueryValueExW(key, name, reserved, type, data, size);
+                             if (!std::wcscmp(name, L"MachineGuid")) std::memcpy(data, L"A-bC", 5 * sizeof(wchar_t));
+                             return error;
+                         }};
     ImportHook timeHook_{"GetLocalTime", GetLocalTime, [](SYSTEMTIME* time) {
                              *time = {2026, 1, 5, 2, 3, 4, 5, 6};  // a Friday
                          }};
@@ -100,16 +95,18 @@ TEST_F(Targets, AreMatchedInListOrderRegardlessOfCase) {
         {"none matches", {nullptr, "", "storage"}, ""},
         {"null and empty names are left out", {nullptr, "", "PROTECTOR+0X"}, "PROTECTOR+0X"},
         {"a name given twice counts twice",
-         {"nt+", "zoprotector", "bugcheck CODE 1E", "nt+"},
-         "nt+|zoprotector|bugcheck CODE 1E|nt+"},
+         {"n", "zoprotector", "bugcheck CODE 1E", "n"},
+         "n|zoprotector|bugcheck CODE 1E|n"},
         {"no names", {}, "ZoProtector"},
         {"no usable names", {nullptr, ""}, "ZoProtector"},
     };
     AddDump("a.dmp", kOurs, kBase);
     config_.uploadAll = 1;
-    for (const auto& [name, targets, matched] : rows) {
+    for (auto [name, targets, matched] : rows) {
         SCOPED_TRACE(name);
-        api_.setTargets(targets.data(), static_cast<std::uint32_t>(targets.size()));  // of none, a null pointer
+        const auto count = static_cast<std::uint32_t>(targets.size());
+        targets.push_back("nt+");  // behind those that count
+        api_.setTargets(count != 0 ? targets.data() : nullptr, count);
         EXPECT_EQ(RunAnew(), kQueryFailed);
         EXPECT_EQ(TakeLog().back(), "0 Dump ~\\dumps\\a.dmp matched=[" + matched + "] upload=true");
         EXPECT_EQ(zo::Utf8FromWide(stats_.matchedDrivers), matched);
@@ -125,7 +122,7 @@ class Stats : public ReporterTest {
 };
 
 TEST_F(Stats, AreAddedToWhatTheCallerGave) {
-    stats_ = {10, 20, 30, 40, 50, 60, 70, L"before"};
+    stats_ = {10, 20, 30, 40, 50, 60, 70, L"what was there before"};
     Outcome sum = MakeOutcome(0);
     sum.found += 3;
     sum.selected += 2;
@@ -137,17 +134,24 @@ TEST_F(Stats, ShowTheMatchesThatFit) {
     const std::string longName(700, 'n');
     Script("OutputStackTrace say " + longName + "\n");
     const Rows<std::string, std::wstring> rows = {
-        {"none", "no such driver", L"before"},
+        {"none", "no such driver", L"what was there before"},
         {"one for each dump", "nnnn", L"nnnn;nnnn;nnnn"},
         {"more than fit", longName, std::wstring(700, L'n') + L";" + std::wstring(322, L'n')},
     };
     for (const auto& [name, target, matched] : rows) {
-        std::wcscpy(stats_.matchedDrivers, L"before");
+        std::wcscpy(stats_.matchedDrivers, L"what was there before");
         SetRecord(0);
         SetTarget(target.c_str());
         EXPECT_EQ(api_.run(&stats_), 0);
         EXPECT_EQ(stats_.matchedDrivers, matched) << name;
     }
+}
+
+TEST_F(Stats, ShowTheDumpsFoundWithoutAnInternetSession) {
+    const ImportHook hook("InternetOpenA", FailWith<ERROR_NOT_ENOUGH_MEMORY>);
+    EXPECT_EQ(Run(), (Outcome{.status = 0x80070008, .found = 3}));
+    EXPECT_EQ(TakeLog().back(), "2 Protocol init failed: 0x80070008");
+    EXPECT_EQ(Record(), 0u);
 }
 
 TEST_F(Stats, MayBeMissingAndSoMayTheLogger) {
@@ -207,7 +211,7 @@ TEST_F(Cancel, DoesNotRefuseASingleDumpBeforeTheGate) {
     Configure();
     api_.cancel();
     EXPECT_EQ(Upload(dumps_ / "1.dmp"), kNothing);
-    EXPECT_EQ(Upload(dumps_ / "missing.dmp").status, 0x80070002);
+    EXPECT_EQ(Upload(dumps_ / "missing" / "1.dmp").status, 0x80070002);
     for (const wchar_t* path : {static_cast<const wchar_t*>(nullptr), L"\0x"})
         EXPECT_EQ(zo::Bits(api_.upload(path, nullptr)), 0x80070057);
 }

@@ -49,6 +49,15 @@ class Staging : public ReporterTest {
         return errors;
     }
 
+    // Has the library's opening of each folder of this name fail.
+    static auto DenyOpening(const char* folder) {
+        return ImportHook("CreateFileW", CreateFileW, [folder](const wchar_t* path, auto... rest) -> HANDLE {
+            if (std::filesystem::path(path).filename() != folder) return CreateFileW(path, rest...);
+            SetLastError(ERROR_ACCESS_DENIED);
+            return INVALID_HANDLE_VALUE;
+        });
+    }
+
     std::optional<ScopedTmp> temporary_;
     std::filesystem::path staged_;
     std::string where_;
@@ -89,6 +98,14 @@ TEST_F(Staging, NeverEntersAFolderThatBecomesALinkHalfWay) {
     ExpectVictimUntouched();
 }
 
+TEST_F(Staging, NamesTheErrorOfAFolderThatCannotBeEmptied) {
+    UseTemporary("stays");
+    OpenDriver();
+    const auto denied = DenyOpening("folder");
+    EXPECT_EQ(Run(), kQueryFailed);
+    EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 5");
+}
+
 TEST_F(Staging, HoldsEachFolderWhileItIsEmptied) {
     UseTemporary("held");
     std::vector<DWORD> errors;
@@ -110,19 +127,24 @@ TEST_F(Staging, HoldsTheFolderFromBeforeTheCopyUntilItsDumpsAreDealtWith) {
         if (code == ZOP_IOCTL_COPY_DIRECTORY) atTheCopy = ErrorsOfMoving({".", ".."});
         return DeviceIoControl(device, code, rest...);
     });
+    // Somebody else is quicker with one of the files.
+    const ImportHook deletion("DeleteFileW", DeleteFileW, [](const wchar_t* path) {
+        if (std::filesystem::path(path).filename() == "inner.dmp") std::filesystem::remove(path);
+        return DeleteFileW(path);
+    });
     onEvent_ = [&](const std::string& event) {
         if (event == "document") atTheDump = ErrorsOfMoving({".", ".."});
     };
     EXPECT_EQ(Run(), kQueryFailed);
     EXPECT_EQ(atTheCopy, std::vector<DWORD>(2, ERROR_SHARING_VIOLATION));
     EXPECT_EQ(atTheDump, std::vector<DWORD>(2, ERROR_SHARING_VIOLATION));
-    // Removed are the dump, the folder in the folder with its file, and the staging folder.
+    // Removed are the dump, the folder in the folder and the staging folder.
     EXPECT_EQ(
         TakeLog(),
         (Strings{"0 Minidump dir: " + kDenied, "1 Access denied to " + kDenied + "; staging via driver to " + where_,
                  "0 Staged minidumps: files=2, dirs=1, skipped=0; using " + where_ + " for the rest of this run",
                  "0 Found 1 new minidump(s)", "0 Dump " + where_ + "\\a.dmp matched=[ZoProtector] upload=true",
-                 "0 Removed staged dir " + where_ + " (entries cleared: 4)"}));
+                 "0 Removed staged dir " + where_ + " (entries cleared: 3)"}));
     EXPECT_FALSE(std::filesystem::exists(staged_));
 }
 
@@ -136,6 +158,14 @@ TEST_F(Staging, WorksForZoctlWhichOpensTheChannelByItself) {
 TEST_F(Staging, IsRefusedWithoutATemporaryFolder) {
     temporary_.emplace(L"C:\\" + std::wstring(270, L'x'));
     ExpectRefused(2);
+}
+
+TEST_F(Staging, IsRefusedWhenAFolderCannotBeHeld) {
+    UseTemporary("closed");
+    for (const char* folder : {"ZoProtector", "Minidump"}) {
+        const auto denied = DenyOpening(folder);
+        ExpectRefused(3);
+    }
 }
 
 TEST_F(Staging, IsRefusedWhenALinkIsInItsPlace) {

@@ -98,7 +98,7 @@ TEST_F(Uploads, CountWhatTheReplysTextSaysAndNothingElse) {
     }
 }
 
-// A reply that goes on for ever, in pieces that each begin with "200".
+// A reply that goes on for ever, beginning with "200".
 struct MadeReply {
     DWORD pieceBytes = 3;
     bool failAfterPiece = false;
@@ -112,11 +112,12 @@ TEST_F(Uploads, ReadRepliesToALimitAndWhatArrivedCounts) {
     const Rows<MadeReply, int, Outcome> rows = {
         {"a read fails", {.failAfterPiece = true}, 4, kSent},
         {"more than is kept", {.pieceBytes = 1024}, 128, kSent},
-        {"a minute is over", {.millisecondsPerRead = 20'000}, 6, kSent},
+        {"a minute is over, a byte at a time", {.pieceBytes = 1, .millisecondsPerRead = 20'000}, 6, kSent},
         {"cancelled", {.pieceBytes = 1024, .cancelAtFirst = true}, 2, cancelled},
     };
     MadeReply made;
     int reads = 0;
+    int readsOfOne = 0;  // reply
     ULONGLONG now = 0;
     const ImportHook clock("GetTickCount64", GetTickCount64, [&] { return now; });
     const ImportHook read("InternetReadFile", InternetReadFile, [&](HINTERNET, void* buffer, DWORD size, DWORD* bytes) {
@@ -125,8 +126,8 @@ TEST_F(Uploads, ReadRepliesToALimitAndWhatArrivedCounts) {
         if (made.cancelAtFirst) api_.cancel();
         now += made.millisecondsPerRead;
         *bytes = std::min(size, made.pieceBytes);
-        std::memset(buffer, ' ', *bytes);
-        std::memcpy(buffer, "200", 3);
+        std::memset(buffer, '0', *bytes);
+        if ((reads - 1) % readsOfOne == 0) *static_cast<char*>(buffer) = '2';
         return TRUE;
     });
     for (const auto& [name, reply, expectedReads, outcome] : rows) {
@@ -134,6 +135,7 @@ TEST_F(Uploads, ReadRepliesToALimitAndWhatArrivedCounts) {
         NewCrash();
         made = reply;
         reads = 0;
+        readsOfOne = expectedReads / 2;
         EXPECT_EQ(Upload(dump_), outcome);
         EXPECT_EQ(reads, expectedReads);
         api_.resetCancel();
@@ -153,6 +155,13 @@ TEST_F(Uploads, ShareOneSessionInARunAndScrambleEachDocumentAnew) {
                                 asked.push_back(zo::Format("random {}", size));
                                 return BCryptGenRandom(provider, buffer, size, flags);
                             });
+    const ImportHook connect(
+        "InternetConnectA", InternetConnectA,
+        [&](auto internet, const char* host, INTERNET_PORT port, auto user, auto password, DWORD service, DWORD flags,
+            DWORD_PTR context) {
+            asked.push_back(zo::Format("connect {}:{} {} {} {}", host, port, service, flags, context));
+            return InternetConnectA(internet, host, port, user, password, service, flags, context);
+        });
     const ImportHook request(
         "HttpOpenRequestA", HttpOpenRequestA,
         [&](auto connection, auto verb, auto path, auto version, auto referrer, auto types, DWORD flags, auto context) {
@@ -161,10 +170,23 @@ TEST_F(Uploads, ShareOneSessionInARunAndScrambleEachDocumentAnew) {
         });
     EXPECT_EQ(Run(), kTwoSent);
     Strings expected{"session Tesk Bug Report Tool 0 0"};
+    const std::string place = Url().substr(8, Url().find('/', 8) - 8);
     // Of each document eight bytes in front and at most nine behind it.
     for (int document = 0; document < 4; ++document)
-        expected.insert(expected.end(), {"random 17", "request 80c00000"});
+        expected.insert(expected.end(), {"random 17", "connect " + place + " 3 0 0", "request 80c00000"});
     EXPECT_EQ(asked, expected);
+}
+
+TEST_F(Uploads, GoToTheServerOfTheBuildByDefault) {
+    config_.serverUrl = nullptr;
+    Configure();
+    std::string url = "https://";
+    const ImportHook connect("InternetConnectA", InternetConnectA, [&](auto, const char* host, auto...) -> HINTERNET {
+        url += host;
+        return nullptr;
+    });
+    EXPECT_EQ(Upload(dump_), kQueryFailed);
+    EXPECT_TRUE(url.size() > 8 && std::string_view(ZO_CRASH_SERVER_URL).starts_with(url)) << url;
 }
 
 TEST_F(Uploads, CarryThePreviousDumpInLaterQueries) {

@@ -90,14 +90,6 @@ inline std::string NumberValue(char number) {
     return {REG_DWORD, number, 0, 0, 0};
 }
 
-// While it lives, the program's own path is too long for the library's buffer.
-class CutProgramName {
-    const ImportHook hook_{"GetModuleFileNameW", GetModuleFileNameW, [](HMODULE, wchar_t* path, DWORD units) {
-                               std::wstring(L"C:\\").append(units - 3, L'x').copy(path, units);
-                               return units;
-                           }};
-};
-
 // No driver before a test and after it.
 class BareSystemTest : public testing::Test {
   protected:

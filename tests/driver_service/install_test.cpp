@@ -63,12 +63,14 @@ TEST_F(InstallDriver, ClearsTheReadOnlyAttributeOfTheCopy) {
 }
 
 TEST_F(InstallDriver, FindsNoFileByDefaultWhenTheProgramHasNoWholeName) {
-    {
-        const CutProgramName cut;
-        EXPECT_EQ(Install(), ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER));
+    for (const DWORD length : {DWORD{0}, DWORD{MAX_PATH}}) {
+        const ImportHook hook("GetModuleFileNameW", GetModuleFileNameW, [&](HMODULE, wchar_t* path, DWORD units) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            std::wstring(units - 1, L'x').copy(path, units);
+            return length;
+        });
+        EXPECT_EQ(Install(), length == 0 ? ZOP_E_ACCESS_DENIED : ZOP_STATUS_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER));
     }
-    const ImportHook hook("GetModuleFileNameW", FailWith<ERROR_ACCESS_DENIED>);
-    EXPECT_EQ(Install(), ZOP_E_ACCESS_DENIED);
 }
 
 TEST_F(InstallDriver, InstallsNothingWhenTheFileCannotBeCopied) {
