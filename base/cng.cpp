@@ -6,8 +6,8 @@ namespace zo {
 
 namespace {
 
-// CNG takes lengths as 32-bit numbers.
-constexpr std::size_t kLargestPiece = 0x40000000;
+// CNG takes lengths as 32-bit numbers. A small part of what they can hold costs nothing.
+constexpr std::size_t kLargestPiece = 0x100000;
 
 // CNG takes its inputs through pointers to non-const bytes, which it does not write to.
 PUCHAR Input(const void* bytes) {
@@ -68,10 +68,8 @@ std::int32_t SignDigest(BCRYPT_KEY_HANDLE key, const Sha256Digest& digest, std::
         return status;
     }
     signature.resize(length);
-    const NTSTATUS status = BCryptSignHash(key, &padding, Input(digest.data()), Length(digest.size()), signature.data(),
-                                           length, &length, BCRYPT_PAD_PKCS1);
-    signature.resize(status < 0 ? 0 : length);
-    return status;
+    return BCryptSignHash(key, &padding, Input(digest.data()), Length(digest.size()), signature.data(), length, &length,
+                          BCRYPT_PAD_PKCS1);
 }
 
 std::int32_t VerifyDigest(BCRYPT_KEY_HANDLE key, const Sha256Digest& digest, std::span<const std::uint8_t> signature) {
@@ -86,9 +84,7 @@ std::int32_t ExportKey(BCRYPT_KEY_HANDLE key, const wchar_t* blobType, std::vect
         return status;
     }
     blob.resize(length);
-    const NTSTATUS status = BCryptExportKey(key, nullptr, blobType, blob.data(), length, &length, 0);
-    blob.resize(status < 0 ? 0 : length);
-    return status;
+    return BCryptExportKey(key, nullptr, blobType, blob.data(), length, &length, 0);
 }
 
 std::int32_t FillRandom(std::span<std::uint8_t> bytes) {

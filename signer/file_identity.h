@@ -29,8 +29,7 @@ class FileIdentity {
   private:
     std::wstring path_;  // long form
     std::wstring_view name_;
-    bool exists_ = false;
-    std::uint64_t size_ = 0;
+    std::uint64_t size_ = 0;     // both 0 while there is no file
     std::uint64_t created_ = 0;  // FILETIME
 };
 
