@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 
 #include "sealed_tree.h"
@@ -30,7 +31,7 @@ std::string ThumbprintOf(const std::filesystem::path& keystore) {
 
 TEST(GenerateKeyPair, MakesTheFoldersAndBothFiles) {
     const TempFolder folder;
-    const std::filesystem::path keystore = folder / "new" / "keys";
+    const std::filesystem::path keystore = folder / std::string(150, 'n') / std::string(150, 'k');  // a long path
     ASSERT_EQ(ZoSigner_GenerateKeyPair(keystore.c_str()), 0);
     const std::string privateBlob = ReadFileBytes(keystore / "private.rsakey");
     const std::string publicBlob = ReadFileBytes(keystore / "public.rsakey");
@@ -42,7 +43,8 @@ TEST(GenerateKeyPair, MakesTheFoldersAndBothFiles) {
 
 TEST(GenerateKeyPair, FailsWhereThePublicKeyCannotBeWritten) {
     const TempFolder folder;
-    std::filesystem::create_directories(folder / "public.rsakey");  // where the file should be
+    WriteFileBytes(folder / "public.rsakey", "");
+    const zo::OwnedFile held = Hold(folder / "public.rsakey", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), kWriteFault);
     EXPECT_EQ(ReadFileBytes(folder / "private.rsakey").size(), 1179u);
 }
@@ -56,7 +58,7 @@ TEST(GenerateKeyPair, RaisesAnErrorWhereTheFolderCannotBeMade) {
 TEST(KeystoreExports, RequireTheirArguments) {
     std::uint8_t print[32];
     EXPECT_EQ(ZoSigner_GenerateKeyPair(nullptr), kInvalidArgument);
-    EXPECT_EQ(ZoSigner_GenerateKeyPair(L""), kInvalidArgument);
+    EXPECT_EQ(ZoSigner_GenerateKeyPair(L"\0x"), kInvalidArgument);
     EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(nullptr, print), kInvalidArgument);
     EXPECT_EQ(ZoSigner_GetPublicKeyThumbprint(L"x", nullptr), kInvalidArgument);
 }
@@ -101,16 +103,19 @@ TEST_F(FreshPair, FailsWithAMessageWhenItCannotBeMade) {
     tree.Sign().Expect(static_cast<std::int32_t>(0xD0000001), {making, "2 GenerateKeyPair -> NTSTATUS 0xC0000001"});
 }
 
-TEST_F(FreshPair, WritesNeitherFileWhenThePublicHalfCannotBeExported) {
+TEST_F(FreshPair, WritesNeitherFileWhenOneHalfCannotBeExported) {
     std::filesystem::remove(file);
+    std::wstring_view refused;
     const ImportHook hook(
-        "BCryptExportKey", BCryptExportKey, [](auto key, auto with, const wchar_t* type, auto... rest) {
-            return std::wstring_view(type) == BCRYPT_RSAPUBLIC_BLOB ? static_cast<NTSTATUS>(0xC0000001)
-                                                                    : BCryptExportKey(key, with, type, rest...);
+        "BCryptExportKey", BCryptExportKey, [&](auto key, auto with, const wchar_t* type, auto... rest) {
+            return type == refused ? static_cast<NTSTATUS>(0xC0000001) : BCryptExportKey(key, with, type, rest...);
         });
-    tree.Sign().Expect(kWriteFault, {making, "2 ExportPublic -> NTSTATUS 0xC0000001"});
-    EXPECT_FALSE(std::filesystem::exists(file));
-    EXPECT_EQ(ReadFileBytes(tree.keystore / "public.rsakey"), PublicHalf(PrivateKey()));
+    for (const std::string half : {"Private", "Public"}) {
+        refused = half == "Public" ? BCRYPT_RSAPUBLIC_BLOB : BCRYPT_RSAFULLPRIVATE_BLOB;
+        tree.Sign().Expect(kWriteFault, {making, "2 Export" + half + " -> NTSTATUS 0xC0000001"});
+        EXPECT_FALSE(std::filesystem::exists(file));
+        EXPECT_EQ(ReadFileBytes(tree.keystore / "public.rsakey"), PublicHalf(PrivateKey()));
+    }
 }
 
 // ---- The access list of the private key's file
@@ -125,10 +130,17 @@ TEST(GenerateKeyPair, LetsTheUserTheSystemAndAdministratorsAloneReadThePrivateKe
                                   descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
                               owner.Reset(text);
                               access = zo::Utf8FromWide(text);
+                              EXPECT_EQ(information, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION);
                               return SetKernelObjectSecurity(file, information, descriptor);
                           });
+    DWORD attributes = 0;
+    const ImportHook marking("SetFileAttributesW", SetFileAttributesW, [&attributes](const wchar_t* path, DWORD set) {
+        attributes = set;
+        return SetFileAttributesW(path, set);
+    });
     const TempFolder folder;
     EXPECT_EQ(ZoSigner_GenerateKeyPair(folder.Path().c_str()), 0);
+    EXPECT_EQ(attributes, 0x2080u) << "not indexed";
     EXPECT_TRUE(access.starts_with("D:P(A;;FA;;;S-1-") && access.ends_with(")(A;;FA;;;SY)(A;;FA;;;BA)")) << access;
     EXPECT_EQ(std::ranges::count(access, '('), 3) << access;
 }
@@ -162,6 +174,19 @@ TEST(GenerateKeyPair, WritesNoKeyIntoAFileWhoseAccessListCannotBeSet) {
         EXPECT_EQ(ReadFileBytes(folder / "private.rsakey").size(), isReplaced ? 1179u : 7u);
         EXPECT_EQ(writeDacOpens, 1);
     }
+}
+
+TEST(PrivateKeyFile, LeavesNoKeyInMemoryThatIsFreed) {
+    const SealedTree tree;
+    const std::string secret = PrivateKey().substr(283);  // behind the public half
+    bool isFreed = false;
+    const ImportHook hook("free", std::free, [&](void* block) {
+        const std::string_view bytes(static_cast<const char*>(block), block == nullptr ? 0 : _msize(block));
+        isFreed = isFreed || bytes.find(secret) != std::string_view::npos;
+        std::free(block);
+    });
+    EXPECT_EQ(tree.Sign().status, 0);
+    EXPECT_FALSE(isFreed);
 }
 
 // ---- Which key verification takes

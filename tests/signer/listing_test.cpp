@@ -60,18 +60,19 @@ TEST(VerifyListing, TakesAFolderAsGoneOnlyWhenItIsNotFound) {
 // ---- Listings that are changed on their way
 
 TEST(SignAndVerifyListing, ReportListingsThatBreakOffAndUseWhatTheyGave) {
-    // With the reads that still work before they fail, the entries that signing finds, and the number of reports.
-    const Rows<int, std::uint32_t, std::ptrdiff_t> rows = {{"at the root's end and for d", 1, 1, 2},
-                                                           {"for d", 2, 1, 1},
-                                                           {"at the end of d", 3, 2, 1},
-                                                           {"nowhere", 4, 2, 0}};
+    // With the reads before the one that fails, the entries that signing finds, and the number of reports.
+    const Rows<int, std::uint32_t, std::ptrdiff_t> rows = {
+        {"at the root's end", 1, 2, 1}, {"for d", 2, 1, 1}, {"at the end of d", 3, 2, 1}, {"nowhere", 4, 2, 0}};
     const SealedTree tree{"a", "d/f"};
     ASSERT_EQ(tree.Sign().status, 0);
     const std::wstring other = (tree.folder / "other.zosig").wstring();
+    const zo::OwnedFile inUse(CreateFileW(tree.root.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 7, nullptr,
+                                          OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    ASSERT_TRUE(inUse) << "others may use the folder";
     int workingReads = 0;
     const ImportHook hook("GetFileInformationByHandleEx", GetFileInformationByHandleEx,
                           [&](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, auto... rest) {
-                              if (kind == FileIdInfo || workingReads-- > 0)
+                              if (kind == FileIdInfo || workingReads-- != 0)
                                   return GetFileInformationByHandleEx(file, kind, rest...);
                               SetLastError(ERROR_ACCESS_DENIED);
                               return FALSE;
@@ -126,7 +127,7 @@ void SpoilNames(FILE_FULL_DIR_INFO& record, std::wstring_view name) {
 }
 
 TEST(SignListing, LeavesOutNamesThatAManifestCannotHold) {
-    const SealedTree tree{"%.lnk", "a#.txt", "b%", "d#/f", "e\xF0\x9F\x98\x80"};
+    const SealedTree tree{"%.lnk", "a#.txt", "b%", "d#/f", "e\xF4\x8F\xBF\xBF\xF4\x8F\xB0\x80\xEE\x80\x80"};
     const ChangedListing listing(SpoilNames);
     const auto outcome = tree.Sign();
     EXPECT_EQ(outcome.status, 0);
@@ -137,7 +138,7 @@ TEST(SignListing, LeavesOutNamesThatAManifestCannotHold) {
                      control + tree.Shown("b\x1F"), surrogate + tree.Shown("d\xEF\xBF\xBD")}));
     const std::string manifest = tree.ManifestBytes();
     EXPECT_EQ(manifest.substr(manifest.find("----"), 9), "----\nD S ");
-    EXPECT_EQ(outcome.result.entries, 1u) << "a whole surrogate pair is fine";
+    EXPECT_EQ(outcome.result.entries, 1u) << "whole surrogate pairs and what follows them in value are fine";
     EXPECT_EQ(outcome.result.directories, 1u);
 }
 
@@ -204,6 +205,8 @@ TEST_P(ManifestInTree, IsRecognisedHoweverItsPathIsSpelt) {
         EXPECT_EQ(tree.Verify().status, 0) << tree.manifest;
         EXPECT_EQ(tree.Sign().result.entries, 0u) << tree.manifest;
     }
+    const ChangedListing late([](FILE_FULL_DIR_INFO& record, std::wstring_view) { record.EndOfFile = {}; });
+    EXPECT_EQ(tree.Verify().status, 0) << "listed with the size before it was written";
 }
 
 TEST_P(ManifestInTree, IsNotAnotherFileOfTheSameSizeAndTimes) {

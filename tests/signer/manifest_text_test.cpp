@@ -24,7 +24,7 @@ TEST(ManifestText, SplitsAtTheSignatureLine) {
         {"ZOSIG1\nMSIG 00\r\r\n", "bad MSIG hex in manifest"},
         {"ZOSIG1\nMSIG 00fF", "ZOSIG1\n|00ff|"},
         {"ZOSIG1\r\nMSIG Ab\r\nALG x\r\n", "ZOSIG1\r\n|ab|ALG x\r\n"},
-        {"ZOSIG1\nMSIG 01\n\n\n", "ZOSIG1\n|01|\n\n"},
+        {"ZOSIG1\nMSIG 00\n\n\n", "ZOSIG1\n|00|\n\n"},
     };
     for (const auto& [file, result] : cases) {
         SignedText parts;
@@ -94,11 +94,11 @@ TEST(ManifestText, ReadsLineByLine) {
 
 // What is written at length is looked at where the library signs; here under the sanitizers, with the largest numbers.
 TEST(ManifestText, ReadsWhatItWrote) {
-    Manifest manifest{"C:\\Suite", {}, 18446744073709551615u, {{".", true}, {"\xC3\xA4 .", false}}, {}};
+    Manifest manifest{"C:\\Suite", {}, 18446744073709551614u, {{".", true}, {"\xC3\xA4 .", false}}, {}};
     manifest.entries.AddFile("b", 18446744073709551615u, {}, {0x00, 0xFF, 0x1b});
     manifest.entries.AddAnchor("a.lnk");
     EXPECT_EQ(Read(BuildHead(manifest) + manifest.entries.text),
-              "C:\\Suite,18446744073709551615,0;S:.;O:\xC3\xA4 .;"
+              "C:\\Suite,18446744073709551614,0;S:.;O:\xC3\xA4 .;"
               "F:b,18446744073709551615,hash,00ff1b;K:a.lnk;");
 }
 

@@ -105,6 +105,7 @@ struct Outcome {
     void ExpectAtEnd(std::int32_t expectedStatus, const std::string& beginningOfTheMessage) const {
         EXPECT_EQ(status, expectedStatus);
         EXPECT_TRUE(messages.back().starts_with(beginningOfTheMessage)) << messages.back();
+        EXPECT_EQ(result.directories, 0u) << "zeroed at entry";
     }
 };
 
@@ -178,6 +179,7 @@ struct SealedTree {
     Outcome<Result> Call(std::int32_t (*operation)(const Options*, Result*),
                          const std::function<void(Options&)>& change) const {
         Outcome<Result> outcome;
+        outcome.result.directories = 99;
         Options options{};
         options.root = root.c_str();
         options.manifest = manifest.c_str();

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <bit>
+#include <utility>
 
+#include "error_text.h"
 #include "process_counts.h"
 #include "sealed_tree.h"
 
@@ -88,20 +90,29 @@ TEST(Sign, ListsTheSizeOfTheWalkAndTheContentsThatItRead) {
 }
 
 TEST(Sign, ReportsAndLeavesOutFilesThatCannotBeRead) {
-    const SealedTree tree{"folder", "gone", "held", "read"};
+    const SealedTree tree{"folder", "gone", "half", "held", "read"};
     const zo::OwnedFile held = Hold(tree.At("held"), 0);
+    bool isNextBad = false;  // the read after the contents of "half"; keys and manifests are read in one piece
+    const ImportHook read("ReadFile", ReadFile, [&](HANDLE file, void* bytes, DWORD size, DWORD* got, OVERLAPPED* at) {
+        SetLastError(ERROR_CRC);
+        if (std::exchange(isNextBad, false)) return FALSE;
+        const BOOL done = ReadFile(file, bytes, size, got, at);
+        isNextBad = size == 65536 && std::string_view(static_cast<char*>(bytes), *got) == "half";
+        return done;
+    });
     const auto outcome = SignChanging(tree, [&tree] {
         tree.ReplaceByFolder("folder");
         tree.Remove("gone");
     });
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(Lines(outcome.messages.begin() + 1, outcome.messages.end() - 1),
-              (Lines{"0 Found 4 files, 1 directories (1 sealed). Signing...",
+              (Lines{"0 Found 5 files, 1 directories (1 sealed). Signing...",
                      "1 hash '" + tree.Shown("folder") + "' -> 0x80070005 (skipped)",
                      "1 hash '" + tree.Shown("gone") + "' -> 0x80070002 (skipped)",
+                     "1 hash '" + tree.Shown("half") + "' -> 0x80070017 (skipped)",
                      "1 hash '" + tree.Shown("held") + "' -> 0x80070020 (skipped)"}));
     EXPECT_EQ(tree.ManifestBytes(), Expected(tree, 1, "D S .\n" + FileLines("read", "read")));
-    EXPECT_EQ(tree.Verify().result.extra, 2u) << "what was left out of a sealed folder";
+    EXPECT_EQ(tree.Verify().result.extra, 3u) << "what was left out of a sealed folder";
 }
 
 struct SealAnswer {
@@ -169,8 +180,9 @@ TEST(SignAndVerify, ReportARootThatCannotBeResolved) {
     const SealedTree tree;
     ASSERT_EQ(tree.Sign([](auto& options) { options.logCallback = nullptr; }).status, 0);
     const auto noRoot = [](auto& options) { options.root = L""; };
-    tree.Sign(noRoot).ExpectAtEnd(kInvalidArgument, "2 resolve root: ");
-    tree.Verify(noRoot).ExpectAtEnd(kInvalidArgument, "2 resolve root: ");
+    const std::string message = "2 resolve root: " + zo::ErrorText(ERROR_INVALID_NAME);
+    tree.Sign(noRoot).ExpectAtEnd(kInvalidArgument, message);
+    tree.Verify(noRoot).ExpectAtEnd(kInvalidArgument, message);
 }
 
 TEST(Sign, FailsWithAMessageWhenTheRootIsNoFolder) {
@@ -186,11 +198,22 @@ TEST(Sign, RaisesAnErrorWhenTheManifestsFolderCannotBeMade) {
 }
 
 TEST(Sign, FailsWithAMessageWhenTheManifestCannotBeWritten) {
-    SealedTree tree;
+    SealedTree tree{"f"};
     {
         const ImportHook sign("BCryptSignHash", BCryptSignHash,
                               [](auto...) { return static_cast<NTSTATUS>(0xC0000001); });
-        tree.Sign().ExpectAtEnd(kFail, "2 sign manifest -> 0xC0000001");
+        const auto outcome = tree.Sign();
+        EXPECT_EQ(outcome.messages[2], "1 sign '" + tree.Shown("f") + "' -> 0xC0000001 (skipped)");
+        outcome.ExpectAtEnd(kFail, "2 sign manifest -> 0xC0000001");
+    }
+    {
+        ASSERT_EQ(tree.Sign().status, 0);
+        const zo::OwnedFile reader = Hold(tree.manifest, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        tree.Sign().ExpectAtEnd(kFail, "2 Create manifest -> Win32 32");
+        const ImportHook hash("BCryptFinishHash", BCryptFinishHash,
+                              [](auto...) { return static_cast<NTSTATUS>(0xC0000001); });
+        tree.Sign().ExpectAtEnd(kFail, "2 hash manifest -> 0xC0000001");
+        tree.Verify().Expect(static_cast<std::int32_t>(0xD0000001), {"2 hash manifest for verify -> 0xC0000001"});
     }
     {
         const ImportHook write("WriteFile", FailWith<ERROR_DISK_FULL>);
