@@ -10,6 +10,8 @@
 #include "files.h"
 #include "format.h"
 #include "hex.h"
+#include "import_hook.h"
+#include "long_path.h"
 #include "owned_handles.h"
 #include "text.h"
 
@@ -55,6 +57,28 @@ TEST(Hasher, ServesManyMessages) {
     }
 }
 
+TEST(Hasher, JoinsThePiecesOfALongMessage) {
+    Sha256Digest digest{};
+    std::vector<std::uint8_t> longer(0x100000, 'a');
+    longer.push_back('b');
+    EXPECT_GE(HashOnce(BCRYPT_SHA256_ALGORITHM, longer, digest), 0);
+    EXPECT_EQ(ToHex(digest), "371264331be3a89bb42c4fea3770469e9094f6ce8c8244b9ac2beb9ffd80e621");
+}
+
+TEST(LongPath, HasAPrefixForEveryKind) {
+    EXPECT_EQ(WithLongPrefix(LR"(C:\x)"), LR"(\\?\C:\x)");
+    EXPECT_EQ(WithLongPrefix(LR"(\\server\share)"), LR"(\\?\UNC\server\share)");
+}
+
+TEST(ReadWholeFile, GivesNoBytesWhenItFails) {
+    std::string bytes = "old";
+    EXPECT_FALSE(ReadWholeFile(L"Q:\\x", bytes));
+    EXPECT_EQ(bytes, "");
+    const zotest::ImportHook hook(GetModuleHandleW(nullptr), "ReadFile", zotest::FailWith<ERROR_CRC>);
+    EXPECT_FALSE(ReadWholeFile(L"C:\\windows\\explorer.exe", bytes));
+    EXPECT_EQ(bytes, "");
+}
+
 TEST(CreateDirectories, MakesAllMissingFolders) {
     const std::filesystem::path first =
         std::filesystem::temp_directory_path() / Format("zotest_base_{}", GetCurrentProcessId());
@@ -65,7 +89,8 @@ TEST(CreateDirectories, MakesAllMissingFolders) {
 TEST(CreateDirectories, ReportsFoldersThatCannotBeMade) {
     const std::filesystem::path root = std::filesystem::temp_directory_path().root_path();
     CreateDirectories(root);
-    EXPECT_THROW(CreateDirectories(root / L"windows\\explorer.exe\\x"), std::filesystem::filesystem_error);
+    EXPECT_THROW(CreateDirectories(root / L"windows\\explorer.exe"), std::filesystem::filesystem_error);
+    EXPECT_EQ(TryCreateDirectories(root / L"windows\\explorer.exe\\x"), std::uint32_t{ERROR_DIRECTORY});
     EXPECT_NE(TryCreateDirectories(L"Q:\\no such\\drive\\"), 0u);
 }
 

@@ -115,8 +115,16 @@ TEST(IdentifierText, SerialOffsetMustLieInsideWhatTheDeviceReturned) {
         std::memcpy(buffer.data() + 24, &c.offset, 4);
         std::memcpy(buffer.data() + 42, "  SER 1 ", 8);
         buffer[1023] = 'Z';
+        buffer[0] = buffer[28] = 40;                // the version, and the bus type behind the offset
+        buffer.resize(c.offset == 24 ? 40 : 1024);  // at least the fixed part
         EXPECT_EQ(zop::ZopSerialOfDescriptor(buffer, c.returned), c.serial) << c.offset << " " << c.returned;
     }
+}
+
+TEST(LogFile, IsPastRetentionAfterMoreThanSevenDays) {
+    constexpr std::uint64_t kSevenDays = 6'048'000'000'000;
+    EXPECT_FALSE(zop::ZopIsPastRetention(kSevenDays + 5, 5));
+    EXPECT_TRUE(zop::ZopIsPastRetention(kSevenDays + 6, 5));
 }
 
 TEST(LogLine, HasAWordOfFiveCharactersForEveryLevel) {

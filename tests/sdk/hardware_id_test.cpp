@@ -63,7 +63,7 @@ HANDLE WINAPI OpenDisk(const wchar_t* name, DWORD access, DWORD share, SECURITY_
 }
 
 BOOL WINAPI QueryDisk(HANDLE, DWORD code, void* query, DWORD, void* out, DWORD room, DWORD* returned, OVERLAPPED*) {
-    EXPECT_EQ(code, DWORD{IOCTL_STORAGE_QUERY_PROPERTY});
+    EXPECT_EQ(std::pair(code, room), std::pair(DWORD{IOCTL_STORAGE_QUERY_PROPERTY}, DWORD{1024}));
     EXPECT_EQ(static_cast<STORAGE_PROPERTY_QUERY*>(query)->PropertyId, StorageDeviceProperty);
     *returned = static_cast<DWORD>(now.disk.copy(static_cast<char*>(out), room));
     return now.disk.empty() ? FALSE : TRUE;

@@ -63,19 +63,20 @@ TEST_F(Life, OnlyADriverOfMajorVersionOneIsAccepted) {
 
 TEST_F(Life, TheDeviceIsOpenedOnceForOneCallerAndTheLogForOneWriter) {
     const LoadedSdk sdk;
-    Lines opened;  // "access share disposition", of the device and the log file alone
+    Lines opened;  // "access share disposition flags", of the device and the log file alone
     const zotest::ImportHook hook(
         "CreateFileW", CreateFileW,
-        [&](const wchar_t* name, DWORD access, DWORD share, auto* security, DWORD disposition, auto... rest) {
+        [&](const wchar_t* name, DWORD access, DWORD share, auto* security, DWORD disposition, DWORD flags,
+            HANDLE pattern) {
             const std::wstring path = name;
             if (path == L"\\\\.\\ZoProtector" || path.ends_with(L".log"))
-                opened.push_back(zo::Format("{:X} {} {}", access, share, disposition));
-            return CreateFileW(name, access, share, security, disposition, rest...);
+                opened.push_back(zo::Format("{:X} {} {} {:X}", access, share, disposition, flags));
+            return CreateFileW(name, access, share, security, disposition, flags, pattern);
         });
     for (const auto call : {sdk.Initialize, sdk.Initialize, sdk.Uninitialize, sdk.Uninitialize, sdk.Initialize})
         EXPECT_EQ(call(), ZOP_OK);
-    const std::string log = zo::Format("4 {} {}", FILE_SHARE_READ, OPEN_ALWAYS);
-    const std::string device = zo::Format("C0000000 0 {}", OPEN_EXISTING);
+    const std::string log = zo::Format("4 {} {} 200080", FILE_SHARE_READ, OPEN_ALWAYS);
+    const std::string device = zo::Format("C0000000 0 {} 80", OPEN_EXISTING);
     EXPECT_EQ(opened, (Lines{log, device, log, device}));
     EXPECT_EQ(Log().size(), 5u);  // two starts, two successes, one end
 }

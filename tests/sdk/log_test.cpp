@@ -125,15 +125,18 @@ TEST_F(LinkedLog, MakesNoFolderInTheForeignOne) {
 TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsALink) {
     zotest::WriteFileBytes(zotest::TodaysLog(), "foreign");
     // A link to a file shows as a file under Wine, so the platform's answer is scripted.
-    const zotest::ImportHook hook(
-        "GetFileInformationByHandleEx", GetFileInformationByHandleEx,
-        [](HANDLE file, auto kind, void* data, DWORD size) {
-            const BOOL done = GetFileInformationByHandleEx(file, kind, data, size);
-            auto* info = static_cast<FILE_BASIC_INFO*>(data);
-            if (kind == FileBasicInfo && (info->FileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-                info->FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-            return done;
-        });
+    BOOL isAnswered = TRUE;
+    const zotest::ImportHook hook("GetFileInformationByHandleEx", GetFileInformationByHandleEx,
+                                  [&](HANDLE file, auto kind, void* data, DWORD size) {
+                                      const BOOL done = GetFileInformationByHandleEx(file, kind, data, size);
+                                      auto* info = static_cast<FILE_BASIC_INFO*>(data);
+                                      if (kind != FileBasicInfo || (info->FileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+                                          return done;
+                                      if (isAnswered) info->FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+                                      return isAnswered;
+                                  });
+    ExpectUntouched(zotest::TodaysLog());
+    isAnswered = FALSE;  // then it may be one
     ExpectUntouched(zotest::TodaysLog());
 }
 
@@ -144,19 +147,29 @@ TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsAHardLink) {
     ExpectUntouched(folder / "foreign");
 }
 
-TEST_F(Log, FallsBackToTheCurrentFolderWithoutSweepingIt) {
+// Each load of the library looks for the folder once.
+TEST(LogFolder, IsTheCurrentOneAndIsNotSweptWhereTheTemporaryOneHasNoPathOfUsualLength) {
     const auto before = std::filesystem::current_path();
-    current_path(folder.Path());
-    const auto old = folder / "ZoProtector_20200101.log";
-    zotest::WriteFileBytes(old, "kept");
-    last_write_time(old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1000));
-    {
-        const zotest::ScopedTmp tooLong(L"C:\\" + std::wstring(300, L't'));
-        sdk_.Initialize();
+    for (const DWORD length : {0u, 259u, 260u}) {
+        SCOPED_TRACE(length);
+        const OwnTemporaryFolder temporary;
+        current_path(temporary.folder.Path());
+        const auto old = temporary.folder / "ZoProtector_20200101.log";
+        zotest::WriteFileBytes(old, "kept");
+        last_write_time(old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1000));
+        {
+            const LoadedSdk sdk;
+            const zotest::ImportHook hook("GetTempPathW", GetTempPathW, [length](DWORD size, wchar_t* path) {
+                GetTempPathW(size, path);
+                return length;
+            });
+            sdk.Initialize();
+        }
+        const auto here = temporary.folder / zotest::TodaysLog().filename();
+        EXPECT_EQ(zotest::ReadLogLines(here).size(), length == 259 ? 0u : 2u);
+        EXPECT_TRUE(exists(old));
+        current_path(before);
     }
-    EXPECT_EQ(zotest::ReadLogLines(folder / zotest::TodaysLog().filename()).size(), 2u);
-    EXPECT_TRUE(exists(old));
-    current_path(before);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ TEST_F(Names, OfKeys) {
     const struct {
         std::wstring key, sent;
     } cases[] = {
-        {L"HKEY_LOCAL_MACHINE\\Software\\x", machine + L"Software\\x"},
+        {L"hkey_Local_machine\\Software\\x", machine + L"Software\\x"},
         {L"hklm\\software\\X", machine + L"software\\X"},
         {L"HKLM\\", machine},
         {L"HKLM\\\\x", machine + L"\\x"},
