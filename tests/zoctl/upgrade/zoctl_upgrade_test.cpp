@@ -19,8 +19,9 @@ class ZoctlUpgrade : public ZoctlServiceTest {
     }
 
     void AddRules() {
-        for (const char* line : {"process add C:\\Suite\\agent.exe", "file add-folder C:\\Suite -r --filter *.exe",
-                                 "registry add HKLM\\Suite -r", "signature policy --mode 1 --min-level 2", "disable"})
+        for (const char* line :
+             {"process add C:\\Suite\\\xC3\xA4gent.exe", "file add-folder C:\\Suite -r --filter *.exe",
+              "registry add HKLM\\Suite -r", "signature policy --mode 1 --min-level 2", "disable"})
             ASSERT_EQ(Zoctl(line).exitCode, 0) << line;
     }
     ZoctlRun Upgrade(const std::string& file, const std::vector<std::string>& more) {
@@ -40,9 +41,14 @@ TEST_F(ZoctlUpgrade, PutsTheRulesBackAfterTheRestart) {
     AddRules();
     const Json before = Zoctl("rules export").json;
     const ZoctlRun run = Newer(kKeep);
-    EXPECT_TRUE(Gave(run, 0, "Not kept, because the old driver could not be asked for it: file.enabled, ",
+    EXPECT_TRUE(Gave(run, 0, "",
                      {{"upgraded", true}, {"restarted", true}, {"restartRequired", false}, {"rulesFile", nullptr}}));
+    EXPECT_EQ(run.err,
+              "Not kept, because the old driver could not be asked for it: file.enabled, file.ignore, "
+              "registry.ignore, dll.enabled, signature.overrides. A rule file that has it can be given with "
+              "--rules.\n");
     EXPECT_EQ(run.json["rules"]["held"], 3);
+    EXPECT_FALSE(run.json["rules"].contains("file"));
     EXPECT_EQ(run.json["notKept"].size(), 5u);
     EXPECT_EQ(Zoctl("rules export").json, before);
     EXPECT_TRUE(Gave(Zoctl("status --json"), 0, "", {{"driverVersion", "1.0.1"}}));
@@ -66,18 +72,44 @@ TEST_F(ZoctlUpgrade, ChangesNothingWhenARuleFileCannotExpressARule) {
     ZopRuleRecord rule{};
     wcscpy(reinterpret_cast<wchar_t*>(rule.path), L"\\Device\\HarddiskVolume9\\a.exe");  // no drive leads there
     ASSERT_EQ(SendControl(OpenDriver().Get(), ZOP_IOCTL_ADD_PROCESS_RULE, &rule, sizeof(rule), nullptr, 0).error, 0u);
-    EXPECT_TRUE(Gave(Newer(kKeep), 1, "HarddiskVolume9",
-                     {{"upgraded", false}, {"replacedByDriver", false}, {"restarted", false}}));
+    const Json untouched = {
+        {"upgraded", false}, {"replacedByDriver", false}, {"restarted", false}, {"restartRequired", false}};
+    const ZoctlRun run = Newer(kKeep);
+    EXPECT_TRUE(Gave(run, 1, "The driver holds a rule that a rule file cannot express.", untouched));
+    EXPECT_TRUE(run.err.starts_with("Cannot be kept: ") && run.err.find("HarddiskVolume9") < run.err.find('\n'))
+        << run.err;
+    wcscpy(reinterpret_cast<wchar_t*>(rule.path), (NtPath(L"C:\\") + std::wstring(300, L'x')).c_str());
+    ASSERT_EQ(SendControl(OpenDriver().Get(), ZOP_IOCTL_ADD_PROCESS_RULE, &rule, sizeof(rule), nullptr, 0).error, 0u);
+    EXPECT_TRUE(Gave(Newer(kKeep), 1, "The driver holds 2 rules that a rule file cannot express.", untouched));
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "running"}, {"fileVersion", "1.0.0.0"}}));
-    EXPECT_EQ(SimulatorClient().State().tableCount[ZOSIM_TABLE_PROCESS], 1u);
+    EXPECT_EQ(SimulatorClient().State().tableCount[ZOSIM_TABLE_PROCESS], 2u);
 }
 
 TEST_F(ZoctlUpgrade, LeavesTheRulesInAFileWhenTheNewDriverDoesNotStart) {
     AddRules();
+    const std::string rules = Zoctl("rules export").out;
     const ZoctlRun run = Upgrade("C:\\windows\\system32\\version.dll", kKeep);  // has a version, and is not a driver
     EXPECT_TRUE(Gave(run, 1, "start the new driver", {{"upgraded", true}, {"restarted", false}}));
     ASSERT_TRUE(run.json["rulesFile"].is_string()) << run.out;
-    EXPECT_TRUE(Gave(RunZoctl({"rules", "check", run.json["rulesFile"]}), 0));
+    const std::string file = run.json["rulesFile"];
+    EXPECT_EQ(ReadFileBytes(zo::WideFromUtf8(file)), rules);
+    EXPECT_TRUE(run.err.ends_with(" more.\nThe rules of the old driver are in '" + file +
+                                  "'; \"zoctl rules apply\" brings them back.\n"))
+        << run.err;
+}
+
+TEST_F(ZoctlUpgrade, RestartsNoDriverWhoseRulesCannotBeSaved) {
+    EXPECT_TRUE(Gave(Newer({}), 0));
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.Path());  // without a temporary folder the log is written here
+    const std::tuple<std::wstring, int, std::string> rows[] = {
+        {L"C:\\none", 3, "save the driver's rules in 'C:\\none\\zoctl_rules_"},
+        {std::wstring(300, L'x'), 1, "save the driver's rules in the temporary folder: "}};
+    for (const auto& [temporary, exitCode, words] : rows) {
+        options_.environment = {{L"TMP", temporary}};
+        EXPECT_TRUE(Gave(Newer(kKeep), exitCode, words, {{"restarted", false}, {"rulesFile", nullptr}}));
+    }
+    std::filesystem::current_path(before);
 }
 
 TEST_F(ZoctlUpgrade, LeavesTheRulesInAFileWhenTheyCannotBePutBack) {
@@ -92,14 +124,17 @@ TEST_F(ZoctlUpgrade, LeavesTheRulesInAFileWhenTheyCannotBePutBack) {
 }
 
 TEST_F(ZoctlUpgrade, TakesNoFileThatHasNoVersionOrIsNotNewer) {
-    EXPECT_TRUE(Gave(Upgrade(File("ZoProtectorDriver_noversion.sys"), {}), 1, "has no version"));
-    EXPECT_TRUE(Gave(Upgrade(File(), {}), 0, "", {{"upgraded", false}}));
+    EXPECT_TRUE(Gave(Upgrade(File("ZoProtectorDriver_noversion.sys"), {}), 1, "has no version", {{"upgraded", false}}));
+    EXPECT_TRUE(Gave(Upgrade(File(), {}), 0, "", {{"upgraded", false}, {"replacedByDriver", false}}));
 }
 
 TEST_F(ZoctlUpgrade, RestartsADriverWhoseFileWasReplacedEarlier) {
     EXPECT_TRUE(Gave(Newer({}), 0, "keeps its old image", {{"restartRequired", true}, {"restarted", false}}));
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"fileVersion", "1.0.1.0"}}));
     EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "1.0.0 is running"));
+    SimulatorClient().SetVersion(1, 5, 0);
+    EXPECT_TRUE(Gave(Newer({"--restart"}), 0, "", {{"restartRequired", false}, {"restarted", false}}));
+    SimulatorClient().Reset();
     EXPECT_TRUE(Gave(Newer({"--restart"}), 0, "holds no rules", {{"upgraded", false}, {"restarted", true}}));
     EXPECT_TRUE(Gave(Newer({"--restart"}), 0, "", {{"restartRequired", false}, {"restarted", false}}));
 }

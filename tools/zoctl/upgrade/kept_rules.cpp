@@ -42,7 +42,7 @@ std::vector<std::string> AddUnreadable(const RuleFile& given, Json& file) {
     return absent;
 }
 
-// A new file in the temporary folder. 0 or the Win32 error.
+// A new file in the temporary folder. 0 or the Win32 error; path stays empty where there is no such folder.
 DWORD WriteNewFile(std::string_view text, std::string& path) {
     wchar_t folder[MAX_PATH + 1] = {};
     if (GetTempPathW(static_cast<DWORD>(std::size(folder)), folder) == 0) return GetLastError();
@@ -88,14 +88,14 @@ Ended KeptRules::Save(Output& out) {
     const DWORD error = WriteNewFile(text_, file_);
     if (!error) return std::nullopt;
     const std::string path = std::exchange(file_, {});
-    return out.Fail(ZOP_STATUS_FROM_WIN32(error), Subject::kAny, "save the driver's rules in " + Quote(path));
+    return out.Fail(ZOP_STATUS_FROM_WIN32(error), Subject::kAny,
+                    "save the driver's rules in " + (path.empty() ? "the temporary folder" : Quote(path)));
 }
 
 int KeptRules::PutBack(Output& out) const {
     const Channel channel;
     if (const Ended ended = channel.Check(out)) return *ended;
     ApplyOptions options;
-    options.file = file_;
     options.allowMassRemoval = true;  // the new driver is to hold what the old one held, whatever it starts with
     options.resend = true;
     return ApplyRules(out, rules_, names_, options);

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <array>
 #include <memory>
 
 #include "channel.h"
@@ -105,13 +105,12 @@ Ended Upgrade::ReplaceFile() {
 // older when its file was replaced just now.
 bool Upgrade::RunningIsOlder() const {
     ZoProtectorDriverStatus record{};
-    std::uint32_t version[3] = {};
+    std::array<std::uint32_t, 3> version = {};
     const bool known = ZoProtector_QueryDriverStatus(&record) >= 0 && ZoProtector_Initialize() >= 0 &&
                        ZoProtector_GetVersion(&version[0], &version[1], &version[2]) >= 0;
     ZoProtector_Uninitialize();
     if (!known) return upgraded_;
-    const std::uint32_t file[] = {record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild};
-    return std::lexicographical_compare(std::begin(version), std::end(version), std::begin(file), std::end(file));
+    return version < std::array{record.fileVersionMajor, record.fileVersionMinor, record.fileVersionBuild};
 }
 
 int Upgrade::EndWithoutRestart() {
