@@ -1,5 +1,7 @@
 #include "doctor_findings.h"
 #include "crash_findings.h"
+#include "driver_names.h"
+#include "private_text.h"
 
 #include <gtest/gtest.h>
 
@@ -54,13 +56,17 @@ TEST(Judge, FindsTheSpoiltFactAndNothingElse) {
         {0, [](auto& f) { f.state = 3; }, "wrong service: stopping"},
         {2, [](auto& f) { f.state = 2; }, "wrong service: starting\nnote device: .*while.* starts.*"},
         {0, [](auto& f) { f.signature.trust = 0x80096010; }, "wrong driver signature: .*changed after.*"},
+        {0, [](auto& f) { f.signature = {}; },
+         "note driver signature: signed by an unknown .*, .*; .* is not likely .*"},
         {0, [](auto& f) { f.altitude = "high"; }, "wrong filter instance: .*not a number"},
         {2, [](auto&) {}, "wrong device: does not exist although.*"},
         {32, [](auto&) {}, "note device: .*does not identify; handshake.*"},
         {5, [](auto& f) { f.holders.assign(2, "process 7"); }, "note device: .*: process 7, process 7; handshake.*"},
         {5, [](auto& f) { f.administrator = true; }, "note device: is held by another process.*"},
         {5, [](auto&) {}, "wrong device: .*denied"},
-        {0, [](auto& f) { f.rules[0] = 0; }, "note rules: .*nothing is protected"},
+        {0, [](auto& f) { f.rules = {0, 0, 0, 9}; }, "note rules: 0 process, 0 .* 9 DLL folders: nothing is protected"},
+        {0, [](auto& f) { f.rules = {0, 1, 0, 0}; }, ""},
+        {0, [](auto& f) { f.rules = {0, 0, 1, 0}; }, ""},
         {0, [](auto& f) { f.statsVersion = 2; }, "note counters: layout 2.*"},
         {0, [](auto& f) { f.bypassAttempts = 3; }, "note counters: 3 unsigned.*"},
         {0, [](auto& f) { f.logError = 32; }, "note diagnostic log: .*another process"},
@@ -82,6 +88,8 @@ TEST(JudgeSignature, SaysWhetherWindowsIsLikelyToLoadTheDriver) {
         {"in test mode", {0, "A", false, true}, "likely", "note signed by A.* in test mode and likely.*"},
         {"unsigned", {0x800B0100, "", false, true}, "unlikely", "note not signed.*"},
         {"no program", {0x800B0003, "", false, false}, "unlikely", "note not signed.*"},
+        {"no chain", {0x800B010A, "A", false, false}, "unlikely", "note signed by A, with .* does not trust.*"},
+        {"distrusted", {0x800B0111, "A", false, false}, "unlikely", "wrong signed by A, .*revoked"},
         {"foreign root", {0x800B0109, "A", false, false}, "unlikely", "note signed by A, with .* does not trust.*"},
         {"expired", {0x800B0101, "A", false, false}, "unlikely", "note signed by A, with .*expired.*"},
         {"revoked", {0x800B010C, "A", true, false}, "unlikely", "wrong signed by A, .*revoked"},
@@ -111,10 +119,36 @@ TEST(JudgeCrashReports, FindsTheSpoiltFactAndNothingElse) {
         {[](auto& f) { f.serverError = 12002; }, "wrong crash server: S cannot be used: slow \\(error 12002\\)"},
     };
     for (const auto& [spoil, findings] : rows) {
-        CrashFacts facts{"", "D", 0, {"R", 0}, {"J", 0}, "S", std::nullopt, "slow"};
+        CrashFacts facts;
+        std::tie(facts.dumpFolder, facts.record.path, facts.journal.path) = std::tuple("D", "R", "J");
+        std::tie(facts.server, facts.serverErrorText) = std::tuple("S", "slow");
         spoil(facts);
         ExpectMatch(Objections(zoctl::JudgeCrashReports(facts)), findings);
     }
+}
+
+TEST(WithoutNames, ReplacesNamesThatAreWholeWordsInAnyCase) {
+    const zoctl::PrivateNames names = {{"C:\\Users\\Az", ""}, {"Az", ""}};
+    const auto between = [](char c, const std::string& one, const std::string& other) { return one + c + other; };
+    for (const char c : std::string("azAZ09_\x80\xFF")) {
+        for (const std::string& text : {between(c, "", "Az"), between(c, "Az", ""), between(c, "Az", "Az")})
+            EXPECT_EQ(zoctl::WithoutNames(text, names), text);
+    }
+    for (const char c : std::string("`{@[/:\x7F\\ "))
+        EXPECT_EQ(zoctl::WithoutNames(between(c, "aZ", "c:\\usERs\\AZ "), names),
+                  between(c, "%USERNAME%", "%USERPROFILE% "));
+}
+
+TEST(IsSystemAccount, KnowsTheAccountsOfServices) {
+    for (const char* user : {"SYSTEM", "LOCAL SERVICE", "NETWORK SERVICE"})
+        EXPECT_TRUE(zoctl::IsSystemAccount(user)) << user;
+    EXPECT_FALSE(zoctl::IsSystemAccount("system"));
+}
+
+TEST(DriverNames, CallNumbersBehindTheLastUnknown) {
+    EXPECT_STREQ(zoctl::StartTypeName(4), "disabled");
+    EXPECT_STREQ(zoctl::StartTypeName(5), "unknown");
+    EXPECT_STREQ(zoctl::StateName(5), "unknown");
 }
 
 }  // namespace

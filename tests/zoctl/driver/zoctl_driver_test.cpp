@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <regex>
+
 #include "folder_link.h"
 #include "owned_handles.h"
 #include "zoctl_process.h"
@@ -17,12 +19,17 @@ const std::wstring kAway = kFile + L".away";
 class ZoctlDriver : public ZoctlServiceTest {};
 
 TEST_F(ZoctlDriver, StatusFollowsTheServiceFromInstallToUninstall) {
-    EXPECT_TRUE(Gave(Zoctl("driver install C:\\none.sys"), 3, "Check the path of the driver's file."));
+    const ZoctlRun missing = Zoctl("driver install C:\\none.sys");
+    EXPECT_TRUE(Gave(missing, 3, "install the driver 'C:\\none.sys': "));
+    EXPECT_TRUE(Gave(missing, 3, "Check the path of the driver's file."));
     ASSERT_EQ(RunZoctl({"driver", "install", File(), "--start", "auto"}).exitCode, 0);
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "stopped"}, {"startType", "auto"}}));
     EXPECT_EQ(Zoctl("driver set-start demand").exitCode, 0);
     EXPECT_EQ(Zoctl("driver start").exitCode, 0);
-    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "running"}, {"startType", "demand"}}));
+    EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "running"}, {"instanceRegistered", true}}));
+    const ZoctlRun running = Zoctl("driver status");
+    EXPECT_TRUE(Gave(running, 0, "filter altitude  385100\nfile version     1.0.0.0\n"));
+    EXPECT_EQ(running.err, "");
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(Zoctl("driver self-protect").exitCode, 0);
     EXPECT_EQ(SimulatorClient().State().fileProtectEnabled, 1u);
@@ -30,20 +37,38 @@ TEST_F(ZoctlDriver, StatusFollowsTheServiceFromInstallToUninstall) {
     EXPECT_EQ(Zoctl("driver stop").exitCode, 0);
     EXPECT_EQ(Zoctl("driver uninstall").exitCode, 0);
     EXPECT_TRUE(Gave(Zoctl("driver status --json"), 0, "", {{"state", "not installed"}, {"fileVersion", nullptr}}));
+    EXPECT_EQ(Zoctl("driver status").out, "DRIVER SERVICE\nstate           not installed\n");
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
 }
 
-TEST_F(ZoctlDriver, DoctorReportsLostEventsWithoutAlarm) {
+TEST_F(ZoctlDriver, DoctorShowsAllThatItMeasured) {
     InstallAndStart();
+    EXPECT_TRUE(Gave(Zoctl("process add C:\\a"), 0));
     EXPECT_TRUE(Gave(Zoctl("registry add HKLM\\X"), 0));
+    SimulatorClient().InjectEvents(ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE + 5);
     SimulatorClient().InjectEvents(ZOSIM_RING_REGISTRY, ZOP_REGISTRY_EVENT_RING_SIZE + 7);
-    const Json measured = Zoctl("doctor --json").json["measured"];
-    EXPECT_EQ(measured["lost"]["registry"], 7);
-    EXPECT_EQ(measured["driverVersion"], "1.0.0");
-    EXPECT_EQ(measured["rules"]["registry"], 1);
-    const ZoctlRun doctor = Zoctl("doctor");
-    EXPECT_TRUE(Gave(doctor, 0, "7 of the registry ring"));
-    EXPECT_LT(std::count(doctor.out.begin(), doctor.out.end(), '\n'), 30) << "must fit a screen\n" << doctor.out;
+    ZoSimCounters counters{};
+    counters.values[ZOSIM_COUNTER_UNSIGNED_BYPASS] = 3;
+    SimulatorClient().SetCounters(counters);
+    const ZoctlRun run = Zoctl("doctor --json");
+    EXPECT_EQ(run.json["measured"], Json::parse(R"({"fileVersion": "1.0.0.0",
+        "driverVersion": "1.0.0", "rules": {"process": 1, "file": 0, "registry": 1, "dll": 0},
+        "lost": {"main": 5, "registry": 7}, "unsignedBypassAttempts": 3})"));
+    EXPECT_EQ(Each(run, "findings", "subject"),
+              Json({"service", "start type", "driver file", "file version", "driver signature", "filter instance",
+                    "device", "handshake", "protection", "rules", "events", "counters", "diagnostic log", "library",
+                    "debugger engine", "dump folder", "crash record"}));
+    const ZoctlRun text = Zoctl("doctor");
+    for (const char* words :
+         {"ok    file version      1.0.0.0, the running version\nnote  driver signature  not signed",
+          "ok    handshake         driver 1.0.0\nok    protection        switched on\n"
+          "ok    rules             1 process, 0 file, 1 registry, 0 DLL folders\n",
+          "\n\nHow to fix it:\n  driver signature: ", "\n\nNothing is wrong.\n"})
+        EXPECT_TRUE(Gave(text, 0, words)) << words;
+    EXPECT_EQ(Zoctl("driver stop").exitCode, 0);
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "\nWRONG  service           stopped\n"));
+    EXPECT_EQ(Zoctl("driver set-start disabled").exitCode, 0);
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "2 things are wrong."));
 }
 
 std::map<std::string, Json> FindingsOf(const Json& answer) {
@@ -55,10 +80,19 @@ std::map<std::string, Json> FindingsOf(const Json& answer) {
 
 TEST_F(ZoctlDriver, DoctorChecksTheCrashReporterWithoutCreatingItsRecord) {
     auto findings = FindingsOf(Zoctl("doctor --json").json);
-    const Json& record = findings["crash record"];
+    const Json record = findings["crash record"];
     EXPECT_EQ(record["severity"], "ok") << record;
-    EXPECT_FALSE(std::filesystem::exists(zo::WideFromUtf8(record["finding"].get<std::string>()))) << record;
+    const std::filesystem::path path = zo::WideFromUtf8(record["finding"].get<std::string>());
+    EXPECT_FALSE(std::filesystem::exists(path)) << record;
     EXPECT_FALSE(findings.contains("crash server")) << "nobody asked for it";
+    // Others may have it open, unless they keep it to themselves.
+    zo::CreateDirectories(path.parent_path());
+    for (const auto& [sharing, finding] : {std::pair{FILE_SHARE_WRITE | FILE_SHARE_DELETE, path.string()},
+                                           {0, path.string() + " cannot be written, error 32"}}) {
+        const zo::OwnedFile held(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, static_cast<DWORD>(sharing),
+                                             nullptr, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+        EXPECT_EQ(FindingsOf(Zoctl("doctor --json").json)["crash record"]["finding"], finding);
+    }
 }
 
 TEST_F(ZoctlDriver, DoctorFindsTheDebuggerEngineInTheSystemFolder) {
@@ -102,16 +136,28 @@ class ScopedDumpFolder {
 };
 
 TEST_F(ZoctlDriver, DoctorLooksIntoTheDumpFolderOfTheRegistry) {
-    for (const DWORD type : {DWORD{REG_SZ}, DWORD{REG_EXPAND_SZ}}) {
-        const ScopedDumpFolder folder(L"%SystemRoot%\\system32", type);
-        auto findings = FindingsOf(Zoctl("doctor --json").json);
-        EXPECT_EQ(findings["dump folder"]["finding"], Environment("SystemRoot") + "\\system32");
+    const std::string windows = Environment("SystemRoot");
+    const std::string usual = windows + "\\Minidump does not exist; Windows creates it at the first crash";
+    const std::size_t fits = 519 - Environment("TMP").size();  // what the buffers hold besides a variable's value
+    const Rows<std::wstring, DWORD, std::string> rows = {
+        {"text", L"%SystemRoot%\\system32", REG_SZ, windows + "\\system32"},
+        {"text with variables", L"%SystemRoot%\\system32", REG_EXPAND_SZ, windows + "\\system32"},
+        {"one character", L".", REG_SZ, "."},
+        {"empty", L"", REG_SZ, usual},
+        {"too long", L"%SystemRoot%" + std::wstring(520 - 12, L'\\'), REG_SZ, usual},
+        {"not too long", L"%TMP%" + std::wstring(fits, L'\\'), REG_SZ, Environment("TMP") + std::string(fits, '\\')},
+        {"too long with its variables", L"%TMP%" + std::wstring(fits + 1, L'\\'), REG_SZ, usual},
+    };
+    for (const auto& [name, value, type, finding] : rows) {
+        const ScopedDumpFolder folder(value, type);
+        const std::string found = FindingsOf(Zoctl("doctor --json").json)["dump folder"]["finding"];
+        EXPECT_EQ(found.substr(0, finding.size()), finding) << name;
     }
 }
 
 TEST_F(ZoctlDriver, DoctorAsksTheCrashServerWhenTold) {
     // Nothing listens at the address of development builds.
-    EXPECT_TRUE(Gave(Zoctl("doctor --online --json"), 40, "cannot be used"));
+    EXPECT_TRUE(Gave(Zoctl("doctor --online --json"), 40, "/crash cannot be used: no connection"));
 }
 
 TEST_F(ZoctlDriver, InstallKeepsTheSettingsUnlessTold) {
@@ -141,11 +187,15 @@ TEST_F(ZoctlDriver, InstallRefusesAnAltitudeThatIsNotANumber) {
 
 TEST_F(ZoctlDriver, InstallReportsAnUnsignedFileAndOneThatItDidNotReplace) {
     const ZoctlRun run = RunZoctl({"driver", "install", File(), "--json"});
-    EXPECT_TRUE(Gave(run, 0, "not signed; Windows is not likely to load the driver"));
-    EXPECT_EQ(run.json["signature"]["loads"], "unlikely");
-    EXPECT_EQ(run.json["signature"]["signer"], nullptr);
-    const std::string other = File("ZoProtectorDriver_1_0_1.sys");
-    EXPECT_TRUE(Gave(RunZoctl({"driver", "install", other, "--json"}), 0, "was kept", {{"fileKept", true}}));
+    EXPECT_EQ(run.json, Json::parse(R"({"command": "driver install", "ok": true, "exitCode": 0, "startType": "demand",
+        "altitude": "385100", "allowUnload": false, "reinstalled": false, "changed": [], "fileKept": false,
+        "signature": {"signer": null, "loads": "unlikely",
+                      "finding": "not signed; Windows is not likely to load the driver"}})"));
+    EXPECT_TRUE(std::regex_match(run.err, std::regex("driver signature: not signed; .*\nStart it with .*\n")))
+        << run.err;
+    const ZoctlRun other = RunZoctl({"driver", "install", File("ZoProtectorDriver_1_0_1.sys"), "--json"});
+    EXPECT_TRUE(Gave(other, 0, "", {{"fileKept", true}}));
+    EXPECT_TRUE(other.err.starts_with("The installed file was kept: ")) << other.err;
 }
 
 TEST_F(ZoctlDriver, DoctorFindsTheInstanceOfADriverPackage) {
@@ -172,6 +222,7 @@ TEST_F(ZoctlDriver, InstallersWaitForEachOther) {
     EXPECT_FALSE(std::filesystem::exists(InstalledDriverPath()));
     ReleaseMutex(mutex.Get());
     EXPECT_EQ(RunZoctl({"driver", "install", "--wait", "0", File()}).exitCode, 0);
+    EXPECT_TRUE(Gave(Zoctl("driver uninstall --help"), 0, "--wait UINT:INT in [0 - 3600]=60"));
 }
 
 TEST_F(ZoctlDriver, DoctorOpensNoLogThroughALink) {
@@ -183,6 +234,13 @@ TEST_F(ZoctlDriver, DoctorOpensNoLogThroughALink) {
     options.environment = {{L"TMP", temporary.Path().wstring()}};
     EXPECT_TRUE(Gave(Zoctl("doctor", options), 40, "is not written, because it or its folder is a link"));
     EXPECT_TRUE(std::filesystem::is_empty(foreign.Path()));
+}
+
+TEST_F(ZoctlDriver, DoctorFindsAServiceThatGoesWhenItsLastUserCloses) {
+    InstallAndStart();
+    const zo::OwnedService service = OpenDriverService();
+    ASSERT_TRUE(DeleteService(service.Get()));
+    EXPECT_TRUE(Gave(Zoctl("doctor"), 40, "the service is marked for deletion"));
 }
 
 ChildOptions doctorOptions;
@@ -203,6 +261,9 @@ const Rows<const char*, void (*)(), void (*)()> kBreakages = {
     {"start type", "disabled", [] { Zoctl("driver set-start disabled"); }, [] { Zoctl("driver set-start demand"); }},
     {"protection", "off", [] { Zoctl("disable"); }, resetSimulator},
     {"driver file", "does not exist", moveFileAway, moveFileBack},
+    {"driver file", "does not exist", [] { moveFileAway(), zo::CreateDirectories(kFile); },
+     [] { std::filesystem::remove(kFile), moveFileBack(); }},
+    {"file version", "1.0.0.0, but 1.2.3 is running", [] { SimulatorClient().SetVersion(1, 2, 3); }, resetSimulator},
     {"file version", "no version", [] { moveFileAway(), WriteFileBytes(kFile, "no driver"); }, moveFileBack},
     {"deletion", "marked", markForDeletion, removeMark},
     {"handshake", "ZOP_E_VERSION_MISMATCH", [] { SimulatorClient().SetVersion(2, 0, 0); }, resetSimulator},
@@ -219,7 +280,7 @@ TEST_F(ZoctlDriver, DoctorFindsTheBreakageAndNothingElse) {
     for (const auto& [subject, words, spoil, repair] : kBreakages) {
         spoil();
         const ZoctlRun run = Zoctl("doctor --json", doctorOptions);
-        EXPECT_TRUE(Gave(run, 40, words));
+        EXPECT_TRUE(Gave(run, 40, words, {{"message", "1 thing is wrong."}}));
         std::string wrong;
         for (const Json& finding : run.json["findings"])
             if (finding["severity"] == "wrong") wrong += finding["subject"].get<std::string>();

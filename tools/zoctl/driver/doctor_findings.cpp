@@ -58,9 +58,8 @@ void JudgeVersion(const DoctorFacts& facts, std::vector<Finding>& findings) {
         return;
     }
     const std::string text = VersionText(file);
-    const bool connected = facts.handshake && (*facts.handshake >= 0 || *facts.handshake == ZOP_E_VERSION_MISMATCH);
     const auto& running = facts.driverVersion;
-    const bool known = connected && running != std::array<std::uint32_t, 3>{};
+    const bool known = running != std::array<std::uint32_t, 3>{};
     if (known && !std::equal(running.begin(), running.end(), file.begin())) {
         findings.push_back(Wrong("file version", zo::Format("{}, but {} is running", text, VersionText(running)),
                                  "Restart the driver (\"zoctl driver stop\", \"zoctl driver start\") or the system."));
@@ -141,7 +140,7 @@ Finding JudgeRules(const DoctorFacts& facts) {
     const auto& rules = facts.rules;
     const std::string text =
         zo::Format("{} process, {} file, {} registry, {} DLL folders", rules[0], rules[1], rules[2], rules[3]);
-    if (rules[0] + rules[1] + rules[2] == 0) {
+    if ((rules[0] | rules[1] | rules[2]) == 0) {
         return Note("rules", text + ": nothing is protected", "Apply a rule file with \"zoctl rules apply FILE\".");
     }
     return Good("rules", text);

@@ -31,8 +31,8 @@ struct DoctorFacts {
     std::vector<std::string> holders;          // processes that use the device, where the system tells
     bool administrator = false;                // this process, when the device did not open
 
-    std::optional<std::int32_t> handshake;  // of ZoProtector_Initialize
-    std::array<std::uint32_t, 3> driverVersion = {};
+    std::optional<std::int32_t> handshake;            // of ZoProtector_Initialize
+    std::array<std::uint32_t, 3> driverVersion = {};  // 0.0.0 after a handshake that failed
     std::int32_t masterStatus = 0;
     bool masterEnabled = false;
     std::int32_t rulesStatus = 0;

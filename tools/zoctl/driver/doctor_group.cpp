@@ -25,7 +25,7 @@ Json MeasuredJson(const DoctorFacts& facts) {
         return asked && status >= 0 ? std::move(value) : Json(nullptr);
     };
     return {{"fileVersion", TextOrNull(fileVersion)},
-            {"driverVersion", ifRead(0, VersionText(facts.driverVersion))},
+            {"driverVersion", asked ? Json(VersionText(facts.driverVersion)) : Json(nullptr)},
             {"rules", ifRead(facts.rulesStatus, rules)},
             {"lost", ifRead(facts.ringStatus, {{"main", facts.lostMain}, {"registry", facts.lostRegistry}})},
             {"unsignedBypassAttempts", ifRead(facts.statsStatus, facts.bypassAttempts)}};

@@ -120,7 +120,7 @@ int Install(Output& out, const InstallOptions& options) {
     const Setup wanted = Wanted(options, before);
     const std::int32_t status =
         ZoProtector_InstallDriver(zo::WideFromUtf8(options.source).c_str(), *StartTypeNumber(wanted.startType),
-                                  zo::WideFromUtf8(wanted.altitude).c_str(), wanted.allowUnload ? 1 : 0);
+                                  zo::WideFromUtf8(wanted.altitude).c_str(), wanted.allowUnload);
     if (status < 0) return out.Fail(status, Subject::kInstall, what);
     Setup after;
     if (const std::int32_t read = ReadSetup(after); read < 0) {

@@ -73,7 +73,7 @@ int CopyFolder(Output& out, const CopyOptions& options) {
 
 int HardwareId(Output& out) {
     wchar_t text[65] = {};
-    const std::int32_t status = ZoProtector_GetHardwareId(text, 65);
+    const std::int32_t status = ZoProtector_GetHardwareId(text, static_cast<std::uint32_t>(std::size(text)));
     const std::string id = zo::Utf8FromWide(text);
     return out.Report(status, Subject::kAny, "identify this machine", id,
                       status < 0 ? Json::object() : Json{{"hardwareId", id}});

@@ -1,7 +1,6 @@
 #include "private_text.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace zoctl {
 
@@ -18,8 +17,9 @@ bool IsPartOfWord(char c) {
            static_cast<unsigned char>(c) > 127;
 }
 
-bool IsWholeWord(std::string_view text, std::size_t at, std::size_t size) {
-    return (at == 0 || !IsPartOfWord(text[at - 1])) && (at + size == text.size() || !IsPartOfWord(text[at + size]));
+// At the end of the text its terminator follows, which is no part of a word.
+bool IsWholeWord(const std::string& text, std::size_t at, std::size_t size) {
+    return (at == 0 || !IsPartOfWord(text[at - 1])) && !IsPartOfWord(text[at + size]);
 }
 
 std::string Replaced(const std::string& text, const std::string& name, const char* by) {
@@ -39,6 +39,10 @@ std::string Replaced(const std::string& text, const std::string& name, const cha
 }
 
 }  // namespace
+
+bool IsSystemAccount(const std::string& user) {
+    return user == "SYSTEM" || user == "LOCAL SERVICE" || user == "NETWORK SERVICE";
+}
 
 std::string WithoutNames(std::string text, const PrivateNames& names) {
     for (const std::string& profile : names.profiles)

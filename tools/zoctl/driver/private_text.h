@@ -14,6 +14,9 @@ struct PrivateNames {
     std::vector<std::string> users;     // the account's name, and the profile folder's own
 };
 
+// Services run under accounts of the system, whose names are no secret and are words of many paths.
+[[nodiscard]] bool IsSystemAccount(const std::string& user);
+
 // Profile paths become %USERPROFILE%; after that, names that are whole words become %USERNAME%. Letter case of ASCII
 // does not count.
 [[nodiscard]] std::string WithoutNames(std::string text, const PrivateNames& names);

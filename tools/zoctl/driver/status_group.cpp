@@ -57,7 +57,7 @@ int ShowRunningDriver(Output& out, const Vocabulary& vocabulary) {
 
 void AddMasterSwitch(Tool& tool, CLI::App& root, const CommandText& text, bool on) {
     tool.AddCommand(root, text, WithDriver([on](Output& out) {
-                        return out.Report(ZoProtector_SetMasterEnabled(on ? 1 : 0), Subject::kAny, "switch protection",
+                        return out.Report(ZoProtector_SetMasterEnabled(on), Subject::kAny, "switch protection",
                                           on ? "Protection is on." : "Protection is off.", {{"enabled", on}});
                     }));
 }

@@ -33,12 +33,7 @@ std::string Environment(const wchar_t* name) {
 std::string ShortForm(const std::string& path) {
     wchar_t units[MAX_PATH] = {};
     const DWORD size = GetShortPathNameW(zo::WideFromUtf8(path).c_str(), units, MAX_PATH);
-    return size > 0 && size < MAX_PATH ? zo::Utf8FromWide(units) : std::string();
-}
-
-// Services run under accounts of the system, whose names are no secret and are words of many paths.
-bool IsSystemAccount(const std::string& user) {
-    return user == "SYSTEM" || user == "LOCAL SERVICE" || user == "NETWORK SERVICE";
+    return size < MAX_PATH ? zo::Utf8FromWide(units) : std::string();
 }
 
 PrivateNames NamesOfUser() {
