@@ -5,8 +5,9 @@ and dumps."""
 
 import json
 import shutil
+import subprocess
 
-from sealed_tree import BUILT, SealedTreeTest, dos, simctl, words
+from sealed_tree import BUILT, ZOCTL, SealedTreeTest, dos, simctl, words
 from terminal import CTRL_C, pressed
 
 
@@ -57,6 +58,26 @@ class InterruptTest(SealedTreeTest):
                                     "rules", "apply", rules, "--json")
         outcomes = [step["outcome"] for step in document["steps"]]
         self.assertEqual((set(outcomes), outcomes), ({"done", "not tried"}, sorted(outcomes)))
+
+    def test_installers_wait_for_each_other(self):
+        self.start_driver()
+        simctl("fault", "list-process-rules", "--delay", "8000")
+        upgrade = words(("driver", "upgrade", BUILT / "ZoProtectorDriver_1_0_1.sys", "--restart", "--keep-rules"))
+        with subprocess.Popen([*ZOCTL, *upgrade], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as first:
+            while b"list-process-rules" not in simctl("requests", "--last", "1"):
+                self.assertIsNone(first.poll())
+            with subprocess.Popen([*ZOCTL, "driver", "uninstall"], stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.PIPE) as second:
+                code, shown = pressed(CTRL_C, lambda shown, _: b"Waiting" in shown, "driver", "uninstall")
+                said = second.communicate()[1]
+        self.assertEqual((code, "Cancelled while waiting" in shown), (130, True), shown)
+        self.assertEqual((first.returncode, second.returncode, said.count(b"Waiting for another process")), (0, 0, 1))
+
+    def test_force_crash_asks_first(self):
+        for typed, code in {b"no\r": 130, b"crash\r": 3}.items():  # there is no driver that could crash the system
+            self.assertEqual(pressed(typed, lambda shown, _: b"Type" in shown, "force-crash")[0], code)
+        self.zoctl(2, "force-crash")
+        self.assertEqual(pressed(b"crash\r", lambda shown, _: b"Type" in shown, "force-crash", "--json")[0], 2)
 
     def interrupted_crash_run(self, dumps_opened, *arguments):
         """Presses Ctrl-C when the engine has opened this many dumps of a run over two; gives all that was shown."""
