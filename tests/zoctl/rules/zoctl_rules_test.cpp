@@ -1,3 +1,5 @@
+#include <bit>
+
 #include "folder_link.h"
 #include "zoctl_process.h"
 
@@ -8,7 +10,7 @@ using namespace zotest;
 constexpr const char* kFull = R"({
     "version": 1,
     "master": {"enabled": true},
-    "process": {"rules": [{"path": "C:\\s\\a.exe"}, {"folder": "C:\\s\\bin", "recursive": true}]},
+    "process": {"rules": [{"path": "C:\\s\\日.exe"}, {"folder": "C:\\s\\bin", "recursive": true}]},
     "file": {
         "enabled": true,
         "rules": [{"path": "C:\\s\\x.ini"}, {"folder": "C:\\s", "filter": "*.exe"},
@@ -56,11 +58,14 @@ class ZoctlRules : public ZoctlTest {
 TEST_F(ZoctlRules, ApplyingTwiceSendsNothingTheSecondTime) {
     EXPECT_TRUE(Gave(Do("diff", kFull), 50));
     EXPECT_EQ(changes_, Codes{});
-    EXPECT_TRUE(Gave(Do("apply", kFull, {"--dry-run"}), 0, "15 commands would be sent."));
+    const ZoctlRun dry = Do("apply", kFull, {"--dry-run"});
+    EXPECT_TRUE(Gave(dry, 0, "15 commands would be sent."));
+    EXPECT_EQ(dry.err, "");
     EXPECT_EQ(changes_, Codes{});
 
     const ZoctlRun first = Apply(kFull);
     EXPECT_TRUE(Gave(first, 0, "", {{"inForce", 8}, {"unreadable", "sent"}, {"notSent", Json::array()}}));
+    EXPECT_EQ(first.err, "");
     // 8 rules; file ignores cleared and filled, registry ignores cleared, overrides cleared and filled, the file
     // switch; the policy. The master switch is on already.
     EXPECT_EQ(changes_.size(), 8u + 2 + 1 + 2 + 1 + 1);
@@ -71,31 +76,40 @@ TEST_F(ZoctlRules, ApplyingTwiceSendsNothingTheSecondTime) {
 
     EXPECT_TRUE(Gave(Apply(kFull), 0, "--resend", {{"unreadable", "held back"}, {"notSent", kUnreadable}}));
     EXPECT_EQ(changes_, Codes{});
-    EXPECT_TRUE(Gave(Do("diff", kFull), 0));
-    EXPECT_TRUE(Gave(Do("apply", kFull, {"--resend"}), 0));
+    EXPECT_TRUE(Gave(Do("diff", kFull), 0, "cannot be read back."));
+    EXPECT_TRUE(Gave(Do("apply", kFull, {"--resend"}), 0,
+                     "6 commands sent. All 8 rules of the file are in force, read back from the driver."));
     EXPECT_EQ(changes_.size(), 6u);
 
     // What the driver has now, written as a file, is in force too. Nothing else is touched on the way.
     WriteFileBytes(folder_ / "out.json.1.new", "mine");
     EXPECT_TRUE(Gave(Rules({"export", Path("out.json")}), 0));
-    EXPECT_TRUE(Gave(Rules({"export", Path("out.json")}), 6));
+    EXPECT_TRUE(Gave(Rules({"export", Path("out.json")}), 6, "Give --force to replace it."));
+    EXPECT_TRUE(Gave(Rules({"export", Path("none\\out.json")}), 3));
     EXPECT_TRUE(Gave(Rules({"export", Path("out.json"), "--force"}), 0));
     EXPECT_EQ(ReadFileBytes(folder_ / "out.json.1.new"), "mine");
     const std::filesystem::directory_iterator files(folder_.Path());
     EXPECT_EQ(std::distance(begin(files), end(files)), 3);
     EXPECT_TRUE(Gave(Rules({"apply", Path("out.json")}), 0));
     EXPECT_EQ(changes_, Codes{});
-    EXPECT_EQ(Rules({"export"}).out, ReadFileBytes(folder_ / "out.json"));
+    const ZoctlRun shown = Rules({"export"});
+    EXPECT_TRUE(Gave(shown, 0, "The file leaves them out."));
+    EXPECT_EQ(shown.out, ReadFileBytes(folder_ / "out.json"));
+    EXPECT_TRUE(shown.out.starts_with("{\n    \"version\": 1,") && shown.out.find("日") != std::string::npos)
+        << shown.out;
 }
 
 TEST_F(ZoctlRules, ListShowsMoreRulesThanTheFirstReplyHolds) {
     Json file = {{"version", 1}};
     for (int i = 0; i < 300; ++i)
         file["process"]["rules"].push_back({{"path", "C:\\" + std::to_string(i)}});
+    const std::string last = std::string(1, static_cast<char>('A' + std::bit_width(GetLogicalDrives()) - 1)) + ":\\x";
+    file["process"]["rules"].push_back({{"path", last}});
     EXPECT_TRUE(Gave(Apply(file.dump()), 0));
     const Json tables = Rules({"list", "--json"}).json["tables"];
-    ASSERT_EQ(tables["process"]["rules"].size(), 300u);
+    ASSERT_EQ(tables["process"]["rules"].size(), 301u);
     EXPECT_EQ(tables["process"]["rules"][299]["win32"], "C:\\299");
+    EXPECT_EQ(tables["process"]["rules"][300]["win32"], last) << "of the last drive";
     EXPECT_EQ(tables["file"]["rules"].size(), 0u);
 }
 
@@ -103,10 +117,11 @@ TEST_F(ZoctlRules, CheckNamesEveryMistakeAndNeedsNoDriver) {
     for (const char* verb : {"check", "diff", "apply"}) {
         const ZoctlRun run =
             Do(verb, R"({"version": 1, "process": {"rules": [{"path": "a.exe"}, {"folder": "Q:\\x"}]}, "extra": 1,
-                         "registry": {"rules": [{"key": "HKCU\\A"}, {"key": "hkey_current_user\\a"}]}})");
-        EXPECT_EQ(Each(run, "mistakes", "pointer"),
-                  Json({"/extra", "/process/rules/0/path", "/process/rules/1/folder", "/registry/rules/1"}));
-        EXPECT_TRUE(Gave(run, 2)) << verb;
+                         "registry": {"rules": [{"key": "HKCU\\A"}, {"key": "hkey_current_user\\a"}, {"key": "X"}]}})");
+        EXPECT_EQ(Each(run, "mistakes", "pointer"), Json({"/extra", "/process/rules/0/path", "/process/rules/1/folder",
+                                                          "/registry/rules/2/key", "/registry/rules/1"}));
+        EXPECT_TRUE(Gave(run, 2, "its drive does not exist on this machine")) << verb;
+        EXPECT_TRUE(Gave(run, 2, "must begin with HKLM")) << verb;
     }
     EXPECT_TRUE(Gave(Do("check", kFull), 0));
     EXPECT_TRUE(Gave(Rules({"check", Path("none.json")}), 3));
@@ -141,59 +156,115 @@ TEST_F(ZoctlRulesAndLinks, CheckNotesNamesThatTheKernelNeverSees) {
     wchar_t shortName[MAX_PATH] = {};
     ASSERT_NE(GetShortPathNameW((folder_ / "longfoldername").c_str(), shortName, MAX_PATH), 0u);
     const std::string shortFolder = std::filesystem::path(shortName).filename().string();
+    const std::string full = Path("longfoldername"), drive = full.substr(0, 2);
+    wchar_t volume[MAX_PATH] = {};
+    ASSERT_NE(QueryDosDeviceW(zo::WideFromUtf8(drive).c_str(), volume, MAX_PATH), 0u);
+    const std::string nt = zo::Utf8FromWide(volume) + full.substr(2);
     Json file = {{"version", 1}};
     for (const std::string& path : {Path("longfoldername\\a.exe"), Path("LONGFOLDERNAME"), Path("none\\a.exe"),
                                     std::string("\\\\server\\share\\a.exe"), Path("link\\a.exe"), Path("link\\none"),
-                                    Path((shortFolder + "\\a.exe").c_str()), std::string("Q:\\a.exe")}) {
+                                    Path((shortFolder + "\\a.exe").c_str()), std::string("Q:\\a.exe"), full + "\\",
+                                    drive + "\\", drive + "\\none\\a.exe"}) {
         file["process"]["rules"].push_back({{"path", path}});
     }
     file["file"]["rules"] = {{{"path", Path("x")}, {"scope", {{"folder", Path("link")}}}}};
-    file["registry"] = {{"rules", {{{"key", "HKLM\\SOFTWARE"}}, {{"key", "HKCU\\zotest_link\\none"}}}},
+    file["registry"] = {{"rules",
+                         {{{"key", "HKLM\\SOFTWARE"}},
+                          {{"key", "HKCU\\zotest_link\\none"}},
+
+                          {{"key", "HKLM\\SOFTWARE\\\\none"}}}},
                         {"ignore", {{{"path", Path("link")}}}}};
+    const zo::OwnedFile used(CreateFileW((folder_ / "longfoldername" / "a.exe").c_str(), GENERIC_READ, 0, nullptr,
+                                         OPEN_EXISTING, 0, nullptr));  // which hides nothing from the check
     const ZoctlRun run = Do("check", file.dump());
     EXPECT_TRUE(Gave(run, 0, "Note: /process/rules/3: The driver never sees the name"));
-    EXPECT_TRUE(Gave(run, 0, "goes through the link or mount point"));
-    EXPECT_EQ(Each(run, "notes", "pointer"),
-              Json({"/process/rules/3", "/process/rules/4", "/process/rules/5", "/process/rules/6", "/process/rules/7",
-                    "/file/rules/0/scope", "/registry/rules/1", "/registry/ignore/0"}))
-        << run.out;
+    const std::string link = "link or mount point '" + Path("link") + "'. It sees '" + nt;
+    const std::pair<const char*, std::string> ends[] = {
+        {"/process/rules/3", "which begins with two backslashes and is sent to the driver unchanged."},
+        {"/process/rules/4", link + "\\a.exe'."},
+        {"/process/rules/5", link + "\\none'."},
+        {"/process/rules/6",
+         "which has the short name '" + Path(shortFolder.c_str()) + "'. It sees '" + nt + "\\a.exe'."},
+        {"/process/rules/7", "which is on the substituted drive 'Q:'."},
+        {"/file/rules/0/scope", link + "'."},
+        {"/registry/rules/1", "\\none'."},
+        {"/registry/rules/2", "'HKLM\\SOFTWARE\\\\none'. It sees '\\REGISTRY\\Machine\\Software\\none'."},
+        {"/registry/ignore/0", link + "'."}};
+    ASSERT_EQ(run.json["notes"].size(), std::size(ends)) << run.out;
+    for (std::size_t i = 0; i < std::size(ends); ++i) {
+        const Json& note = run.json["notes"][i];
+        EXPECT_EQ(note["pointer"], ends[i].first);
+        EXPECT_TRUE(note["message"].get<std::string>().ends_with(ends[i].second)) << note << ends[i].second;
+    }
 }
 
-TEST_F(ZoctlRules, LintLooksAtThisMachine) {
+TEST_F(ZoctlRulesAndLinks, LintLooksAtThisMachine) {
     WriteFileBytes(folder_ / "suite" / "in" / "a.exe", "");
     LinkFolder(folder_ / "suite", folder_ / "link");
-    const auto rule = [this](const char* filter, bool recursive) {
-        return Json{{"folder", Path("suite")}, {"filter", filter}, {"recursive", recursive}};
+    const auto rule = [this](const char* filter, bool recursive, const std::string& above = "") {
+        return Json{{"folder", above + Path("suite")}, {"filter", filter}, {"recursive", recursive}};
     };
     Json file = {{"version", 1}};
     file["file"]["rules"] = {rule("*.EXE", true), {{"folder", Path("suite\\in")}, {"filter", "*.exe"}}};
     EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint"}), 41, "covered by /file/rules/0"));
-    file["file"]["rules"] = {
-        rule("*.EXE", true), rule("*.dll", false), {{"path", Path("link\\in\\a.exe")}}, {{"path", Path("none")}}};
+    file["file"]["rules"] = {rule("*.EXE", true),
+                             rule("*.dll", true),
+                             {{"path", Path("link\\in\\a.exe")}},
+                             {{"path", Path("none")}},
+                             {{"path", Path("suite\\in\\a.exe\\none")}},
+                             {{"folder", "C:\\"}, {"filter", "*.none"}},
+                             {{"folder", "Q:\\suite"}, {"filter", "*.none"}},
+                             rule("*.none", false, "\\\\?\\")};
+    file["registry"]["rules"] = {{{"key", "HKLM\\SOFTWARE"}}, {{"key", "HKLM\\zotest_none"}}, {{"key", "HKLM\\"}}};
     const ZoctlRun run = Do("check", file.dump(), {"--lint", "--json"});
-    EXPECT_EQ(Each(run, "findings", "kind"), Json({"absent", "unseenName", "filterMatchesNothing"})) << run.out;
-    EXPECT_EQ(Each(run, "findings", "pointer"), Json({"/file/rules/3", "/file/rules/2", "/file/rules/1"}));
+    EXPECT_EQ(Each(run, "findings", "kind"), Json({"absent", "absent", "absent", "unseenName", "unseenName",
+                                                   "unseenName", "filterMatchesNothing", "filterMatchesNothing"}))
+        << run.out;
+    EXPECT_EQ(Each(run, "findings", "pointer"),
+              Json({"/file/rules/3", "/file/rules/4", "/registry/rules/1", "/file/rules/2", "/file/rules/6",
+                    "/file/rules/7", "/file/rules/1", "/file/rules/5"}));
+    file.erase("registry");
     file["file"]["rules"] = Json::array({rule("*.EXE", true)});
     EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint", "--json"}), 0, "", {{"findings", Json::array()}}));
 }
 
 TEST_F(ZoctlRules, ListFitsATerminalAndShowsNtPathsOnRequest) {
     EXPECT_TRUE(Gave(Apply(kFull), 0));
-    const ZoctlRun drive = Rules({"list"});
-    EXPECT_TRUE(Gave(drive, 0, "C:\\d "));
-    EXPECT_EQ(drive.out.find("\\Device\\"), std::string::npos) << drive.out;
-    std::istringstream lines(drive.out);
-    for (std::string line; std::getline(lines, line);)
-        EXPECT_LE(line.size(), 100u) << line;
-    EXPECT_TRUE(Gave(Rules({"list", "--nt"}), 0, "folder \\Device\\HarddiskVolume1\\s"));
+    EXPECT_EQ(Rules({"list"}).out, R"(process rules: 2
+KIND    RECURSIVE  PATH
+file    no         C:\s\日.exe
+folder  yes        C:\s\bin
+file rules: 4
+KIND    RECURSIVE  PATH        FILTER  SCOPE        EXCLUSIVE
+file    no         C:\s\x.ini                       no
+folder  no         C:\s        *.exe                no
+folder  no         C:\s        *.dll                no
+folder  yes        C:\d                folder C:\s  yes
+registry rules: 1
+KIND  RECURSIVE  KEY
+key   yes        HKLM\S
+dll rules: 1
+KIND    RECURSIVE  PATH
+folder  yes        C:\w
+)");
+    EXPECT_EQ(Rules({"list", "--nt", "--table", "dll"}).out, R"(dll rules: 1
+KIND    RECURSIVE  NT PATH
+folder  yes        \Device\HarddiskVolume1\w
+)");
+    const Json scoped = Rules({"list", "--json"}).json["tables"]["file"]["rules"];
+    EXPECT_EQ(scoped[2].value("win32Scope", "none"), "none");
+    EXPECT_EQ(scoped[3].value("win32Scope", "none"), "C:\\s");
 }
 
 TEST_F(ZoctlRules, ApplyRefusesAMassRemovalUnlessAllowed) {
     ASSERT_EQ(Apply(kFull).exitCode, 0);
     const char* const empty = R"({"version": 1, "process": {"rules": []}, "file": {"rules": []},
                                   "registry": {"rules": []}, "dll": {}})";
-    EXPECT_TRUE(Gave(Apply(empty), 1, "7 of the 7"));
+    const ZoctlRun refused = Apply(empty);
+    EXPECT_TRUE(Gave(refused, 1, "7 of the 7"));
     EXPECT_EQ(changes_, Codes{});
+    EXPECT_EQ(Each(refused, "steps", "outcome"), Json({"not tried", "not tried", "not tried"}));
+    EXPECT_EQ(Do("apply", empty, {"--dry-run", "--json"}).json["steps"], refused.json["steps"]);
     const ZoctlRun dry = Do("apply", empty, {"--dry-run"});
     EXPECT_TRUE(Gave(dry, 0, "would send clear the process table"));
     EXPECT_TRUE(Gave(dry, 0, {"--allow-mass-removal"}));
@@ -209,9 +280,13 @@ TEST_F(ZoctlRules, ApplyStopsAtAFullTableAndCountsTheRest) {
     Json file = Json::parse(kAbc);
     for (int i = 0; i < 50; ++i)
         file["process"]["rules"].push_back({{"path", "C:\\more" + std::to_string(i)}});
-    file["registry"]["rules"] = {{{"key", "HKLM\\S"}}};
+    file["registry"]["rules"] = {{{"key", "HKLM\\S"}}, {{"key", "HKLM\\T"}}};
+    Simulator().SetCapacity(ZOSIM_TABLE_REGISTRY, 1);
     const ZoctlRun run = Apply(file.dump());
-    EXPECT_TRUE(Gave(run, 8, "", {{"inForce", 3}, {"fullTables", {{{"table", "process"}, {"notAdded", 51}}}}}));
+    EXPECT_TRUE(Gave(run, 8, "", {{"inForce", 3}}));
+    EXPECT_EQ(run.json["fullTables"],
+              Json({{{"table", "process"}, {"notAdded", 51}}, {{"table", "registry"}, {"notAdded", 1}}}));
+    Simulator().SetCapacity(ZOSIM_TABLE_REGISTRY, 2);
     EXPECT_EQ(std::count(changes_.begin(), changes_.end(), ZOP_IOCTL_ADD_PROCESS_RULE), 3);
     EXPECT_EQ(run.json["steps"][2]["outcome"], "failed");
     EXPECT_EQ(run.json["steps"][2]["status"]["name"], "ZOP_E_QUOTA_EXCEEDED");
@@ -221,6 +296,7 @@ TEST_F(ZoctlRules, ApplyStopsAtAFullTableAndCountsTheRest) {
     EXPECT_TRUE(Gave(text, 8, "process: the driver's table is full; 51 rules were not added."));
     EXPECT_TRUE(Gave(text, 8, "/process/rules/6)\n  + 46 more\n"));
     EXPECT_EQ(text.out.find("not tried"), std::string::npos) << text.out;
+    EXPECT_TRUE(Gave(Do("apply", kAbc, {}), 8, "process: the driver's table is full; 1 rule was not added."));
 }
 
 TEST_F(ZoctlRules, ApplyAfterAFailureGoesOnWhereItCanAndFinishesTheNextTime) {
@@ -233,6 +309,14 @@ TEST_F(ZoctlRules, ApplyAfterAFailureGoesOnWhereItCanAndFinishesTheNextTime) {
     constexpr std::uint32_t kAdd = ZOP_IOCTL_ADD_PROCESS_RULE, kRemove = ZOP_IOCTL_REMOVE_PROCESS_RULE;
     const Rows<const char*, ZoSimFault, const char*, int, Codes, Json> rows = {
         {"an add", kNone, fail(kAdd, 0xC0000001), kAbc, 50, {kAdd, kAdd, kAdd}, {"failed", "done", "done"}},
+        {"an add that does nothing", kNone, fail(kAdd, 0), kAbc, 50, {kAdd, kAdd, kAdd}, {"done", "done", "done"}},
+        {"an add without a driver",
+         kNone,
+         fail(kAdd, 0xC0000034),
+         kAbc,
+         50,
+         {kAdd},
+         {"failed", "not tried", "not tried"}},
         {"a removal", kAbc, fail(kRemove, 0xC0000022), kFolderA, 50, {kRemove}, {"failed", "not tried"}},
         {"a removal that does nothing", kAbc, fail(kRemove, 0), kFolderA, 50, {kRemove, kAdd}, {"done", "failed"}},
         {"the driver stops answering", kNone, gone, kAbc, 1, {kAdd}, {"failed", "not tried", "not tried"}},
@@ -242,7 +326,7 @@ TEST_F(ZoctlRules, ApplyAfterAFailureGoesOnWhereItCanAndFinishesTheNextTime) {
         EXPECT_TRUE(Gave(Do("apply", held, {"--allow-mass-removal"}), 0));
         Simulator().AddFault(fault);
         const ZoctlRun run = Apply(wanted);
-        EXPECT_TRUE(Gave(run, exitCode));
+        EXPECT_TRUE(Gave(run, exitCode, "Apply the file again; then only what is missing is sent."));
         EXPECT_EQ(changes_, changes);
         EXPECT_EQ(Each(run, "steps", "outcome"), outcomes);
         Simulator().ClearFaults();
@@ -254,16 +338,40 @@ TEST_F(ZoctlRules, ApplyAfterAFailureGoesOnWhereItCanAndFinishesTheNextTime) {
 // wrong.
 TEST_F(ZoctlRules, ApplyAfterAFailureSendsAgainWhatCannotBeReadBack) {
     Simulator().FailNext(ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS, 0xC0000044);
-    EXPECT_TRUE(Gave(Apply(kFull), 8, "again with --resend", {{"notSent", kUnreadable}}));
+    EXPECT_TRUE(Gave(Apply(kFull), 8,
+                     "--resend: file.ignore, registry.ignore, signature.overrides, file.enabled cannot be read back",
+                     {{"notSent", kUnreadable}}));
     EXPECT_EQ(changes_, (Codes{ZOP_IOCTL_CLEAR_FILE_IGNORE_PROCESSES, ZOP_IOCTL_ADD_FILE_IGNORE_PROCESS}));
     EXPECT_TRUE(Gave(Apply(kFull), 0, "", {{"notSent", Json::array()}}));
     EXPECT_EQ(Simulator().State().tableCount[ZOSIM_TABLE_FILE_IGNORE], 1u);
+    Simulator().FailNext(ZOP_IOCTL_ENABLE_FILE_PROTECT, 0xC0000022);
+    EXPECT_TRUE(Gave(Do("apply", R"({"version": 1, "file": {"enabled": true}})"), 50, "failed: 1, not tried: 0.",
+                     {{"notSent", {"file.enabled"}}}));
+}
+
+TEST_F(ZoctlRules, ApplyShowsWhatBecameOfEachCommand) {
+    const char* const text = R"({"version": 1, "process": {"rules": [{"path": "C:\\a"}]},
+                                 "registry": {"rules": [{"key": "HKLM\\S"}]}, "signature": {"overrides": [7]}})";
+    Simulator().FailNext(ZOP_IOCTL_ADD_REGISTRY_RULE, 0xC000000D);
+    ZoctlRun run = Do("apply", text, {});
+    EXPECT_TRUE(
+        run.out.starts_with("done       clear the signature overrides\n"
+                            "done       signature override for process 7\n"
+                            "done       add process rule: file 'C:\\a'\n"
+                            "FAILED     add registry rule: key 'HKLM\\S': ZOP_E_INVALID_ARG 0x80000008\n"))
+        << run.out;
+    EXPECT_TRUE(Gave(run, 50, "Give a key that begins with"));
+    Simulator().FailNext(ZOP_IOCTL_ADD_SIGNATURE_OVERRIDE, 0xC0000035);
+    run = Do("apply", text, {"--resend"});
+    EXPECT_TRUE(Gave(run, 50, "The process is exempt already."));
+    EXPECT_TRUE(Gave(run, 50, "not tried  add registry rule"));
 }
 
 TEST_F(ZoctlRules, ApplyReportsNoRuleInForceWhileItsSwitchIsOff) {
     const std::string open = R"({"version": 1, "file": {)", rules = R"("rules": [{"path": "C:\\a"}]})";
     EXPECT_TRUE(Gave(Apply(open + rules + "}"), 0, "zoctl file enable", {{"inForce", 1}}));
-    EXPECT_TRUE(Gave(Rules({"apply", Path("rules.json")}), 0, "in force, read back"));
+    EXPECT_TRUE(
+        Gave(Rules({"apply", Path("rules.json")}), 0, "0 commands sent. The rule of the file is in force, read back"));
     EXPECT_TRUE(Gave(Zoctl("disable"), 0));
     EXPECT_TRUE(Gave(Apply(open + rules + "}"), 50, "held but not in force", {{"inForce", 0}}));
     EXPECT_TRUE(Gave(Apply(open + rules + R"(, "master": {"enabled": false}})"), 0, "", {{"inForce", 0}}));
@@ -272,9 +380,28 @@ TEST_F(ZoctlRules, ApplyReportsNoRuleInForceWhileItsSwitchIsOff) {
                      "", {{"inForce", 0}, {"held", 1}}));
 }
 
-TEST_F(ZoctlRules, DiffNamesTheTablesThatTheFileDoesNotManage) {
-    Do("diff", R"({"version": 1, "process": {"rules": []}})");
-    EXPECT_TRUE(Gave(Rules({"diff", Path("rules.json")}), 0, "\nregistry: not managed by the file\n"));
+TEST_F(ZoctlRules, DiffShowsEachDifference) {
+    EXPECT_TRUE(Gave(Apply(kAbc), 0));
+    const std::string file = R"({"version": 1, "master": {"enabled": false},
+        "process": {"rules": [{"folder": "C:\\a"}, {"path": "C:\\c"}, {"path": "C:\\d"}]},
+        "signature": {"policy": {"mode": 3, "minLevel": 4}}})";
+    const ZoctlRun run = Do("diff", file, {});
+    EXPECT_EQ(run.out, R"(process: 1 in force, 1 missing, 1 extra, 1 different
+  + file '\Device\HarddiskVolume1\d'  (/process/rules/2)
+  - file '\Device\HarddiskVolume1\b'
+  ~ folder '\Device\HarddiskVolume1\a'  (/process/rules/0)
+    held: file '\Device\HarddiskVolume1\a'
+file: not managed by the file
+registry: not managed by the file
+dll: not managed by the file
+master switch: on, wanted off
+signature policy: mode 0, minimum level 0; wanted 3, 4
+The driver does not match the file.
+)");
+    EXPECT_EQ(run.err, "  Next: \"zoctl rules apply\" makes it match.\n");
+    const Json facts = Do("diff", file).json;
+    EXPECT_EQ(facts["master"], Json({{"held", true}, {"wanted", false}}));
+    EXPECT_EQ(facts["signaturePolicy"]["wanted"], Json({{"mode", 3}, {"minLevel", 4}}));
 }
 
 TEST_F(ZoctlRules, DiffMarksARuleThatOnlyClearingRemoves) {

@@ -19,11 +19,12 @@ namespace {
 
 constexpr std::size_t kLongestPath = 32768;
 
+// Without a backslash at the end, that of a drive's root included.
 std::wstring FullPath(const std::wstring& path) {
     std::array<wchar_t, kLongestPath> full{};
     const DWORD units = GetFullPathNameW(path.c_str(), kLongestPath, full.data(), nullptr);
     std::wstring text(full.data(), units < kLongestPath ? units : 0);
-    while (text.size() > 3 && text.back() == L'\\')
+    while (text.ends_with(L'\\'))
         text.pop_back();
     return text;
 }
@@ -78,8 +79,9 @@ class Walk {
         const zo::OwnedFind find(findable ? FindFirstFileW(path.c_str(), &found) : INVALID_HANDLE_VALUE);
         if (!find) {
             const DWORD error = findable ? GetLastError() : ERROR_FILE_NOT_FOUND;
-            absent_ =
-                error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? Presence::kAbsent : Presence::kUnknown;
+            // What is above is there, but may be a file.
+            const bool none = error == ERROR_FILE_NOT_FOUND || error == ERROR_DIRECTORY || error == ERROR_INVALID_NAME;
+            absent_ = none ? Presence::kAbsent : Presence::kUnknown;
             return;
         }
         there_ = path;
@@ -103,7 +105,7 @@ class Walk {
 // \Device\LanmanRedirector\;Z:... is another name of \Device\Mup, and \??\C:\... what "subst" makes.
 const char* DriveDetour(const std::wstring& drive) {
     std::array<wchar_t, kLongestPath> target{};
-    if (QueryDosDeviceW(drive.c_str(), target.data(), kLongestPath) == 0) return nullptr;
+    QueryDosDeviceW(drive.c_str(), target.data(), kLongestPath);  // a drive that is gone is no detour
     if (std::wstring_view(target.data()).starts_with(L"\\??\\")) return "is on the substituted drive";
     return GetDriveTypeW((drive + L"\\").c_str()) == DRIVE_REMOTE ? "is on the network drive" : nullptr;
 }
@@ -153,7 +155,7 @@ Place SystemPlaces::OfKey(const std::string& nt) const {
         const std::size_t rootUnits = wcslen(root.nt);
         if (_wcsnicmp(wide.c_str(), root.nt, rootUnits) != 0) continue;
         // The longest part that is there: links are in the middle of a name as well.
-        for (std::size_t end = wide.size(); end > rootUnits; end = wide.rfind(L'\\', end - 1)) {
+        for (std::size_t end = wide.size(); end >= rootUnits; end = wide.rfind(L'\\', end - 1)) {
             HKEY opened = nullptr;
             const std::wstring part = wide.substr(rootUnits, end - rootUnits);
             const LSTATUS status = RegOpenKeyExW(root.key, part.c_str(), 0, KEY_QUERY_VALUE, &opened);
