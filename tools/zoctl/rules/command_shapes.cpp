@@ -58,7 +58,7 @@ void AddRecursiveCommand(Tool& tool, CLI::App& group, const CommandText& text, c
     CLI::App& command = tool.AddCommand(group, text, [=](Output& out) {
         const std::wstring name = zo::WideFromUtf8(options->name);
         return Send(
-            out, [&] { return call(name.c_str(), options->recursive ? 1 : 0); },
+            out, [&] { return call(name.c_str(), options->recursive); },
             zo::Format("{} {}", what, Quote(options->name)),
             zo::Format("{} {}{}.", done, Quote(options->name), options->recursive ? " and all below it" : ""),
             {{kind, options->name}, {"recursive", options->recursive}}, SubjectOf(kind));
@@ -79,7 +79,7 @@ void AddIgnoreGroup(Tool& tool, CLI::App& parent, const IgnoreListExports& expor
         [options, exports](Output& out) {
             const std::wstring name = zo::WideFromUtf8(options->name);
             return Send(
-                out, [&] { return exports.add(name.c_str(), options->isFolder ? 1 : 0, options->recursive ? 1 : 0); },
+                out, [&] { return exports.add(name.c_str(), options->isFolder, options->recursive); },
                 "exempt " + Quote(options->name), "Exempted " + Quote(options->name) + ".",
                 {{"path", options->name}, {"folder", options->isFolder}, {"recursive", options->recursive}},
                 Subject::kExempt);
@@ -101,7 +101,7 @@ void AddSwitchCommands(Tool& tool, CLI::App& group, std::int32_t (*call)(std::in
         const std::string summary = zo::Format("Switch {} {}", of, on ? "on" : "off; the rules stay");
         const std::string example = zo::Format("{} {}", group.get_name(), name);
         tool.AddCommand(group, {name, summary.c_str(), example.c_str()}, [call, on, of](Output& out) {
-            return Send(out, [&] { return call(on ? 1 : 0); }, zo::Format("switch {}", of),
+            return Send(out, [&] { return call(on); }, zo::Format("switch {}", of),
                         zo::Format("The switch of {} is {}.", of, on ? "on" : "off"), {{"enabled", on}});
         });
     }

@@ -38,7 +38,7 @@ CLI::Option* AddFilter(CLI::App& command, std::string& filter) {
 int AddFileFolder(Output& out, const FileRuleOptions& options) {
     const std::wstring filter = zo::WideFromUtf8(options.filter);
     const std::int32_t status = ZoProtector_AddFileProtectByFolder(
-        zo::WideFromUtf8(options.path).c_str(), options.recursive ? 1 : 0, filter.empty() ? nullptr : filter.c_str());
+        zo::WideFromUtf8(options.path).c_str(), options.recursive, filter.empty() ? nullptr : filter.c_str());
     const Json facts = {{"folder", options.path}, {"recursive", options.recursive}, {"filter", options.filter}};
     return out.Report(status, Subject::kRule, "protect " + Quote(options.path),
                       "Protected: " + Quote(options.path) + ".", facts);

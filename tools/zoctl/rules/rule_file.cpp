@@ -35,8 +35,8 @@ class Reader : JsonReader {
     std::string Path(const Json& value, const std::string& at, std::string& nt);
     std::string Key(const Json& value, const std::string& at, std::string& nt);
 
-    // Reads "path" or "folder"; false with a mistake when there is not just one of them.
-    bool Place(const Json& rule, const std::string& at, std::string& name, std::string& nt, std::uint8_t& isFolder);
+    // Reads "path" or "folder"; it is a mistake when there is not just one of them.
+    void Place(const Json& rule, const std::string& at, std::string& name, std::string& nt, std::uint8_t& isFolder);
     WantedRule ProcessRule(const Json& rule, const std::string& at);
     WantedRule FileRule(const Json& rule, const std::string& at);
     WantedRule RegistryRule(const Json& rule, const std::string& at);
@@ -81,7 +81,7 @@ std::string Reader::Path(const Json& value, const std::string& at, std::string& 
     const auto text = Text(value, at);
     if (!text) return {};
     const bool drive = text->size() >= 3 && (*text)[1] == ':' && ((*text)[2] == '\\' || (*text)[2] == '/');
-    if (!drive && text->rfind("\\\\", 0) != 0) {
+    if (!drive && !text->starts_with("\\\\")) {
         Say(at, "must be a full path: a drive, a colon and a backslash, or two backslashes at the start");
         return {};
     }
@@ -100,18 +100,17 @@ std::string Reader::Key(const Json& value, const std::string& at, std::string& n
     return *text;
 }
 
-bool Reader::Place(const Json& rule, const std::string& at, std::string& name, std::string& nt,
+void Reader::Place(const Json& rule, const std::string& at, std::string& name, std::string& nt,
                    std::uint8_t& isFolder) {
     const bool path = rule.contains("path");
     const bool folder = rule.contains("folder");
     if (path == folder) {
         Say(at, path ? "must have \"path\" or \"folder\", not both" : "must have \"path\" or \"folder\"");
-        return false;
+        return;
     }
     isFolder = folder ? 1 : 0;
     const char* member = folder ? "folder" : "path";
     name = Path(rule[member], at + "/" + member, nt);
-    return true;
 }
 
 WantedRule Reader::ProcessRule(const Json& rule, const std::string& at) {

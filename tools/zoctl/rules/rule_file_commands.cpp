@@ -65,12 +65,11 @@ void AddList(Tool& tool, CLI::App& group) {
 
 // A new file of no other's name beside the target.
 zo::OwnedFile CreateBeside(const std::wstring& target, std::wstring& path) {
-    constexpr int kTries = 1000;
     for (int i = 1;; ++i) {
         path = target + L"." + std::to_wstring(i) + L".new";
         zo::OwnedFile file(
             CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (file || GetLastError() != ERROR_FILE_EXISTS || i == kTries) return file;
+        if (file || GetLastError() != ERROR_FILE_EXISTS) return file;
     }
 }
 

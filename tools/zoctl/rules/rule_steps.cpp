@@ -63,13 +63,13 @@ constexpr std::int32_t (*kSendStep[])(const Step& step, const wchar_t* name) = {
     },
     [](const Step&, const wchar_t*) { return ZoProtector_ClearAllSignatureOverrides(); },
     [](const Step& step, const wchar_t*) { return ZoProtector_AddSignatureOverride(step.pid); },
-    [](const Step& step, const wchar_t*) { return ZoProtector_EnableFileProtect(step.on ? 1 : 0); },
-    [](const Step& step, const wchar_t*) { return ZoProtector_EnableDllLoadFilter(step.on ? 1 : 0); },
+    [](const Step& step, const wchar_t*) { return ZoProtector_EnableFileProtect(step.on); },
+    [](const Step& step, const wchar_t*) { return ZoProtector_EnableDllLoadFilter(step.on); },
     [](const Step& step, const wchar_t*) {
         const ZopSignaturePolicy policy{step.policy.mode, step.policy.minLevel, {}};
         return ZoProtector_SetSignaturePolicy(&policy);
     },
-    [](const Step& step, const wchar_t*) { return ZoProtector_SetMasterEnabled(step.on ? 1 : 0); },
+    [](const Step& step, const wchar_t*) { return ZoProtector_SetMasterEnabled(step.on); },
 };
 static_assert(std::size(kSendStep) == kStepKinds);
 

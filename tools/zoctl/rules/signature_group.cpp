@@ -50,7 +50,7 @@ int ShowOrSetPolicy(Output& out, const PolicyOptions& options, const Vocabulary&
 using SignatureCall = std::int32_t (*)(std::uint32_t, std::uint32_t*, std::uint32_t*);
 
 void AddVerdict(Tool& tool, CLI::App& group, const CommandText& text, SignatureCall call) {
-    const auto pid = std::make_shared<std::uint32_t>(0);
+    const auto pid = std::make_shared<std::uint32_t>();
     tool.AddCommand(group, text, WithDriver([pid, call](Output& out) {
                         std::uint32_t first = 0;
                         std::uint32_t second = 0;
@@ -67,7 +67,7 @@ void AddVerdict(Tool& tool, CLI::App& group, const CommandText& text, SignatureC
 
 void AddOverride(Tool& tool, CLI::App& group, const CommandText& text, std::int32_t (*call)(std::uint32_t),
                  const char* what, const char* done) {
-    const auto pid = std::make_shared<std::uint32_t>(0);
+    const auto pid = std::make_shared<std::uint32_t>();
     tool.AddCommand(group, text, WithDriver([=](Output& out) {
                         return out.Report(call(*pid), Subject::kOverride, zo::Format("{} process {}", what, *pid),
                                           zo::Format("{} process {}.", done, *pid), {{"pid", *pid}});

@@ -83,7 +83,7 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text) {
     if (hex) text.remove_prefix(2);
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, hex ? 16 : 10);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return negative ? 0 - number : number;
 }
 
@@ -134,12 +134,13 @@ std::string FieldText(const EventField& field, std::span<const std::uint8_t> rec
 }
 
 std::size_t FieldWidth(const EventField& field) {
-    std::size_t width = field.values.empty() && field.flags.empty() ? TraitsOf(field.type).width : 1;
+    const bool named = !field.values.empty() || !field.flags.empty();
+    std::size_t width = std::max(field.name.size(), named ? 0 : TraitsOf(field.type).width);
     for (const NumberNames* names : {&field.values, &field.flags}) {
         for (const auto& [name, number] : *names)
             width = std::max(width, name.size());
     }
-    return std::max(width, field.name.size());
+    return width;
 }
 
 std::optional<Condition> ParseCondition(std::string_view text) {

@@ -98,9 +98,11 @@ EventField VocabularyReader::Field(const Json& value, const std::string& at, std
     Type(value, at, field);
     const FieldTypeTraits& type = TraitsOf(field.type);
     if (field.type == FieldType::kUtf16) {
-        const auto units = value.contains("units") ? Number(value["units"], at + "/units", recordSize / 2) : 0;
-        if (!value.contains("units")) Say(at, "must have \"units\", the most that the text takes");
-        field.units = static_cast<std::size_t>(units.value_or(0));
+        if (!value.contains("units")) {
+            Say(at, "must have \"units\", the most that the text takes");
+        } else if (const auto units = Number(value["units"], at + "/units", recordSize / 2)) {
+            field.units = static_cast<std::size_t>(*units);
+        }
     } else if (value.contains("units")) {
         Say(at + "/units", "is allowed with the type \"utf16\" only");
     }
