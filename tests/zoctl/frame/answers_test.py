@@ -52,7 +52,7 @@ SESSION = r"""
 0   registry add HKLM\X --recursive -> add-registry-rule
 0   registry remove HKLM\X -> remove-registry-rule
 0   registry add HKLM\Y
-0   registry ignore add C:\i --folder -> add-registry-ignore-process
+0   registry ignore add C:\i -> add-registry-ignore-process
 0   registry ignore remove C:\i -> remove-registry-ignore-process
 0   registry ignore clear -> clear-registry-ignore-processes
 0   dll enable -> enable-dll-load-filter
@@ -172,6 +172,9 @@ class AnswersTest(SealedTreeTest):
         closed.mkdir(mode=0)
         text = self.zoctl(9, "crash", "list", "--dumps", closed, prefix=UNPRIVILEGED).stderr
         self.assertIn("have the driver copy the dump folder", text)
+        rules = self.folder / "rules.json"
+        rules.write_text(json.dumps({"version": 1, "process": {"rules": [{"path": dos(closed / "a.exe")}]}}))
+        self.zoctl(0, "rules", "check", rules, "--lint", prefix=UNPRIVILEGED)  # whether the file is there is unknown
 
     def check_repeated(self, words, document):
         """That an answer repeats the arguments of its command line, and shows each switch as on or off."""

@@ -58,6 +58,12 @@ class InterruptTest(SealedTreeTest):
                                     "rules", "apply", rules, "--json")
         outcomes = [step["outcome"] for step in document["steps"]]
         self.assertEqual((set(outcomes), outcomes), ({"done", "not tried"}, sorted(outcomes)))
+        # A table from which rules were taken away is filled again first.
+        rules.write_text(json.dumps({"version": 1, "process": {"rules": [{"path": f"C:\\new{i}"} for i in range(150)]},
+                                     "registry": {"rules": [{"key": "HKLM\\S"}]}}))
+        document = self.interrupted(lambda *_: b"new" in simctl("table", "process", "--json"),
+                                    "rules", "apply", rules, "--json", "--allow-mass-removal")
+        self.assertEqual([step["outcome"] for step in document["steps"]], ["done"] * 151 + ["not tried"])
 
     def test_installers_wait_for_each_other(self):
         self.start_driver()

@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 
+#include "driver_records.h"
 #include "fake_names.h"
 #include "rows.h"
 #include "rule_file.h"
@@ -74,6 +75,9 @@ TEST(RuleFileCheck, NamesThePlaceOfInvalidJsonAndDuplicateMembers) {
     ExpectOneMistake("{\n  \"version\": 1,\n}", "", "line 3");
     ExpectOneMistake("{\"version\": 1, \"comment\": \"\xFF\"}", "", "cannot be read as JSON");
     ExpectOneMistake("{\"version\": 1e999}", "", "'1e999'");
+    ExpectOneMistake(
+        R"({"version": 1, "file": {"rules": [{"folder": "C:\\a", "filter": ")" + std::string(128, '*') + R"("}]}})",
+        "/file/rules/0/filter", "is longer than 127 characters");
     ExpectOneMistake(R"({"version": 1, "dll": {"folders": [], "enabled": true, "folders": []}})", "/dll/folders",
                      "duplicate member");
     ExpectOneMistake(R"({"version": 1, "process": {"rules": [{"path": "C:\\a"}, {"path": "C:\\b", "path": "C:\\c"}]}})",
@@ -121,6 +125,18 @@ TEST(RuleText, ShowsFlagsThatTheDriverHoldsWithoutTheirNames) {
     EXPECT_EQ(RuleJson(Table::kFile, odd).dump(),
               R"({"path":"C:\\a","scope":{"folder":"","recursive":2},"exclusive":true})");
     EXPECT_EQ(DescribeRule(Table::kFile, odd), "file 'C:\\a', scope folder '', scope recursive (2), exclusive");
+}
+
+TEST(RuleEntry, HasARuleUnlessItIsShortOrATextHasNoEnd) {
+    const std::size_t sizes[] = {sizeof(ZopRuleRecord), sizeof(ZopFileRuleRecord), sizeof(ZopRegistryRuleRecord),
+                                 sizeof(ZopDllFolderRecord)};
+    for (const Table table : kAllTables) {
+        std::vector<std::uint8_t> entry(sizes[Index(table)]);
+        EXPECT_EQ(DecodeEntry(table, entry), (Rule{"", table == Table::kDll})) << TableName(table);
+        entry.pop_back();
+        EXPECT_EQ(DecodeEntry(table, entry), std::nullopt) << TableName(table);
+        EXPECT_EQ(DecodeEntry(table, std::vector<std::uint8_t>(sizes[Index(table)], 'x')), std::nullopt);
+    }
 }
 
 Rule Nt(Table table, Rule rule) {

@@ -59,9 +59,9 @@ TEST_F(ZoctlVocabulary, StatusStatsAndPolicyHaveNames) {
     EXPECT_EQ(Named({"stats", "--json"}).json["counters"][2],
               Json::parse(R"({"offset": 12, "value": 1, "name": "rulesAdded"})"));
     EXPECT_TRUE(Gave(Named({"stats"}), 0, "\nrulesAdded "));
-    EXPECT_TRUE(Gave(Named({"signature", "policy", "--mode", "2", "--min-level", "9", "--json"}), 0, "",
-                     {{"mode", 2}, {"modeName", "enforce"}, {"minLevel", 9}}));
-    EXPECT_TRUE(Gave(Named({"signature", "policy"}), 0, "mode 2 (enforce), minimum level 9."));
+    EXPECT_TRUE(Gave(Named({"signature", "policy", "--mode", "2", "--min-level", "0", "--json"}), 0, "",
+                     {{"mode", 2}, {"modeName", "enforce"}, {"minLevel", 0}, {"minLevelName", "unsigned"}}));
+    EXPECT_TRUE(Gave(Named({"signature", "policy"}), 0, "mode 2 (enforce), minimum level 0 (unsigned)."));
 }
 
 }  // namespace
