@@ -60,12 +60,9 @@ TEST_F(NewDumps, HaveTheSizeOfTheFileWhereALinkIsListed) {
     Configure();
     const ImportHook hook("FindNextFileW", FindNextFileW, [](HANDLE search, WIN32_FIND_DATAW* found) {
         const BOOL more = FindNextFileW(search, found);
-        if (!std::wstring_view(found->cFileName).ends_with(L"link")) {
-            found->nFileSizeLow = 11;
-        } else {
-            found->nFileSizeLow = 0;
-            found->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-        }
+        const bool isLink = std::wstring_view(found->cFileName).ends_with(L"link");
+        found->nFileSizeLow = isLink ? 0 : 11;
+        if (isLink) found->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
         return more;
     });
     EXPECT_EQ(Taken(), "link ");

@@ -20,7 +20,7 @@ trap clean EXIT
 cp "$(dirname "$program")/dumps/ours.dmp" "$work/denied/a.dmp"
 echo inner >"$work/denied/folder/inner.dmp"
 printf precious >"$work/victim/precious"
-for temporary in linked tmp swapped held closed stays; do
+for temporary in linked tmp swapped held kept; do
     mkdir -p "$work/$temporary/ZoProtector/Minidump/old/deep"
     echo old >"$work/$temporary/ZoProtector/Minidump/old/deep/file"
 done
