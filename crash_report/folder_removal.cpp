@@ -40,7 +40,7 @@ class TreeRemoval {
             if (!pending_.back().held) {
                 Enter();
             } else {
-                RemoveLast(ERROR_SUCCESS);
+                RemoveLast(ERROR_DIR_NOT_EMPTY);
             }
         }
         return result_;
@@ -64,7 +64,10 @@ class TreeRemoval {
     // Holds the last folder of the list, removes its files and links, and puts its subfolders on the list.
     void Enter() {
         zo::HeldFolder held;
-        if (const DWORD error = held.Open(pending_.back().path); error != ERROR_SUCCESS) return RemoveLast(error);
+        if (const DWORD error = held.Open(pending_.back().path); error != ERROR_SUCCESS) {
+            // That something is in it says less than why it could not be opened, unless that was for being a link.
+            return RemoveLast(error == zo::kErrorIsALink ? ERROR_DIR_NOT_EMPTY : error);
+        }
         pending_.back().held = std::move(held);
         // All at once: a listing that continues while its entries disappear can leave some out.
         std::vector<FolderEntry> entries;
@@ -80,14 +83,13 @@ class TreeRemoval {
     }
 
     // What could not be opened may be an empty folder, a link or a file: each can still be removed.
-    void RemoveLast(DWORD openError) {
+    // The parameter is the error to report when something is in it.
+    void RemoveLast(DWORD notEmpty) {
         Folder last = std::move(pending_.back());
         pending_.pop_back();
         last.held.Release();
         const DWORD error = RemoveEntry(last.path, last.attributes);
-        // That it is not empty says less than why it could not be opened, unless that was for being a link.
-        const bool openErrorSaysMore = openError != ERROR_SUCCESS && openError != zo::kErrorIsALink;
-        Count(error == ERROR_DIR_NOT_EMPTY && openErrorSaysMore ? openError : error);
+        Count(error == ERROR_DIR_NOT_EMPTY ? notEmpty : error);
     }
 
     std::vector<Folder> pending_;
