@@ -98,11 +98,17 @@ TEST_F(Staging, NeverEntersAFolderThatBecomesALinkHalfWay) {
     ExpectVictimUntouched();
 }
 
-TEST_F(Staging, NamesTheErrorOfAFolderThatCannotBeEmptied) {
+TEST_F(Staging, NamesTheErrorOfAFolderThatCannotBeOpenedUnlessItIsEmpty) {
     UseTemporary("kept");
     OpenDriver();
     const auto denied = DenyOpening("folder");
+    onEvent_ = [&](const std::string& event) {
+        if (event == "document") std::filesystem::remove(staged_ / "folder" / "inner.dmp");
+    };
     EXPECT_EQ(Run(), kQueryFailed);
+    EXPECT_EQ(TakeLog().back(), "0 Removed staged dir " + where_ + " (entries cleared: 3)");
+    onEvent_ = nullptr;
+    EXPECT_EQ(Run().status, 0u);
     EXPECT_EQ(TakeLog().back(), "1 Failed to remove staged dir " + where_ + ": 5");
 }
 
