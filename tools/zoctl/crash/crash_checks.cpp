@@ -51,11 +51,12 @@ Ended CheckDump(Output& out, const std::string& file) {
                       "Name one dump, or process a folder with --dumps of \"zoctl crash list\" or \"run\".");
 }
 
-// The library takes a record that cannot be read for an empty one, under which every dump is new.
+// The library takes a record that cannot be read for an empty one, under which every dump is new. It shares the file
+// with readers only, and so does this look.
 Ended CheckRecord(Output& out, const std::string& named) {
     const std::filesystem::path record = CrashRecordPath(named);
     std::string bytes;
-    const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes, zo::Sharing::kReadWriteDelete);
+    const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes);
     if (read || read.Absent() || record.empty()) return std::nullopt;
     return RefuseFile(out, "read the record of processed dumps", record, read.error);
 }
