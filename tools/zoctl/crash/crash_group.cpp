@@ -51,7 +51,7 @@ void AddSendOptions(CLI::App& command, CrashOptions& options) {
     command.add_option("--server", options.server, "Address of the crash server, https://HOST[:PORT]/PATH");
     command.add_option("--app-name", options.appName, "Sent as AppName");
     command.add_option("--app-version", options.appVersion, "Sent as AppVer");
-    command.add_option("--lcid", options.lcid, "Sent as LCID")->check(CLI::NonNegativeNumber);
+    command.add_option("--lcid", options.lcid, "Sent as LCID");
     command.add_flag("--all", options.all, "Report every dump, whether a target is on its stack or not");
     command.add_flag("--pass-failed", options.passFailed,
                      "Process the other dumps even if the engine fails for one whose header is sound");
@@ -76,7 +76,7 @@ void AddHistory(Tool& tool, CLI::App& group) {
                                        "crash history\ncrash history --dump 1.dmp --json"},
                                       [history](Output& out) { return ShowCrashHistory(out, *history); });
     shown.add_option("--dump", history->dump, "Only this dump, by its file name");
-    shown.add_option("--last", history->last, "Only the last so many entries")->check(CLI::NonNegativeNumber);
+    shown.add_option("--last", history->last, "Only the last so many entries");
     shown.add_option("--record", history->record, "The record that the journal is next to");
     shown.add_option("--journal", history->journal, "The journal's file, if it was named");
 }
@@ -85,7 +85,7 @@ void AddHistory(Tool& tool, CLI::App& group) {
 
 void RegisterCrash(CLI::App& root, Tool& tool) {
     CLI::App& group = tool.AddGroup(root, "crash", "Find, analyse and report kernel crashes of the suite's drivers");
-    auto options = std::make_shared<CrashOptions>();
+    const auto options = std::make_shared<CrashOptions>();  // of the one command that is run
     CLI::App& list = Add(tool, group,
                          {"list", "List the dumps that are new and what each matches; sends nothing",
                           "crash list\ncrash list --dumps C:\\Dumps --target storage"},
@@ -93,14 +93,12 @@ void RegisterCrash(CLI::App& root, Tool& tool) {
     AddFolderOptions(list, *options);
     list.add_option("--record", options->record, "File that records the newest dump processed");
 
-    options = std::make_shared<CrashOptions>();
     Add(tool, group,
         {"analyse", "Show one dump's signature, address and matches; sends nothing", "crash analyse C:\\Dumps\\1.dmp"},
         options, true)
         .add_option("file", options->file, "The dump")
         ->required();
 
-    options = std::make_shared<CrashOptions>();
     CLI::App& run = Add(tool, group,
                         {"run", "Report every new dump that involves a target, each once",
                          "crash run\ncrash run --dry-run --server https://crash.example/crash"},
@@ -109,7 +107,6 @@ void RegisterCrash(CLI::App& root, Tool& tool) {
     AddSendOptions(run, *options);
     run.footer(run.get_footer() + "\n\n" + kNoServerLimit);
 
-    options = std::make_shared<CrashOptions>();
     CLI::App& upload = Add(tool, group,
                            {"upload", "Report one dump, regardless of its size and of earlier reports",
                             "crash upload C:\\Dumps\\1.dmp --all"},

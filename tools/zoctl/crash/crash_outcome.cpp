@@ -55,7 +55,7 @@ Tally::Tally(const CrashResult& result)
         }
     }
     const std::uint32_t reached = notAnalysed + notSelected + stats.dumpsSelected;
-    notReached = stats.dumpsFound > reached ? stats.dumpsFound - reached : 0;
+    notReached = stats.dumpsFound - std::min(stats.dumpsFound, reached);
 }
 
 Json Tally::ToJson() const {
@@ -87,7 +87,7 @@ DumpOutcome OutcomeOf(const CrashDumpLine& dump, const CrashResult& result, Cras
     if (dump.failure != 0) {
         return {"notAnalysed", "not sent: could not be analysed, " + StatusLabel(dump.failure), offeredAgain};
     }
-    if (mode == CrashMode::kShow) return {"shown", "", true};
+    if (mode == CrashMode::kShow) return {"shown", ""};
     if (!dump.selected) return {"notSelected", "not sent: concerns no target driver", offeredAgain};
     if (refusal != nullptr) return {refusal->result, "not sent: " + refusal->reason, true};
     return mode == CrashMode::kDryRun ? DumpOutcome{"heldBack", "would be asked about"}

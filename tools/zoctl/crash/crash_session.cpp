@@ -24,37 +24,39 @@ namespace {
 // A copy of the record that the reporter may move on as it likes; gone at the end.
 class RecordCopy {
   public:
-    explicit RecordCopy(const std::filesystem::path& record) {
-        wchar_t folder[MAX_PATH + 1] = L"";
-        wchar_t name[MAX_PATH] = L"";
-        if (GetTempPathW(MAX_PATH, folder) == 0 || GetTempFileNameW(folder, L"zoc", 0, name) == 0) {
-            throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
-        }
-        path_ = name;
+    explicit RecordCopy(const std::filesystem::path& record) : RecordCopy() {
         // An empty copy would make every dump look new, so an existing record must be readable.
         std::string bytes;
         const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes);
-        std::uint32_t error = read || read.Absent() ? ERROR_SUCCESS : read.error;
+        std::uint32_t error = read.Absent() ? ERROR_SUCCESS : read.error;
         if (error == ERROR_SUCCESS) error = Fill(bytes);
-        if (error == ERROR_SUCCESS) return;
-        Remove();
-        throw std::runtime_error("the dedupe record cannot be copied: " + zo::ErrorText(error));
+        if (error != ERROR_SUCCESS) {
+            throw std::runtime_error("the dedupe record cannot be copied: " + zo::ErrorText(error));
+        }
     }
-    ~RecordCopy() { Remove(); }
+    ~RecordCopy() {
+        std::error_code ignored;  // a leftover in the temporary folder harms nobody
+        std::filesystem::remove(path_, ignored);
+    }
     RecordCopy(const RecordCopy&) = delete;
     RecordCopy& operator=(const RecordCopy&) = delete;
 
     [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
 
   private:
+    // Makes the file, which the destructor removes whatever the other constructor does.
+    RecordCopy() {
+        wchar_t folder[MAX_PATH + 1] = L"";
+        wchar_t name[MAX_PATH] = L"";
+        if (GetTempPathW(MAX_PATH, folder) == 0 || GetTempFileNameW(folder, L"zoc", 0, name) == 0) {
+            throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
+        }
+        path_ = name;
+    }
     [[nodiscard]] std::uint32_t Fill(const std::string& bytes) const {
         const zo::OwnedFile file(
             CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         return file ? zo::WriteWhole(file.Get(), bytes) : GetLastError();
-    }
-    void Remove() const {
-        std::error_code ignored;  // a leftover in the temporary folder harms nobody
-        std::filesystem::remove(path_, ignored);
     }
 
     std::filesystem::path path_;
@@ -73,15 +75,14 @@ DumpHeader HeaderOf(const std::string& path) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const zo::OwnedFile file(CreateFileW(zo::WideFromUtf8(path).c_str(), GENERIC_READ, kShareAll, nullptr,
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return {};
     return ReadDumpHeader([&file](std::uint64_t offset, std::size_t size) {
         std::string bytes(size, '\0');
         const LARGE_INTEGER place{.QuadPart = static_cast<LONGLONG>(offset)};
         DWORD read = 0;
-        if (!file || !SetFilePointerEx(file.Get(), place, nullptr, FILE_BEGIN) ||
-            !ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(size), &read, nullptr)) {
-            read = 0;  // such a header is not sound
-        }
-        bytes.resize(read);
+        const BOOL done = SetFilePointerEx(file.Get(), place, nullptr, FILE_BEGIN) &&
+                          ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(size), &read, nullptr);
+        bytes.resize(done ? read : 0);  // a header without its bytes is not sound
         return bytes;
     });
 }
@@ -131,7 +132,7 @@ class Listener {
             result_.dumps.push_back({.path = std::string(failed[0]), .failure = static_cast<std::int32_t>(status)});
             result_.dumps.back().header = HeaderOf(result_.dumps.back().path);
         }
-        if (progress_) progress_(message);
+        progress_(message);
         result_.messages.push_back(std::move(message));
     }
 
@@ -211,7 +212,7 @@ CrashResult RunCrashReporter(const CrashOptions& options, CrashMode mode,
         result.status = Call(options, result.stats);
     }
     ZoCrashReport_SetLogger(nullptr, nullptr);
-    result.cancelled = result.status == zo::kAborted || cancellation.Requested();
+    result.cancelled = cancellation.Requested();
     return result;
 }
 

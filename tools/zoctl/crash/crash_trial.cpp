@@ -89,7 +89,7 @@ class TrialProcess {
     [[nodiscard]] std::string ReadOutput() const {
         std::string text;
         char block[4096];
-        for (DWORD size = 0; ReadFile(output_.Get(), block, sizeof(block), &size, nullptr) && size != 0;)
+        for (DWORD size = 0; ReadFile(output_.Get(), block, sizeof(block), &size, nullptr);)
             text.append(block, size);
         return text;
     }
@@ -115,7 +115,6 @@ CrashResult ResultFromDocument(const Json& document, const CrashOptions& options
     }
     result.stats.dumpsFound = document.at("counters").at("found");
     result.stats.dumpsSelected = result.heldBack;
-    result.stats.queriesFailed = result.heldBack;
     return result;
 }
 

@@ -23,8 +23,8 @@ T Number(const std::string& head, std::size_t offset) {
 // Written last, so that a dump that has its end mark is complete.
 bool IsWholeSmallDump(const std::string& head, const ReadFileAt& read) {
     if (head.size() < kSmallDumpHead) return false;
-    const auto size = Number<std::uint32_t>(head, layout::kSizeOfDump);
-    return size > 0 && read(size - 1u, 1).size() == 1 &&
+    const std::uint64_t size = Number<std::uint32_t>(head, layout::kSizeOfDump);
+    return read(size - 1, 1).size() == 1 &&  // no file has the byte before its first one
            read(Number<std::uint32_t>(head, layout::kValidOffset), 4) == layout::kEndMark;
 }
 
