@@ -1,5 +1,6 @@
 #include "command_tree.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <regex>
 #include <set>
@@ -36,7 +37,7 @@ OptionEntry ReadOption(const CLI::Option& option) {
         entry.names.push_back("-" + name);
     for (const std::string& name : option.get_lnames())
         entry.names.push_back("--" + name);
-    if (option.get_positional()) entry.names = {option.get_name(true)};
+    if (option.get_positional()) entry.names = {option.get_name()};
     entry.description = option.get_description();
     // "TEXT", "UINT:INT in [0 - 3600]", "TEXT:{boot,system}"
     const std::string type = option.get_type_name();

@@ -3,9 +3,12 @@
 // zoctl's commands as plain data, read from the parser that declares them: what manual pages and completions are made
 // of, so that they never say something else than --help.
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace zoctl {
 
