@@ -15,17 +15,17 @@ void Put(std::string& file, std::size_t offset, std::uint32_t value) {
     std::memcpy(file.data() + offset, &value, sizeof(value));
 }
 
-// A small dump of bug check 0xD1 whose own block ends with the end mark at 0x2100.
-std::string SmallDump() {
-    std::string file(0x2104, '\0');
+// A small dump of bug check 0xD1 whose own block ends with the end mark.
+std::string SmallDump(std::uint32_t size = 0x2104) {
+    std::string file(size, '\0');
     file.replace(0, 8, "PAGEDU64");
     Put(file, 0x30, 0x8664);
     Put(file, 0x38, 0xD1);
     Put(file, 0x58, 0x77);  // the fourth parameter
     Put(file, 0xF98, 4);
-    Put(file, 0x2004, 0x2104);
-    Put(file, 0x2008, 0x2100);
-    return file.replace(0x2100, 4, "TRGD");
+    Put(file, 0x2004, size);
+    Put(file, 0x2008, size - 4);
+    return file.replace(size - 4, 4, "TRGD");
 }
 
 std::string With(std::size_t offset, std::uint32_t value) {
@@ -37,8 +37,10 @@ std::string With(std::size_t offset, std::uint32_t value) {
 TEST(DumpHeader, IsSoundWhenTheFileIsAsLongAsItSays) {
     const zotest::Rows<std::string, bool, bool> rows = {
         {"a small dump", SmallDump(), true, true},
+        {"as small as can be", SmallDump(0x2010), true, true},
         {"a dump with something after it", SmallDump() + "more", true, true},
         {"a kernel dump, of which no length is known", With(0xF98, 2).substr(0, 0x2000), true, true},
+        {"a byte shorter than it says", With(0x2004, 0x2105), false, true},
         {"cut off by a byte", SmallDump().substr(0, 0x2103), false, true},
         {"cut off in the block's own head", SmallDump().substr(0, 0x2008), false, true},
         {"cut off in the header", SmallDump().substr(0, 0x1FFF), false, true},

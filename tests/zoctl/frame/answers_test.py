@@ -169,12 +169,16 @@ class AnswersTest(SealedTreeTest):
 
     def test_a_dump_folder_that_denies_access_needs_the_driver(self):
         closed = self.folder / "closed"
-        closed.mkdir(mode=0)
+        closed.mkdir()
+        shutil.copy(BUILT / "dumps/ours.dmp", closed)
+        closed.chmod(0)
         text = self.zoctl(9, "crash", "list", "--dumps", closed, prefix=UNPRIVILEGED).stderr
         self.assertIn("have the driver copy the dump folder", text)
         rules = self.folder / "rules.json"
         rules.write_text(json.dumps({"version": 1, "process": {"rules": [{"path": dos(closed / "a.exe")}]}}))
         self.zoctl(0, "rules", "check", rules, "--lint", prefix=UNPRIVILEGED)  # whether the file is there is unknown
+        self.start_driver()
+        self.zoctl(0, "crash", "list", "--dumps", closed, "--record", self.folder / "record", prefix=UNPRIVILEGED)
 
     def check_repeated(self, words, document):
         """That an answer repeats the arguments of its command line, and shows each switch as on or off."""

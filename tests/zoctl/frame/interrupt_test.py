@@ -85,13 +85,14 @@ class InterruptTest(SealedTreeTest):
         self.zoctl(2, "force-crash")
         self.assertEqual(pressed(b"crash\r", lambda shown, _: b"Type" in shown, "force-crash", "--json")[0], 2)
 
-    def interrupted_crash_run(self, dumps_opened, *arguments):
-        """Presses Ctrl-C when the engine has opened this many dumps of a run over two; gives all that was shown."""
+    def interrupted_crash_run(self, dumps_opened, *arguments, hang=3000):
+        """Presses Ctrl-C when the engine has opened this many dumps of a run over two, at the first of which it hangs;
+        gives all that was shown."""
         dumps, script, calls = (self.folder / part for part in ("dumps", "script", "calls"))
-        dumps.mkdir()
+        dumps.mkdir(exist_ok=True)
         for dump in "a.dmp", "b.dmp":
             shutil.copy(BUILT / "dumps/ours.dmp", dumps / dump)
-        script.write_text("[a.dmp]\nWaitForEvent hang 3000\n")
+        script.write_text(f"[a.dmp]\nWaitForEvent hang {hang}\n")
         calls.write_text("")
         run = ("crash", "run", "--dumps", dumps, "--record", self.folder / "record", "--server", "https://localhost:1/")
         code, shown = pressed(CTRL_C, lambda *_: calls.read_text().count("OpenDumpFile") >= dumps_opened,
@@ -103,9 +104,16 @@ class InterruptTest(SealedTreeTest):
     def test_a_crash_run_ends_at_the_next_check_before_anything_is_sent(self):
         shown = self.interrupted_crash_run(1)
         self.assertRegex(shown, r"(?s)Analysing the dumps before .*a\.dmp .* not sent: cancelled")
-        self.assertIn("The record was not changed", shown)
+        for shown in shown, self.interrupted_crash_run(1, "--dry-run"):
+            self.assertIn("The record was not changed", shown)
+
+    def test_a_crash_run_ends_a_trial_that_hangs_after_ctrl_c(self):
+        shown = self.interrupted_crash_run(1, hang=30000)
+        self.assertIn("Cancelled before anything was sent", shown)
+        self.assertNotIn("a.dmp", shown, "the trial ended by itself")
 
     def test_a_crash_run_says_which_dumps_a_cancel_gave_up(self):
-        shown = self.interrupted_crash_run(3, "--target", "nobody")  # no dump needs the server
+        # No dump needs the server, and the trial takes longer than it may take after Ctrl-C.
+        shown = self.interrupted_crash_run(3, "--target", "nobody", hang=6000)
         self.assertRegex(shown, r"b\.dmp .* the run ended before this dump's turn")
         self.assertIn("not offered again", shown)
