@@ -176,12 +176,21 @@ TEST_F(ZoctlCommands, EventsShowLossesInTheirPlaceAndContinueFromAPosition) {
     const ZoctlRun more = Zoctl(onwards);
     EXPECT_TRUE(Gave(more, 0, "event_0000040D.exe"));
     EXPECT_TRUE(Gave(more, 0, "2 received + 0 lost = 2 produced"));
+    constexpr std::size_t kAround = 8;  // the ring's name and blanks around the bytes in hexadecimal
+    EXPECT_EQ(more.out.find('\''), kAround + 2 * 16) << "a line begins with the first bytes";
+    EXPECT_EQ(Zoctl(onwards + " --bytes").out.find('\''), kAround + 2 * 562);
+    EXPECT_TRUE(Gave(Zoctl("events --registry --registry-from 2"), 0,
+                     "registry: 1 received + 0 lost = 1 produced; continue with --registry-from 3\n"));
 }
 
 TEST_F(ZoctlCommands, EventsFailOnLossOnlyWhenEventsWereLost) {
-    Simulator().InjectEvents(ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE + 12);
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, ZOP_EVENT_RING_SIZE + 1);
+    EXPECT_TRUE(Gave(Zoctl("events --fail-on-loss"), 60, "1 event was lost."));
+    Simulator().InjectEvents(ZOSIM_RING_EVENTS, 11);
     EXPECT_TRUE(Gave(Zoctl("events --fail-on-loss"), 60, "12 events were lost."));
-    EXPECT_TRUE(Gave(Zoctl("events --json"), 0));
+    const ZoctlRun text = Zoctl("events");
+    EXPECT_TRUE(Gave(text, 0, "main  LOST 12 events, overwritten before anyone read them\nmain  0c00000001000000"));
+    EXPECT_TRUE(Gave(text, 0, "main: 1024 received + 12 lost = 1036 produced; continue with --from 1036\n"));
     EXPECT_TRUE(Gave(Zoctl("events --fail-on-loss --json --from 1036"), 0));
 }
 

@@ -43,11 +43,14 @@ registry events
 
 TEST_F(ZoctlVocabulary, WhereShowsTheEventsOfWhichAllConditionsHold) {
     Simulator().InjectEvents(ZOSIM_RING_EVENTS, 20);
-    const ZoctlRun run = Named({"events", "--json", "--where", "kind=file", "--where", "path=*_0000000?.EXE"});
+    const ZoctlRun run =
+        Named({"events", "--both", "--json", "--where", "kind=file", "--where", "path=*_0000000?.EXE"});
     EXPECT_EQ(run.json["records"].size(), 8u) << run.out;
     EXPECT_EQ(run.json["totals"][0]["received"], 20);
-    for (const char* condition : {"none=1", "kind=folder", "kind"})
+    for (const char* condition : {"none=1", "kind=folder"})
         EXPECT_TRUE(Gave(Named({"events", "--where", condition}), 2)) << condition;
+    EXPECT_TRUE(Gave(Named({"events", "--where", "kind"}), 2, "--where needs --vocabulary, and has the form FIELD=V"));
+    EXPECT_TRUE(Gave(Named({"events", "--where", "kind=file", "pid=1"}), 2));
     EXPECT_TRUE(Gave(RunZoctl({"events", "--where", "kind=file"}), 2, "--vocabulary"));
 }
 
