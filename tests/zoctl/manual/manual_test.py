@@ -52,9 +52,12 @@ class Manual(SealedTreeTest):
                 (".SS file ignore add\n", "file"), ("\\fB\\-r\\fR, \\fB\\-\\-recursive\\fR\n", "file"),
                 ("\nInclude its subfolders; needs \\-\\-folder\n", "file"),
                 (".EX\n  zoctl file ignore add C:\\eSuite\\eupdate.exe\n", "file"),
-                ("; 1 to 65536; 256 if left out\n", "events"), ("\\fB\\-k\\fR, \\fB\\-\\-keystore\\fR", "sign")):
+                ("; 1 to 65536; 256 if left out\n", "events"), ("; 1 to 3600000\n", "events"),
+                ("; 1 to 86400\n", "events"), ("\\fB\\-k\\fR, \\fB\\-\\-keystore\\fR", "sign")):
             self.assertIn(words, self.page(page))
-        self.assertIn(".TP\n\\fB130\\fR\ncancelled\n", self.page())
+        self.assertEqual(self.page("crash").count("\nCtrl\\-C takes effect between dumps;"), 2, "of run and of upload")
+        self.assertRegex(self.page(), r"(?s)SYNOPSIS\n\\fBzoctl\\fR .*\.SH COMMANDS\n.*\.TP\n\\fBdriver\\fR\n.*"
+                         r"\.SH OPTIONS\n\.TP\n.*\.SH EXIT STATUS\n.*\.TP\n\\fB130\\fR\ncancelled\n")
         self.assertIn("no command or group 'nonsense'", self.facts(2, "help", "--man", "nonsense")["message"])
 
     def test_bash_offers_what_can_stand_there(self):
@@ -82,5 +85,5 @@ class Manual(SealedTreeTest):
     def test_powershell_script_names_every_command_and_option(self):
         script = self.facts(0, "completion", "powershell")["script"]
         for words in ("'driver install' = @{", "'--start' = @('boot', 'system', 'auto', 'demand', 'disabled')",
-                      "'--embedded-key' = ", "'status' = 'Show the running driver''s version"):
+                      "'--embedded-key' = ", "'demand' = ", "'status' = 'Show the running driver''s version"):
             self.assertIn(words, script)
