@@ -23,11 +23,7 @@ class Initialisation {
     Initialisation() = default;
     Initialisation(const Initialisation&) = delete;
     Initialisation& operator=(const Initialisation&) = delete;
-    ~Initialisation() { InitOnceComplete(&contextOnce, done_ ? 0 : INIT_ONCE_INIT_FAILED, nullptr); }
-    void Done() noexcept { done_ = true; }
-
-  private:
-    bool done_ = false;
+    ~Initialisation() { InitOnceComplete(&contextOnce, context ? 0 : INIT_ONCE_INIT_FAILED, nullptr); }
 };
 
 }  // namespace
@@ -42,9 +38,8 @@ CrashReporterContext& Reporter() {
     BOOL pending = FALSE;
     InitOnceBeginInitialize(&contextOnce, 0, &pending, nullptr);
     if (pending) {
-        Initialisation initialisation;
+        const Initialisation initialisation;
         context = std::make_unique<CrashReporterContext>();
-        initialisation.Done();
     }
     return *context;
 }
