@@ -4,23 +4,14 @@
 // this process has read where the platform counts them, and the counts that the command can give. Shown on a terminal
 // only.
 
-#include <cstdint>
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "output.h"
 #include "owned_handles.h"
+#include "progress_text.h"
 
 namespace zoctl {
-
-// Both are called on a thread of the line's own, and only when the line is shown.
-struct ProgressFacts {
-    // As in "120 files, 2 findings"; empty when there is nothing to show.
-    std::function<std::string()> counts;
-    // All that will be read, where that is known beforehand; called once, and only if the platform counts what is read.
-    std::function<std::uint64_t()> expectedBytes = {};
-};
 
 class Progress {
   public:
@@ -30,11 +21,10 @@ class Progress {
     Progress& operator=(const Progress&) = delete;
 
   private:
-    void Run() const;
+    void Run();
     [[nodiscard]] bool Ended(unsigned milliseconds) const;
 
-    std::string what_;
-    ProgressFacts facts_;
+    ProgressText text_;  // of the thread alone, once that runs
     zo::OwnedKernelObject end_;
     std::thread thread_;
 };
