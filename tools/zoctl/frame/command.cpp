@@ -142,9 +142,8 @@ int Tool::Run(const std::vector<std::string>& commandLine) {
     const std::vector<std::string> arguments = WithHelpFlag(commandLine);
     try {
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-        const bool help =
-            std::ranges::any_of(arguments, [](const auto& one) { return one == "--help" || one == "-h"; });
-        if (help && !Follow(root_, arguments).unknown.empty()) throw CLI::ExtrasError(arguments);  // help of what?
+        // Otherwise --help would show the help of the group that has no such command.
+        if (!Follow(root_, arguments).unknown.empty()) throw CLI::ExtrasError(arguments);
         root_.parse(reversed);
     } catch (const CLI::Success& success) {  // --help and --version
         std::ostringstream text;

@@ -15,8 +15,8 @@ namespace {
 // The handler runs on a thread of its own, so what it reaches is guarded.
 struct CtrlC {
     zo::CriticalSection lock;
-    std::function<void()>* hook = nullptr;
-    HANDLE event = nullptr;  // the living Cancellation's
+    HANDLE event = nullptr;                 // the living Cancellation's
+    std::function<void()>* hook = nullptr;  // its too; nobody looks at it without the event
     bool pressed = false;
     zo::CriticalSection writing;  // of standard output, and the text below
     std::string lastWords;
@@ -147,7 +147,6 @@ Cancellation::Cancellation(std::function<void()> hook)
 Cancellation::~Cancellation() {
     CtrlC& state = State();
     const std::lock_guard guard(state.lock);
-    state.hook = nullptr;
     state.event = nullptr;
 }
 
@@ -160,7 +159,6 @@ bool Cancellation::Wait(unsigned milliseconds) const {
 }
 
 void InstallCtrlC() {
-    State();  // made before the first key press
     SetConsoleCtrlHandler(OnCtrlC, TRUE);
 }
 

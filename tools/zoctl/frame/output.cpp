@@ -63,12 +63,16 @@ void Output::Line(const Json& object) {
     Put(Dump(object, -1) + "\n");
 }
 
+std::string Output::DocumentText(const Json& document) const {
+    return Dump(document, Lines() ? -1 : 2) + "\n";
+}
+
 int Output::Finish(int exitCode, Json document, const Json& facts) {
     const Json members = reshape_ ? reshape_(facts, exitCode) : facts;
     if (Machine()) {
         document.update(members);
         if (command_.empty()) document["command"] = nullptr;
-        if (!WriteOut(Dump(document, Lines() ? -1 : 2) + "\n", true)) writable_ = false;
+        if (!WriteOut(DocumentText(document), true)) writable_ = false;
     }
     return End(exitCode);
 }
@@ -84,7 +88,7 @@ void Output::PrepareForCtrlC() const {
                            {"exitCode", static_cast<int>(kExitCancelled)},
                            {"message", "Cancelled half-way."},
                            {"advice", "Run it again."}};
-    SetLastWords(Dump(document, Lines() ? -1 : 2) + "\n");
+    SetLastWords(DocumentText(document));
 }
 
 int Output::End(int exitCode) {

@@ -81,6 +81,7 @@ class Output {
   private:
     int Finish(int exitCode, Json document, const Json& facts);
     [[nodiscard]] std::string Name() const;
+    [[nodiscard]] std::string DocumentText(const Json& document) const;
     bool WriteOut(std::string_view text, bool isDocument);
 
     std::string command_;

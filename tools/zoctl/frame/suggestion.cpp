@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <numeric>
 #include <vector>
 
 namespace zoctl {
@@ -16,8 +17,7 @@ char Lower(char letter) {
 std::size_t Mistakes(std::string_view a, std::string_view b) {
     std::vector<std::size_t> before;
     std::vector<std::size_t> last(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j)
-        last[j] = j;
+    std::iota(last.begin(), last.end(), std::size_t{});
     for (std::size_t i = 1; i <= a.size(); ++i) {
         std::vector<std::size_t> row(b.size() + 1, i);
         for (std::size_t j = 1; j <= b.size(); ++j) {

@@ -19,10 +19,7 @@ std::uint32_t DecodeAt(std::string_view utf8, std::size_t at, std::size_t& lengt
     const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(utf8[i])); };
     const std::uint32_t lead = byte(at);
     length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (at + length > utf8.size()) {  // cut off: nothing that a terminal would act on
-        length = utf8.size() - at;
-        return 0xFFFD;
-    }
+    if (at + length > utf8.size()) return 0xFFFD;  // cut off: nothing that a terminal would act on
     if (length == 1) return lead;
     std::uint32_t point = lead & (0xFFu >> (length + 1));
     for (std::size_t i = 1; i < length; ++i)
@@ -67,15 +64,14 @@ std::string TextTable::Render() const {
     }
     std::vector<std::size_t> widths(headings_.size());
     for (const auto& line : lines) {
-        for (std::size_t i = 0; i < line.size() && i < widths.size(); ++i) {
+        for (std::size_t i = 0; i < line.size(); ++i)
             widths[i] = std::max(widths[i], Cells(line[i]));
-        }
     }
     std::string text;
     for (const auto& line : lines) {
         for (std::size_t i = 0; i < line.size(); ++i) {
             text += line[i];
-            if (i + 1 < line.size()) text.append(widths[i] - Cells(line[i]) + 2, ' ');
+            text.append(widths[i] - Cells(line[i]) + 2, ' ');
         }
         while (!text.empty() && text.back() == ' ')
             text.pop_back();

@@ -37,18 +37,16 @@ void DecodeText(KeyBytes& key) {
 std::uint32_t ReadStandardInput(KeyBytes& key) {
     key.resize(kLargestInput);
     std::size_t size = 0;
-    std::uint32_t error = ERROR_SUCCESS;
-    for (DWORD read = 1; read != 0 && size < key.size(); size += read) {
-        if (ReadFile(GetStdHandle(STD_INPUT_HANDLE), key.data() + size, static_cast<DWORD>(key.size() - size), &read,
-                     nullptr)) {
-            continue;
-        }
-        error = GetLastError() == ERROR_BROKEN_PIPE ? ERROR_SUCCESS : GetLastError();  // the writer is done
-        read = 0;
+    DWORD error = ERROR_SUCCESS;
+    for (DWORD read = 0;; size += read) {
+        if (!ReadFile(GetStdHandle(STD_INPUT_HANDLE), key.data() + size, static_cast<DWORD>(key.size() - size), &read,
+                      nullptr))
+            error = GetLastError();  // and nothing was read
+        if (read == 0) break;
     }
     key.resize(size);
     DecodeText(key);
-    return error;
+    return error == ERROR_BROKEN_PIPE ? ERROR_SUCCESS : error;  // the writer is done
 }
 
 std::uint32_t ReadKeyFile(const std::string& path, KeyBytes& key) {

@@ -15,7 +15,6 @@ Json ManifestItem::ToJson() const {
 
 std::vector<ManifestItem> SortedItems(const zosigner::ListedTree& tree) {
     std::vector<ManifestItem> items;
-    items.reserve(tree.directories.size() + tree.entries.size());
     for (const zosigner::ListedDirectory& directory : tree.directories)
         items.push_back({directory.path, directory.sealed ? "sealed folder" : "open folder"});
     for (const zosigner::ListedEntry& entry : tree.entries) {

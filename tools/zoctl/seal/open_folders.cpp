@@ -77,8 +77,9 @@ bool OpenFolders::Folder::Holds(const std::wstring& other) const {
 
 bool OpenFolders::HoldsItem(const std::string& path) const {
     const std::wstring full = zo::WideFromUtf8(path);
-    if (folders_.empty() || !IsOrLiesBelow(full, root_, L'\\') || full.size() == root_.size()) return false;
-    std::wstring relative = full.substr(root_.size() + 1);
+    const std::wstring above = root_ + L'\\';
+    if (!BeginsWithName(full, above)) return false;
+    std::wstring relative = full.substr(above.size());
     std::replace(relative.begin(), relative.end(), L'\\', L'/');
     return std::any_of(folders_.begin(), folders_.end(), [&](const Folder& folder) { return folder.Holds(relative); });
 }

@@ -38,12 +38,10 @@ struct VerifyCommand {
 bool IsInside(const std::wstring& path, const std::wstring& tree) {
     std::error_code error;
     std::filesystem::path above = std::filesystem::absolute(path, error);
-    for (; !error && !above.empty(); above = above.parent_path()) {
-        if (std::filesystem::equivalent(above, tree, error)) return true;
-        error.clear();  // what does not exist yet is equivalent to nothing
-        if (above == above.parent_path()) break;
+    for (; !std::filesystem::equivalent(above, tree, error); above = above.parent_path()) {
+        if (above == above.parent_path()) return false;
     }
-    return false;
+    return true;
 }
 
 // What is shipped with what it seals can be used by anybody to seal something else.

@@ -21,8 +21,8 @@ bool PathState::IsFolder() const {
 
 PathState StateOf(const std::string& path) {
     const DWORD attributes = GetFileAttributesW(zo::LongForm(zo::WideFromUtf8(path).c_str()).c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES) return {0, GetLastError()};
-    return {attributes, ERROR_SUCCESS};
+    if (attributes == INVALID_FILE_ATTRIBUTES) return {.error = GetLastError()};
+    return {.attributes = attributes};
 }
 
 Ended CheckFolder(Output& out, const std::string& folder) {
