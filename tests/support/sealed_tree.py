@@ -72,7 +72,9 @@ class SealedTreeTest(unittest.TestCase):
 
     def facts(self, code, *arguments, **how):
         """The document of a command."""
-        document = json.loads(self.zoctl(code, *arguments, "--json", **how).stdout)
+        text = self.zoctl(code, *arguments, "--json", **how).stdout
+        document = json.loads(text)
+        self.assertEqual(text, json.dumps(document, indent=2, ensure_ascii=False) + "\n")
         self.assertEqual(document["exitCode"], code)
         return document
 

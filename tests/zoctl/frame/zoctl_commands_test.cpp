@@ -1,3 +1,4 @@
+#include "error_text.h"
 #include "zoctl_process.h"
 
 namespace {
@@ -50,8 +51,9 @@ const Rows<const char*, const char*> kFailures = {
     {"process add  ", "Give a path of at most 259 characters.", "HKLM"},
     {"rules check C:\\windows", "'C:\\windows' is a folder, not a file.", "administrator"},
     {"rules check C:\\bad|name.json", "Check the named paths", "diagnostic log"},
+    {"rules check C:\\none.json", "The file does not exist. [ERROR_FILE_NOT_FOUND 0x80070002]", "administrator"},
     {"driver install C:\\windows", "'C:\\windows' is a folder, not a file.", "administrator"},
-    {"driver upgrade C:\\none.sys", "The file 'C:\\none.sys' does not exist.", "in use"},
+    {"driver upgrade /none.sys", "The file '/none.sys' does not exist.", "in use"},
 };
 
 TEST_F(ZoctlCommands, AFailureSaysWhatFailedAndGivesAdviceThatApplies) {
@@ -60,6 +62,8 @@ TEST_F(ZoctlCommands, AFailureSaysWhatFailedAndGivesAdviceThatApplies) {
         EXPECT_TRUE(Gave(run, run.exitCode, words)) << line;
         EXPECT_EQ(run.err.find(notSaid), std::string::npos) << line << "\n" << run.err;
     }
+    EXPECT_TRUE(Gave(Zoctl("rules check C:\\bad|name.json"), 1,
+                     "name.json': " + zo::ErrorText(ERROR_INVALID_NAME) + " [HRESULT_FROM_WIN32(123) 0x8007007B]"));
     Simulator().FailNext(ZOP_IOCTL_GET_STATS, 0xC0000001);
     EXPECT_EQ(Zoctl("stats").err.find("name could not be converted"), std::string::npos);
 }
@@ -141,13 +145,21 @@ TEST_F(ZoctlCommands, CopyDirectoryCopiesAndCounts) {
     EXPECT_EQ(ReadFileBytes(folder / "to" / "a b.txt"), "x");
 }
 
-TEST_F(ZoctlCommands, ADryRunNeedsTheTemporaryFolder) {
+TEST_F(ZoctlCommands, ADryRunNeedsTheTemporaryFolderAndLeavesItAsItWas) {
     const TempFolder folder;
     const std::string keys = (folder / "keys").string();
     EXPECT_EQ(RunZoctl({"keys", "generate", keys}).exitCode, 0);
-    const ScopedTmp none((folder / "none").wstring());
-    EXPECT_TRUE(Gave(RunZoctl({"sign", folder.Path().string(), "-m", (folder / "m").string(), "-k", keys, "--dry-run"}),
-                     1, "The temporary folder cannot be used: "));
+    const auto dryRun = [&](const std::wstring& temporary) {
+        const ScopedTmp tmp(temporary);
+        return RunZoctl({"sign", keys, "-m", (folder / "m").string(), "-k", keys, "--dry-run"});
+    };
+    EXPECT_TRUE(Gave(dryRun((folder / "none").wstring()), 1, "The temporary folder cannot be used: "));
+    EXPECT_TRUE(
+        Gave(dryRun(folder.Path().wstring() + std::wstring(260, L'n')), 1, "The temporary folder cannot be used: "));
+    WriteFileBytes(folder / "tmp" / "zos1.tmp", "mine");
+    EXPECT_TRUE(Gave(dryRun((folder / "tmp").wstring()), 0));
+    EXPECT_EQ(ReadFileBytes(folder / "tmp" / "zos1.tmp"), "mine");
+    EXPECT_TRUE(std::filesystem::remove(folder / "tmp" / "zos1.tmp") && std::filesystem::is_empty(folder / "tmp"));
 }
 
 TEST_F(ZoctlCommands, EventsShowLossesInTheirPlaceAndContinueFromAPosition) {
@@ -202,8 +214,9 @@ TEST_F(ZoctlCommands, EventsEndForABusyDriverAFailureAndAClosedReader) {
     EXPECT_TRUE(Gave(Zoctl("events"), 1, "0 received + 0 lost = 0 produced"));
     ChildOptions options;
     options.deafReader = true;
-    EXPECT_TRUE(
-        Gave(Zoctl("events --jsonl", options), 1, "main: 0 received + 0 lost = 0 produced; continue with --from 0"));
+    EXPECT_TRUE(Gave(
+        Zoctl("events --jsonl", options), 1,
+        "main: 0 received + 0 lost = 0 produced; continue with --from 0\nzoctl: the output could not be written.\n"));
     Simulator().SetProducer(ZOSIM_RING_EVENTS, 1500);  // more between two polls than the ring holds
     EXPECT_GE(Zoctl("events --json").json["totals"][0]["produced"], 16384) << "lost events count as well";
 }

@@ -83,7 +83,8 @@ TEST(RuleLint, FindsWhatIsUselessInTheOtherLists) {
 TEST(RuleLint, FiltersMatchAsFileNamePatternsDo) {
     for (const auto& [pattern, name] : {std::pair{"*", ""}, {"*.EXE", "A.EXE"}, {"A?C*", "ABCD"}, {"*A*B", "XAYAB"}})
         EXPECT_TRUE(FitsPattern(pattern, name)) << pattern << " " << name;
-    for (const auto& [pattern, name] : {std::pair{"", "A"}, {"*.EXE", "A.EXEX"}, {"A?C", "AC"}, {"*A*B", "XBA"}})
+    for (const auto& [pattern, name] :
+         {std::pair{"", "A"}, {"*.EXE", "A.EXEX"}, {"A?C", "AC"}, {"*A*B", "XBA"}, {"AB*B*", "ABX"}})
         EXPECT_FALSE(FitsPattern(pattern, name)) << pattern << " " << name;
 }
 

@@ -23,11 +23,18 @@ class SealCommandsTest(SealedTreeTest):
         before = self.manifest.read_bytes()
         (self.tree / "d").chmod(0)
         self.addCleanup((self.tree / "d").chmod, 0o755)
-        for folder, code in {self.folder / "none": 3, self.tree / "a.txt": 3, self.tree / "d/e": 5, "": 2}.items():
+        for folder, code, reason in ((self.folder / "none", 3, "' does not exist."),
+                                     (self.tree / "a.txt", 3, "' is a file, not a folder."),
+                                     (self.tree / "d/e", 5, "' was denied."), ("", 2, "of the folder is empty.")):
             for verb in ("sign", "verify"):
                 facts = self.refused(code, folder, verb, folder, "-m", self.manifest, "-k", self.keys)
                 self.assertNotIn("findings", facts)
+                self.assertTrue(facts["message"].endswith(reason), facts)
         self.assertEqual(self.manifest.read_bytes(), before)
+        self.refused(34, "2 sealed folders could not be listed.", "verify", *self.sealed())
+        self.tree.chmod(0)
+        self.addCleanup(self.tree.chmod, 0o755)
+        self.refused(5, f"The folder '{dos(self.tree)}' cannot be listed: Access", "sign", *self.sealed())
 
     def test_sign_neither_makes_nor_replaces_keys(self):
         private, public = (self.keys / f"{half}.rsakey" for half in KEYS)
@@ -37,7 +44,8 @@ class SealCommandsTest(SealedTreeTest):
             self.assertEqual([private.read_bytes(), public.read_bytes()], [contents, KEYS["public"]])
         private.unlink()
         for keystore in (self.keys, self.folder / "mistyped"):
-            facts = self.refused(33, keystore, "sign", self.tree, "-m", self.manifest, "-k", keystore)
+            facts = self.refused(33, f"{dos(keystore)}\\private.rsakey' does not exist.", "sign", self.tree, "-m",
+                                 self.manifest, "-k", keystore)
             self.assertIn('keys generate" makes', facts["advice"])
         self.assertEqual({path.name for path in (*self.folder.iterdir(), *self.keys.iterdir())},
                          {"tree", "keys", "public.rsakey"})
@@ -47,15 +55,15 @@ class SealCommandsTest(SealedTreeTest):
         for file in (folder / f"{half}.rsakey" for folder in (self.folder / "new", long) for half in KEYS):
             file.parent.mkdir(parents=True, exist_ok=True)
             file.write_bytes(b"mine")
-            self.refused(6, file, "keys", "generate", file.parent)
+            self.refused(6, f"'{dos(file)}' already exists.", "keys", "generate", file.parent)
             self.assertEqual([path.read_bytes() for path in file.parent.iterdir()], [b"mine"])
             file.unlink()
         closed.mkdir(mode=0)
-        self.refused(6, closed, "keys", "generate", closed)
+        self.refused(6, "It cannot be determined whether", "keys", "generate", closed)
         self.assertNotEqual(self.facts(0, "keys", "generate", self.keys, "--replace")["thumbprint"], THUMBPRINT)
 
     def test_sign_replaces_manifests_only(self):
-        for name, contents, code in (("notes", b"my notes\n", 6), ("short", b"ZOSIG", 6), ("empty", b"", 6), ("begun", b"ZOSIG1\n", 0)):
+        for name, contents, code in (("notes", b"my notes\n", 6), ("short", b"ZOSIG", 6), ("empty", b"", 6), ("begun", b"ZOSIG1", 0)):
             with self.subTest(name):
                 self.manifest.write_bytes(contents)
                 self.sign(code=code)
@@ -71,7 +79,7 @@ class SealCommandsTest(SealedTreeTest):
         (shut / "private.rsakey").mkdir(parents=True)
         for code, says, verb, manifest in (
                 (5, closed / "new", "sign", closed / "new"), (5, closed / "old", "verify", closed / "old"),
-                (5, closed / "folder", "sign", closed / "folder/m"),
+                (5, f"{dos(closed)}\\folder' cannot be created: ", "sign", closed / "folder/m"),
                 (1, self.tree / "a.txt", "sign", self.tree / "a.txt/m"),
                 (2, self.tree / "d", "sign", self.tree / "d"), (3, self.tree / "none", "verify", self.tree / "none"),
                 (32, damaged, "verify", damaged),
@@ -83,6 +91,7 @@ class SealCommandsTest(SealedTreeTest):
         self.refused(2, "keystore is empty", "keys", "generate", "")
         self.refused(5, closed, "keys", "generate", closed / "new", "--replace")
         self.refused(1, shut, "keys", "generate", shut, "--replace")
+        self.refused(33, "private.rsakey' cannot be read: ", "sign", self.tree, "-m", self.manifest, "-k", shut)
 
     def test_keys_and_their_exit_codes(self):
         self.sign()
@@ -96,19 +105,25 @@ class SealCommandsTest(SealedTreeTest):
                           ("--key", cut): 33, (): 2}.items():
             self.zoctl(code, "verify", self.tree, "-m", self.manifest, *key)
         self.refused(33, "from the keystore", "verify", self.tree, "-m", self.manifest, "-k", self.folder)
-        for key, code in {"public.rsakey": 33, "private.rsakey": 0}.items():
-            self.zoctl(code, "sign", self.tree, "-m", self.manifest, "--key", self.keys / key)
+        self.zoctl(0, "sign", self.tree, "-m", self.manifest, "--key", self.keys / "private.rsakey")
+        for verb, key, kind in (("sign", self.keys / "public.rsakey", "private"), ("verify", junk, "public")):
+            self.refused(33, f"does not hold a {kind} key.", verb, self.tree, "-m", self.manifest, "--key", key)
 
     def test_folders_left_open_are_found_or_refused(self):
         absolute = dos(self.tree).lower().replace("z:", "Z:")
         for name, opened in {"Open\\": "Open", "./d/../open": "open", dos(self.tree / "d"): "d", "d\\e": "d/e",
-                             absolute: ".", "opne": None, "a.txt": None, "..": None}.items():
+                             absolute: ".", "opne": None, "a.txt": None, "..": None, "": None}.items():
             with self.subTest(name):
                 facts = self.sign("--open", name, code=0 if opened else 2)
                 if opened:
                     self.assertEqual((facts["open"], facts["directories"]), ([opened], 4))
                     self.assertEqual(facts["sealedDirectories"], {".": 0, "d": 2}.get(opened, 3))
-        self.zoctl(0, "sign", "--open", "open", *self.sealed())  # the word after a name is the tree
+        (self.tree / "link").symlink_to("d")
+        hints = self.zoctl(0, "sign", "--open", "link/e", "--open", "open", *self.sealed()).stderr  # the next word is the tree
+        self.assertEqual(hints.splitlines(), [
+            "The seal does not cover the findings that are listed above.",
+            "Links in sealed folders count as extra when the folder is verified.",
+            "'link/e' was not left open: it is behind a link, and links are not signed."])
         self.sign("--open", "open", "--seal-none", code=2)
 
     def test_findings_stay_printable(self):
@@ -116,7 +131,7 @@ class SealCommandsTest(SealedTreeTest):
         self.write("d/\x1b[31mred", "")
         text = self.zoctl(17, "verify", *self.sealed())
         self.assertNotIn("\x1b", text.stdout + text.stderr)
-        self.assertIn("\\x1b[31mred", text.stdout.lower())
+        self.assertRegex(text.stdout, r"(?s)extra .*\\x1B\[31mred\nok +bad +missing +extra +directories\n8 +0 +0 +1 +4")
 
     def test_strict_fails_for_everything_that_the_seal_does_not_cover(self):
         (self.tree / "open/below").mkdir()
@@ -138,7 +153,7 @@ class SealCommandsTest(SealedTreeTest):
                 facts = self.sign(*options, code=code)
                 (self.tree / name).unlink()
                 self.assertEqual((facts["unreadable"], facts["unlistable"], facts["linksInSealedFolders"]), counts)
-                self.assertEqual([found["kind"] for found in facts["findings"]], [kind])
+                self.assertEqual(self.findings(facts), [f"{kind} {name}"])
 
     def test_a_key_can_come_from_standard_input(self):
         digits = KEYS["private"].hex().encode()
@@ -170,15 +185,20 @@ class SealCommandsTest(SealedTreeTest):
         self.assertEqual([first, second], [signed | {"dryRun": True, "items": items}] * 2)
         self.write("d/a\x01b", "")
         self.sign("--dry-run", "--strict", code=34)
-        self.assertIn("nothing was written", self.zoctl(0, "sign", "--dry-run", *self.sealed()).stdout)
+        self.assertRegex(self.zoctl(0, "sign", "--dry-run", *self.sealed()).stdout,
+                         r"(?s)file +200000  d/e/big\n.*unlistable +control.*DRY RUN.*nothing was written\.")
 
     def test_manifests_are_shown_and_compared(self):
         self.sign("--open", "open")
         old = self.manifest.rename(self.folder / "old.zosig")
-        self.assertIn("d/\u00e4\u6f22", self.zoctl(0, "manifest", "show", old, "--json").stdout, "as it is, in UTF-8")
+        text = self.zoctl(0, "manifest", "show", old)
+        self.assertIn("not checked", text.stderr)
         shown = self.facts(0, "manifest", "show", old)
         self.assertEqual(shown["thumbprint"], THUMBPRINT)
         items = {item["path"]: item for item in shown["items"]}
+        self.assertEqual(list(items), sorted(items))
+        self.assertRegex(text.stdout, rf"(?s)Root +Z:.*\nThumbprint  {THUMBPRINT}\nSigned      {shown['signed']}\n\nkind "
+                                      rf".*\nfile +200000  {items['d/e/big']['digest']}  d/e/big\n")
         self.assertEqual([items[path]["kind"] for path in ("open", ".", "k.LNK")], ["open folder", "sealed folder", "shortcut"])
         self.assertEqual((len(items), items["d/e/big"]["size"]), (12, 200000))
 
@@ -186,9 +206,10 @@ class SealCommandsTest(SealedTreeTest):
         self.write("new.txt", "new")
         (self.tree / "d/dot.").unlink()
         self.sign()
-        changes = self.facts(1, "manifest", "diff", old, self.manifest)["changes"]
-        self.assertEqual({change["change"] + " " + change["path"] for change in changes},
-                         {"changed a.txt", "added new.txt", "removed d/dot.", "changed open"})
+        facts = self.facts(1, "manifest", "diff", old, self.manifest)
+        self.assertEqual([change["change"] + " " + change["path"] for change in facts["changes"]],
+                         ["changed a.txt", "removed d/dot.", "added new.txt", "changed open"])
+        self.assertEqual((facts["differences"], facts["sameKey"]), (4, True))
         for file, code in {old: 0, self.tree / "a.txt": 32, self.folder: 5}.items():
             self.facts(code, "manifest", "diff", file, old)
         self.zoctl(3, "manifest", "show", self.folder / "none")
