@@ -80,6 +80,8 @@ TEST_F(ZoctlCommands, AWrongCommandLineSendsNothing) {
                                    "rules check", "rules diff", "rules apply", "vocabulary check"})
         EXPECT_TRUE(Gave(Zoctl(line), 2, " is required")) << line;
     EXPECT_TRUE(Gave(Zoctl("--json"), 2, "Next: ", {{"ok", false}}));
+    for (const char* group : {"", "driver"})
+        EXPECT_TRUE(Gave(Zoctl(group), 2, "Next: ")) << group;
     EXPECT_TRUE(
         Gave(Zoctl("file add-folder C:\\f --filter " + std::string(128, 'x')), 2, "longer than 127 characters"));
     EXPECT_EQ(Sent(), Codes{});

@@ -2,9 +2,11 @@
 
 Arguments: the emulator's command line and zoctl.exe."""
 
+import datetime
 import hashlib
 import os
 import pathlib
+import re
 import socket
 
 from sealed_tree import KEYS, THUMBPRINT, UNPRIVILEGED, SealedTreeTest, dos
@@ -197,6 +199,9 @@ class SealCommandsTest(SealedTreeTest):
         self.assertEqual(shown["thumbprint"], THUMBPRINT)
         items = {item["path"]: item for item in shown["items"]}
         self.assertEqual(list(items), sorted(items))
+        ticks = int(re.search(rb"\nTIME (\d+)\n", old.read_bytes())[1])  # of 100 ns, since 1601
+        signed = datetime.datetime(1601, 1, 1) + datetime.timedelta(microseconds=ticks // 10)
+        self.assertEqual(shown["signed"], f"{signed:%Y-%m-%d %H:%M:%S} UTC")
         self.assertRegex(text.stdout, rf"(?s)Root +Z:.*\nThumbprint  {THUMBPRINT}\nSigned      {shown['signed']}\n\nkind "
                                       rf".*\nfile +200000  {items['d/e/big']['digest']}  d/e/big\n")
         self.assertEqual([items[path]["kind"] for path in ("open", ".", "k.LNK")], ["open folder", "sealed folder", "shortcut"])
