@@ -68,7 +68,7 @@ bool Contains(Table table, const FoldedRule& outer, const FoldedRule& inner) {
     const bool holdsOthers = table == Table::kRegistry ? wide.recursive != 0 : wide.isFolder != 0;
     if (inner.name == outer.name) return wide.isFolder == narrow.isFolder && (wide.recursive || !narrow.recursive);
     if (!holdsOthers || !inner.name.starts_with(outer.name + "\\")) return false;
-    const bool child = inner.name.find('\\', outer.name.size() + 1) == std::string::npos;
+    const bool child = inner.name.rfind('\\') == outer.name.size();
     return wide.recursive || (child && !narrow.isFolder);
 }
 

@@ -135,10 +135,9 @@ void PlanTable(Table table, const WantedRules& wanted, const TableDifference& di
 
 void PlanIgnoreList(const std::optional<WantedRules>& wanted, StepKind clear, StepKind add, std::vector<Step>& steps) {
     if (!wanted) return;
-    const int first = static_cast<int>(steps.size());
     steps.push_back(Step{clear});
     for (const WantedRule& rule : *wanted)
-        steps.push_back(RuleStep(add, Table::kProcess, rule.given, first));
+        steps.push_back(RuleStep(add, Table::kProcess, rule.given));
 }
 
 void PlanSwitch(StepKind kind, const std::optional<bool>& on, std::vector<Step>& steps) {
@@ -148,17 +147,15 @@ void PlanSwitch(StepKind kind, const std::optional<bool>& on, std::vector<Step>&
     steps.push_back(step);
 }
 
-// All but switching the DLL load filter on.
+// All but switching the DLL load filter on. None of these steps needs another: all that follow a failure are left out.
 void PlanUnreadable(const RuleFile& wanted, std::vector<Step>& steps) {
     PlanIgnoreList(wanted.fileIgnore, StepKind::kClearFileIgnore, StepKind::kAddFileIgnore, steps);
     PlanIgnoreList(wanted.registryIgnore, StepKind::kClearRegistryIgnore, StepKind::kAddRegistryIgnore, steps);
     if (wanted.overrides) {
-        const int first = static_cast<int>(steps.size());
         steps.push_back(Step{StepKind::kClearOverrides});
         for (const std::uint32_t pid : *wanted.overrides) {
             Step step{StepKind::kAddOverride};
             step.pid = pid;
-            step.needs = first;
             steps.push_back(step);
         }
     }
@@ -204,8 +201,7 @@ Plan MakePlan(const RuleFile& wanted, const DriverState& actual, const NameForms
     std::vector<Step>& unreadable = send ? plan.steps : plan.heldBack;
     const auto planTable = [&](Table table) {
         const auto& rules = wanted.tables[Index(table)];
-        const TableDifference& one = difference.tables[Index(table)];
-        if (rules && !one.None()) PlanTable(table, *rules, one, names, plan.steps);
+        if (rules) PlanTable(table, *rules, difference.tables[Index(table)], names, plan.steps);
     };
     PlanUnreadable(wanted, unreadable);
     planTable(Table::kDll);
