@@ -211,6 +211,7 @@ TEST(RulePlan, TakesTheFewestStepsAndDetectsMassRemoval) {
         {"what lies below, too", {flat}, {exe}, "remove, restore", kFew},
         {"exclusive now", {shared}, {s}, "remove, restore", kFew},
         {"no longer what lies below", {exe}, {flat}, "remove, restore", kMass},
+        {"one goes, one covers less", {a, b, exe}, {b, flat}, "remove, remove, restore", kMass},
         {"a folder becomes a file", {exe}, {single}, "remove, restore", kMass},
         {"no longer exclusive", {s}, {shared}, "remove, restore", kMass},
         {"a smaller scope", {s}, {scopeFlat}, "remove, restore", kMass},
@@ -278,6 +279,22 @@ TEST(RulePlan, LeadsFromAnyStateToAnyFile) {
             ASSERT_TRUE(file.tables[i] || driver.tables[i] == state.tables[i]) << round;
         }
     }
+}
+
+TEST(RulePlan, RemovesByTheSpellingOfTheFile) {
+    DriverState state;
+    state.tables[Index(Table::kFile)] = {Nt(Table::kFile, {"C:\\f", 1, 0, "*.exe"})};
+    RuleFile file;
+    file.tables[Index(Table::kFile)] = Wanted(Table::kFile, {{"c:\\F", 1, 0, "*.dll"}});
+    EXPECT_EQ(DescribeStep(MakePlan(file, state, kNames, false).steps.at(0)), "remove all file rules of 'c:\\F'");
+}
+
+TEST(RulePlan, SeesThatOnlyASwitchOrThePolicyDiffers) {
+    RuleFile master, policy;
+    master.masterEnabled = true;
+    policy.policy = Policy{0, 1};
+    EXPECT_FALSE(Compare(master, {}, kNames).None());
+    EXPECT_FALSE(Compare(policy, {}, kNames).None());
 }
 
 // What cannot be read back goes first, so that the tables still differ when it fails; but the DLL filter waits for its

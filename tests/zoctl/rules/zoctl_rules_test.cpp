@@ -365,6 +365,8 @@ TEST_F(ZoctlRules, ApplyShowsWhatBecameOfEachCommand) {
     run = Do("apply", text, {"--resend"});
     EXPECT_TRUE(Gave(run, 50, "The process is exempt already."));
     EXPECT_TRUE(Gave(run, 50, "not tried  add registry rule"));
+    EXPECT_TRUE(Gave(Apply(text), 0));
+    EXPECT_TRUE(Gave(Apply(text), 0, "", {{"unreadable", "held back"}}));
 }
 
 TEST_F(ZoctlRules, ApplyReportsNoRuleInForceWhileItsSwitchIsOff) {
