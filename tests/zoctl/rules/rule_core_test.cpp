@@ -121,10 +121,13 @@ TEST(RuleFileWrite, ReadsBackAsTheDriversRulesAndListsThoseLeftOut) {
 
 // Otherwise a difference could show two rules that look the same.
 TEST(RuleText, ShowsFlagsThatTheDriverHoldsWithoutTheirNames) {
-    const Rule odd{"C:\\a", 0, 0, "", "", 1, 2, 1};
+    const Rule odd{"C:\\a", 0, 1, "", "", 1, 2, 1};
     EXPECT_EQ(RuleJson(Table::kFile, odd).dump(),
-              R"({"path":"C:\\a","scope":{"folder":"","recursive":2},"exclusive":true})");
-    EXPECT_EQ(DescribeRule(Table::kFile, odd), "file 'C:\\a', scope folder '', scope recursive (2), exclusive");
+              R"({"path":"C:\\a","recursive":true,"scope":{"folder":"","recursive":2},"exclusive":true})");
+    EXPECT_EQ(DescribeRule(Table::kFile, odd),
+              "file 'C:\\a', recursive, scope folder '', scope recursive (2), exclusive");
+    EXPECT_EQ(FromNtKey("\\registry\\machine\\X"), "HKLM\\X");
+    EXPECT_EQ(FromNtKey("\\REGISTRY\\USER\\"), "\\REGISTRY\\USER\\") << "a root has no other name";
 }
 
 TEST(RuleEntry, HasARuleUnlessItIsShortOrATextHasNoEnd) {
@@ -137,6 +140,9 @@ TEST(RuleEntry, HasARuleUnlessItIsShortOrATextHasNoEnd) {
         EXPECT_EQ(DecodeEntry(table, entry), std::nullopt) << TableName(table);
         EXPECT_EQ(DecodeEntry(table, std::vector<std::uint8_t>(sizes[Index(table)], 'x')), std::nullopt);
     }
+    std::vector<std::uint8_t> path(sizeof(ZopFileRuleRecord));
+    std::fill_n(path.begin() + offsetof(ZopFileRuleRecord, path), sizeof(ZopFileRuleRecord::path), 'x');
+    EXPECT_EQ(DecodeEntry(Table::kFile, path), std::nullopt);
 }
 
 Rule Nt(Table table, Rule rule) {
