@@ -99,8 +99,8 @@ void ZopCloseAtDetach() noexcept {
     const CloseLog closing;  // a failed initialisation, or a line written since, may have left the file open
     if (!channel.initialized) return;
     const std::unique_lock guard(channel.lock, std::try_to_lock);
-    channel.device.Reset();
-    channel.initialized = false;
+    channel.device.Reset();       // before the line, as ZoProtector_Uninitialize does
+    channel.initialized = false;  // likewise
     try {
         ZopLogWriteUnlessLocked(kLogInfo, kUninitialized);
     } catch (...) {
