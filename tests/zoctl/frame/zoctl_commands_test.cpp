@@ -113,6 +113,8 @@ TEST_F(ZoctlCommands, HelpIsShownHoweverItIsAskedFor) {
     for (const std::string line : {"file ignore add --help", "help file ignore add", "file ignore add /?"})
         EXPECT_TRUE(Gave(Zoctl(line), 0, "zoctl file ignore add C:\\")) << line;
     EXPECT_TRUE(Gave(Zoctl("help --help"), 0, "zoctl help --man driver"));
+    EXPECT_TRUE(Gave(Zoctl("help driver"), 0, "Show this help\n"));
+    EXPECT_TRUE(Gave(Zoctl("help driver"), 0, "\"zoctl driver COMMAND --help\" shows a command's options"));
 }
 
 TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {
@@ -145,6 +147,10 @@ TEST_F(ZoctlCommands, CopyDirectoryCopiesAndCounts) {
                                zo::Utf8FromWide((folder / "to").wstring()), "--option1", "--option2", "--json"}),
                      0, "", {{"filesCopied", 1}}));
     EXPECT_EQ(ReadFileBytes(folder / "to" / "a b.txt"), "x");
+}
+
+TEST_F(ZoctlCommands, AKeyThatIsAskedOfAnEmptyPipeIsEmpty) {
+    EXPECT_TRUE(Gave(Zoctl("keys thumbprint -"), 33, "Standard input is empty."));
 }
 
 TEST_F(ZoctlCommands, ADryRunNeedsTheTemporaryFolderAndLeavesItAsItWas) {
