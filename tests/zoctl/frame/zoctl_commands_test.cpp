@@ -1,3 +1,5 @@
+#include <numeric>
+
 #include "error_text.h"
 #include "zoctl_process.h"
 
@@ -118,10 +120,21 @@ TEST_F(ZoctlCommands, HelpIsShownHoweverItIsAskedFor) {
 }
 
 TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {
+    Simulator().SetVersion(1, 2, 3);
     Simulator().SetStatusReply({1, 0, 255, 3}, {1, 2, 0xFFFFFFFF, 4});
-    EXPECT_TRUE(
-        Gave(Zoctl("status --json"), 0, "",
-             {{"driverVersion", "1.0.0"}, {"pairs", Json::parse(R"([{"flag": 1, "count": 1}, {"flag": 0, "count": 2},
+    const ZoctlRun status = Zoctl("status");
+    EXPECT_EQ(status.err + status.out, R"(DRIVER
+version     1.2.3
+protection  on
+pair 1      flag 1  count 1
+pair 2      flag 0  count 2
+pair 3      flag 255  count 4294967295
+pair 4      flag 3  count 4
+)");
+    EXPECT_TRUE(Gave(Zoctl("status --json"), 0, "",
+                     {{"driverVersion", "1.2.3"},
+                      {"enabled", true},
+                      {"pairs", Json::parse(R"([{"flag": 1, "count": 1}, {"flag": 0, "count": 2},
                                                 {"flag": 255, "count": 4294967295}, {"flag": 3, "count": 4}])")}}));
     // One number given: the other stays.
     EXPECT_EQ(Zoctl("signature policy --mode 3 --min-level 9").exitCode, 0);
@@ -133,19 +146,32 @@ TEST_F(ZoctlCommands, StatusSignatureAndCountersShowTheDriversNumbers) {
     EXPECT_TRUE(Gave(Zoctl("signature query 4711 --json"), 0, "", {{"first", true}}));
     EXPECT_TRUE(Gave(Zoctl("signature refresh 4711 --json"), 0, "", {{"second", true}}));
     ZoSimCounters counters{};
-    counters.values[ZOSIM_COUNTER_UNSIGNED_BYPASS] = 5;
+    std::iota(std::begin(counters.values), std::end(counters.values), 100);
     Simulator().SetCounters(counters);
-    EXPECT_TRUE(Gave(Zoctl("stats --json"), 0, "", {{"unsignedBypassAttempts", 5}}));
+    Json stats = Zoctl("stats --json").json;
+    EXPECT_EQ(stats["unsignedBypassAttempts"], 100 + ZOSIM_COUNTER_UNSIGNED_BYPASS);
+    stats["counters"].insert(stats["counters"].begin() + ZOSIM_COUNTER_UNSIGNED_BYPASS, nullptr);
+    ASSERT_EQ(stats["counters"].size(), ZOSIM_COUNTERS);
+    for (std::uint32_t i = ZOSIM_COUNTER_REFUSED; i < ZOSIM_COUNTERS; ++i) {  // the first counts these requests
+        if (i == ZOSIM_COUNTER_UNSIGNED_BYPASS) continue;
+        EXPECT_EQ(stats["counters"][i], (Json{{"offset", 4 + 4 * i}, {"value", 100 + i}}));
+    }
     Simulator().SetStatsVersion(2);
     EXPECT_TRUE(Gave(Zoctl("stats --json"), 0, "", {{"unsignedBypassAttempts", nullptr}}));
+    EXPECT_TRUE(Gave(Zoctl("stats"), 0, "Layout version 2; "));
 }
 
 TEST_F(ZoctlCommands, CopyDirectoryCopiesAndCounts) {
     const TempFolder folder;
     WriteFileBytes(folder / "from" / "a b.txt", "x");
-    EXPECT_TRUE(Gave(RunZoctl({"copy-directory", zo::Utf8FromWide((folder / "from").wstring()),
-                               zo::Utf8FromWide((folder / "to").wstring()), "--option1", "--option2", "--json"}),
-                     0, "", {{"filesCopied", 1}}));
+    for (const std::string option : {"--option1", "--option2"}) {
+        EXPECT_TRUE(
+            Gave(RunZoctl({"copy-directory", (folder / "from").string(), (folder / "to").string(), option, "--json"}),
+                 0, "", {{"filesCopied", 1}}));
+        const auto request = RecordOf<ZoProtectorCopyDirectoryRequest>(Simulator().LastRequest());
+        EXPECT_EQ(request.option1, option == "--option1" ? 1 : 0);
+        EXPECT_EQ(request.option2, option == "--option2" ? 1 : 0);
+    }
     EXPECT_EQ(ReadFileBytes(folder / "to" / "a b.txt"), "x");
 }
 
