@@ -170,7 +170,6 @@ class SealCommandsTest(SealedTreeTest):
     def test_thumbprint_of_key_files_and_of_the_built_in_key(self):
         for key in (self.keys, self.keys / "private.rsakey", self.keys / "public.rsakey", "--embedded-key"):
             self.assertEqual(self.facts(0, "keys", "thumbprint", key)["thumbprint"], THUMBPRINT, key)
-        self.assertIs(self.facts(0, "keys", "thumbprint", "--embedded-key")["embeddedKey"], True)
         self.refused(33, self.folder, "keys", "thumbprint", self.folder)
         for key in (self.tree / "a.txt", self.folder / "none"):
             self.assertIn("Name a keystore folder", self.refused(33, key, "keys", "thumbprint", key)["advice"])
