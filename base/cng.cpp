@@ -68,8 +68,10 @@ std::int32_t SignDigest(BCRYPT_KEY_HANDLE key, const Sha256Digest& digest, std::
         return status;
     }
     signature.resize(length);
-    return BCryptSignHash(key, &padding, Input(digest.data()), Length(digest.size()), signature.data(), length, &length,
-                          BCRYPT_PAD_PKCS1);
+    const NTSTATUS status = BCryptSignHash(key, &padding, Input(digest.data()), Length(digest.size()), signature.data(),
+                                           length, &length, BCRYPT_PAD_PKCS1);
+    signature.resize(status < 0 ? 0 : length);
+    return status;
 }
 
 std::int32_t VerifyDigest(BCRYPT_KEY_HANDLE key, const Sha256Digest& digest, std::span<const std::uint8_t> signature) {
@@ -84,7 +86,9 @@ std::int32_t ExportKey(BCRYPT_KEY_HANDLE key, const wchar_t* blobType, std::vect
         return status;
     }
     blob.resize(length);
-    return BCryptExportKey(key, nullptr, blobType, blob.data(), length, &length, 0);
+    const NTSTATUS status = BCryptExportKey(key, nullptr, blobType, blob.data(), length, &length, 0);
+    blob.resize(status < 0 ? 0 : length);
+    return status;
 }
 
 std::int32_t FillRandom(std::span<std::uint8_t> bytes) {

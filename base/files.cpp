@@ -27,7 +27,7 @@ std::uint32_t MakeFolders(std::wstring path) {
         path.pop_back();
     if (const std::uint32_t error = MakeFolder(path); error != ERROR_PATH_NOT_FOUND) return error;
     const std::size_t parent = path.find_last_of(L'\\');
-    if (parent == std::wstring::npos || path.back() == L'\\') return ERROR_PATH_NOT_FOUND;
+    if (parent == std::wstring::npos || parent == 0 || path.back() == L'\\') return ERROR_PATH_NOT_FOUND;
     if (const std::uint32_t error = MakeFolders(path.substr(0, parent + 1)); error != ERROR_SUCCESS) return error;
     return MakeFolder(path);
 }

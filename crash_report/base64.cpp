@@ -48,6 +48,7 @@ bool HasAvx2() noexcept {
     const bool systemKeepsRegisters = (leaf1[2] & (1 << 27)) != 0 && (_xgetbv(0) & 6) == 6;
     return systemKeepsRegisters && (leaf7[1] & (1 << 5)) != 0;
 #elif defined(__x86_64__)
+    __builtin_cpu_init();
     return __builtin_cpu_supports("avx2");
 #else
     return false;

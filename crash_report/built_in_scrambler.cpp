@@ -28,6 +28,7 @@ class Aes128 : public BlockCipher {
             status = BCryptGenerateSymmetricKey(provider_.Get(), key_.Out(), nullptr, 0, key.data(),
                                                 static_cast<ULONG>(key.size()), 0);
         }
+        SecureZeroMemory(key.data(), key.size());
         return status < 0 ? zo::HresultFromNtStatus(status) : zo::kOk;
     }
 

@@ -38,14 +38,14 @@ bool Same(const GUID& a, const GUID& b) {
 std::filesystem::path ExecutableFolder() {
     std::array<wchar_t, MAX_PATH> path{};
     const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    if (length >= path.size()) return {};  // cut off
+    if (length == 0 || length >= path.size()) return {};
     return std::filesystem::path(path.data()).parent_path();
 }
 
 std::filesystem::path SystemFolder() {
     std::array<wchar_t, MAX_PATH> path{};
     const UINT length = GetSystemDirectoryW(path.data(), static_cast<UINT>(path.size()));
-    if (length >= path.size()) return {};
+    if (length == 0 || length >= path.size()) return {};
     return path.data();
 }
 
@@ -79,6 +79,7 @@ HRESULT TextCaptureCallbacks::QueryInterface(REFIID interfaceId, PVOID* object) 
         *object = nullptr;
         return E_NOINTERFACE;
     }
+    AddRef();
     *object = static_cast<IDebugOutputCallbacks*>(this);
     return S_OK;
 }
@@ -113,12 +114,12 @@ std::int32_t DebugEngine::Open() {
     if (address == nullptr) return zo::HresultFromWin32(ERROR_PROC_NOT_FOUND);
     const auto create = reinterpret_cast<DebugCreateFunction>(address);
 
-    void* client = nullptr;
-    HRESULT result = create(kClientId, &client);
-    if (const std::int32_t status = TakeInterface(result, client, client_); status < 0) return status;
-    void* control = nullptr;
-    result = client_.Get()->QueryInterface(kControlId, &control);
-    if (const std::int32_t status = TakeInterface(result, control, control_); status < 0) return status;
+    void* object = nullptr;
+    HRESULT result = create(kClientId, &object);
+    if (const std::int32_t status = TakeInterface(result, object, client_); status < 0) return status;
+    object = nullptr;
+    result = client_.Get()->QueryInterface(kControlId, &object);
+    if (const std::int32_t status = TakeInterface(result, object, control_); status < 0) return status;
 
     // If the engine refuses these, its analyses lack text, which BuildFullDocument notices.
     client_.Get()->SetOutputCallbacks(&output_);
@@ -128,10 +129,13 @@ std::int32_t DebugEngine::Open() {
 
 DebugEngine::~DebugEngine() {
     control_.Reset();
-    if (!client_) return;
-    client_.Get()->SetOutputCallbacks(nullptr);
-    client_.Get()->EndSession(DEBUG_END_ACTIVE_TERMINATE);
-    // The members follow, the last one first: the client, the engine's library and the one that it needs.
+    if (client_) {
+        client_.Get()->SetOutputCallbacks(nullptr);
+        client_.Get()->EndSession(DEBUG_END_ACTIVE_TERMINATE);
+        client_.Reset();
+    }
+    engineLibrary_.Reset();
+    helpLibrary_.Reset();
 }
 
 std::int32_t DebugEngine::Analyse(const std::string& dumpPath, std::uint64_t dumpStamp, DumpAnalysisResult& result) {
@@ -153,8 +157,9 @@ std::int32_t DebugEngine::Analyse(const std::string& dumpPath, std::uint64_t dum
 
 std::int32_t DebugEngine::Describe(DumpAnalysisResult& result) {
     ULONG code = 0;
-    ULONG64 ignored{};
-    if (const HRESULT read = control_.Get()->ReadBugCheckData(&code, &ignored, &ignored, &ignored, &ignored);
+    ULONG64 arguments[4] = {};
+    if (const HRESULT read =
+            control_.Get()->ReadBugCheckData(&code, &arguments[0], &arguments[1], &arguments[2], &arguments[3]);
         read < 0) {
         return read;
     }

@@ -10,16 +10,19 @@
 namespace zocrash {
 
 std::uint64_t ReadDedupeRecord(const std::wstring& path) {
+    if (path.empty()) return 0;
     const zo::OwnedFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                          FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return 0;
     std::uint64_t value = 0;
     DWORD read = 0;
-    const bool done = file && ReadFile(file.Get(), &value, sizeof(value), &read, nullptr);
+    const BOOL done = ReadFile(file.Get(), &value, sizeof(value), &read, nullptr);
     return done && read == sizeof(value) ? value : 0;
 }
 
 void WriteDedupeRecord(const std::wstring& path, std::uint64_t lastWrite) {
-    // If the record cannot be written, as to an empty path, the same dumps are new again next time.
+    if (path.empty()) return;
+    // If the record cannot be written, the same dumps are new again next time.
     static_cast<void>(zo::TryCreateDirectories(std::filesystem::path(path).parent_path()));
     const zo::OwnedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                                          FILE_ATTRIBUTE_NORMAL, nullptr));

@@ -30,7 +30,7 @@ std::wstring FolderFromRegistry() {
     std::array<wchar_t, 520> expanded{};
     const auto capacity = static_cast<DWORD>(expanded.size());
     const DWORD length = ExpandEnvironmentStringsW(value.As<wchar_t>(), expanded.data(), capacity);
-    if (length > capacity) return {};
+    if (length == 0 || length > capacity) return {};
     return expanded.data();
 }
 

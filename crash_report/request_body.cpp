@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -26,7 +25,7 @@ void RequestBody::Truncate(std::size_t length) noexcept {
 
 std::span<const std::uint8_t> RequestBody::Frame() noexcept {
     char digits[kPrefixRoom];
-    char* const end = std::to_chars(digits, std::end(digits), length_).ptr;
+    char* const end = std::to_chars(digits, digits + sizeof(digits) - 1, length_).ptr;
     *end = '&';
     const auto prefixLength = static_cast<std::size_t>(end + 1 - digits);
     std::uint8_t* const start = storage_.get() + kPrefixRoom - prefixLength;

@@ -32,8 +32,9 @@ int32_t ZoProtector_GetMasterEnabled(uint32_t* enabled) {
     *enabled = 0;
     if (!ZopIsInitialized()) return ZOP_E_NOT_INITIALIZED;
     ZopToggleRecord reply{};
-    const std::int32_t status = ZopSendIoctl(ZOP_IOCTL_GET_MASTER_ENABLED, nullptr, 0, &reply, sizeof reply, nullptr);
-    if (status >= 0) *enabled = ZopFlag(reply.state);  // 0 in a reply of no bytes
+    std::uint32_t returned = 0;
+    const std::int32_t status = ZopSendIoctl(ZOP_IOCTL_GET_MASTER_ENABLED, nullptr, 0, &reply, sizeof reply, &returned);
+    if (status >= 0 && returned > 0) *enabled = ZopFlag(reply.state);
     return status;
 }
 

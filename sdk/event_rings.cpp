@@ -40,10 +40,9 @@ std::int32_t Drain(const Ring& ring, std::uint32_t lastRead, void* events, std::
     std::uint32_t returned = 0;
     const std::int32_t status =
         ZopSendIoctl(ring.code, &request, sizeof request, reply.Bytes(), reply.Length(), &returned);
-    if (status < 0) return status;
     ZopDrainReplyHeader header{};
     // Unlike the rule lists, a poll whose reply has no header counts as one that found nothing.
-    static_cast<void>(ZopReadHeader(reply.Bytes(), returned, header));
+    if (status < 0 || !ZopReadHeader(reply.Bytes(), returned, header)) return status;
 
     *count = ZopCopyRecords(reply.Bytes(), header.count, ring.recordSize, events, capacity);
     Store(dropped, header.dropped);

@@ -39,10 +39,12 @@ Bytes BytesOf(std::string_view text) {
 
 Bytes ReadSystemUuid() {
     constexpr DWORD kRawSmbios = 0x52534D42;  // 'RSMB'
+    constexpr UINT kSmallestTable = 9;        // a header and something behind it
     const UINT size = GetSystemFirmwareTable(kRawSmbios, 0, nullptr, 0);
+    if (size < kSmallestTable) return {};
     Bytes table(size);
     const UINT read = GetSystemFirmwareTable(kRawSmbios, 0, table.data(), size);
-    if (read > size) return {};
+    if (read == 0 || read > size) return {};
     const auto uuid = ZopFindSystemUuid({table.data(), read});
     return uuid ? Bytes(uuid->begin(), uuid->end()) : Bytes();
 }
@@ -62,10 +64,10 @@ Bytes ReadMachineGuid() {
         type != REG_SZ) {
         return {};
     }
-    std::wstring_view guid(text.data(), size / sizeof(wchar_t));
-    if (guid.ends_with(L'\0')) guid.remove_suffix(1);
-    const auto* first = reinterpret_cast<const std::uint8_t*>(guid.data());
-    return {first, first + guid.size() * sizeof(wchar_t)};
+    std::size_t length = size / sizeof(wchar_t);
+    if (length > 0 && text[length - 1] == L'\0') --length;
+    const auto* first = reinterpret_cast<const std::uint8_t*>(text.data());
+    return {first, first + length * sizeof(wchar_t)};
 }
 
 Bytes ReadProcessorBrand() {
@@ -88,7 +90,9 @@ Bytes ReadFirstDiskSerial() {
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!disk) return {};
     STORAGE_PROPERTY_QUERY query{};
-    static_assert(sizeof query == 12 && StorageDeviceProperty == 0 && PropertyStandardQuery == 0);
+    static_assert(sizeof query == 12);
+    query.PropertyId = StorageDeviceProperty;
+    query.QueryType = PropertyStandardQuery;
     std::array<std::uint8_t, 1024> descriptor{};
     DWORD returned = 0;
     if (!DeviceIoControl(disk.Get(), IOCTL_STORAGE_QUERY_PROPERTY, &query, sizeof query, descriptor.data(),

@@ -35,7 +35,7 @@ template <typename Header>
 
 // Copies the records that the driver says it sent, but never more than capacity; returns how many. The count is not
 // checked against the length of the reply: records that a driver announced and did not send are zeros. records may be
-// null when capacity is 0.
+// null.
 std::uint32_t ZopCopyRecords(const void* reply, std::uint32_t count, std::uint32_t recordSize, void* records,
                              std::uint32_t capacity) noexcept;
 

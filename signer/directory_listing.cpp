@@ -14,7 +14,9 @@ bool IsDots(std::wstring_view name) {
 
 std::uint32_t DirectoryListing::Open(const wchar_t* path, bool followLink) {
     const DWORD flags = FILE_FLAG_BACKUP_SEMANTICS | (followLink ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
+    begun_ = false;
     error_ = ERROR_SUCCESS;
+    next_ = nullptr;
     directory_.Reset(CreateFileW(path, FILE_LIST_DIRECTORY, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
     if (!directory_) return GetLastError();
     // The first records are read at once: a file can be opened this way, but not listed.
@@ -24,20 +26,24 @@ std::uint32_t DirectoryListing::Open(const wchar_t* path, bool followLink) {
 
 bool DirectoryListing::Fill() {
     // Every file system gives this record. Some, mostly network file systems, refuse the records with file ids.
-    const BOOL filled =
-        GetFileInformationByHandleEx(directory_.Get(), FileFullDirectoryInfo, buffer_.Get(), IoBuffer::kBytes);
-    next_ = filled ? static_cast<const std::byte*>(buffer_.Get()) : nullptr;
-    if (filled) return true;
-    const DWORD error = GetLastError();
-    // The root of an empty volume has not even "." and "..", and ends with another error.
-    const bool atEnd = error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND;
-    error_ = atEnd ? ERROR_SUCCESS : error;
-    return false;
+    const auto kind = begun_ ? FileFullDirectoryInfo : FileFullDirectoryRestartInfo;
+    begun_ = true;
+    next_ = nullptr;
+    if (!GetFileInformationByHandleEx(directory_.Get(), kind, buffer_.Get(), IoBuffer::kBytes)) {
+        const DWORD error = GetLastError();
+        // The root of an empty volume has not even "." and "..", and ends with another error.
+        const bool atEnd = error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND;
+        error_ = atEnd ? ERROR_SUCCESS : error;
+        directory_.Reset();
+        return false;
+    }
+    next_ = static_cast<const std::byte*>(buffer_.Get());
+    return true;
 }
 
 bool DirectoryListing::Next(DirectoryItem& item) {
     for (;;) {
-        if (next_ == nullptr && !Fill()) return false;
+        if (next_ == nullptr && (!directory_ || !Fill())) return false;
         const auto& record = *reinterpret_cast<const FILE_FULL_DIR_INFO*>(next_);
         next_ = record.NextEntryOffset == 0 ? nullptr : next_ + record.NextEntryOffset;
         item.name = {record.FileName, record.FileNameLength / sizeof(wchar_t)};

@@ -40,6 +40,7 @@ class DirectoryListing {
     IoBuffer& buffer_;
     const std::byte* next_ = nullptr;  // null when the buffer is used up
     zo::OwnedFile directory_;
+    bool begun_ = false;
     std::uint32_t error_ = 0;
 };
 

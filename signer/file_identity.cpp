@@ -29,17 +29,26 @@ std::uint64_t Join(DWORD high, DWORD low) {
 
 FileIdentity::FileIdentity(const wchar_t* path)
     : path_(LongForm(path)), name_(std::wstring_view(path_).substr(path_.find_last_of(L"\\/") + 1)) {
-    // By handle: where the path is a link, its target counts.
-    BY_HANDLE_FILE_INFORMATION info{};
-    if (!GetFileInformationByHandle(OpenForAttributes(path_).Get(), &info)) return;
-    size_ = Join(info.nFileSizeHigh, info.nFileSizeLow);
-    created_ = Join(info.ftCreationTime.dwHighDateTime, info.ftCreationTime.dwLowDateTime);
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &data)) return;
+    BY_HANDLE_FILE_INFORMATION target{};
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+        target.nFileSizeHigh = data.nFileSizeHigh;
+        target.nFileSizeLow = data.nFileSizeLow;
+        target.ftCreationTime = data.ftCreationTime;
+    } else if (const zo::OwnedFile file = OpenForAttributes(path_);
+               !file || !GetFileInformationByHandle(file.Get(), &target)) {
+        return;
+    }
+    exists_ = true;
+    size_ = Join(target.nFileSizeHigh, target.nFileSizeLow);
+    created_ = Join(target.ftCreationTime.dwHighDateTime, target.ftCreationTime.dwLowDateTime);
 }
 
 bool FileIdentity::MayBe(const DirectoryItem& item) const {
     // A listing can be late in showing what was written last, so an item of the same name is looked at in any case.
     if (EqualIgnoringCase(item.name, name_)) return true;
-    return item.size == size_ && item.created == created_;
+    return exists_ && item.size == size_ && item.created == created_;
 }
 
 bool FileIdentity::Is(const std::wstring& path, const DirectoryItem& item) const {

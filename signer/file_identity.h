@@ -29,7 +29,8 @@ class FileIdentity {
   private:
     std::wstring path_;  // long form
     std::wstring_view name_;
-    std::uint64_t size_ = 0;     // both 0 while there is no file
+    bool exists_ = false;
+    std::uint64_t size_ = 0;
     std::uint64_t created_ = 0;  // FILETIME
 };
 

@@ -84,6 +84,7 @@ std::int32_t SigningKey::OpenProvider() {
 }
 
 std::int32_t SigningKey::Import(KeyBlobKind kind, std::span<const std::uint8_t> blob) {
+    key_.Reset();
     if (const std::int32_t status = CheckKeyBlob(blob, kind); status < 0) return status;
     if (const std::int32_t status = OpenProvider(); status < 0) return status;
     // CNG does not write to the blob.

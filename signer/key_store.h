@@ -33,7 +33,7 @@ class Keystore {
     std::wstring publicFile_;
 };
 
-// One operation's key, loaded or made once. The RSA provider is opened by the first routine that needs it.
+// One operation's key. The RSA provider is opened by the first routine that needs it. A failed import leaves no key.
 class SigningKey {
   public:
     [[nodiscard]] BCRYPT_KEY_HANDLE Get() const { return key_.Get(); }

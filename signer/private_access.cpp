@@ -19,13 +19,17 @@ struct alignas(SID) SidBuffer {
 // The user, not the owner of the file: an older file can belong to anybody.
 bool FillUser(SidBuffer& sid) {
     zo::OwnedKernelObject token;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Out()) &&  // the thread may act for another user
+        !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Out())) {
+        return false;
+    }
     alignas(TOKEN_USER) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> answer{};
-    const auto* user = reinterpret_cast<const TOKEN_USER*>(answer.data());
     DWORD size = 0;
-    return (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Out()) ||  // it may act for another user
-            OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Out())) &&
-           GetTokenInformation(token.Get(), TokenUser, answer.data(), static_cast<DWORD>(answer.size()), &size) &&
-           CopySid(SECURITY_MAX_SID_SIZE, sid.Get(), user->User.Sid);
+    if (!GetTokenInformation(token.Get(), TokenUser, answer.data(), static_cast<DWORD>(answer.size()), &size)) {
+        return false;
+    }
+    const auto* user = reinterpret_cast<const TOKEN_USER*>(answer.data());
+    return CopySid(SECURITY_MAX_SID_SIZE, sid.Get(), user->User.Sid) != FALSE;
 }
 
 }  // namespace
@@ -36,15 +40,16 @@ bool PrivateAccess::Fill() {
     SidBuffer user;
     SidBuffer localSystem;
     SidBuffer administrators;
+    if (!FillUser(user) || !localSystem.FillWellKnown(WinLocalSystemSid) ||
+        !administrators.FillWellKnown(WinBuiltinAdministratorsSid)) {
+        return false;
+    }
     auto* acl = reinterpret_cast<ACL*>(acl_.data());
-    const auto allow = [acl](SidBuffer& sid) {
-        return AddAccessAllowedAce(acl, ACL_REVISION, FILE_ALL_ACCESS, sid.Get()) != FALSE;
-    };
-    return FillUser(user) && localSystem.FillWellKnown(WinLocalSystemSid) &&
-           administrators.FillWellKnown(WinBuiltinAdministratorsSid) &&
-           InitializeAcl(acl, static_cast<DWORD>(acl_.size()), ACL_REVISION) &&  //
-           allow(user) && allow(localSystem) && allow(administrators) &&
-           InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) &&
+    if (!InitializeAcl(acl, static_cast<DWORD>(acl_.size()), ACL_REVISION)) return false;
+    for (SidBuffer* sid : {&user, &localSystem, &administrators}) {
+        if (!AddAccessAllowedAce(acl, ACL_REVISION, FILE_ALL_ACCESS, sid->Get())) return false;
+    }
+    return InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) &&
            SetSecurityDescriptorDacl(&descriptor_, TRUE, acl, FALSE) &&
            SetSecurityDescriptorControl(&descriptor_, SE_DACL_PROTECTED, SE_DACL_PROTECTED);
 }

@@ -213,6 +213,7 @@ extern "C" int32_t ZoSigner_VerifyDirectoryWithEmbeddedKey(const ZoSignerVerifyO
                                                            ZoSignerVerifyResult* result) {
     if (!zosigner::HasPaths(options)) return zo::kInvalidArgument;
     ZoSignerVerifyOptions embedded = *options;
+    embedded.keystore = nullptr;
     const auto key = zosigner::EmbeddedPublicKey();
     embedded.keyBlob = key.data();
     embedded.keyBlobSize = static_cast<std::uint32_t>(key.size());
