@@ -5,6 +5,7 @@ Arguments: the emulator's command line and zoctl.exe."""
 import datetime
 import getpass
 import json
+import re
 import subprocess
 import zipfile
 
@@ -99,4 +100,5 @@ class BundleTest(SealedTreeTest):
             ended, shown = pressed(typed, lambda shown, _: b"write it" in shown,
                                    *words(("doctor", "--online", "--bundle", self.bundle)))
             self.assertEqual((ended, self.bundle.exists()), (code, code == 0), shown)
-            self.assertRegex(shown, r"(?s)gets\s+these files:.*FILE .*rules_list.json.*user name.*to write it")
+            text = re.sub(r"\x1b\[[?\d]*\w|\s", "", shown)  # the terminal breaks lines where the path makes them long
+            self.assertRegex(text, "getsthesefiles:FILE.*rules_list.json.*username.*towriteit")
