@@ -10,8 +10,8 @@
 
 namespace zocrash {
 
-// The list has at least one dump. The result record may be null. The status is that of the whole call; a dump that fails
-// is counted, logged and skipped.
+// The list has at least one dump. The result record may be null. The status is that of the whole call; a dump that
+// fails is counted, logged and skipped.
 [[nodiscard]] std::int32_t ProcessDumps(CrashReporterContext& reporter, const DumpList& dumps, ZoCrashRunStats* stats);
 
 }  // namespace zocrash

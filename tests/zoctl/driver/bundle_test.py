@@ -52,8 +52,9 @@ class BundleTest(SealedTreeTest):
         self.start_driver()
         self.zoctl(0, "process", "add", "C:\\alias\\system")
         for name, shown in {"alias": "%USERNAME%\\system", "SYSTEM": "alias\\system"}.items():
-            command = f"set USERPROFILE=C:\\none\\{name}&{dos(BUILT)}\\zoctl.exe doctor --bundle {dos(self.bundle)} --yes"
-            subprocess.run([*ZOCTL[:-1], "cmd", "/c", command], check=True, capture_output=True)
+            doctor = f"{dos(BUILT)}\\zoctl.exe doctor --bundle {dos(self.bundle)} --yes"
+            subprocess.run([*ZOCTL[:-1], "cmd", "/c", f"set USERPROFILE=C:\\none\\{name}&{doctor}"], check=True,
+                           capture_output=True)
             with zipfile.ZipFile(self.bundle) as bundle:
                 rule = json.loads(bundle.read("rules_list.json"))["tables"]["process"]["rules"][0]
             self.assertEqual(rule["win32"], "C:\\" + shown)

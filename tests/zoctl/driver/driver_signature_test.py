@@ -1,5 +1,5 @@
-"""What zoctl says of a driver file's signature: by whom it is signed, whether the signer's certificate is one for drivers,
-and whether the file was changed since.
+"""What zoctl says of a driver file's signature: by whom it is signed, whether the signer's certificate is one for
+drivers, and whether the file was changed since.
 
 Arguments: the emulator's command line and zoctl.exe."""
 

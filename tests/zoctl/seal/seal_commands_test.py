@@ -65,7 +65,8 @@ class SealCommandsTest(SealedTreeTest):
         self.assertNotEqual(self.facts(0, "keys", "generate", self.keys, "--replace")["thumbprint"], THUMBPRINT)
 
     def test_sign_replaces_manifests_only(self):
-        for name, contents, code in (("notes", b"my notes\n", 6), ("short", b"ZOSIG", 6), ("empty", b"", 6), ("begun", b"ZOSIG1", 0)):
+        for name, contents, code in (("notes", b"my notes\n", 6), ("short", b"ZOSIG", 6), ("empty", b"", 6),
+                                     ("begun", b"ZOSIG1", 0)):
             with self.subTest(name):
                 self.manifest.write_bytes(contents)
                 self.sign(code=code)
@@ -121,7 +122,8 @@ class SealCommandsTest(SealedTreeTest):
                     self.assertEqual((facts["open"], facts["directories"]), ([opened], 4))
                     self.assertEqual(facts["sealedDirectories"], {".": 0, "d": 2}.get(opened, 3))
         (self.tree / "link").symlink_to("d")
-        hints = self.zoctl(0, "sign", "--open", "link/e", "--open", "open", *self.sealed()).stderr  # the next word is the tree
+        # The word after the last --open is the tree.
+        hints = self.zoctl(0, "sign", "--open", "link/e", "--open", "open", *self.sealed()).stderr
         self.assertEqual(hints.splitlines(), [
             "The seal does not cover the findings that are listed above.",
             "Links in sealed folders count as extra when the folder is verified.",
@@ -205,7 +207,8 @@ class SealCommandsTest(SealedTreeTest):
         self.assertEqual(shown["signed"], f"{signed:%Y-%m-%d %H:%M:%S} UTC")
         self.assertRegex(text.stdout, rf"(?s)Root +Z:.*\nThumbprint  {THUMBPRINT}\nSigned      {shown['signed']}\n\nkind "
                                       rf".*\nfile +200000  {items['d/e/big']['digest']}  d/e/big\n")
-        self.assertEqual([items[path]["kind"] for path in ("open", ".", "k.LNK")], ["open folder", "sealed folder", "shortcut"])
+        self.assertEqual([items[path]["kind"] for path in ("open", ".", "k.LNK")],
+                         ["open folder", "sealed folder", "shortcut"])
         self.assertEqual((len(items), items["d/e/big"]["size"]), (12, 200000))
 
         self.write("a.txt", "changed")
