@@ -13,7 +13,8 @@ bool IsLink(HANDLE openedWithoutFollowing, const std::wstring& path) {
 }
 
 std::uint32_t HeldFolder::Open(const std::wstring& path) {
-    // The right to list makes the sharing count; a handle for the attributes alone would hold nothing.
+    // The right to list makes the sharing count; a handle for the attributes alone would hold nothing. That it may read
+    // the attributes as well, CreateFileW sees to.
     OwnedFile folder(CreateFileW(path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                  OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!folder) return GetLastError();

@@ -100,7 +100,7 @@ void ZopCloseAtDetach() noexcept {
     if (!channel.initialized) return;
     const std::unique_lock guard(channel.lock, std::try_to_lock);
     channel.device.Reset();       // before the line, as ZoProtector_Uninitialize does
-    channel.initialized = false;  // likewise
+    channel.initialized = false;  // and this
     try {
         ZopLogWriteUnlessLocked(kLogInfo, kUninitialized);
     } catch (...) {

@@ -62,7 +62,7 @@ TEST_F(InstallDriver, ClearsTheReadOnlyAttributeOfTheCopy) {
     EXPECT_NE(GetFileAttributesW(source_.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
 }
 
-TEST_F(InstallDriver, FindsNoFileByDefaultWhenTheProgramHasNoWholeName) {
+TEST_F(InstallDriver, FindsNoFileByDefaultWhenItsOwnPathIsMissingOrCut) {
     for (const DWORD length : {DWORD{0}, DWORD{MAX_PATH}}) {
         const ImportHook hook("GetModuleFileNameW", GetModuleFileNameW, [&](HMODULE, wchar_t* path, DWORD units) {
             SetLastError(ERROR_ACCESS_DENIED);

@@ -65,11 +65,13 @@ TEST_F(DriverFile, PathIsShownAsStoredAndResolvedForTheVersion) {
 }
 
 TEST_F(DriverFile, PathFromTheRootOfADriveStaysAsItIs) {
+    const auto before = std::filesystem::current_path();
     std::filesystem::current_path(ProgramFolder());
     for (const std::wstring& path : {SimulatorFile().wstring(), SimulatorFile().generic_wstring()}) {
         SetImagePath(path.substr(2));
         EXPECT_EQ(ReadVersion(), (VersionResult{ZOP_OK, 1}));
     }
+    std::filesystem::current_path(before);
 }
 
 TEST_F(DriverFile, PathIsCutInTheStatusWhenTooLong) {

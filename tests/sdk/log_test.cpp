@@ -148,7 +148,7 @@ TEST_F(LinkedLog, TellsTheDebuggerOnlyWhenTodaysFileIsAHardLink) {
 }
 
 // Each load of the library looks for the folder once.
-TEST(LogFolder, IsTheCurrentOneAndIsNotSweptWhereTheTemporaryOneHasNoPathOfUsualLength) {
+TEST(LogFolder, IsTheCurrentOneWhenTheTemporaryPathIsMissingOrTooLong) {
     const auto before = std::filesystem::current_path();
     for (const DWORD length : {0u, 259u, 260u}) {
         SCOPED_TRACE(length);

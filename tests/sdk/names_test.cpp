@@ -41,6 +41,7 @@ TEST_F(Names, OfPaths) {
         {L"\\\\?\\C:\\x.exe", L"\\\\?\\C:\\x.exe"},
         {longest, c + longest.substr(2)},
         {longest + L"p", kInvalid},
+        {L" ", kInvalid},
         {std::wstring(40000, L'p'), kInvalid},
         {L"Q:\\x", kFailed},
     };

@@ -180,12 +180,15 @@ TEST(PrivateKeyFile, LeavesNoKeyInMemoryThatIsFreed) {
     const SealedTree tree;
     const std::string secret = PrivateKey().substr(283);  // behind the public half
     bool isFreed = false;
+    int blocks = 0;
     const ImportHook hook("free", std::free, [&](void* block) {
+        ++blocks;
         const std::string_view bytes(static_cast<const char*>(block), block == nullptr ? 0 : _msize(block));
         isFreed = isFreed || bytes.find(secret) != std::string_view::npos;
         std::free(block);
     });
     EXPECT_EQ(tree.Sign().status, 0);
+    EXPECT_GT(blocks, 0);
     EXPECT_FALSE(isFreed);
 }
 

@@ -82,7 +82,7 @@ TEST_F(ZoctlCrash, ShowsWithoutSendingOrMovingTheRecord) {
     EXPECT_TRUE(Gave(Crash({"history", "--record", (folder_ / "none" / "record").string()}), 0, "has no entries"));
 }
 
-TEST_F(ZoctlCrash, CopiesTheRecordToTheTemporaryFolderForTheTime) {
+TEST_F(ZoctlCrash, UsesATemporaryCopyOfTheRecordAndRemovesIt) {
     const ScopedTmp tmp(dumps_.wstring());
     EXPECT_TRUE(Gave(Crash({"analyse", Dump("1.dmp")}), 0, "\n  <Crash_protocol>"));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dumps_), {}), 3);

@@ -145,7 +145,7 @@ TEST(IsSystemAccount, KnowsTheAccountsOfServices) {
     EXPECT_FALSE(zoctl::IsSystemAccount("system"));
 }
 
-TEST(DriverNames, CallNumbersBehindTheLastUnknown) {
+TEST(DriverNames, CallUnlistedNumbersUnknown) {
     EXPECT_STREQ(zoctl::StartTypeName(4), "disabled");
     EXPECT_STREQ(zoctl::StartTypeName(5), "unknown");
     EXPECT_STREQ(zoctl::StateName(5), "unknown");

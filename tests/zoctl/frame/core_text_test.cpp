@@ -50,7 +50,8 @@ TEST(Text, ShowsNoCharacterThatATerminalObeys) {
         {"\u200D\u200E\u200F\u2010", "\u200D\\u200E\\u200F\u2010"},
         {"\u2027\u2028\u2029\u202A\u202E\u202F", "\u2027\\u2028\\u2029\\u202A\\u202E\u202F"},
         {"\u2065\u2066\u2069\u206A\u0915", "\u2065\\u2066\\u2069\u206A\u0915"},
-        {"cut \xE2\x82", "cut \xE2\x82"},
+        {"cut \xE2\x82", "cut \\xE2\\x82"},
+        {"\xC3\x1B[2J\x80.\xBF\xC0\x9B\xF0\x9F\x98[", "\\xC3\\x1B[2J\\x80.\\xBF\\x1B\\xF0\\x9F\\x98["},
     };
     for (const auto& [in, out] : cases)
         EXPECT_EQ(zoctl::EscapeControls(in), out);

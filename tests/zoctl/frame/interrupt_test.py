@@ -50,7 +50,7 @@ class InterruptTest(SealedTreeTest):
         code, shown = pressed(CTRL_C, lambda *_: False, *words(("sign", *self.sealed())))
         self.assertEqual(code, 0, shown)
         # The terminal of some systems is told to clear a line instead of being given blanks.
-        self.assertRegex(shown, r"(?s)signing: \d{1,2} s, 9 files, 1 finding\b.*(\x1b\[K| {20}).*SIGNED")
+        self.assertRegex(shown, r"(?s)signing: \d{1,2} s,( [\d.]+ of [\d.]+ MB read,)? 9 files, 1 finding\b.*(\x1b\[K| {20}).*SIGNED")
 
     def test_rules_apply_tells_in_its_document_what_it_sent(self):
         self.start_driver()
@@ -70,7 +70,7 @@ class InterruptTest(SealedTreeTest):
 
     def test_installers_wait_for_each_other(self):
         self.start_driver()
-        simctl("fault", "list-process-rules", "--delay", "8000")
+        simctl("fault", "list-process-rules", "--delay", "15000")
         upgrade = words(("driver", "upgrade", BUILT / "ZoProtectorDriver_1_0_1.sys", "--restart", "--keep-rules"))
         with subprocess.Popen([*ZOCTL, *upgrade], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as first:
             while b"list-process-rules" not in simctl("requests", "--last", "1"):

@@ -175,7 +175,7 @@ TEST_F(ZoctlCommands, CopyDirectoryCopiesAndCounts) {
     EXPECT_EQ(ReadFileBytes(folder / "to" / "a b.txt"), "x");
 }
 
-TEST_F(ZoctlCommands, AKeyThatIsAskedOfAnEmptyPipeIsEmpty) {
+TEST_F(ZoctlCommands, RefusesAnEmptyKeyFromStandardInput) {
     EXPECT_TRUE(Gave(Zoctl("keys thumbprint -"), 33, "Standard input is empty."));
 }
 

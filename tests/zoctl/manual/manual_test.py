@@ -53,7 +53,8 @@ class Manual(SealedTreeTest):
                 ("\nInclude its subfolders; needs \\-\\-folder\n", "file"),
                 (".EX\n  zoctl file ignore add C:\\eSuite\\eupdate.exe\n", "file"),
                 ("; 1 to 65536; 256 if left out\n", "events"), ("; 1 to 3600000\n", "events"),
-                ("; 1 to 86400\n", "events"), ("\\fB\\-k\\fR, \\fB\\-\\-keystore\\fR", "sign")):
+                ("; 1 to 86400\n", "events"), ("; 0 to 3600; 60 if left out\n", "driver"),
+                ("\\fB\\-k\\fR, \\fB\\-\\-keystore\\fR", "sign")):
             self.assertIn(words, self.page(page))
         self.assertEqual(self.page("crash").count("\nCtrl\\-C takes effect between dumps;"), 2, "of run and of upload")
         self.assertRegex(self.page(), r"(?s)SYNOPSIS\n\\fBzoctl\\fR .*\.SH COMMANDS\n.*\.TP\n\\fBdriver\\fR\n.*"

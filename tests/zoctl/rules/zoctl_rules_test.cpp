@@ -228,7 +228,7 @@ TEST_F(ZoctlRulesAndLinks, LintLooksAtThisMachine) {
     EXPECT_TRUE(Gave(Do("check", file.dump(), {"--lint", "--json"}), 0, "", {{"findings", Json::array()}}));
 }
 
-TEST_F(ZoctlRules, ListFitsATerminalAndShowsNtPathsOnRequest) {
+TEST_F(ZoctlRules, ListShowsATableForEachKindAndNtPathsOnRequest) {
     EXPECT_TRUE(Gave(Apply(kFull), 0));
     EXPECT_EQ(Rules({"list"}).out, R"(process rules: 2
 KIND    RECURSIVE  PATH

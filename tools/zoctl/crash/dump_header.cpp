@@ -24,7 +24,7 @@ T Number(const std::string& head, std::size_t offset) {
 bool IsWholeSmallDump(const std::string& head, const ReadFileAt& read) {
     if (head.size() < kSmallDumpHead) return false;
     const std::uint64_t size = Number<std::uint32_t>(head, layout::kSizeOfDump);
-    return read(size - 1, 1).size() == 1 &&  // no file has the byte before its first one
+    return read(size - 1, 1).size() == 1 &&  // a size of 0 gives an offset that no file has
            read(Number<std::uint32_t>(head, layout::kValidOffset), 4) == layout::kEndMark;
 }
 

@@ -46,7 +46,7 @@ std::wstring DumpFolder() {
         named[0] != L'\0') {
         const auto capacity = static_cast<DWORD>(folder.size());
         const DWORD length = ExpandEnvironmentStringsW(named.data(), folder.data(), capacity);
-        if (length != 0 && length <= capacity) return folder.data();
+        if (length <= capacity && folder[0] != L'\0') return folder.data();
     }
     GetWindowsDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
     return (std::filesystem::path(folder.data()) / L"Minidump").wstring();

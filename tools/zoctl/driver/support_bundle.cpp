@@ -33,7 +33,7 @@ std::string Environment(const wchar_t* name) {
 std::string ShortForm(const std::string& path) {
     wchar_t units[MAX_PATH] = {};
     const DWORD size = GetShortPathNameW(zo::WideFromUtf8(path).c_str(), units, MAX_PATH);
-    return size < MAX_PATH ? zo::Utf8FromWide(units) : std::string();
+    return size > 0 && size < MAX_PATH ? zo::Utf8FromWide(units) : std::string();
 }
 
 PrivateNames NamesOfUser() {

@@ -178,9 +178,9 @@ std::vector<Ring> RingsOf(const EventOptions& options) {
 
 // How the reading ended.
 struct End {
-    std::int32_t status;
-    bool cancelled;
-    bool failOnLoss;
+    std::int32_t status = ZOP_OK;
+    bool cancelled = false;
+    bool failOnLoss = false;
 };
 
 int TellTotals(Output& out, const std::vector<Ring>& rings, const End& end, EventSink& sink) {

@@ -16,7 +16,7 @@ namespace {
 struct CtrlC {
     zo::CriticalSection lock;
     HANDLE event = nullptr;                 // the living Cancellation's
-    std::function<void()>* hook = nullptr;  // its too; nobody looks at it without the event
+    std::function<void()>* hook = nullptr;  // likewise
     bool pressed = false;
     zo::CriticalSection writing;  // of standard output, and the text below
     std::string lastWords;
@@ -148,6 +148,7 @@ Cancellation::~Cancellation() {
     CtrlC& state = State();
     const std::lock_guard guard(state.lock);
     state.event = nullptr;
+    state.hook = nullptr;
 }
 
 bool Cancellation::Requested() const {

@@ -72,7 +72,8 @@ std::optional<Json> ParseJson(std::string_view bytes, std::vector<Mistake>& mist
     } catch (const Json::exception& error) {  // of its grammar, or of a number that no type holds
         // The parser's words carry line and column, behind a prefix of its own.
         const std::string words = error.what();
-        mistakes.push_back({"", "cannot be read as JSON: " + words.substr(words.find("] ") + 2)});
+        const std::size_t start = words.find("] ");
+        mistakes.push_back({"", "cannot be read as JSON: " + words.substr(start == std::string::npos ? 0 : start + 2)});
         return std::nullopt;
     }
 }

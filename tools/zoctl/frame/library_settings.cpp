@@ -14,9 +14,8 @@ namespace {
 // A text of the version resource of the library's file.
 std::string VersionText(const wchar_t* name) {
     wchar_t path[MAX_PATH] = {};
-    // A path that does not fit is cut off and names no file.
-    GetModuleFileNameW(GetModuleHandleW(L"ZoProtectorLib.dll"), path, MAX_PATH);
-    const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
+    const DWORD units = GetModuleFileNameW(GetModuleHandleW(L"ZoProtectorLib.dll"), path, MAX_PATH);
+    const DWORD size = units > 0 && units < MAX_PATH ? GetFileVersionInfoSizeW(path, nullptr) : 0;
     std::vector<std::byte> resource(size);
     void* text = nullptr;
     UINT length = 0;

@@ -15,15 +15,22 @@ std::size_t Cells(std::string_view utf8) {
     return utf8.empty() ? 0 : 2 * utf8.size() - zo::Format("{:<{}}", utf8, utf8.size()).size();
 }
 
+// A byte that belongs to no character of UTF-8.
+constexpr std::uint32_t kMalformed = 0xFFFFFFFF;
+
 std::uint32_t DecodeAt(std::string_view utf8, std::size_t at, std::size_t& length) {
     const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(utf8[i])); };
     const std::uint32_t lead = byte(at);
-    length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (at + length > utf8.size()) return 0xFFFD;  // cut off: nothing that a terminal would act on
-    if (length == 1) return lead;
-    std::uint32_t point = lead & (0xFFu >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i)
-        point = (point << 6) | (byte(at + i) & 0x3Fu);
+    length = 1;
+    if (lead < 0x80) return lead;
+    const std::size_t bytes = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (lead < 0xC0 || at + bytes > utf8.size()) return kMalformed;
+    std::uint32_t point = lead & (0xFFu >> (bytes + 1));
+    for (std::size_t i = at + 1; i < at + bytes; ++i) {
+        if ((byte(i) & 0xC0u) != 0x80) return kMalformed;
+        point = (point << 6) | (byte(i) & 0x3Fu);
+    }
+    length = bytes;
     return point;
 }
 
@@ -39,7 +46,9 @@ std::string EscapeControls(std::string_view utf8) {
     text.reserve(utf8.size());
     for (std::size_t at = 0, length = 0; at < utf8.size(); at += length) {
         const std::uint32_t point = DecodeAt(utf8, at, length);
-        if (point < 0x20 || point == 0x7F) {
+        if (point == kMalformed) {
+            text += zo::Format("\\x{:02X}", static_cast<unsigned char>(utf8[at]));
+        } else if (point < 0x20 || point == 0x7F) {
             text += zo::Format("\\x{:02X}", point);
         } else if ((point >= 0x80 && point < 0xA0) || point == 0x2028 || point == 0x2029 || ReversesDirection(point)) {
             text += zo::Format("\\u{:04X}", point);

@@ -22,7 +22,10 @@ class TextTable {
   public:
     explicit TextTable(std::vector<std::string> headings) : headings_(std::move(headings)) {}
 
-    void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    void Add(std::vector<std::string> cells) {
+        cells.resize(headings_.size());
+        rows_.push_back(std::move(cells));
+    }
     [[nodiscard]] bool Empty() const { return rows_.empty(); }
 
     // One line a row, cells escaped, the last column not padded.

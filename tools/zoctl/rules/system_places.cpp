@@ -80,7 +80,8 @@ class Walk {
         if (!find) {
             const DWORD error = findable ? GetLastError() : ERROR_FILE_NOT_FOUND;
             // What is above is there, but may be a file.
-            const bool none = error == ERROR_FILE_NOT_FOUND || error == ERROR_DIRECTORY || error == ERROR_INVALID_NAME;
+            const bool none = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+                              error == ERROR_DIRECTORY || error == ERROR_INVALID_NAME;
             absent_ = none ? Presence::kAbsent : Presence::kUnknown;
             return;
         }

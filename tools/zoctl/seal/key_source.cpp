@@ -38,11 +38,15 @@ std::uint32_t ReadStandardInput(KeyBytes& key) {
     key.resize(kLargestInput);
     std::size_t size = 0;
     DWORD error = ERROR_SUCCESS;
-    for (DWORD read = 0;; size += read) {
+    while (size < key.size()) {  // a read of no bytes would wait at a pipe
+        DWORD read = 0;
         if (!ReadFile(GetStdHandle(STD_INPUT_HANDLE), key.data() + size, static_cast<DWORD>(key.size() - size), &read,
-                      nullptr))
-            error = GetLastError();  // and nothing was read
+                      nullptr)) {
+            error = GetLastError();
+            break;
+        }
         if (read == 0) break;
+        size += read;
     }
     key.resize(size);
     DecodeText(key);

@@ -81,10 +81,10 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text) {
     if (negative) text.remove_prefix(1);
     const bool hex = text.starts_with("0x") || text.starts_with("0X");
     if (hex) text.remove_prefix(2);
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, hex ? 16 : 10);
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, hex ? 16 : 10);
     if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return negative ? 0 - number : number;
+    return negative ? 0 - value : value;
 }
 
 // The number that a value names.
