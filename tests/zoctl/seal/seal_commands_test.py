@@ -165,7 +165,8 @@ class SealCommandsTest(SealedTreeTest):
             for verb in ("sign", "verify"):
                 self.zoctl(0, verb, self.tree, "-m", self.manifest, "--key", "-", given=given)
             self.assertEqual(self.zoctl(0, "keys", "thumbprint", "-", given=given).stdout.strip(), THUMBPRINT)
-        for given in (b"", KEYS["private"][:-1], KEYS["private"] + b"x", digits[:-1]):
+        too_much = digits.rjust(65537)
+        for given in (b"", KEYS["private"][:-1], KEYS["private"] + b"x", digits[:-1], too_much):
             self.refused(33, "Standard input", "sign", self.tree, "-m", self.manifest, "--key", "-", given=given)
             self.refused(33, "Standard input", "keys", "thumbprint", "-", given=given)
 
