@@ -46,10 +46,10 @@ _SUBSTITUTIONS = [
 ]
 _COMPILED = [(kind, re.compile(pattern), to) for kind, pattern, to in _SUBSTITUTIONS]
 
-# A whole statement in one line that is no declaration, return or jump: it may be left out. Memory set aside ahead of its
-# use is not among them: without it the same happens.
-_STATEMENT = re.compile(r"^\s+(?!return\b|break\b|continue\b|using\b|case\b|else\b|throw\b|friend\b|static_assert\b"
-                        r"|goto\b|[\w.\->]+reserve\()"
+# A whole statement in one line that is no declaration, return or jump: it may be left out. Setting memory aside ahead
+# of its use is not among them: without it the same happens.
+_STATEMENT = re.compile(r"^\s+(?!return\b|break\b|continue\b|using\b|case\b|else\b|throw\b|friend\b"
+                        r"|static_assert\b|goto\b|[\w.\->]+reserve\()"
                         r"(?:[\w:.\->*\[\]()]+\([^;{}]*\)|[\w.\->\[\]*]+ (?:=|\+=|-=|\|=) [^;{}]+"
                         r"|\+\+[\w.\->]+|--[\w.\->]+);\s*$")
 _LITERAL = re.compile(r'"(?:[^"\\]|\\.)*"|\'(?:[^\'\\]|\\.)*\'')

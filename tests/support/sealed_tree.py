@@ -46,12 +46,13 @@ class SealedTreeTest(unittest.TestCase):
         self.keys.mkdir()
         for half, key in KEYS.items():
             (self.keys / f"{half}.rsakey").write_bytes(key)
-        for name, contents in {"a.txt": "alpha", "A.TXT": "other case", "d/dot.": "dot", "d/blank ": "", "k.LNK": "link",
-                               "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o", "d/e/big": "x" * 200000}.items():
+        for name, contents in {"a.txt": "alpha", "A.TXT": "other case", "d/dot.": "dot", "d/blank ": "",
+                               "k.LNK": "link", "d/\u00e4\u6f22\U0001f600": "names", "open/o.txt": "o",
+                               "d/e/big": "x" * 200000}.items():
             self.write(name, contents)
 
     def zoctl(self, code, *arguments, prefix=(), merged=False, given=b""):
-        """given: standard input. merged: standard error among standard output, in the order in which they were written."""
+        """given: standard input. merged: standard error among standard output, in the order of writing."""
         done = subprocess.run([*prefix, *ZOCTL, *words(arguments)], stdout=subprocess.PIPE, input=given, timeout=120,
                               stderr=subprocess.STDOUT if merged else subprocess.PIPE)
         done.stdout, done.stderr = ((text or b"").decode() for text in (done.stdout, done.stderr))

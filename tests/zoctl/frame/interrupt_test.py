@@ -50,7 +50,8 @@ class InterruptTest(SealedTreeTest):
         code, shown = pressed(CTRL_C, lambda *_: False, *words(("sign", *self.sealed())))
         self.assertEqual(code, 0, shown)
         # The terminal of some systems is told to clear a line instead of being given blanks.
-        self.assertRegex(shown, r"(?s)signing: \d{1,2} s,( [\d.]+ of [\d.]+ MB read,)? 9 files, 1 finding\b.*(\x1b\[K| {20}).*SIGNED")
+        self.assertRegex(shown, r"(?s)signing: \d{1,2} s,( [\d.]+ of [\d.]+ MB read,)? 9 files, 1 finding\b"
+                                r".*(\x1b\[K| {20}).*SIGNED")
 
     def test_rules_apply_tells_in_its_document_what_it_sent(self):
         self.start_driver()

@@ -139,7 +139,8 @@ class SealCommandsTest(SealedTreeTest):
 
     def test_strict_fails_for_everything_that_the_seal_does_not_cover(self):
         (self.tree / "open/below").mkdir()
-        make = {"skipped link": lambda path: path.symlink_to(self.keys), "unlistable": lambda path: path.write_text("x"),
+        make = {"skipped link": lambda path: path.symlink_to(self.keys),
+                "unlistable": lambda path: path.write_text("x"),
                 # Nobody can open a socket as a file, whatever the rights.
                 "unreadable": lambda path: socket.socket(socket.AF_UNIX).bind(os.path.relpath(path))}
         for kind, name, options, code, counts in (
@@ -206,8 +207,8 @@ class SealCommandsTest(SealedTreeTest):
         ticks = int(re.search(rb"\nTIME (\d+)\n", old.read_bytes())[1])  # of 100 ns, since 1601
         signed = datetime.datetime(1601, 1, 1) + datetime.timedelta(microseconds=ticks // 10)
         self.assertEqual(shown["signed"], f"{signed:%Y-%m-%d %H:%M:%S} UTC")
-        self.assertRegex(text.stdout, rf"(?s)Root +Z:.*\nThumbprint  {THUMBPRINT}\nSigned      {shown['signed']}\n\nkind "
-                                      rf".*\nfile +200000  {items['d/e/big']['digest']}  d/e/big\n")
+        self.assertRegex(text.stdout, rf"(?s)Root +Z:.*\nThumbprint  {THUMBPRINT}\nSigned      {shown['signed']}\n\n"
+                                      rf"kind .*\nfile +200000  {items['d/e/big']['digest']}  d/e/big\n")
         self.assertEqual([items[path]["kind"] for path in ("open", ".", "k.LNK")],
                          ["open folder", "sealed folder", "shortcut"])
         self.assertEqual((len(items), items["d/e/big"]["size"]), (12, 200000))
