@@ -188,8 +188,11 @@ TEST_F(ZoctlCommands, ADryRunNeedsTheTemporaryFolderAndLeavesItAsItWas) {
         return RunZoctl({"sign", keys, "-m", (folder / "m").string(), "-k", keys, "--dry-run"});
     };
     EXPECT_TRUE(Gave(dryRun((folder / "none").wstring()), 1, "The temporary folder cannot be used: "));
-    EXPECT_TRUE(
-        Gave(dryRun(folder.Path().wstring() + std::wstring(260, L'n')), 1, "The temporary folder cannot be used: "));
+    const std::wstring longest = (folder / std::wstring(244 - folder.Path().wstring().size(), L'n')).wstring();
+    std::filesystem::create_directory(longest);  // 246 characters with the backslash at its end
+    EXPECT_TRUE(Gave(dryRun(longest), 0));
+    std::filesystem::create_directory(longest + L"n");
+    EXPECT_TRUE(Gave(dryRun(longest + L"n"), 1, "cannot be used: " + zo::ErrorText(ERROR_FILENAME_EXCED_RANGE)));
     WriteFileBytes(folder / "tmp" / "zos1.tmp", "mine");
     EXPECT_TRUE(Gave(dryRun((folder / "tmp").wstring()), 0));
     EXPECT_EQ(ReadFileBytes(folder / "tmp" / "zos1.tmp"), "mine");

@@ -15,52 +15,31 @@
 #include "files.h"
 #include "owned_handles.h"
 #include "reporter_messages.h"
+#include "temporary_file.h"
 #include "text.h"
 
 namespace zoctl {
 
 namespace {
 
-// A copy of the record that the reporter may move on as it likes; gone at the end.
-class RecordCopy {
-  public:
-    explicit RecordCopy(const std::filesystem::path& record) : RecordCopy() {
-        // An empty copy would make every dump look new, so an existing record must be readable.
-        std::string bytes;
-        const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes);
-        std::uint32_t error = read.Absent() ? ERROR_SUCCESS : read.error;
-        if (error == ERROR_SUCCESS) error = Fill(bytes);
-        if (error != ERROR_SUCCESS) {
-            throw std::runtime_error("the dedupe record cannot be copied: " + zo::ErrorText(error));
-        }
+// A copy of the record that the reporter may move on as it likes. An empty one would make every dump look new, so an
+// existing record must be readable.
+void CopyRecord(const std::filesystem::path& record, TemporaryFile& copy) {
+    if (copy.Create(L"zoc") != ERROR_SUCCESS) {
+        throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
     }
-    ~RecordCopy() {
-        std::error_code ignored;  // a leftover in the temporary folder harms nobody
-        std::filesystem::remove(path_, ignored);
-    }
-    RecordCopy(const RecordCopy&) = delete;
-    RecordCopy& operator=(const RecordCopy&) = delete;
-
-    [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
-
-  private:
-    // Makes the file, which the destructor removes whatever the other constructor does.
-    RecordCopy() {
-        wchar_t folder[MAX_PATH + 1] = L"";
-        wchar_t name[MAX_PATH] = L"";
-        if (GetTempPathW(MAX_PATH, folder) == 0 || GetTempFileNameW(folder, L"zoc", 0, name) == 0) {
-            throw std::runtime_error("no temporary file can be made for a copy of the dedupe record");
-        }
-        path_ = name;
-    }
-    [[nodiscard]] std::uint32_t Fill(const std::string& bytes) const {
+    std::string bytes;
+    const zo::FileReadResult read = zo::ReadWholeFile(record.c_str(), bytes);
+    std::uint32_t error = read.Absent() ? ERROR_SUCCESS : read.error;
+    if (error == ERROR_SUCCESS) {
         const zo::OwnedFile file(
-            CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        return file ? zo::WriteWhole(file.Get(), bytes) : GetLastError();
+            CreateFileW(copy.Path().c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        error = file ? zo::WriteWhole(file.Get(), bytes) : GetLastError();
     }
-
-    std::filesystem::path path_;
-};
+    if (error != ERROR_SUCCESS) {
+        throw std::runtime_error("the dedupe record cannot be copied: " + zo::ErrorText(error));
+    }
+}
 
 // The targets as the reporter compares them, with what the engine prints: in the ANSI code page.
 std::vector<std::string> ComparedNames(const CrashOptions& options) {
@@ -206,7 +185,8 @@ CrashResult RunCrashReporter(const CrashOptions& options, CrashMode mode,
         if (options.plain) ZoCrashReport_SetBodyScrambler(nullptr, nullptr);
         result.status = Call(options, result.stats);
     } else {
-        const RecordCopy copy(record);
+        TemporaryFile copy;
+        CopyRecord(record, copy);
         Configure(options, mode, copy.Path(), cancellation);
         ZoCrashReport_SetBodyScrambler(Listener::HoldBack, &listener);
         result.status = Call(options, result.stats);

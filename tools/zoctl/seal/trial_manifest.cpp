@@ -31,24 +31,14 @@ bool SamePath(const std::wstring& one, const std::wstring& other) {
 
 }  // namespace
 
-TrialManifest::~TrialManifest() {
-    if (!path_.empty()) DeleteFileW(path_.c_str());  // it is in the temporary folder, should that fail
-}
-
 Ended TrialManifest::Create(Output& out) {
-    wchar_t folder[MAX_PATH + 1]{};
-    wchar_t file[MAX_PATH]{};
-    const DWORD units = GetTempPathW(MAX_PATH + 1, folder);
-    if (units == 0 || units > MAX_PATH || GetTempFileNameW(folder, L"zos", 0, file) == 0) {
-        return RefuseTrial(out, GetLastError());
-    }
-    path_ = file;
-    return std::nullopt;
+    const std::uint32_t error = file_.Create(L"zos");
+    return error != ERROR_SUCCESS ? Ended(RefuseTrial(out, error)) : std::nullopt;
 }
 
 Ended TrialManifest::Read(Output& out, const std::string& folder, const std::string& manifest,
                           ManifestListing& listing) const {
-    if (const zo::FileReadResult read = zo::ReadWholeFile(path_.c_str(), listing.bytes); !read) {
+    if (const zo::FileReadResult read = zo::ReadWholeFile(Path().c_str(), listing.bytes); !read) {
         return RefuseTrial(out, read.error);
     }
     if (const std::string fault = ReadListing(listing); !fault.empty()) {

@@ -6,19 +6,15 @@
 #include <string>
 
 #include "manifest_reader.h"
+#include "temporary_file.h"
 
 namespace zoctl {
 
 class TrialManifest {
   public:
-    TrialManifest() = default;
-    ~TrialManifest();
-    TrialManifest(const TrialManifest&) = delete;
-    TrialManifest& operator=(const TrialManifest&) = delete;
-
     // Ends the command when the temporary folder cannot be used.
     [[nodiscard]] Ended Create(Output& out);
-    [[nodiscard]] const std::wstring& Path() const { return path_; }
+    [[nodiscard]] const std::wstring& Path() const { return file_.Path(); }
 
     // What the manifest would list. The manifest that the trial stands in for may lie in the folder itself: it is left
     // out, as it would be when signing.
@@ -26,7 +22,7 @@ class TrialManifest {
                              ManifestListing& listing) const;
 
   private:
-    std::wstring path_;
+    TemporaryFile file_;
 };
 
 }  // namespace zoctl
