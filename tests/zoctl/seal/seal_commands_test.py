@@ -3,13 +3,15 @@
 Arguments: the emulator's command line and zoctl.exe."""
 
 import datetime
+import fcntl
 import hashlib
 import os
 import pathlib
 import re
 import socket
+import subprocess
 
-from sealed_tree import KEYS, THUMBPRINT, UNPRIVILEGED, SealedTreeTest, dos
+from sealed_tree import KEYS, THUMBPRINT, UNPRIVILEGED, ZOCTL, SealedTreeTest, dos
 
 
 class SealCommandsTest(SealedTreeTest):
@@ -170,6 +172,15 @@ class SealCommandsTest(SealedTreeTest):
         for given in (b"", KEYS["private"][:-1], KEYS["private"] + b"x", digits[:-1], too_much):
             self.refused(33, "Standard input", "sign", self.tree, "-m", self.manifest, "--key", "-", given=given)
             self.refused(33, "Standard input", "keys", "thumbprint", "-", given=given)
+
+    def test_a_key_can_come_in_pieces(self):
+        reading, writing = os.pipe()
+        fcntl.fcntl(writing, fcntl.F_SETPIPE_SZ, 4096)
+        with subprocess.Popen([*ZOCTL, "keys", "thumbprint", "-"], stdin=reading, stdout=subprocess.PIPE) as zoctl:
+            os.close(reading)
+            os.write(writing, KEYS["private"].hex().encode().rjust(6000))
+            os.close(writing)
+            self.assertEqual(zoctl.stdout.read().decode().strip(), THUMBPRINT)
 
     def test_thumbprint_of_key_files_and_of_the_built_in_key(self):
         for key in (self.keys, self.keys / "private.rsakey", self.keys / "public.rsakey", "--embedded-key"):
